@@ -1,0 +1,44 @@
+# Compiler settings shared by every target, and the three ways to declare one.
+
+add_library(tolmar-settings INTERFACE)
+target_compile_options(tolmar-settings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(TOLMAR_WERROR)
+  target_compile_options(tolmar-settings INTERFACE -Werror)
+endif()
+if(TOLMAR_SANITIZE)
+  target_compile_options(tolmar-settings INTERFACE -fsanitize=${TOLMAR_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(tolmar-settings INTERFACE -fsanitize=${TOLMAR_SANITIZE})
+endif()
+target_include_directories(tolmar-settings INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)
+
+# tolmar_floor(NAME [SOURCES ...] [HEADERS ...] [USES floor ...])
+# An object library: its objects go, in the listed order, into the shared library that names the floor.
+# Every header is compiled once alone by the target all_verify_interface_header_sets.
+set(platform_dir ${PROJECT_SOURCE_DIR}/platform)
+function(tolmar_floor name)
+  cmake_parse_arguments(FLOOR "" "" "SOURCES;HEADERS;USES" ${ARGN})
+  add_library(${name} OBJECT ${FLOOR_SOURCES})
+  cmake_path(IS_PREFIX platform_dir ${CMAKE_CURRENT_SOURCE_DIR} in_platform)
+  set(base ${PROJECT_SOURCE_DIR})
+  if(in_platform)
+    set(base ${platform_dir})
+  endif()
+  target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${base} FILES ${FLOOR_HEADERS})
+  set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON LINKER_LANGUAGE CXX)
+  target_link_libraries(${name} PUBLIC tolmar-settings ${FLOOR_USES})
+endfunction()
+
+# tolmar_test(NAME SOURCES ... [USES target ...]): a GoogleTest program, its cases found by CTest.
+function(tolmar_test name)
+  cmake_parse_arguments(TEST "" "" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${TEST_SOURCES})
+  target_link_libraries(${name} PRIVATE tolmar-platform ${TEST_USES} GTest::gtest GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+endfunction()
+
+# tolmar_benchmark(NAME SOURCES ... [USES target ...]): a Google Benchmark program.
+function(tolmar_benchmark name)
+  cmake_parse_arguments(BENCH "" "" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${BENCH_SOURCES})
+  target_link_libraries(${name} PRIVATE tolmar-platform ${BENCH_USES} benchmark::benchmark)
+endfunction()

@@ -1,0 +1,21 @@
+#include "cairn/IpGenAddr.h"
+
+#include <arpa/inet.h>
+
+std::string IpGenAddr::toString() const {
+  if (!isSet()) return {};
+  char text[INET6_ADDRSTRLEN];
+  const int family = family_ == kIpv4 ? AF_INET : AF_INET6;
+  return inet_ntop(family, bytes_.data(), text, sizeof text);
+}
+
+std::optional<IpGenAddr> IpGenAddr::parse(std::string_view text) {
+  if (text.empty()) return IpGenAddr();
+  const std::string terminated(text);
+  std::array<std::uint8_t, 16> bytes{};
+  if (inet_pton(AF_INET, terminated.c_str(), bytes.data()) == 1) return fromBytes(kIpv4, bytes.data());
+  if (inet_pton(AF_INET6, terminated.c_str(), bytes.data()) == 1) return ipv6(bytes);
+  return std::nullopt;
+}
+
+std::ostream& operator<<(std::ostream& out, const IpGenAddr& address) { return out << address.toString(); }

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <queue>
+#include <vector>
+
+namespace Quill {
+
+/// One epoll loop for one thread: descriptors, timers and a hook before it goes to sleep. Callbacks may add
+/// and remove anything, themselves included.
+class EventLoop {
+ public:
+  using Callback = std::function<void()>;
+  using Clock = std::chrono::steady_clock;
+  using TimerId = std::uint64_t;
+
+  EventLoop();
+  ~EventLoop();
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  /// Calls `readable` whenever `descriptor` can be read (or is hung up). The descriptor stays the caller's,
+  /// who takes it out before closing it. One callback for each descriptor; a second replaces the first.
+  void descriptorIs(int descriptor, Callback readable);
+  void descriptorDel(int descriptor);
+
+  /// Calls `expired` once, `delay` from now at the earliest.
+  TimerId timerIs(Clock::duration delay, Callback expired);
+  void timerDel(TimerId timer);
+
+  /// Asked before each sleep, in order of addition: false means there is work left, so the loop polls instead.
+  using SleepHook = std::function<bool()>;
+  std::uint64_t sleepHookIs(SleepHook maySleep);
+  void sleepHookDel(std::uint64_t hook);
+  /// Called after each sleep, whatever ended it.
+  std::uint64_t wakeHookIs(Callback awake);
+  void wakeHookDel(std::uint64_t hook);
+
+  /// Handles what is ready, waiting at most `timeout` for the first of it. Returns the number of callbacks.
+  std::size_t step(std::chrono::milliseconds timeout);
+  /// Steps until stop() is called.
+  void run();
+  void stop() noexcept { stopped_ = true; }
+
+ private:
+  bool maySleep();
+  int sleepMilliseconds(std::chrono::milliseconds timeout) const;
+  std::size_t runTimers();
+
+  struct Timer {
+    Clock::time_point due;
+    TimerId id;
+    bool operator>(const Timer& other) const { return due > other.due; }
+  };
+
+  int epoll_;
+  bool stopped_ = false;
+  std::uint64_t nextId_ = 1;
+  std::map<int, std::shared_ptr<Callback>> descriptors_;
+  std::map<TimerId, Callback> timers_;
+  std::priority_queue<Timer, std::vector<Timer>, std::greater<>> due_;
+  std::map<std::uint64_t, std::shared_ptr<SleepHook>> sleepHooks_;
+  std::map<std::uint64_t, std::shared_ptr<Callback>> wakeHooks_;
+};
+
+}  // namespace Quill

@@ -1,0 +1,79 @@
+// The base of every reactor. A reactor follows one notifier; to be called it must be registered in the
+// notifier's list and active, and the notifier must be active too.
+#pragma once
+
+#include <exception>
+
+#include "quill/PtrInterface.h"
+
+namespace Quill {
+
+class EventLoop;
+
+/// One call on its way to a reactor.
+class Notification {
+ public:
+  template <class Call>
+  explicit Notification(const Call& call)
+      : call_([](const void* target, NotifieeConst& reactor) { (*static_cast<const Call*>(target))(reactor); }),
+        target_(&call) {}
+  void operator()(NotifieeConst& reactor) const { call_(target_, reactor); }
+
+ private:
+  void (*call_)(const void*, NotifieeConst&);
+  const void* target_;  // not owned; outlives the notification
+};
+
+class NotifieeConst : public PtrInterface {
+ public:
+  /// Whether the reactor keeps its notifier alive. One that does not is told by onZeroReferences.
+  enum class Hold { counted, uncounted };
+
+  explicit NotifieeConst(Hold hold = Hold::counted) noexcept : hold_(hold) {}
+  ~NotifieeConst() override;
+
+  // Virtual operations, in slot order after those of PtrInterface.
+
+  /// The reactor itself, behind a forwarding one too.
+  virtual NotifieeConst* quillReactor();
+  virtual void isRegisteredNotifieeIs(bool registered);
+  /// Points the reactor at another notifier; a registered reactor moves from the old list to the new one.
+  virtual void notifierIs(const Ptr<const PtrInterface>& notifier);
+  /// Makes one call; an exception out of it goes to onNotificationException and no further.
+  virtual void handleNotification(const Notification& notification);
+  /// Writes one line to standard error by default, so that the other reactors are still called.
+  virtual void onNotificationException(const std::exception& exception);
+  /// The notifier of an uncounted reactor is about to go; afterwards the reactor has none.
+  virtual void onZeroReferences();
+  /// The event loop that the reactor's calls come from; null when they come from the notifying call itself.
+  virtual EventLoop* quillFwkActivity();
+  /// The object on whose behalf the reactor acts; null when it stands for itself.
+  virtual PtrInterface* actsm();
+
+  bool isRegisteredNotifiee() const noexcept { return registered_; }
+  const PtrInterface* notifierObject() const noexcept { return notifier_; }
+
+ private:
+  friend class PtrInterface;
+  void notifierGone() noexcept;
+
+  const PtrInterface* notifier_ = nullptr;  // counted when hold_ says so
+  Hold hold_;
+  bool registered_ = false;
+};
+
+template <class Notifiee, class Call>
+void PtrInterface::notify(const Call& call) const {
+  if (!notificationActive_ || notifiees_.empty()) return;
+  const Ptr<const PtrInterface> keep(references() != 0 ? this : nullptr);  // none while being destroyed
+  NotifieeList::Visit visit(notifiees_);
+  const auto step = [&call](NotifieeConst& reactor) { call(static_cast<Notifiee&>(reactor)); };
+  const Notification notification(step);
+  while (NotifieeConst* reactor = visit.next()) {
+    if (!reactor->hasNotificationActive()) continue;
+    const Ptr<NotifieeConst> keepReactor(reactor);
+    reactor->handleNotification(notification);
+  }
+}
+
+}  // namespace Quill

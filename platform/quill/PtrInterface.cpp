@@ -1,0 +1,27 @@
+#include "quill/PtrInterface.h"
+
+namespace Quill {
+
+NotifieeList& PtrInterface::notifieeList() const { return notifiees_; }
+
+void PtrInterface::hasNotificationActiveIs(bool active) { notificationActive_ = active; }
+
+void PtrInterface::zeroReferencesIs(bool zero) {
+  if (!zero) return;
+  {
+    NotifieeList::Visit visit(notifiees_);
+    while (NotifieeConst* reactor = visit.next()) reactor->onZeroReferences();
+  }
+  delete this;
+}
+
+const TypeNode* PtrInterface::fwkType() const { return nullptr; }
+
+PtrInterface::~PtrInterface() {
+  while (NotifieeConst* reactor = notifiees_.front()) {
+    notifiees_.remove(reactor);
+    reactor->notifierGone();
+  }
+}
+
+}  // namespace Quill

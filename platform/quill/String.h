@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Quill {
+
+using String = std::string;
+
+/// The name of an entity: a string that is not mixed up with other strings.
+class Name {
+ public:
+  Name() = default;
+  explicit Name(std::string_view text) : text_(text) {}
+  const String& stringValue() const { return text_; }
+  friend bool operator==(const Name&, const Name&) = default;
+
+ private:
+  String text_;
+};
+
+}  // namespace Quill
