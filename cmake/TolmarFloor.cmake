@@ -1,4 +1,4 @@
-# Compiler settings shared by every target, and the three ways to declare one.
+# Compiler settings shared by every target, and the ways to declare one.
 
 add_library(tolmar-settings INTERFACE)
 target_compile_options(tolmar-settings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
@@ -26,6 +26,16 @@ function(tolmar_floor name)
   target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${base} FILES ${FLOOR_HEADERS})
   set_target_properties(${name} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON LINKER_LANGUAGE CXX)
   target_link_libraries(${name} PUBLIC tolmar-settings ${FLOOR_USES})
+endfunction()
+
+# What every object of the plugin library is compiled with besides. A unique symbol (one std::make_shared is
+# enough) would keep the library loaded after dlclose; link-time optimisation and unity builds would reorder its
+# load-time registrations.
+add_library(tolmar-plugin-settings INTERFACE)
+target_compile_options(tolmar-plugin-settings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+function(tolmar_plugin_objects name)
+  target_link_libraries(${name} PRIVATE tolmar-plugin-settings)
+  set_target_properties(${name} PROPERTIES UNITY_BUILD OFF INTERPROCEDURAL_OPTIMIZATION OFF)
 endfunction()
 
 # tolmar_test(NAME SOURCES ... [USES target ...]): a GoogleTest program, its cases found by CTest.

@@ -1,0 +1,29 @@
+#include "p4runtime/AllPluginConfig.h"
+
+namespace P4Runtime {
+
+constinit const Quill::TypeNode AllPluginConfig::_quillType{.name = "P4Runtime::AllPluginConfig",
+                                                            .members = {}};
+Quill::AllocTrackTypeInfo AllPluginConfig::quillAllocTrackTypeInfo_;
+void AllPluginConfig::operator delete(void* memory) noexcept {
+  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
+}
+
+AllPluginConfig::~AllPluginConfig() = default;
+AllPluginConfig::NotifieeConst::~NotifieeConst() = default;
+void AllPluginConfig::NotifieeConst::onCleanupsRequested(const Quill::Name&) {}
+
+const Quill::TypeNode* AllPluginConfig::fwkType() const { return &_quillType; }
+
+std::uint32_t AllPluginConfig::cleanupsRequested(const Quill::Name& plugin) const {
+  const auto found = cleanupsRequested_.find(plugin.stringValue());
+  return found == cleanupsRequested_.end() ? 0 : found->second;
+}
+
+void AllPluginConfig::cleanupsRequestedIs(const Quill::Name& plugin, std::uint32_t count) {
+  if (cleanupsRequested(plugin) == count) return;
+  cleanupsRequested_[plugin.stringValue()] = count;
+  notify<NotifieeConst>([&plugin](NotifieeConst& reactor) { reactor.onCleanupsRequested(plugin); });
+}
+
+}  // namespace P4Runtime

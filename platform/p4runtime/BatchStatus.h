@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "p4runtime/BatchStatusEntry.h"
+#include "quill/HashMap2018.h"
+#include "quill/PtrInterface.h"
+#include "quill/TypeNode.h"
+
+namespace P4Runtime {
+
+/// Completions on their way from the plugins to the agent: one for each handle, until the agent takes them.
+/// A plugin that adds one then writes eight bytes to the notification descriptor.
+class BatchStatus : public Quill::PtrInterface {
+ public:
+  /// Cairn::SystemException when the descriptor cannot be made.
+  BatchStatus();
+  ~BatchStatus() override;
+  const Quill::TypeNode* fwkType() const override;
+
+  /// Adds the completion, or replaces that of the same handle.
+  virtual void completedTransactionStatusIs(const BatchStatusEntry& entry);
+  /// The completion of that handle, or null; holds until the next change.
+  const BatchStatusEntry* completedTransactionStatus(EntryHandle handle) const;
+  std::size_t completedTransactionStatusCount() const noexcept { return completedTransactionStatus_.size(); }
+
+  /// For the agent: takes every completion out, in no particular order.
+  std::vector<BatchStatusEntry> completedTransactionStatusDelAll();
+
+  /// An event counter, non-blocking and owned by this object: readable once a plugin has written to it; a
+  /// read of eight bytes clears it.
+  int notificationDescriptor() const noexcept { return notificationDescriptor_; }
+  /// For the agent: clears the descriptor. True when it had been written to.
+  bool notificationTake() noexcept;
+
+  static const Quill::TypeNode _quillType;
+  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static void operator delete(void* memory) noexcept;
+
+ private:
+  struct QuillCompletedTransactionStatus {
+    using Key = EntryHandle;
+    using Value = BatchStatusEntry;
+    static std::uint32_t hash(EntryHandle handle) {
+      return static_cast<std::uint32_t>(handle ^ handle >> 32);
+    }
+    Key key;
+    Value value;
+  };
+
+  Quill::HashMap2018<QuillCompletedTransactionStatus> completedTransactionStatus_;
+  int notificationDescriptor_;
+};
+
+}  // namespace P4Runtime

@@ -1,0 +1,107 @@
+// How plugin libraries make themselves known: at library load each registers one caller with a loader, and
+// the agent later runs all callers with the plugin context.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Plugin {
+
+/// What the loader runs to start one plugin.
+class LoaderInitCaller {
+ public:
+  virtual ~LoaderInitCaller();
+  virtual void operator()() = 0;
+};
+
+/// Starts one plugin with its context.
+template <class Context>
+class PluginInitCaller {
+ public:
+  virtual ~PluginInitCaller() = default;
+  virtual void operator()(Context* context) = 0;
+};
+
+namespace Impl {
+
+/// The registration record of a loader, in order of registration.
+class LoaderImpl {
+ public:
+  struct Registration {
+    std::string plugin;              ///< the plugin's registration name
+    std::string loader;              ///< the name of the loader it came through
+    std::string version;             ///< free text, empty when the plugin says none
+    std::string description;         ///< free text, empty when the plugin says none
+    const LoaderInitCaller* caller;  ///< not owned
+  };
+
+  void registerPlugin(const std::string& plugin, const std::string& loader, const std::string& version,
+                      const std::string& description, LoaderInitCaller* caller);
+  /// Takes out the registrations made through `caller`.
+  void registrationDel(const LoaderInitCaller* caller);
+  const std::vector<Registration>& registrations() const noexcept { return registrations_; }
+
+ private:
+  std::vector<Registration> registrations_;
+};
+
+}  // namespace Impl
+
+/// The meeting point of one agent and its plugins. Owns the callers; a caller must be dropped before the
+/// library that registered it is unloaded.
+template <class Context>
+class Loader {
+ public:
+  explicit Loader(std::string name) : name_(std::move(name)) {}
+  Loader(const Loader&) = delete;
+  Loader& operator=(const Loader&) = delete;
+
+  /// Runs a plugin's own caller with the context that the loader holds at that moment.
+  class LoaderInitCallerWithContext : public LoaderInitCaller {
+   public:
+    LoaderInitCallerWithContext(Loader* loader, PluginInitCaller<Context>* initCaller)
+        : loader_(loader), initCaller_(initCaller) {}
+    void operator()() override { (*initCaller_)(loader_->context()); }
+
+   private:
+    Loader* loader_;                         // not owned
+    PluginInitCaller<Context>* initCaller_;  // not owned
+  };
+
+  /// The context that plugins are started with; not owned, may be null.
+  Context* context() const noexcept { return context_; }
+  void contextIs(Context* context) noexcept { context_ = context; }
+
+  const std::string& name() const noexcept { return name_; }
+  Impl::LoaderImpl& impl() noexcept { return impl_; }
+  const Impl::LoaderImpl& impl() const noexcept { return impl_; }
+
+  LoaderInitCaller& initCallerIs(std::unique_ptr<LoaderInitCaller> caller) {
+    initCallers_.push_back(std::move(caller));
+    return *initCallers_.back();
+  }
+  std::size_t initCallers() const noexcept { return initCallers_.size(); }
+
+  /// Runs the callers from the `first`-th on, in order of registration. What a plugin throws passes on.
+  void runInitCallers(std::size_t first = 0) {
+    for (std::size_t i = first; i < initCallers_.size(); ++i) (*initCallers_[i])();
+  }
+
+  /// Drops the callers at [first, last) and their registrations.
+  void initCallersDel(std::size_t first, std::size_t last) {
+    for (std::size_t i = first; i < last; ++i) impl_.registrationDel(initCallers_[i].get());
+    const auto begin = initCallers_.begin();
+    initCallers_.erase(begin + static_cast<std::ptrdiff_t>(first), begin + static_cast<std::ptrdiff_t>(last));
+  }
+
+ private:
+  Context* context_ = nullptr;  // first: the callers of plugin libraries read it there
+  std::string name_;
+  std::vector<std::unique_ptr<LoaderInitCaller>> initCallers_;
+  Impl::LoaderImpl impl_;
+};
+
+}  // namespace Plugin

@@ -1,0 +1,92 @@
+#include "p4runtime/P4RuntimePluginBase.h"
+
+#include "quill/Attribute.h"
+
+namespace P4Runtime {
+
+constinit const Quill::TypeNode P4RuntimePluginBase::_quillType{.name = "P4Runtime::P4RuntimePluginBase",
+                                                                .members = {}};
+Quill::AllocTrackTypeInfo P4RuntimePluginBase::quillAllocTrackTypeInfo_;
+void P4RuntimePluginBase::operator delete(void* memory) noexcept {
+  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
+}
+
+P4RuntimePluginBase::P4RuntimePluginBase(const Quill::Name& name)
+    : Mounter(name), pluginStatus_(Quill::allocate<PluginStatus>(name)) {}
+
+P4RuntimePluginBase::~P4RuntimePluginBase() {
+  if (pluginContext_) pluginContext_->pluginDel(this);
+}
+
+const Quill::TypeNode* P4RuntimePluginBase::fwkType() const { return &_quillType; }
+
+void P4RuntimePluginBase::pluginInit(const Quill::Ptr<PluginContext>&) {}
+
+void P4RuntimePluginBase::init(const Quill::Ptr<PluginContext>& context) {
+  pluginContextIs(context);
+  const auto config = context ? context->allPluginConfig() : nullptr;
+  if (config) {
+    allPluginConfigIs(config);
+    pluginCleanupSmIs(Quill::allocate<PluginCleanupSm>(config, this));
+  }
+  defaultPluginCleanupHelperIs(
+      Quill::allocate<PluginCleanupHelper>(allPluginConfig_, pluginStatus_, Quill::Ptr<CliCommandConfig>()));
+  pluginInit(context);
+}
+
+void P4RuntimePluginBase::cliConfigIs(const Quill::Ptr<CliCommandConfig>& value) {
+  Quill::attributeIs(*this, cliConfig_, value, &NotifieeConst::onCliConfig);
+}
+
+void P4RuntimePluginBase::cliStatusIs(const Quill::Ptr<CliCommandStatus>& value) {
+  Quill::attributeIs(*this, cliStatus_, value, &NotifieeConst::onCliStatus);
+}
+
+void P4RuntimePluginBase::pluginContextIs(const Quill::Ptr<PluginContext>& value) {
+  if (value == pluginContext_) return;
+  if (pluginContext_) pluginContext_->pluginDel(this);
+  if (value) value->pluginIs(this);
+  Quill::attributeIs(*this, pluginContext_, value, &NotifieeConst::onPluginContext);
+}
+
+void P4RuntimePluginBase::pluginConfigDirIs(const Quill::Ptr<Quill::Entity>& value) {
+  Quill::attributeIs(*this, pluginConfigDir_, value, &NotifieeConst::onPluginConfigDir);
+}
+
+void P4RuntimePluginBase::pluginStatusDirIs(const Quill::Ptr<Quill::Entity>& value) {
+  Quill::attributeIs(*this, pluginStatusDir_, value, &NotifieeConst::onPluginStatusDir);
+}
+
+void P4RuntimePluginBase::allPluginConfigIs(const Quill::Ptr<const AllPluginConfig>& value) {
+  Quill::attributeIs(*this, allPluginConfig_, value, &NotifieeConst::onAllPluginConfig);
+}
+
+void P4RuntimePluginBase::pluginStatusIs(const Quill::Ptr<PluginStatus>& value) {
+  Quill::attributeIs(*this, pluginStatus_, value, &NotifieeConst::onPluginStatus);
+}
+
+void P4RuntimePluginBase::pluginCleanupSmIs(const Quill::Ptr<PluginCleanupSm>& value) {
+  Quill::attributeIs(*this, pluginCleanupSm_, value, &NotifieeConst::onPluginCleanupSm);
+}
+
+void P4RuntimePluginBase::pluginCleanupHelperIs(const Quill::Ptr<PluginCleanupHelper>& value) {
+  Quill::attributeIs(*this, pluginCleanupHelper_, value, &NotifieeConst::onPluginCleanupHelper);
+}
+
+void P4RuntimePluginBase::defaultPluginCleanupHelperIs(const Quill::Ptr<PluginCleanupHelper>& value) {
+  Quill::attributeIs(*this, defaultPluginCleanupHelper_, value, &NotifieeConst::onDefaultPluginCleanupHelper);
+}
+
+P4RuntimePluginBase::NotifieeConst::~NotifieeConst() = default;
+void P4RuntimePluginBase::NotifieeConst::onCliConfig() {}
+void P4RuntimePluginBase::NotifieeConst::onCliStatus() {}
+void P4RuntimePluginBase::NotifieeConst::onPluginContext() {}
+void P4RuntimePluginBase::NotifieeConst::onPluginConfigDir() {}
+void P4RuntimePluginBase::NotifieeConst::onPluginStatusDir() {}
+void P4RuntimePluginBase::NotifieeConst::onAllPluginConfig() {}
+void P4RuntimePluginBase::NotifieeConst::onPluginStatus() {}
+void P4RuntimePluginBase::NotifieeConst::onPluginCleanupSm() {}
+void P4RuntimePluginBase::NotifieeConst::onPluginCleanupHelper() {}
+void P4RuntimePluginBase::NotifieeConst::onDefaultPluginCleanupHelper() {}
+
+}  // namespace P4Runtime

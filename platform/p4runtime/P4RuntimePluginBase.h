@@ -1,0 +1,91 @@
+#pragma once
+
+#include "orrery/Mounter.h"
+#include "p4runtime/CliCommand.h"
+#include "p4runtime/PluginCleanupHelper.h"
+#include "p4runtime/PluginCleanupSm.h"
+#include "p4runtime/PluginContext.h"
+#include "p4runtime/PluginStatus.h"
+
+namespace P4Runtime {
+
+/// The agent's side of a plugin: its attributes, in the order below, and its start.
+class P4RuntimePluginBase : public Orrery::Mounter {
+ public:
+  /// Starts with a plugin status of the same name and a default cleanup helper; all else is null.
+  explicit P4RuntimePluginBase(const Quill::Name& name);
+  ~P4RuntimePluginBase() override;
+  const Quill::TypeNode* fwkType() const override;
+
+  // Virtual operation, in slot order after those of Orrery::Mounter.
+
+  /// The plugin's own start, called once with the context just stored in pluginContext.
+  virtual void pluginInit(const Quill::Ptr<PluginContext>& context);
+
+  /// Stores the context (and what comes with it) and calls pluginInit before it returns. A null context is
+  /// passed on.
+  void init(const Quill::Ptr<PluginContext>& context);
+
+  class NotifieeConst : public Quill::NotifieeConst {
+   public:
+    using Quill::NotifieeConst::NotifieeConst;
+    ~NotifieeConst() override;
+    // One for each attribute, in slot order; each does nothing by default.
+    virtual void onCliConfig();
+    virtual void onCliStatus();
+    virtual void onPluginContext();
+    virtual void onPluginConfigDir();
+    virtual void onPluginStatusDir();
+    virtual void onAllPluginConfig();
+    virtual void onPluginStatus();
+    virtual void onPluginCleanupSm();
+    virtual void onPluginCleanupHelper();
+    virtual void onDefaultPluginCleanupHelper();
+  };
+
+  /// The name of the plugin's registration and status; that of the entity.
+  const Quill::String& pluginName() const { return name().stringValue(); }
+
+  const Quill::Ptr<CliCommandConfig>& cliConfig() const noexcept { return cliConfig_; }
+  void cliConfigIs(const Quill::Ptr<CliCommandConfig>& value);
+  const Quill::Ptr<CliCommandStatus>& cliStatus() const noexcept { return cliStatus_; }
+  void cliStatusIs(const Quill::Ptr<CliCommandStatus>& value);
+  const Quill::Ptr<PluginContext>& pluginContext() const noexcept { return pluginContext_; }
+  void pluginContextIs(const Quill::Ptr<PluginContext>& value);
+  const Quill::Ptr<Quill::Entity>& pluginConfigDir() const noexcept { return pluginConfigDir_; }
+  void pluginConfigDirIs(const Quill::Ptr<Quill::Entity>& value);
+  const Quill::Ptr<Quill::Entity>& pluginStatusDir() const noexcept { return pluginStatusDir_; }
+  void pluginStatusDirIs(const Quill::Ptr<Quill::Entity>& value);
+  const Quill::Ptr<const AllPluginConfig>& allPluginConfig() const noexcept { return allPluginConfig_; }
+  void allPluginConfigIs(const Quill::Ptr<const AllPluginConfig>& value);
+  const Quill::Ptr<PluginStatus>& pluginStatus() const noexcept { return pluginStatus_; }
+  void pluginStatusIs(const Quill::Ptr<PluginStatus>& value);
+  const Quill::Ptr<PluginCleanupSm>& pluginCleanupSm() const noexcept { return pluginCleanupSm_; }
+  void pluginCleanupSmIs(const Quill::Ptr<PluginCleanupSm>& value);
+  /// The plugin's own cleanup helper. It usually holds the plugin, and the plugin holds it: to let both go,
+  /// the agent sets it to null.
+  const Quill::Ptr<PluginCleanupHelper>& pluginCleanupHelper() const noexcept { return pluginCleanupHelper_; }
+  void pluginCleanupHelperIs(const Quill::Ptr<PluginCleanupHelper>& value);
+  const Quill::Ptr<PluginCleanupHelper>& defaultPluginCleanupHelper() const noexcept {
+    return defaultPluginCleanupHelper_;
+  }
+  void defaultPluginCleanupHelperIs(const Quill::Ptr<PluginCleanupHelper>& value);
+
+  static const Quill::TypeNode _quillType;
+  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static void operator delete(void* memory) noexcept;
+
+ private:
+  Quill::Ptr<CliCommandConfig> cliConfig_;
+  Quill::Ptr<CliCommandStatus> cliStatus_;
+  Quill::Ptr<PluginContext> pluginContext_;
+  Quill::Ptr<Quill::Entity> pluginConfigDir_;
+  Quill::Ptr<Quill::Entity> pluginStatusDir_;
+  Quill::Ptr<const AllPluginConfig> allPluginConfig_;
+  Quill::Ptr<PluginStatus> pluginStatus_;
+  Quill::Ptr<PluginCleanupSm> pluginCleanupSm_;
+  Quill::Ptr<PluginCleanupHelper> pluginCleanupHelper_;
+  Quill::Ptr<PluginCleanupHelper> defaultPluginCleanupHelper_;
+};
+
+}  // namespace P4Runtime

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "quill/PtrInterface.h"
+
+namespace Quill {
+
+/// Sets one attribute of `object`: nothing when the value is unchanged; otherwise the new value is stored,
+/// the old one released, and `onChange` called on every reactor.
+template <class Notifiee, class Value>
+void attributeIs(const PtrInterface& object, Value& attribute, const Value& value,
+                 void (Notifiee::*onChange)()) {
+  if (attribute == value) return;
+  attribute = value;
+  object.notify<Notifiee>([onChange](Notifiee& reactor) { (reactor.*onChange)(); });
+}
+
+}  // namespace Quill
