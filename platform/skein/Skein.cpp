@@ -1,0 +1,83 @@
+#include "skein/Skein.h"
+
+#include <arpa/inet.h>
+#include <pthread.h>
+
+#include <charconv>
+#include <exception>
+#include <utility>
+
+namespace Skein {
+
+namespace {
+
+constexpr std::size_t kPrivateRingBytes = 64 * 1024;
+
+Braid::Ring* leftByParent = nullptr;  // in a child: the parent's ring, until the child's own has its sites
+
+}  // namespace
+
+constinit Braid::Ring* Message::current_ = nullptr;
+
+Braid::Ring* Message::ringAtFirst() noexcept {
+  static const bool forksFollowed = [] {
+    // The mapping is shared with the parent, and a ring has one writer.
+    const auto inChild = [] {
+      if (current_ != nullptr) leftByParent = std::exchange(current_, nullptr);
+    };
+    return pthread_atfork(nullptr, nullptr, inChild) == 0;
+  }();
+  try {
+    current_ = forksFollowed ? Braid::Ring::makePrivate(kPrivateRingBytes).release() : nullptr;
+  } catch (const std::exception&) {
+    return nullptr;  // tracing must not stop what it traces: this message is lost, the next tries again
+  }
+  if (leftByParent != nullptr) {
+    current_->takeSites(*leftByParent);
+    delete std::exchange(leftByParent, nullptr);
+  }
+  return current_;
+}
+
+void ringIs(const std::string& path, std::size_t bytes) {
+  Braid::Ring* const old = Message::ring();
+  auto ring = Braid::Ring::makeFile(path, bytes);
+  if (old != nullptr) {
+    ring->takeSites(*old);
+    ring->takeRecords(*old);
+  }
+  Message::current_ = ring.release();
+  delete old;
+}
+
+std::uint32_t Site::numberAtFirst(Braid::Ring& ring) const noexcept {
+  const std::uint32_t number = ring.site(source_, line_, function_, format_);
+  number_.store(number, std::memory_order_relaxed);
+  return number;
+}
+
+void Message::put(std::uint64_t number) noexcept {
+  const auto result = std::to_chars(at_, end_, number);
+  if (result.ec == std::errc()) at_ = result.ptr;
+}
+
+void traceText(Message& message, const EthAddr& address) noexcept {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  char text[17];
+  std::size_t at = 0;
+  for (const std::uint8_t byte : address.bytes) {
+    if (at != 0) text[at++] = ':';
+    text[at++] = kDigits[byte >> 4];
+    text[at++] = kDigits[byte & 15];
+  }
+  message.put(std::string_view(text, at));
+}
+
+void traceText(Message& message, const IpGenAddr& address) noexcept {
+  if (!address.isSet()) return;
+  char text[INET6_ADDRSTRLEN];
+  const int family = address.family() == IpGenAddr::kIpv4 ? AF_INET : AF_INET6;
+  if (inet_ntop(family, address.bytes(), text, sizeof text) != nullptr) message.put(std::string_view(text));
+}
+
+}  // namespace Skein

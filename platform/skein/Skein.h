@@ -1,0 +1,137 @@
+// Fast trace: always on, cheap enough to stand in every entry point. Each message goes as a record into a
+// ring in a mapped file (RingFormat.h) that can be read while the process runs and after it has died
+// (TraceReader.h).
+//
+//   static constinit const Skein::Site site{"./P4RuntimePlugin/VrfSm", 24, "handleL3IifTH3ConfigEntry", "add
+//   vrf %s"}; Skein::message(site, entry->vrf);
+//
+// Thread safety: one thread of a process traces. A message neither allocates nor locks nor throws; after a
+// fork the child goes on in a ring of its own.
+#pragma once
+
+#include <atomic>
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "cairn/EthAddr.h"
+#include "cairn/IpGenAddr.h"
+#include "skein/Ring.h"
+
+namespace Skein {
+
+/// One place in the code that traces. It has to be static; its texts are copied into the ring at its first
+/// message, so the library that holds it may be unloaded. Every value in the format is a "%s".
+class Site {
+ public:
+  constexpr Site(std::string_view source, std::uint32_t line, std::string_view function,
+                 std::string_view format)
+      : source_(source), function_(function), format_(format), line_(line) {}
+
+ private:
+  friend class Message;
+  std::uint32_t numberIn(Braid::Ring& ring) const noexcept {
+    const std::uint32_t known = number_.load(std::memory_order_relaxed);
+    return known != 0 ? known : numberAtFirst(ring);
+  }
+  std::uint32_t numberAtFirst(Braid::Ring& ring) const noexcept;
+
+  std::string_view source_;
+  std::string_view function_;
+  std::string_view format_;
+  std::uint32_t line_;
+  mutable std::atomic<std::uint32_t> number_{0};
+};
+
+/// Lets all messages from now on go to a ring of `bytes` in the file `path`, together with those made so far,
+/// as far as it has room for them. Errors as for Braid::Ring::makeFile; the ring in use stays in use then.
+/// Before the first call messages go to a small ring in memory.
+void ringIs(const std::string& path, std::size_t bytes);
+
+/// A message being written into its record. Types of other floors join in by a function
+/// `void traceText(Skein::Message&, const Type&)` beside them, which calls put().
+class Message {
+ public:
+  explicit Message(const Site& site) noexcept : ring_(ring()) {
+    if (ring_ == nullptr) return;
+    begin_ = ring_->room();
+    at_ = begin_ + sizeof(Braid::RecordHeader);
+    end_ = begin_ + Braid::kMaxRecordBytes;
+    site_ = site.numberIn(*ring_);
+  }
+  ~Message() {
+    if (ring_ == nullptr) return;
+    const auto used = static_cast<std::size_t>(at_ - begin_);
+    const Braid::RecordHeader header{ring_->head(), Braid::ticks(), site_,
+                                     static_cast<std::uint16_t>(Braid::alignedBytes(used)),
+                                     static_cast<std::uint16_t>(used - sizeof(Braid::RecordHeader))};
+    std::memcpy(begin_, &header, sizeof header);
+    ring_->publish(header.bytes, header.ticks);
+  }
+  Message(const Message&) = delete;
+  Message& operator=(const Message&) = delete;
+
+  /// Adds one value; cut at the end of the room there is.
+  template <class Value>
+  void value(const Value& value) noexcept {
+    if (end_ - at_ < 2) return;
+    char* const length = at_;
+    at_ += 2;
+    traceText(*this, value);
+    const auto bytes = static_cast<std::uint16_t>(at_ - length - 2);
+    std::memcpy(length, &bytes, sizeof bytes);
+  }
+
+  /// Adds to the text of the value being written.
+  void put(std::string_view text) noexcept {
+    const auto left = static_cast<std::size_t>(end_ - at_);
+    const std::size_t bytes = text.size() < left ? text.size() : left;
+    std::memcpy(at_, text.data(), bytes);
+    at_ += bytes;
+  }
+  void put(std::uint64_t number) noexcept;
+
+ private:
+  static Braid::Ring* ring() noexcept {
+    Braid::Ring* const current = current_;
+    return current != nullptr ? current : ringAtFirst();
+  }
+  static Braid::Ring* ringAtFirst() noexcept;
+  friend void ringIs(const std::string& path, std::size_t bytes);
+
+  static constinit Braid::Ring* current_;  // owned by the process to its end
+
+  Braid::Ring* ring_;
+  char* begin_ = nullptr;
+  char* at_ = nullptr;
+  char* end_ = nullptr;
+  std::uint32_t site_ = 0;
+};
+
+inline void traceText(Message& message, std::string_view text) noexcept { message.put(text); }
+template <std::integral Number>
+void traceText(Message& message, Number number) noexcept {
+  if constexpr (std::same_as<Number, bool>) {
+    return message.put(number ? "true" : "false");
+  } else if constexpr (std::signed_integral<Number>) {
+    if (number < 0) {
+      message.put("-");
+      return message.put(~static_cast<std::uint64_t>(number) + 1);
+    }
+  }
+  message.put(static_cast<std::uint64_t>(number));
+}
+void traceText(Message& message, const EthAddr& address) noexcept;
+void traceText(Message& message, const IpGenAddr& address) noexcept;
+
+/// Traces `values` at `site`.
+template <class... Values>
+void message(const Site& site, const Values&... values) noexcept {
+  Message record(site);
+  (record.value(values), ...);
+}
+
+}  // namespace Skein
