@@ -1,11 +1,9 @@
 #include "quill/AllocTrack.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <mutex>
+
+#include "quill/TypeName.h"
 
 namespace Quill {
 
@@ -20,13 +18,6 @@ struct Records {
 Records& records() {
   static auto* const all = new Records;
   return *all;
-}
-
-std::string readableName(const std::type_info& type) {
-  int status = 0;
-  const std::unique_ptr<char, void (*)(void*)> name(
-      abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
-  return status == 0 ? name.get() : type.name();
 }
 
 }  // namespace
@@ -60,7 +51,7 @@ std::vector<AllocTrackTypeInfo::Count> AllocTrackTypeInfo::counts() {
   const std::lock_guard lock(records().mutex);
   std::vector<Count> result;
   for (const AllocTrackTypeInfo* record : records().list) {
-    result.push_back({readableName(*record->type_), record->size_, record->live()});
+    result.push_back({typeName(*record->type_), record->size_, record->live()});
   }
   return result;
 }

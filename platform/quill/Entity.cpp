@@ -1,6 +1,29 @@
 #include "quill/Entity.h"
 
+#include "quill/Generic.h"
+
 namespace Quill {
+
+namespace {
+
+// A plain entity is no directory, so it has nothing under any name.
+GenericValue noEntity(const PtrInterface&, GenericArguments) { return Ptr<PtrInterface>(); }
+
+GenericValue parentOf(const PtrInterface& object, GenericArguments) {
+  return genericValue(Ptr<Entity>(genericObject<Entity>(object).parent()));
+}
+
+constexpr Member kMembers[] = {
+    genericReader<&Entity::name>("name"),
+    {.name = "parent", .get = &parentOf, .type = "Quill::Entity"},
+    genericReader<&Entity::fullName>("fullName"),
+    genericReader<&Entity::parentAttrName>("parentAttrName"),
+    {.name = "entity", .kind = Member::Kind::collection, .get = &noEntity, .type = "Quill::Entity"},
+};
+
+}  // namespace
+
+constinit const TypeNode Entity::_quillType{.name = "Quill::Entity", .members = kMembers};
 
 Entity::~Entity() = default;
 
@@ -29,5 +52,7 @@ void Entity::entBackupDel(const Name&) {}
 String Entity::fullName() const {
   return parent_ == nullptr ? name_.stringValue() : parent_->fullName() + "/" + name_.stringValue();
 }
+
+String Entity::parentAttrName() const { return parent_ == nullptr ? "" : "entity"; }
 
 }  // namespace Quill

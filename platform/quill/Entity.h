@@ -36,6 +36,11 @@ class Entity : public PtrInterface {
   Entity* parent() const noexcept { return parent_; }
   /// The names from the topmost parent down to this entity, joined by "/".
   String fullName() const;
+  /// Under which attribute of the parent the entity stands: "entity", or "" without a parent.
+  String parentAttrName() const;
+
+  /// The members that every entity has.
+  static const TypeNode _quillType;
 
  private:
   Name name_;

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <any>
+#include <cstddef>
+#include <functional>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -12,10 +15,24 @@
 namespace Quill {
 
 class Entity;
+class GenericIf;
 
-/// A value of any type; what a member takes or gives is told by the member itself.
+/// A value of any type; what a member takes or gives is told by the member itself. Counted pointers travel as
+/// Ptr<PtrInterface> or Ptr<const PtrInterface>, all other values as they are.
 using GenericValue = std::any;
 using GenericArguments = std::span<const GenericValue>;
+
+/// A walk over a collection member; good whatever is added or removed meanwhile.
+class GenericIterator {
+ public:
+  virtual ~GenericIterator();
+  virtual bool nonNull() const = 0;
+  virtual GenericValue key() const = 0;
+  virtual GenericValue value() const = 0;
+  virtual void next() = 0;
+  /// Removes the element and stays where it stood.
+  virtual void del() = 0;
+};
 
 /// One member of a type, reached by name. A null function means that the member does not offer it.
 struct Member {
@@ -27,17 +44,30 @@ struct Member {
   void (*set)(PtrInterface& object, GenericArguments arguments) = nullptr;
   void (*del)(PtrInterface& object, GenericArguments key) = nullptr;
   GenericValue (*call)(PtrInterface& object, GenericArguments arguments) = nullptr;
+  std::size_t (*count)(const PtrInterface& object) = nullptr;
+  std::unique_ptr<GenericIterator> (*iterator)(PtrInterface& object) = nullptr;
+  std::string_view type = {};  ///< of an attribute that is an object: that object's type name
 };
 
-/// The descriptor of one class, its static member `_quillType`: constant data in the library that has the class.
-struct TypeNode {
-  std::string_view name;  ///< fully qualified
-  std::span<const Member> members;
-  Ptr<PtrInterface> (*genericIfFromCtorArgs)(GenericArguments arguments) = nullptr;
-  Ptr<Entity> (*newEntityForDir)(const Name& name, const Ptr<Entity>& directory) = nullptr;
+/// Told the name of each attribute that changes.
+using GenericObserver = std::function<void(std::string_view attribute)>;
 
-  /// The member called `memberName`, or null.
+/// The descriptor of one class, its static member `_quillType`: constant data in the library that has the
+/// class.
+struct TypeNode {
+  std::string_view name;            ///< fully qualified
+  std::span<const Member> members;  ///< the class's own; those of its base come before them
+  GenericIf (*genericIfFromCtorArgs)(GenericArguments arguments) = nullptr;
+  Ptr<Entity> (*newEntityForDir)(const Name& name, const Ptr<Entity>& directory) = nullptr;
+  const TypeNode* base = nullptr;  ///< the type whose members are inherited; not owned
+  /// A registered, active reactor on `notifier` that forwards every notification to `observer`.
+  Ptr<NotifieeConst> (*genericNotifiee)(const Ptr<const PtrInterface>& notifier,
+                                        GenericObserver observer) = nullptr;
+
+  /// The member called `memberName`, inherited ones included, or null.
   const Member* member(std::string_view memberName) const;
+  /// All members, inherited ones first.
+  std::vector<const Member*> allMembers() const;
 };
 
 /// Adds a descriptor to the process-wide list; it stays until typeNodeDel. Not owned.

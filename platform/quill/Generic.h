@@ -1,0 +1,183 @@
+// The generic interface from both ends: objects read, set and called by member name, and the pieces from
+// which a class builds its member table.
+#pragma once
+
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "cairn/Exception.h"
+#include "quill/TypeName.h"
+#include "quill/TypeNode.h"
+
+namespace Quill {
+
+/// A member that is not there or does not offer what was asked, or arguments that do not fit; the text says
+/// what was expected and what came.
+class GenericIfException : public Cairn::Exception {
+ public:
+  using Exception::Exception;
+  ~GenericIfException() override;
+};
+
+/// An object reached through its type descriptor.
+class GenericIf {
+ public:
+  explicit GenericIf(Ptr<PtrInterface> object) : object_(std::move(object)) {}
+
+  const Ptr<PtrInterface>& object() const noexcept { return object_; }
+
+  // Each throws GenericIfException when the member is missing, does not offer the call or refuses the
+  // arguments; what the member itself throws passes on.
+  GenericValue get(std::string_view member, GenericArguments key = {}) const;
+  void set(std::string_view member, GenericArguments arguments) const;
+  void del(std::string_view member, GenericArguments key = {}) const;
+  GenericValue call(std::string_view member, GenericArguments arguments = {}) const;
+  std::size_t count(std::string_view member) const;
+  std::unique_ptr<GenericIterator> iterator(std::string_view member) const;
+
+ private:
+  Ptr<PtrInterface> object_;
+};
+
+namespace detail {
+
+[[noreturn]] void argumentMismatch(std::size_t index, const std::string& expected,
+                                   const std::type_info& came);
+[[noreturn]] void argumentCountMismatch(std::size_t expected, std::size_t came);
+
+template <class T>
+struct IsPtr : std::false_type {};
+template <class T>
+struct IsPtr<Ptr<T>> : std::true_type {
+  using Object = T;
+};
+
+/// The object in `value` as a const PtrInterface; `held` is false when the value holds no pointer.
+const PtrInterface* objectIn(const GenericValue& value, bool mayBeConst, bool& held);
+
+}  // namespace detail
+
+/// A C++ value as a generic one.
+template <class T>
+GenericValue genericValue(const T& value) {
+  if constexpr (detail::IsPtr<T>::value) {
+    using Object = typename detail::IsPtr<T>::Object;
+    return Ptr<std::conditional_t<std::is_const_v<Object>, const PtrInterface, PtrInterface>>(value);
+  } else {
+    return GenericValue(value);
+  }
+}
+
+/// The argument at `index` as a `T`.
+template <class T>
+T genericArgument(GenericArguments arguments, std::size_t index) {
+  const GenericValue& value = arguments[index];
+  if constexpr (detail::IsPtr<T>::value) {
+    using Object = typename detail::IsPtr<T>::Object;
+    if (const T* exact = std::any_cast<T>(&value)) return *exact;
+    bool held = false;
+    const PtrInterface* const object = detail::objectIn(value, std::is_const_v<Object>, held);
+    auto* const cast = dynamic_cast<Object*>(const_cast<PtrInterface*>(object));
+    if (!held) detail::argumentMismatch(index, typeName(typeid(Object)), value.type());
+    if (object != nullptr && cast == nullptr)
+      detail::argumentMismatch(index, typeName(typeid(Object)), typeid(*object));
+    return T(cast);
+  } else {
+    const T* const exact = std::any_cast<T>(&value);
+    if (exact == nullptr) detail::argumentMismatch(index, typeName(typeid(T)), value.type());
+    return *exact;
+  }
+}
+
+/// The object as the class whose member is called.
+template <class Object>
+const Object& genericObject(const PtrInterface& object) {
+  return dynamic_cast<const Object&>(object);
+}
+template <class Object>
+Object& genericObject(PtrInterface& object) {
+  return dynamic_cast<Object&>(object);
+}
+
+/// Calls `function` with the arguments unpacked to `Arguments`.
+template <class... Arguments, class Function>
+decltype(auto) genericCall(const Function& function, GenericArguments arguments) {
+  if (arguments.size() != sizeof...(Arguments)) {
+    detail::argumentCountMismatch(sizeof...(Arguments), arguments.size());
+  }
+  return [&]<std::size_t... I>(std::index_sequence<I...>)->decltype(auto) {
+    return function(genericArgument<std::remove_cvref_t<Arguments>>(arguments, I)...);
+  }
+  (std::index_sequence_for<Arguments...>());
+}
+
+namespace detail {
+
+template <class T>
+struct MethodTraits;
+template <class Result, class Class, class... Arguments>
+struct MethodTraits<Result (Class::*)(Arguments...)> {
+  using Object = Class;
+  static GenericValue apply(Result (Class::*method)(Arguments...), PtrInterface& object,
+                            GenericArguments arguments) {
+    const auto call = [&](const std::remove_cvref_t<Arguments>&... unpacked) -> Result {
+      return (genericObject<Class>(object).*method)(unpacked...);
+    };
+    if constexpr (std::is_void_v<Result>) {
+      genericCall<Arguments...>(call, arguments);
+      return {};
+    } else {
+      return genericValue<std::remove_cvref_t<Result>>(genericCall<Arguments...>(call, arguments));
+    }
+  }
+};
+template <class Result, class Class, class... Arguments>
+struct MethodTraits<Result (Class::*)(Arguments...) const> {
+  using Object = Class;
+};
+template <class Result, class Class>
+struct MethodTraits<Result (Class::*)() const noexcept> {
+  using Object = Class;
+};
+template <class Result, class Class>
+struct MethodTraits<Result (Class::*)(bool) noexcept> : MethodTraits<Result (Class::*)(bool)> {};
+
+template <auto Getter>
+GenericValue getBy(const PtrInterface& object, GenericArguments) {
+  using Object = typename MethodTraits<decltype(Getter)>::Object;
+  return genericValue<std::remove_cvref_t<decltype((std::declval<const Object&>().*Getter)())>>(
+      (genericObject<Object>(object).*Getter)());
+}
+
+template <auto Method>
+GenericValue callBy(PtrInterface& object, GenericArguments arguments) {
+  return MethodTraits<decltype(Method)>::apply(Method, object, arguments);
+}
+
+template <auto Method>
+void setBy(PtrInterface& object, GenericArguments arguments) {
+  callBy<Method>(object, arguments);
+}
+
+}  // namespace detail
+
+/// An attribute that can be read.
+template <auto Getter>
+constexpr Member genericReader(std::string_view name, std::string_view type = {}) {
+  return {.name = name, .get = &detail::getBy<Getter>, .type = type};
+}
+
+/// An attribute that can be read and set; the setter may take several arguments.
+template <auto Getter, auto Setter>
+constexpr Member genericAttribute(std::string_view name, std::string_view type = {}) {
+  return {.name = name, .get = &detail::getBy<Getter>, .set = &detail::setBy<Setter>, .type = type};
+}
+
+template <auto Method>
+constexpr Member genericOperation(std::string_view name) {
+  return {.name = name, .kind = Member::Kind::operation, .call = &detail::callBy<Method>};
+}
+
+}  // namespace Quill

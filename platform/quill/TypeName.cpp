@@ -1,0 +1,17 @@
+#include "quill/TypeName.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace Quill {
+
+std::string typeName(const std::type_info& type) {
+  int status = 0;
+  const std::unique_ptr<char, void (*)(void*)> name(
+      abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
+  return status == 0 ? name.get() : type.name();
+}
+
+}  // namespace Quill
