@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cairn/DebugHandler.h"
+#include "cairn/Exception.h"
+#include "vesta/RootPath.h"
+
+namespace Vesta {
+
+/// What becomes of the rows of a segment found damaged at attach. Either way the file is set aside first.
+enum class OnDamage { keepSoundRows, startEmpty };
+/// Whether a reader is told of the rows that are there when it attaches, as if they were just written.
+enum class InitialRows { tell, skip };
+
+struct AttachOptions {
+  RootPath path;
+  std::uint32_t capacity;  ///< rows, 1 to kMaxCapacity; must be that of the segment if there is one
+  std::shared_ptr<const Cairn::DebugHandler>
+      debugHandler{};  ///< null: one that logs errors to standard error
+  OnDamage onDamage = OnDamage::keepSoundRows;
+  InitialRows initialRows = InitialRows::tell;
+  std::string name{};  ///< by which a writer sees this reader, at most 32 bytes; "": the program's name
+};
+
+constexpr std::uint32_t kMaxCapacity = 1u << 20;
+constexpr unsigned kMaxReaders = 63;  ///< of one segment at a time
+
+/// A reader as its writer sees it.
+struct ConnectedReader {
+  unsigned number;  ///< 0 to kMaxReaders - 1
+  int pid;
+  std::string name;
+  std::uint64_t handled;  ///< every change up to this sequence
+  bool asleep;
+};
+
+/// A row kept changing for longer than the yield time; no damage.
+class UnsettledException : public Cairn::Exception {
+ public:
+  using Exception::Exception;
+  ~UnsettledException() override;
+};
+
+}  // namespace Vesta

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "cairn/DebugHandler.h"
+#include "vesta/RootPath.h"
+
+namespace Vesta {
+
+/// Writes a report on damage found in the segment at `path` beside it, to a new file
+/// "<collection>.report.<n>": the message, time and pid, the header as read, and a dump of the slot that the
+/// message names. Returns the file's path. Throws Cairn::SystemException when the file cannot be written; a
+/// segment that cannot be read is said so in the report.
+std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const RootPath& path,
+                                  const std::string& message);
+
+}  // namespace Vesta

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "vesta/Shape.h"
+#include "vesta/VestaBase.h"
+
+namespace Vesta {
+
+/// The unit in which segments are read and written.
+using Word = std::uint64_t;
+
+constexpr std::size_t wordsFor(std::size_t bytes) { return (bytes + sizeof(Word) - 1) / sizeof(Word); }
+
+/// One row on its way into or out of a segment: a word for the slot's version, the encoded key and the
+/// encoded entry, both filled up with zero bytes to whole words.
+template <Encodable Key, Encodable Entry>
+class RowBuffer {
+ public:
+  static constexpr std::size_t kKeyWords = wordsFor(Codec<Key>::size);
+  static constexpr std::size_t kEntryWords = wordsFor(Codec<Entry>::size);
+
+  Word* words() noexcept { return words_.data(); }
+  const Word* key() const noexcept { return words_.data() + 1; }
+  Word version() const noexcept { return words_[0]; }
+
+  void encodeKey(const Key& key) {
+    words_[kKeyWords] = 0;
+    Codec<Key>::encode(key, reinterpret_cast<std::uint8_t*>(&words_[1]));
+  }
+  void encodeEntry(const Entry& entry) {
+    words_[kKeyWords + kEntryWords] = 0;
+    Codec<Entry>::encode(entry, reinterpret_cast<std::uint8_t*>(&words_[1 + kKeyWords]));
+  }
+  void decodeKey(Key& key) const { decodeKeyFrom(&words_[1], key); }
+  void decodeEntry(Entry& entry) const {
+    Codec<Entry>::decode(reinterpret_cast<const std::uint8_t*>(&words_[1 + kKeyWords]), entry);
+  }
+  static void decodeKeyFrom(const Word* words, Key& key) {
+    Codec<Key>::decode(reinterpret_cast<const std::uint8_t*>(words), key);
+  }
+
+ private:
+  std::array<Word, 1 + kKeyWords + kEntryWords> words_{};
+};
+
+}  // namespace Vesta

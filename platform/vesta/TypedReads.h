@@ -1,0 +1,83 @@
+#pragma once
+
+#include "vesta/RowBuffer.h"
+#include "vesta/VestaBase.h"
+
+namespace Vesta {
+
+/// The reading half of a table over its byte-level side, which offers
+///   bool lookup(const Word* key, Word* row, std::uint32_t& slot);
+///   bool rowFrom(std::uint32_t& slot, Word* row);    // the first row at `slot` or after it
+///   std::size_t members();  std::uint64_t sequence();  bool attached();  void validate();  ...
+/// Each lookup copies the row out of the segment into this object.
+template <class Key, class Entry, class Bytes>
+class TypedReads : public VestaBase<Key, Entry> {
+ public:
+  using Base = VestaBase<Key, Entry>;
+  using typename Base::Row;
+
+  bool initialize() override { return bytes().attached(); }
+  bool validate() override { return bytes().validate(), true; }
+  bool validateFiles() override { return bytes().validateFiles(), true; }
+  const Row& lookup(const Key& key, bool& found, IterHint* extra) override {
+    found = find(key, extra);
+    if (!found) return emptyValue_;
+    current_.key = key;
+    buffer_.decodeEntry(current_.entry);
+    return current_;
+  }
+  const Entry& directLookup(const Key& key, bool& found, IterHint* hint) override {
+    found = find(key, hint);
+    if (!found) return emptyValue_.entry;
+    buffer_.decodeEntry(current_.entry);
+    return current_.entry;
+  }
+  bool first(Row& value, IterHint& hint) override { return rowFrom(0, value, hint); }
+  bool next(const Key& key, Row& value, IterHint& hint) override {
+    if (hint.slot == IterHint::kNowhere && !find(key, &hint)) return false;
+    return rowFrom(hint.slot + 1, value, hint);
+  }
+  std::size_t members() override { return bytes().members(); }
+  std::size_t minSize() override { return 0; }
+  std::size_t maxSize() override { return bytes().capacity(); }
+  std::size_t capacity() override { return bytes().capacity(); }
+  std::uint64_t sequence() override { return bytes().sequence(); }
+  bool connected() override { return bytes().connected(); }
+  void yieldTimeIs(std::chrono::milliseconds time) override { bytes().yieldTimeIs(time); }
+  RootPath rootPath() override { return bytes().rootPath(); }
+  std::string vestaName() override { return bytes().rootPath().vestaName(); }
+  MountStatus mountStatus() override {
+    return bytes().attached() ? MountStatus::mounted : MountStatus::detached;
+  }
+  pid_t writerProcess() override { return bytes().writerProcess(); }
+
+ protected:
+  using Buffer = RowBuffer<Key, Entry>;
+  virtual Bytes& bytes() noexcept = 0;
+
+  bool find(const Key& key, IterHint* hint) {
+    sought_.encodeKey(key);
+    std::uint32_t slot = IterHint::kNowhere;
+    const bool found = bytes().lookup(sought_.key(), buffer_.words(), slot);
+    if (hint != nullptr) hint->slot = slot;
+    return found;
+  }
+  bool rowFrom(std::uint32_t slot, Row& value, IterHint& hint) {
+    if (!bytes().rowFrom(slot, buffer_.words())) {
+      value = Row{};
+      return false;
+    }
+    hint.slot = slot;
+    buffer_.decodeKey(value.key);
+    buffer_.decodeEntry(value.entry);
+    return true;
+  }
+
+ private:
+  Buffer sought_;
+  Buffer buffer_;
+  Row current_{};
+  const Row emptyValue_{};
+};
+
+}  // namespace Vesta

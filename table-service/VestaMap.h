@@ -1,0 +1,189 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "table-service/VestaBaseDummy.h"
+#include "vesta/CorruptionReport.h"
+#include "vesta/EventSource.h"
+#include "vesta/VestaReader.h"
+#include "vesta/VestaWriter.h"
+
+namespace Vesta {
+
+/// A collection's road to its table: the attached implementation, or nothing yet, or the read-only
+/// placeholder after damage. One thread. While nothing is attached the map reads as empty and writes throw.
+template <class Key, class Entry>
+class VestaMap final : private EventSource {
+ public:
+  using Base = VestaBase<Key, Entry>;
+  using Row = Value<Key, Entry>;
+  using Writer = VestaWriter<Key, Entry>;
+  using Reader = VestaReader<Key, Entry>;
+
+  VestaMap() = default;
+  ~VestaMap() override = default;
+
+  /// Attaches as the table's one writer; see VestaWriter for errors. What was attached before is detached.
+  void attachWriter(const AttachOptions& options) {
+    drop();  // this map may hold the writer lock itself
+    auto writer = std::make_unique<Writer>(options);
+    Writer* plain = writer.get();
+    attach(std::move(writer), plain->debugHandler());
+    writer_ = plain;
+  }
+  /// Attaches as a reader; changes go to the handler set by onChangeIs, through events().
+  void attachReader(const AttachOptions& options) {
+    drop();
+    auto reader = std::make_unique<Reader>(options);
+    Reader* plain = reader.get();
+    attach(std::move(reader), plain->debugHandler());
+    reader_ = plain;
+    reader_->onChangeIs([this](const Key& key) {
+      if (onChange_) onChange_(key);
+    });
+  }
+  /// Puts an implementation in place that counts as attached to a segment.
+  void attach(std::unique_ptr<Base> implementation, std::shared_ptr<const Cairn::DebugHandler> handler) {
+    drop();
+    implementation_ = std::move(implementation);
+    handler_ = std::move(handler);
+    attached_ = true;
+  }
+  /// Lets go of the table without a placeholder: the orderly end. The map then reads as empty.
+  void detach() { drop(); }
+
+  bool attached() const noexcept { return attached_; }
+  /// The current implementation; null before the first attach and after detach. Owned by the map.
+  Base* implementation() const noexcept { return implementation_.get(); }
+  /// Null unless attached as such.
+  Writer* writer() const noexcept { return writer_; }
+  Reader* reader() const noexcept { return reader_; }
+
+  /// The entry of `key`, or the table's default entry with `found` false. Valid until the next read.
+  const Entry& directLookup(const Key& key, bool& found, IterHint* hint = nullptr) {
+    if (implementation_) return implementation_->directLookup(key, found, hint);
+    found = false;
+    return emptyValue_.entry;
+  }
+  bool first(Row& value, IterHint& hint) { return implementation_ && implementation_->first(value, hint); }
+  bool next(const Key& key, Row& value, IterHint& hint) {
+    return implementation_ && implementation_->next(key, value, hint);
+  }
+  std::size_t members() { return implementation_ ? implementation_->members() : 0; }
+  std::size_t capacity() { return implementation_ ? implementation_->capacity() : 0; }
+
+  /// Inserts or replaces.
+  void write(const Key& key, const Entry& entry) { required().write(Row{key, entry}, false); }
+  /// False when the key has no row.
+  bool remove(const Key& key) { return required().remove(key, nullptr); }
+
+  /// Handles damage that a read has met: swaps the placeholder in, reports the loss of readiness and writes
+  /// the report file. Throws Cairn::CorruptionDetectedException when the map is not attached to a segment.
+  void corruptionDetected(const std::string& message);
+
+  /// Called when readiness changes; may be empty.
+  void readyCallbackIs(std::function<void()> callback) { readyCallback_ = std::move(callback); }
+  /// Run after the callback; must be set before readiness changes.
+  void readyFunctionIs(std::function<void()> function) { readyFunction_ = std::move(function); }
+  void collectionReadyIs(bool ready);
+  bool notifying() const noexcept { return notifying_; }
+  void notifyingIs(bool notifying) noexcept { notifying_ = notifying; }
+
+  /// Called with each changed key, from EventSource::poll. Only a map attached as reader has such events.
+  void onChangeIs(std::function<void(const Key&)> handler) { onChange_ = std::move(handler); }
+  /// Stays valid as long as the map; the descriptor is that of the attached reader, or -1. Damage met by poll
+  /// is handled as by corruptionDetected.
+  EventSource& events() noexcept { return *this; }
+
+  /// The table's place; an assertion failure before the first attach.
+  RootPath rootPath() { return required().rootPath(); }
+
+ private:
+  int wakeDescriptor() const override { return reader_ != nullptr ? reader_->wakeDescriptor() : -1; }
+  void descriptorReadable() override {
+    guarded([this] { return reader_->descriptorReadable(), 0; });
+  }
+  std::size_t poll(std::size_t limit) override {
+    return guarded([this, limit] { return reader_->poll(limit); });
+  }
+  bool maySleep() override { return reader_ == nullptr || reader_->maySleep(); }
+  void awake() override {
+    if (reader_ != nullptr) reader_->awake();
+  }
+
+  template <class Call>
+  std::size_t guarded(const Call& call);
+  Base& required() {
+    Cairn::require(implementation_ != nullptr, "table is not attached", "VestaMap");
+    return *implementation_;
+  }
+  void drop() {
+    if (implementation_ && attached_) implementation_->detach();
+    attached_ = false;
+    writer_ = nullptr;
+    reader_ = nullptr;
+    implementation_.reset();
+  }
+
+  std::unique_ptr<Base> implementation_;
+  std::shared_ptr<const Cairn::DebugHandler> handler_;
+  Writer* writer_ = nullptr;  // not owned; the implementation when attached as writer
+  Reader* reader_ = nullptr;  // not owned; the implementation when attached as reader
+  bool attached_ = false;
+  bool notifying_ = true;
+  Row emptyValue_{};
+  std::function<void()> readyCallback_;
+  std::function<void()> readyFunction_;
+  std::function<void(const Key&)> onChange_;
+};
+
+template <class Key, class Entry>
+void VestaMap<Key, Entry>::corruptionDetected(const std::string& message) {
+  const auto log = [this](int line, const char* function, const std::string& text) {
+    if (handler_ && handler_->wants(Cairn::DebugHandler::kErrorFlag)) {
+      handler_->log(1, "VestaMap", line, function, text);
+    }
+  };
+  const std::string path = implementation_ ? implementation_->rootPath().text() : std::string();
+  const std::string text = "VestaMap::corruptionDetected() " + path + " " + message;
+  log(383, "corruptionDetected", text);
+  if (!attached_) throw Cairn::CorruptionDetectedException(text);
+
+  log(324, "detach", "VestaMap::detach() " + path);
+  const RootPath rootPath = implementation_->rootPath();
+  implementation_->detach();
+  attached_ = false;
+  writer_ = nullptr;
+  reader_ = nullptr;
+  implementation_ =
+      std::make_unique<VestaBaseDummy<Key, Entry>>(handler_, rootPath, std::move(implementation_));
+  collectionReadyIs(false);
+  writeCorruptionReport(*handler_, rootPath, message);
+}
+
+template <class Key, class Entry>
+void VestaMap<Key, Entry>::collectionReadyIs(bool ready) {
+  if (handler_ && handler_->wants(Cairn::DebugHandler::kDebugFlag)) {
+    handler_->log(5, "VestaMap", 352, "collectionReadyIs",
+                  std::string("VestaMap::collectionReadyIs() ready:") + (ready ? "1" : "0") +
+                      " notifying:" + (notifying_ ? "1" : "0"));
+  }
+  if (readyCallback_) readyCallback_();
+  readyFunction_();
+}
+
+template <class Key, class Entry>
+template <class Call>
+std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
+  if (reader_ == nullptr) return 0;
+  try {
+    return call();
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    corruptionDetected(damage.message());
+    return 0;
+  }
+}
+
+}  // namespace Vesta
