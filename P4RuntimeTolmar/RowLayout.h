@@ -1,0 +1,125 @@
+// What follows from a record's schema: places, lengths and the type descriptor, all at compile time; and the
+// hash and text that rows and key records share.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <ostream>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+#include "P4RuntimeTolmar/Schema.h"
+#include "cairn/Hash.h"
+#include "rows/Encoding.h"
+
+namespace TolmarHwLib {
+
+using Lumen::len_t;
+
+/// Calls visit(column) for each column of a tuple of columns, in order.
+template <class Columns, class Visit>
+constexpr void forEachColumn(const Columns& columns, Visit&& visit) {
+  std::apply([&](const auto&... column) { (visit(column), ...); }, columns);
+}
+
+/// Calls visit.operator()<0>(), <1>() ... in order.
+template <std::size_t Count, class Visit>
+constexpr void forEachIndex(Visit&& visit) {
+  [&]<std::size_t... I>(std::index_sequence<I...>) { (visit.template operator()<I>(), ...); }
+  (std::make_index_sequence<Count>());
+}
+
+template <class Entry>
+struct RowLayout {
+  using Schema = RowSchema<Entry>;
+
+  static constexpr auto kColumns = std::tuple_cat(Schema::head, Schema::key, Schema::data);
+  static constexpr std::size_t kCount = std::tuple_size_v<decltype(kColumns)>;
+  template <std::size_t I>
+  using TypeAt = typename std::tuple_element_t<I, decltype(kColumns)>::Type;
+  template <std::size_t I>
+  using EncodingAt = Lumen::Encoding<TypeAt<I>>;
+
+  /// The key columns are those from number kKeyFirst up to but not including kKeyEnd.
+  static constexpr std::size_t kKeyFirst = std::tuple_size_v<decltype(Schema::head)>;
+  static constexpr std::size_t kKeyEnd = kKeyFirst + std::tuple_size_v<decltype(Schema::key)>;
+
+  /// Offsets of the columns from the start of the row; the one behind the last is the fixed-data length.
+  static constexpr auto kOffsets = [] {
+    std::array<len_t, kCount + 1> offsets{Lumen::lm_contentOffset};
+    forEachIndex<kCount>(
+        [&]<std::size_t I>() { offsets[I + 1] = static_cast<len_t>(offsets[I] + EncodingAt<I>::kWidth); });
+    return offsets;
+  }();
+  static constexpr len_t kFixedLength = kOffsets[kCount];
+
+  static constexpr std::size_t kVariableCount = [] {
+    std::size_t count = 0;
+    forEachIndex<kCount>([&]<std::size_t I>() { count += EncodingAt<I>::kVariable ? 1 : 0; });
+    return count;
+  }();
+  /// Offsets of the variable-length columns.
+  static constexpr auto kVariableColumns = [] {
+    std::array<len_t, kVariableCount> offsets{};
+    std::size_t next = 0;
+    forEachIndex<kCount>([&]<std::size_t I>() {
+      if constexpr (EncodingAt<I>::kVariable) offsets[next++] = kOffsets[I];
+    });
+    return offsets;
+  }();
+
+  static constexpr std::string_view descriptor() { return {kDescriptorText.data(), kDescriptorText.size()}; }
+
+ private:
+  // Calls put(piece) for each piece of the descriptor's text.
+  template <class Put>
+  static constexpr void writeDescriptor(Put put) {
+    std::string_view separator = "{\"";
+    forEachColumn(kColumns, [&]<class C>(const C& column) {
+      put(separator);
+      put(column.name);
+      put("\":\"");
+      put(Lumen::Encoding<typename C::Type>::kTypeWord);
+      put("\"");
+      separator = ", \"";
+    });
+    put("}");
+  }
+  static constexpr std::size_t kDescriptorLength = [] {
+    std::size_t length = 0;
+    writeDescriptor([&](std::string_view piece) { length += piece.size(); });
+    return length;
+  }();
+  static constexpr auto kDescriptorText = [] {
+    std::array<char, kDescriptorLength> text{};
+    std::size_t length = 0;
+    writeDescriptor([&](std::string_view piece) {
+      for (const char c : piece) text[length++] = c;
+    });
+    return text;
+  }();
+};
+
+/// The hash that rows with this key have over their key columns.
+template <class Key>
+std::uint32_t hashKey(const Key& key) {
+  std::uint32_t hash = 0;
+  forEachColumn(RowSchema<Key>::columns, [&]<class C>(const C& column) {
+    hash = Cairn::Util::hashBlock(hash, Lumen::Encoding<typename C::Type>::hashValue(key.*column.member));
+  });
+  return hash;
+}
+
+/// Prints the columns of `record` as name = value, joined by ", ".
+template <class Columns, class Record>
+void printColumns(std::ostream& out, const Columns& columns, const Record& record) {
+  std::string_view separator;
+  forEachColumn(columns, [&](const auto& column) {
+    out << separator << column.name << " = ";
+    Lumen::printValue(out, record.*column.member);
+    separator = ", ";
+  });
+}
+
+}  // namespace TolmarHwLib

@@ -1,0 +1,108 @@
+// The buffer behind a row: count, length and bytes in one piece of memory.
+#pragma once
+
+#include <sys/single_threaded.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <utility>
+
+#include "rows/RowFormat.h"
+
+namespace Lumen {
+
+class LmRowBufPtr;
+
+/// Where row buffers come from; memory is given back with std::free. Tests install one that refuses.
+struct RowAllocator {
+  void* (*allocate)(std::size_t size);
+  void* (*allocateZeroed)(std::size_t size);
+};
+
+/// Installs `allocator` for the whole process and returns the one before it; the default takes memory from
+/// the system. Not to be called while another thread makes rows.
+RowAllocator rowAllocatorIs(RowAllocator allocator) noexcept;
+
+/// Created by the two factories only and destroyed with its last LmRowBufPtr.
+class LmRowBuf {
+ public:
+  /// A buffer of `length` zero bytes. Throws Cairn::MemoryResourceException "calloc() failed ...".
+  static LmRowBufPtr zeroed(len_t length);
+  /// A buffer of `length` bytes of any value. Throws Cairn::MemoryResourceException "malloc() failed ...".
+  static LmRowBufPtr uninitialized(len_t length);
+
+  LmRowBuf(const LmRowBuf&) = delete;
+  LmRowBuf& operator=(const LmRowBuf&) = delete;
+
+  len_t length() const noexcept { return length_; }
+  std::byte* bytes() noexcept { return reinterpret_cast<std::byte*>(this + 1); }
+  const std::byte* bytes() const noexcept { return reinterpret_cast<const std::byte*>(this + 1); }
+
+ private:
+  friend class LmRowBufPtr;
+  explicit LmRowBuf(len_t length) noexcept : length_(length) {}
+  ~LmRowBuf() = default;
+  static LmRowBufPtr place(void* memory, const char* call, len_t length);
+
+  std::atomic<std::uint32_t> references_{1};
+  len_t length_;
+};
+
+/// Shared ownership of an LmRowBuf, or none.
+class LmRowBufPtr {
+ public:
+  constexpr LmRowBufPtr() noexcept = default;
+  LmRowBufPtr(const LmRowBufPtr& other) noexcept : buffer_(other.buffer_) {
+    if (buffer_ != nullptr) retain(*buffer_);
+  }
+  LmRowBufPtr(LmRowBufPtr&& other) noexcept : buffer_(std::exchange(other.buffer_, nullptr)) {}
+  LmRowBufPtr& operator=(LmRowBufPtr other) noexcept {
+    std::swap(buffer_, other.buffer_);
+    return *this;
+  }
+  ~LmRowBufPtr() {
+    if (buffer_ != nullptr) release(*buffer_);
+  }
+
+  explicit operator bool() const noexcept { return buffer_ != nullptr; }
+  LmRowBuf* get() const noexcept { return buffer_; }
+  LmRowBuf* operator->() const noexcept { return buffer_; }
+  /// True if no other pointer shares the buffer. There must be one.
+  bool unique() const noexcept { return count(*buffer_) == 1; }
+  /// Number of pointers that share the buffer; 0 without one.
+  std::uint32_t useCount() const noexcept { return buffer_ != nullptr ? count(*buffer_) : 0; }
+
+ private:
+  friend class LmRowBuf;
+  explicit LmRowBufPtr(LmRowBuf* buffer) noexcept : buffer_(buffer) {}
+
+  // Acquire pairs with the release in release(): who finds the count at 1 sees all that former owners did.
+  static std::uint32_t count(const LmRowBuf& buffer) noexcept {
+    return buffer.references_.load(std::memory_order_acquire);
+  }
+  // As long as the process has one thread, plain steps do; the locked ones cost several times a row access.
+  static void retain(LmRowBuf& buffer) noexcept {
+    if (__libc_single_threaded != 0) {
+      buffer.references_.store(buffer.references_.load(std::memory_order_relaxed) + 1,
+                               std::memory_order_relaxed);
+    } else {
+      buffer.references_.fetch_add(1, std::memory_order_relaxed);
+    }
+  }
+  static void release(LmRowBuf& buffer) noexcept {
+    const std::uint32_t seen = count(buffer);
+    if (seen == 1) {
+      std::free(&buffer);
+    } else if (__libc_single_threaded != 0) {
+      buffer.references_.store(seen - 1, std::memory_order_relaxed);
+    } else if (buffer.references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      std::free(&buffer);
+    }
+  }
+
+  LmRowBuf* buffer_ = nullptr;
+};
+
+}  // namespace Lumen
