@@ -30,6 +30,42 @@ constexpr void forEachIndex(Visit&& visit) {
   (std::make_index_sequence<Count>());
 }
 
+/// The type descriptor of a tuple of columns: {"name":"type", ...}.
+template <const auto& Columns>
+class ColumnsDescriptor {
+ public:
+  static constexpr std::string_view text() { return {kText.data(), kText.size()}; }
+
+ private:
+  // Calls put(piece) for each piece of the text.
+  template <class Put>
+  static constexpr void write(Put put) {
+    std::string_view separator = "{\"";
+    forEachColumn(Columns, [&]<class C>(const C& column) {
+      put(separator);
+      put(column.name);
+      put("\":\"");
+      put(Lumen::Encoding<typename C::Type>::kTypeWord);
+      put("\"");
+      separator = ", \"";
+    });
+    put("}");
+  }
+  static constexpr std::size_t kLength = [] {
+    std::size_t length = 0;
+    write([&](std::string_view piece) { length += piece.size(); });
+    return length;
+  }();
+  static constexpr auto kText = [] {
+    std::array<char, kLength> text{};
+    std::size_t length = 0;
+    write([&](std::string_view piece) {
+      for (const char c : piece) text[length++] = c;
+    });
+    return text;
+  }();
+};
+
 template <class Entry>
 struct RowLayout {
   using Schema = RowSchema<Entry>;
@@ -69,36 +105,7 @@ struct RowLayout {
     return offsets;
   }();
 
-  static constexpr std::string_view descriptor() { return {kDescriptorText.data(), kDescriptorText.size()}; }
-
- private:
-  // Calls put(piece) for each piece of the descriptor's text.
-  template <class Put>
-  static constexpr void writeDescriptor(Put put) {
-    std::string_view separator = "{\"";
-    forEachColumn(kColumns, [&]<class C>(const C& column) {
-      put(separator);
-      put(column.name);
-      put("\":\"");
-      put(Lumen::Encoding<typename C::Type>::kTypeWord);
-      put("\"");
-      separator = ", \"";
-    });
-    put("}");
-  }
-  static constexpr std::size_t kDescriptorLength = [] {
-    std::size_t length = 0;
-    writeDescriptor([&](std::string_view piece) { length += piece.size(); });
-    return length;
-  }();
-  static constexpr auto kDescriptorText = [] {
-    std::array<char, kDescriptorLength> text{};
-    std::size_t length = 0;
-    writeDescriptor([&](std::string_view piece) {
-      for (const char c : piece) text[length++] = c;
-    });
-    return text;
-  }();
+  static constexpr std::string_view descriptor() { return ColumnsDescriptor<kColumns>::text(); }
 };
 
 /// The hash that rows with this key have over their key columns.

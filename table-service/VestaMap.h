@@ -103,7 +103,7 @@ class VestaMap final : private EventSource {
  private:
   int wakeDescriptor() const override { return reader_ != nullptr ? reader_->wakeDescriptor() : -1; }
   void descriptorReadable() override {
-    guarded([this] { return reader_->descriptorReadable(), 0; });
+    guarded([this] { return reader_->descriptorReadable(), std::size_t{0}; });
   }
   std::size_t poll(std::size_t limit) override {
     return guarded([this, limit] { return reader_->poll(limit); });

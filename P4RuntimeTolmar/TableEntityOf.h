@@ -1,0 +1,131 @@
+// The pattern of the six table entities: a keyed collection in shared memory that calls its reactors on
+// every write, change and removal, by whomever.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "P4RuntimeTolmar/RecordCodec.h"
+#include "orrery/TableEntity.h"
+#include "orrery/TablePump.h"
+#include "table-service/VestaMap.h"
+
+namespace TolmarHwLib {
+
+/// What a reactor of a table hears; each entity's NotifieeConst.
+template <class Entity>
+class TableNotifieeConst : public Quill::NotifieeConst {
+ public:
+  using Key = typename Entity::Key;
+
+  using Quill::NotifieeConst::NotifieeConst;
+  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
+  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+
+  /// The table that the reactor follows, or null.
+  const Entity* notifier() const { return static_cast<const Entity*>(notifierObject()); }
+
+  // Virtual operations, in slot order after those of Quill::NotifieeConst.
+
+  /// The entry under `key` was written, changed or removed.
+  virtual void onTable(const Key&) {}
+  /// The whole collection was attached; called on every reactor before onTable().
+  virtual void onTablequillImmediate() {}
+  virtual void onTable() {}
+};
+
+/// `Derived` is the entity class; it has `static const Quill::TypeNode _quillType`.
+template <class Derived, class KeyT, class EntryT>
+class TableEntityOf : public QuillVesta::TableEntity {
+ public:
+  using Key = KeyT;
+  using Entry = EntryT;
+  using Map = Vesta::VestaMap<Key, Entry>;
+  using Ptr = Quill::Ptr<Derived>;
+  using PtrConst = Quill::Ptr<const Derived>;
+  using NotifieeConst = TableNotifieeConst<Derived>;
+
+  using QuillVesta::TableEntity::TableEntity;
+  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
+  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+
+  const Quill::TypeNode* fwkType() const override { return &Derived::_quillType; }
+
+  /// Inserts or replaces the entry under its key, then calls the reactors; also for an equal entry. Throws,
+  /// with nothing stored and nobody called, when the table is full ("used N of M") or not this process's own.
+  void tableIs(const Entry& entry) {
+    const Key key = entry.key();
+    map_.write(key, entry);
+    changed(key);
+  }
+  /// Removes the entry under `key` and calls the reactors; nothing happens when there is none.
+  void tableDel(const Key& key) {
+    if (map_.remove(key)) changed(key);
+  }
+  /// Removes every entry and calls the reactors for each.
+  void tableDelAll();
+
+  /// The collection. Not const: reading it may find it corrupt and put the placeholder in its place.
+  Map& table() const { return map_; }
+
+  // The operations of the collection that reactors use.
+
+  /// The entry under `key`, or an empty one with `found` false. Valid until the next read of this table.
+  const Entry& directLookup(const Key& key, bool& found, Vesta::IterHint* hint = nullptr) const {
+    return map_.directLookup(key, found, hint);
+  }
+  void corruptionDetected(const std::string& message) const { map_.corruptionDetected(message); }
+  Vesta::RootPath rootPath() const { return map_.rootPath(); }
+
+  void attach(const QuillVesta::MountDescription& description, const Vesta::AttachOptions& options,
+              Quill::EventLoop& loop) override;
+  bool attached() const override { return map_.attached(); }
+  void cleanup() override {
+    if (map_.writer() != nullptr) map_.writer()->cleanup();
+  }
+  void detach() override {
+    pump_.reset();
+    map_.detach();
+  }
+
+ private:
+  void changed(const Key& key) const {
+    notify<NotifieeConst>([&key](NotifieeConst& reactor) { reactor.onTable(key); });
+  }
+  void attachedAnew() const {
+    notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTablequillImmediate(); });
+    notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTable(); });
+  }
+
+  mutable Map map_;
+  std::unique_ptr<QuillVesta::TablePump> pump_;  // while attached as reader; gone before the map is
+};
+
+template <class Derived, class KeyT, class EntryT>
+void TableEntityOf<Derived, KeyT, EntryT>::tableDelAll() {
+  std::vector<Key> keys;
+  keys.reserve(map_.members());
+  typename Map::Row row;
+  Vesta::IterHint hint;
+  for (bool more = map_.first(row, hint); more; more = map_.next(row.key, row, hint)) keys.push_back(row.key);
+  for (const Key& key : keys) tableDel(key);
+}
+
+template <class Derived, class KeyT, class EntryT>
+void TableEntityOf<Derived, KeyT, EntryT>::attach(const QuillVesta::MountDescription& description,
+                                                  const Vesta::AttachOptions& options,
+                                                  Quill::EventLoop& loop) {
+  detach();
+  map_.readyFunctionIs([this] { pump_.reset(); });  // a table found corrupt has no more events
+  if (description.type() == QuillVesta::QuillVestaType::writer) {
+    map_.attachWriter(options);
+  } else {
+    map_.attachReader(options);
+    map_.onChangeIs([this](const Key& key) { changed(key); });
+    pump_ = std::make_unique<QuillVesta::TablePump>(map_.events(), loop);
+  }
+  attachedAnew();
+}
+
+}  // namespace TolmarHwLib

@@ -1,0 +1,81 @@
+#include "orrery/EntityManager.h"
+
+#include "quill/TypeNode.h"
+
+namespace Orrery {
+
+namespace {
+
+Quill::Ptr<QuillVesta::TableEntity> tableEntityOfType(const Quill::String& path,
+                                                      const Quill::String& typeName) {
+  const Quill::TypeNode* type = Quill::typeNode(typeName);
+  if (type == nullptr || type->newEntityForDir == nullptr) {
+    throw Cairn::Exception("mount " + path + ": no entity type is registered under the name " + typeName);
+  }
+  auto entity = Quill::ptrCast<QuillVesta::TableEntity>(type->newEntityForDir(Quill::Name(path), nullptr));
+  if (!entity) throw Cairn::Exception("mount " + path + ": " + typeName + " is not a type of table");
+  return entity;
+}
+
+}  // namespace
+
+EntityManager::EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
+                             std::shared_ptr<const Cairn::DebugHandler> debugHandler)
+    : runtimeFolder_(std::move(runtimeFolder)), loop_(loop), debugHandler_(std::move(debugHandler)) {}
+
+EntityManager::~EntityManager() {
+  for (const auto& [path, mounted] : mounts_) mounted.entity->detach();
+}
+
+Quill::Ptr<QuillVesta::TableEntity> EntityManager::mount(
+    const Quill::String& path, const Quill::String& typeName,
+    const QuillVesta::MountDescription& description) const {
+  const auto found = mounts_.find(path);
+  if (found != mounts_.end()) {
+    const Mounted& mounted = found->second;
+    if (mounted.description != description || mounted.entity->fwkType() != Quill::typeNode(typeName)) {
+      throw Cairn::Exception("mount " + path + ": another table is mounted there");
+    }
+    if (!mounted.entity->attached()) attach(path, mounted);
+    return mounted.entity;
+  }
+  const Mounted mounted{tableEntityOfType(path, typeName), description};
+  attach(path, mounted);
+  mounts_.emplace(path, mounted);
+  return mounted.entity;
+}
+
+void EntityManager::attach(const Quill::String& path, const Mounted& mounted) const {
+  const Vesta::AttachOptions options{
+      .path = Vesta::RootPath(runtimeFolder_, path, mounted.description.collection()),
+      .capacity = mounted.description.capacity(),
+      .debugHandler = debugHandler_,
+      .initialRows = Vesta::InitialRows::skip};
+  mounted.entity->attach(mounted.description, options, loop_);
+}
+
+Quill::Ptr<Quill::Entity> EntityManager::entity(const Quill::String& path) const {
+  const auto found = mounts_.find(path);
+  return found == mounts_.end() ? nullptr : found->second.entity;
+}
+
+void EntityManager::cleanup(const Quill::String& path) const {
+  const auto found = mounts_.find(path);
+  if (found != mounts_.end()) found->second.entity->cleanup();
+}
+
+void EntityManager::unmount(const Quill::String& path) const {
+  const auto found = mounts_.find(path);
+  if (found == mounts_.end()) return;
+  const Quill::Ptr<QuillVesta::TableEntity> entity = found->second.entity;
+  mounts_.erase(found);
+  entity->detach();
+}
+
+std::vector<Quill::String> EntityManager::mountedPaths() const {
+  std::vector<Quill::String> paths;
+  for (const auto& [path, mounted] : mounts_) paths.push_back(path);
+  return paths;
+}
+
+}  // namespace Orrery

@@ -1,0 +1,59 @@
+// The state database's entity manager: entities by path, and the mounts that bring shared-memory tables in.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cairn/DebugHandler.h"
+#include "orrery/TableEntity.h"
+#include "quill/EventLoop.h"
+
+namespace Orrery {
+
+/// Knows the entities mounted in this process. Paths are relative and joined by "/"; each names one entity.
+/// Mounting changes what is mounted, not the manager: it goes through a const manager, as holders have one.
+/// Thread safety: none; used on the event loop's thread.
+class EntityManager : public Quill::PtrInterface {
+ public:
+  /// Tables live in `runtimeFolder`, which must exist and belong to this user with mode 0700. Changes made by
+  /// other processes are delivered from `loop`, which is not owned and outlives the manager's mounts.
+  /// A null debug handler stands for one that writes errors to standard error.
+  EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
+                std::shared_ptr<const Cairn::DebugHandler> debugHandler = nullptr);
+  ~EntityManager() override;
+  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
+  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+
+  /// Mounts an entity of the registered type `typeName` at `path` and returns it; an entity of the same type
+  /// and description that is mounted there already is returned as it is. Throws Cairn::Exception for an
+  /// unknown type or a path taken by another one, and whatever attaching the table throws.
+  virtual Quill::Ptr<QuillVesta::TableEntity> mount(const Quill::String& path, const Quill::String& typeName,
+                                                    const QuillVesta::MountDescription& description) const;
+  /// The entity mounted at `path`, or null.
+  virtual Quill::Ptr<Quill::Entity> entity(const Quill::String& path) const;
+  /// Removes the table's files, if this process writes it; readers are told. Nothing for a path not mounted.
+  virtual void cleanup(const Quill::String& path) const;
+  /// Detaches the table and forgets the entity; whoever holds it reads an empty table from then on. Nothing
+  /// for a path not mounted.
+  virtual void unmount(const Quill::String& path) const;
+
+  std::vector<Quill::String> mountedPaths() const;
+  const std::string& runtimeFolder() const noexcept { return runtimeFolder_; }
+  Quill::EventLoop& eventLoop() const noexcept { return loop_; }
+
+ private:
+  struct Mounted {
+    Quill::Ptr<QuillVesta::TableEntity> entity;
+    QuillVesta::MountDescription description;
+  };
+  void attach(const Quill::String& path, const Mounted& mounted) const;
+
+  std::string runtimeFolder_;
+  Quill::EventLoop& loop_;
+  std::shared_ptr<const Cairn::DebugHandler> debugHandler_;
+  mutable std::map<Quill::String, Mounted> mounts_;
+};
+
+}  // namespace Orrery

@@ -1,0 +1,29 @@
+// The mount adapter: how a shared-memory table is described, mounted by path, found and let go.
+#pragma once
+
+#include "orrery/EntityManager.h"
+
+namespace QuillVesta {
+
+/// A short-lived front to the entity manager for mounts of shared-memory tables.
+class Mount {
+ public:
+  explicit Mount(Quill::Ptr<const Orrery::EntityManager> entityManager)
+      : entityManager_(std::move(entityManager)) {}
+
+  Quill::Ptr<TableEntity> doMount(const Quill::String& path, const Quill::String& typeName,
+                                  const MountDescription& description) const {
+    return entityManager_->mount(path, typeName, description);
+  }
+  /// The entity mounted at `path`, or null.
+  Quill::Ptr<Quill::Entity> getEntity(const Quill::String& path) const {
+    return entityManager_->entity(path);
+  }
+  void cleanup(const Quill::String& path) const { entityManager_->cleanup(path); }
+  void doUnmount(const Quill::String& path) const { entityManager_->unmount(path); }
+
+ private:
+  Quill::Ptr<const Orrery::EntityManager> entityManager_;
+};
+
+}  // namespace QuillVesta

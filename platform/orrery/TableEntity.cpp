@@ -1,0 +1,7 @@
+#include "orrery/TableEntity.h"
+
+namespace QuillVesta {
+
+TableEntity::~TableEntity() = default;
+
+}  // namespace QuillVesta

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "orrery/MountDescription.h"
+#include "quill/Entity.h"
+#include "quill/EventLoop.h"
+#include "vesta/AttachOptions.h"
+
+namespace QuillVesta {
+
+/// An entity whose collection lies in shared memory, as the mount adapter sees it.
+class TableEntity : public Quill::Entity {
+ public:
+  using Quill::Entity::Entity;
+  ~TableEntity() override;
+
+  /// Attaches the collection to its segment, creating a missing one. Changes that another process makes are
+  /// delivered from `loop`. Throws what attaching throws; the entity is then detached as before.
+  virtual void attach(const MountDescription& description, const Vesta::AttachOptions& options,
+                      Quill::EventLoop& loop) = 0;
+  /// Whether the collection is attached; false before attach(), after detach() and once found corrupt.
+  virtual bool attached() const = 0;
+  /// Removes the table's files when this process writes it.
+  virtual void cleanup() = 0;
+  /// Lets go of the segment; the collection reads as empty from then on and refuses writes.
+  virtual void detach() = 0;
+};
+
+}  // namespace QuillVesta

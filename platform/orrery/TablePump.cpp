@@ -1,0 +1,29 @@
+#include "orrery/TablePump.h"
+
+namespace QuillVesta {
+
+namespace {
+
+// Changes handed out before other tables and descriptors get their turn.
+constexpr std::size_t kPortion = 256;
+
+}  // namespace
+
+// The callbacks reach the source alone: a handler may destroy the pump while one of them runs.
+TablePump::TablePump(Vesta::EventSource& source, Quill::EventLoop& loop)
+    : loop_(loop), descriptor_(source.wakeDescriptor()) {
+  loop_.descriptorIs(descriptor_, [&source] { source.descriptorReadable(); });
+  sleepHook_ = loop_.sleepHookIs([&source] { return source.maySleep(); });
+  wakeHook_ = loop_.wakeHookIs([&source] {
+    source.awake();
+    source.poll(kPortion);
+  });
+}
+
+TablePump::~TablePump() {
+  loop_.descriptorDel(descriptor_);
+  loop_.sleepHookDel(sleepHook_);
+  loop_.wakeHookDel(wakeHook_);
+}
+
+}  // namespace QuillVesta
