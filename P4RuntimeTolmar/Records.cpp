@@ -8,19 +8,8 @@ std::uint32_t L3TunnelTH3Key::hash() const { return hashKey(*this); }
 std::uint32_t MyStationTcamTH3Key::hash() const { return hashKey(*this); }
 std::uint32_t L3IifTH3Key::hash() const { return hashKey(*this); }
 
-std::ostream& operator<<(std::ostream& out, const L3TunnelTH3Key& key) {
-  printColumns(out, RowSchema<L3TunnelTH3Key>::columns, key);
-  return out;
-}
-
-std::ostream& operator<<(std::ostream& out, const MyStationTcamTH3Key& key) {
-  printColumns(out, RowSchema<MyStationTcamTH3Key>::columns, key);
-  return out;
-}
-
-std::ostream& operator<<(std::ostream& out, const L3IifTH3Key& key) {
-  printColumns(out, RowSchema<L3IifTH3Key>::columns, key);
-  return out;
-}
+std::ostream& operator<<(std::ostream& out, const L3TunnelTH3Key& key) { return printKey(out, key); }
+std::ostream& operator<<(std::ostream& out, const MyStationTcamTH3Key& key) { return printKey(out, key); }
+std::ostream& operator<<(std::ostream& out, const L3IifTH3Key& key) { return printKey(out, key); }
 
 }  // namespace TolmarHwLib

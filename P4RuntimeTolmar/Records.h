@@ -3,7 +3,7 @@
 // hardware fields is the hardware's; nothing here interprets them.
 //
 // Keys hash like the key columns of their rows, compare field by field and order in field order, all fields
-// in full width. Their text is that of the row's columns: l3Iif = 5.
+// in full width. Their text, used in traces, is the fields in order joined by one blank.
 #pragma once
 
 #include <compare>

@@ -118,15 +118,16 @@ std::uint32_t hashKey(const Key& key) {
   return hash;
 }
 
-/// Prints the columns of `record` as name = value, joined by ", ".
-template <class Columns, class Record>
-void printColumns(std::ostream& out, const Columns& columns, const Record& record) {
+/// Prints the key's fields in order, joined by one blank.
+template <class Key>
+std::ostream& printKey(std::ostream& out, const Key& key) {
   std::string_view separator;
-  forEachColumn(columns, [&](const auto& column) {
-    out << separator << column.name << " = ";
-    Lumen::printValue(out, record.*column.member);
-    separator = ", ";
+  forEachColumn(RowSchema<Key>::columns, [&]<class C>(const C& column) {
+    out << separator;
+    Lumen::Encoding<typename C::Type>::print(out, key.*column.member);
+    separator = " ";
   });
+  return out;
 }
 
 }  // namespace TolmarHwLib
