@@ -4,5 +4,7 @@ namespace Lumen {
 
 LmMetadataError::~LmMetadataError() = default;
 LmTextError::~LmTextError() = default;
+LmOutOfRange::~LmOutOfRange() = default;
+LmTableError::~LmTableError() = default;
 
 }  // namespace Lumen

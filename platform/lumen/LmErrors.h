@@ -20,4 +20,19 @@ class LmTextError : public Cairn::Exception {
   ~LmTextError() override;
 };
 
+/// The number of a key index is none that the table has.
+class LmOutOfRange : public Cairn::Exception {
+ public:
+  using Exception::Exception;
+  ~LmOutOfRange() override;
+};
+
+/// A table is not registered, or otherwise than asked for, or has no implementation; says which and what was
+/// expected.
+class LmTableError : public Cairn::Exception {
+ public:
+  using Exception::Exception;
+  ~LmTableError() override;
+};
+
 }  // namespace Lumen

@@ -2,14 +2,45 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "lumen/LmClass.h"
+#include "lumen/LmTable.h"
 
 namespace Lumen {
 
+/// The tables of rows of one process, by name. Thread safety: none; used on the thread that runs the
+/// framework's callbacks.
 class LumenDB {
  public:
+  LumenDB() = default;
+  LumenDB(const LumenDB&) = delete;
+  LumenDB& operator=(const LumenDB&) = delete;
+  virtual ~LumenDB();
+
+  /// Registers a table of rows of type `rowTypeName`; it is served once it has an implementation. The two
+  /// hints and the folder are told in TableRegistration. Repeating a registration changes nothing; a
+  /// different one under the same name is LmTableError. Throws LmMetadataError for an unknown row type.
+  virtual void registerTable(const std::string& tableName, const std::string& rowTypeName, TableType type,
+                             std::uint16_t rowsHint, std::uint16_t changesHint, const std::string& folder,
+                             const IndexMap& indexMap);
+  /// Has the registered table served by `implementation` from now on; its observers start over. Throws
+  /// LmTableError for an unknown table, or an implementation of another row type or of another table.
+  virtual void tableImplementationIs(const std::string& tableName,
+                                     std::shared_ptr<LmTableImplementation> implementation);
+  /// Drops the table's implementation; the table stays registered and keeps its observers. Throws
+  /// LmTableError for an unknown table. To be done before the library that made the implementation is
+  /// unloaded.
+  void tableImplementationDel(const std::string& tableName);
+
+  /// The table of that name, or null.
+  std::shared_ptr<LmTable> table(std::string_view tableName) const;
+  /// All tables, in order of registration.
+  const std::vector<std::shared_ptr<LmTable>>& tables() const noexcept { return tables_; }
+
   // Metadata of row classes, one set for the process. Row type numbers are given from 1 on, in the order in
   // which the classes are first loaded. Used from one thread.
 
@@ -30,6 +61,12 @@ class LumenDB {
   /// Adds a source; sources are asked in order of registration. It stays until metadataSourceDel.
   static void metadataSourceIs(MetadataSource source);
   static void metadataSourceDel(MetadataSource source);
+
+ private:
+  LmTable& registered(const std::string& tableName) const;
+  void serve(LmTable& table, const std::shared_ptr<LmTableImplementation>& implementation);
+
+  std::vector<std::shared_ptr<LmTable>> tables_;
 };
 
 }  // namespace Lumen

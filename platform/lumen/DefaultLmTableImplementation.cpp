@@ -1,0 +1,128 @@
+#include "lumen/DefaultLmTableImplementation.h"
+
+#include <algorithm>
+
+#include "cairn/Assert.h"
+#include "lumen/LmErrors.h"
+#include "rows/RowErrors.h"
+
+namespace Lumen {
+
+namespace {
+
+void checkIndex(unsigned idx) {
+  if (idx != 0) throw LmOutOfRange("Multiple indices not supported. idx:" + std::to_string(idx));
+}
+
+}  // namespace
+
+DefaultLmTableImplementation::DefaultLmTableImplementation(std::string tableTypeName, std::string rowTypeName,
+                                                           std::uint16_t rowTypeId, bool unique, bool ordered,
+                                                           bool bounded, bool readerSupported,
+                                                           const LmTableOps* tableOps, IndexMap indexMap)
+    : tableTypeName_(std::move(tableTypeName)),
+      rowTypeName_(std::move(rowTypeName)),
+      rowTypeId_(rowTypeId),
+      ordered_(ordered),
+      unique_(unique),
+      bounded_(bounded),
+      readerSupported_(readerSupported),
+      preWriteHook_(tableOps == nullptr ? PreWriteHook() : tableOps->preWrite),
+      indexMap_(std::move(indexMap)) {}
+
+DefaultLmTableImplementation::~DefaultLmTableImplementation() = default;
+
+void DefaultLmTableImplementation::notSupported(const char* operation) const {
+  throw LmNotSupported(std::string(operation) + " not supported by " + tableTypeName_ + " of " +
+                       rowTypeName_);
+}
+
+bool DefaultLmTableImplementation::isOrdered(unsigned idx) const {
+  checkIndex(idx);
+  return ordered_;
+}
+
+bool DefaultLmTableImplementation::isUnique(unsigned idx) const {
+  checkIndex(idx);
+  return unique_;
+}
+
+void DefaultLmTableImplementation::activateIndex(unsigned idx) { checkIndex(idx); }
+
+void DefaultLmTableImplementation::deactivateIndex(unsigned idx) {
+  checkIndex(idx);
+  notSupported("deactivateIndex");
+}
+
+BaseRow DefaultLmTableImplementation::row(const BaseRow&, unsigned) { notSupported("row"); }
+
+std::unique_ptr<LmRowIteratorImpl> DefaultLmTableImplementation::begin(unsigned) { notSupported("begin"); }
+
+std::unique_ptr<LmRowIteratorImpl> DefaultLmTableImplementation::find(const BaseRow&, unsigned) {
+  notSupported("find");
+}
+
+std::unique_ptr<LmRowIteratorImpl> DefaultLmTableImplementation::lower_bound(const BaseRow&, unsigned) {
+  notSupported("lower_bound");
+}
+
+std::unique_ptr<LmRowIteratorImpl> DefaultLmTableImplementation::upper_bound(const BaseRow&, unsigned) {
+  notSupported("upper_bound");
+}
+
+std::unique_ptr<LmRowIteratorImpl> DefaultLmTableImplementation::end(unsigned) { notSupported("end"); }
+
+std::unique_ptr<LmRowIteratorImpl> DefaultLmTableImplementation::rangeBegin(const BaseRow&, unsigned) {
+  notSupported("rangeBegin");
+}
+
+std::size_t DefaultLmTableImplementation::rangeRows(const BaseRow&, unsigned) { notSupported("rangeRows"); }
+
+void DefaultLmTableImplementation::rowIs(const BaseRow&, bool) { notSupported("rowIs"); }
+
+void DefaultLmTableImplementation::rowDel(const BaseRow&) { notSupported("rowDel"); }
+
+void DefaultLmTableImplementation::rowDel(const LmRowIteratorImpl& at) { rowDel(*at); }
+
+void DefaultLmTableImplementation::rowDelAll() { notSupported("rowDelAll"); }
+
+std::unique_ptr<LmChangeIteratorImpl> DefaultLmTableImplementation::nextChange(std::uint64_t) {
+  notSupported("nextChange");
+}
+
+std::unique_ptr<LmChangeIteratorImpl> DefaultLmTableImplementation::endChange() { notSupported("endChange"); }
+
+void DefaultLmTableImplementation::addInterface(LmTableInterface& tableInterface) {
+  Cairn::require(std::ranges::find(interfaces_, &tableInterface) == interfaces_.end(), "table bound twice",
+                 "addInterface");
+  interfaces_.push_back(&tableInterface);
+}
+
+void DefaultLmTableImplementation::removeInterface(LmTableInterface& tableInterface) {
+  std::erase(interfaces_, &tableInterface);
+}
+
+void DefaultLmTableImplementation::replaceImplementation(
+    const std::shared_ptr<LmTableImplementation>& implementation, LumenDB&) {
+  const auto keep = weak_from_this().lock();  // the tables may hold the only other owner
+  for (LmTableInterface* const tableInterface : std::exchange(interfaces_, {})) {
+    if (implementation != nullptr) implementation->addInterface(*tableInterface);
+    tableInterface->implementationIs(implementation);
+  }
+}
+
+std::uint64_t DefaultLmTableImplementation::notifyObservers(std::uint64_t previousIdx,
+                                                            std::uint64_t latestIdx, bool deleted,
+                                                            const BaseRow& row) {
+  std::optional<std::uint64_t> consumed;
+  // By position: an observer may bind and unbind tables while it is told.
+  for (std::size_t i = 0; i < interfaces_.size(); ++i) {
+    const auto needed = interfaces_[i]->notifyObservers(previousIdx, latestIdx, deleted, row);
+    if (needed) consumed = std::min(consumed.value_or(*needed), *needed);
+  }
+  if (consumed) return *consumed;
+  const std::uint64_t kept = latestIdx - std::min(latestIdx, unobservedSpan_);
+  return std::max(kept, oldestChangeIdx());
+}
+
+}  // namespace Lumen

@@ -1,0 +1,117 @@
+// The usual behaviour of a table implementation with one key index; implementations override what they offer.
+#pragma once
+
+#include <functional>
+#include <limits>
+#include <map>
+#include <vector>
+
+#include "lumen/LmTableImplementation.h"
+
+namespace Lumen {
+
+using IndexMap = std::map<std::string, std::string>;
+
+/// Given the row about to be written, also a null one, and the previous row as far as it is known (a null row
+/// otherwise). By throwing it refuses the write.
+using PreWriteHook = std::function<void(const BaseRow& row, const BaseRow& previous)>;
+
+/// Operations that the maker of a table gives it along. Those left empty are not used.
+struct LmTableOps {
+  PreWriteHook preWrite;
+};
+
+class DefaultLmTableImplementation : public LmTableImplementation {
+ public:
+  /// `tableOps` may be null; it is read here and not kept.
+  DefaultLmTableImplementation(std::string tableTypeName, std::string rowTypeName, std::uint16_t rowTypeId,
+                               bool unique, bool ordered, bool bounded, bool readerSupported,
+                               const LmTableOps* tableOps, IndexMap indexMap);
+  ~DefaultLmTableImplementation() override;
+
+  const std::string& tableTypeName() const override { return tableTypeName_; }
+  const std::string& rowTypeName() const override { return rowTypeName_; }
+  std::uint16_t rowTypeId() const override { return rowTypeId_; }
+  /// LmOutOfRange for any index but 0, as isUnique.
+  bool isOrdered(unsigned idx) const override;
+  bool isUnique(unsigned idx) const override;
+  bool ready() const override { return ready_; }
+  std::size_t size() const override { return rowCount_; }
+  bool materialized() const override { return materialized_; }
+  bool bounded() const override { return bounded_; }
+  bool readerSupported() const override { return readerSupported_; }
+  bool modifierSupported() const override { return false; }
+  bool observerSupported() const override { return false; }
+  /// The one index is always active: activating it changes nothing, deactivating it is LmNotSupported.
+  void activateIndex(unsigned idx) override;
+  void deactivateIndex(unsigned idx) override;
+  bool indexActive(unsigned idx) const override { return idx == 0; }
+  unsigned indexes() const override { return 1; }
+
+  // Not supported here (LmNotSupported), save rowDel of an iterator, which deletes the row it stands on.
+  BaseRow row(const BaseRow& keyRow, unsigned idx) override;
+  std::unique_ptr<LmRowIteratorImpl> begin(unsigned idx) override;
+  std::unique_ptr<LmRowIteratorImpl> find(const BaseRow& keyRow, unsigned idx) override;
+  std::unique_ptr<LmRowIteratorImpl> lower_bound(const BaseRow& row, unsigned idx) override;
+  std::unique_ptr<LmRowIteratorImpl> upper_bound(const BaseRow& row, unsigned idx) override;
+  std::unique_ptr<LmRowIteratorImpl> end(unsigned idx) override;
+  std::unique_ptr<LmRowIteratorImpl> rangeBegin(const BaseRow& row, unsigned idx) override;
+  std::size_t rangeRows(const BaseRow& row, unsigned idx) override;
+  void rowIs(const BaseRow& row, bool flag) override;
+  void rowDel(const BaseRow& keyRow) override;
+  void rowDel(const LmRowIteratorImpl& at) override;
+  void rowDelAll() override;
+  std::uint64_t oldestChangeIdx() const override { return 0; }
+  std::uint64_t latestChangeIdx() const override { return 0; }
+  std::unique_ptr<LmChangeIteratorImpl> nextChange(std::uint64_t idx) override;
+  std::unique_ptr<LmChangeIteratorImpl> endChange() override;
+  void reportProgress() override {}
+
+  void addInterface(LmTableInterface& tableInterface) override;
+  void removeInterface(LmTableInterface& tableInterface) override;
+  std::size_t boundInterfacesCount() const override { return interfaces_.size(); }
+  void replaceImplementation(const std::shared_ptr<LmTableImplementation>& implementation,
+                             LumenDB& lumenDb) override;
+  void cleanup() override {}
+
+  const IndexMap& indexMap() const noexcept { return indexMap_; }
+  /// Sees every row before it is written; empty: none. Replaces the one from the table operations.
+  void preWriteHookIs(PreWriteHook hook) { preWriteHook_ = std::move(hook); }
+
+ protected:
+  bool preWriteActive() const noexcept { return static_cast<bool>(preWriteHook_); }
+  void preWrite(const BaseRow& row, const BaseRow& previous) const { preWriteHook_(row, previous); }
+
+  /// While nobody observes the table, changes up to `span` indices behind the latest stay recorded.
+  void unobservedSpanIs(std::uint64_t span) noexcept { unobservedSpan_ = span; }
+  /// Tells the observers of a recorded change and returns the index up to which changes are no longer needed:
+  /// the smallest that all observers have consumed, or without observers one that keeps the newest changes.
+  std::uint64_t notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx, bool deleted,
+                                const BaseRow& row);
+  /// Has `table`, an implementation with cleanChangeMap(idx), forget its changes up to `idx`. What is
+  /// forgotten already is not brought up again, so the oldest index never falls.
+  template <class Table>
+  static void cleanChanges(Table& table, std::uint64_t idx) {
+    if (idx > table.oldestChangeIdx()) table.cleanChangeMap(idx);
+  }
+
+ private:
+  [[noreturn]] void notSupported(const char* operation) const;
+
+  std::string tableTypeName_;
+  std::string rowTypeName_;
+  std::uint16_t rowTypeId_;
+  bool ordered_;
+  bool unique_;
+  bool materialized_ = false;
+  bool bounded_;
+  bool ready_ = true;
+  bool readerSupported_;
+  std::size_t rowCount_ = 0;
+  PreWriteHook preWriteHook_;
+  IndexMap indexMap_;
+  std::vector<LmTableInterface*> interfaces_;  // not owned
+  std::uint64_t unobservedSpan_ = std::numeric_limits<std::uint64_t>::max();
+};
+
+}  // namespace Lumen

@@ -1,0 +1,8 @@
+#include "lumen/LmTableImplementation.h"
+
+namespace Lumen {
+
+LmTableInterface::~LmTableInterface() = default;
+LmTableImplementation::~LmTableImplementation() = default;
+
+}  // namespace Lumen
