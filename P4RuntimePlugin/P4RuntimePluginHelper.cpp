@@ -1,0 +1,61 @@
+#include "P4RuntimePlugin/P4RuntimePluginHelper.h"
+
+namespace P4Runtime {
+
+namespace {
+
+using QuillVesta::QuillVestaType;
+
+// ASCII letters alone, whatever the locale.
+Quill::String firstLower(Quill::String text) {
+  if (!text.empty() && text[0] >= 'A' && text[0] <= 'Z') text[0] = static_cast<char>(text[0] - 'A' + 'a');
+  return text;
+}
+
+Quill::String firstUpper(Quill::String text) {
+  if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+  return text;
+}
+
+}  // namespace
+
+Quill::String P4RuntimePluginHelper::vestaPathConfig(Quill::String tableName) const {
+  return pathPrefix_ + tableName + "Table/config";
+}
+
+Quill::String P4RuntimePluginHelper::vestaPathStatus(Quill::String tableName) const {
+  return pathPrefix_ + tableName + "Table/status";
+}
+
+Quill::String P4RuntimePluginHelper::lumenTableName(Quill::String tableName) {
+  return "Lumen" + firstUpper(std::move(tableName)) + "ConfigTable";
+}
+
+void P4RuntimePluginHelper::mountVestaTables(Quill::String typePrefix, Quill::String tableName,
+                                             Quill::String collectionName, unsigned capacity) {
+  const Quill::String collection = firstLower(std::move(collectionName));
+  const auto mountOne = [&](QuillVestaType type, const Quill::String& path, const Quill::String& typeName) {
+    QuillVesta::MountDescription description(type);
+    description.collectionIs(collection, capacity);
+    const QuillVesta::Mount mount(entityManager_);
+    mount.doMount(path, typeName, description);
+  };
+  mountOne(QuillVestaType::writer, vestaPathConfig(tableName), typePrefix + "Config");
+  mountOne(QuillVestaType::reader, vestaPathStatus(tableName), typePrefix + "Status");
+}
+
+void P4RuntimePluginHelper::unmountConfigVestaTable(Quill::String tableName) {
+  const QuillVesta::Mount mount(entityManager_);
+  const Quill::String path = vestaPathConfig(std::move(tableName));
+  mount.cleanup(path);
+  mount.doUnmount(path);
+}
+
+void P4RuntimePluginHelper::registerWrapper(const Quill::String& lumenTableName,
+                                            const std::string& rowTypeName,
+                                            const std::shared_ptr<Lumen::LmTableImplementation>& wrapper) {
+  lumenDb_->registerTable(lumenTableName, rowTypeName, Lumen::TableType::external, 256, 256, "", {});
+  lumenDb_->tableImplementationIs(lumenTableName, wrapper);
+}
+
+}  // namespace P4Runtime
