@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "cairn/Exception.h"
+
+/// A private folder for the tables of one test, removed with everything in it at the end.
+class RuntimeFolder {
+ public:
+  RuntimeFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "tolmar-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw Cairn::SystemException("mkdtemp " + pattern, errno);
+    path_ = pattern;
+  }
+  ~RuntimeFolder() { std::filesystem::remove_all(path_); }
+  RuntimeFolder(const RuntimeFolder&) = delete;
+  RuntimeFolder& operator=(const RuntimeFolder&) = delete;
+
+  const std::string& path() const { return path_; }
+  /// Number of plain files below the folder.
+  std::size_t files() const {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(path_)) {
+      if (!entry.is_directory()) ++count;
+    }
+    return count;
+  }
+
+ private:
+  std::string path_;
+};
