@@ -1,0 +1,99 @@
+// Hash, equality and order over a run of an entry row's columns.
+#pragma once
+
+#include <compare>
+#include <cstring>
+
+#include "P4RuntimeTolmar/RowLayout.h"
+#include "cairn/Assert.h"
+#include "rows/BaseRow.h"
+
+namespace TolmarHwLib {
+
+/// Columns from number First up to but not including End. The rows must hold the fixed data.
+template <class Entry, std::size_t First, std::size_t End>
+struct RowColumns {
+  using Layout = RowLayout<Entry>;
+  using RowBytes = Lumen::RowBytes;
+
+  /// Block steps alone: no tail and no finalisation, as the other users of the tables have it.
+  static std::uint32_t hash(RowBytes row) {
+    std::uint32_t hash = 0;
+    forEachIndex<End - First>([&]<std::size_t I>() {
+      using Encoding = typename Layout::template EncodingAt<First + I>;
+      hash = Cairn::Util::hashBlock(hash, Encoding::hash(row, Layout::kOffsets[First + I]));
+    });
+    return hash;
+  }
+
+  static bool equal(RowBytes a, RowBytes b) {
+    return [&]<std::size_t... I>(std::index_sequence<I...>) { return (equalFrom<First + I>(a, b) && ...); }
+    (std::make_index_sequence<End - First>());
+  }
+
+  static bool less(RowBytes a, RowBytes b) {
+    auto order = std::strong_ordering::equal;
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+      static_cast<void>(((order = compareAt<First + I>(a, b), order != 0) || ...));
+    }
+    (std::make_index_sequence<End - First>());
+    return order < 0;
+  }
+
+ private:
+  // Columns that are not variable stand side by side without gaps, so a run of them is compared at its first.
+  template <std::size_t I>
+  static bool equalFrom(RowBytes a, RowBytes b) {
+    constexpr len_t kStart = Layout::kOffsets[I];
+    if constexpr (isVariable<I>()) {
+      return Layout::template EncodingAt<I>::equal(a, kStart, b, kStart);
+    } else if constexpr (startsRun<I>()) {
+      return std::memcmp(a.data + kStart, b.data + kStart, Layout::kOffsets[runEnd<I>()] - kStart) == 0;
+    } else {
+      return true;
+    }
+  }
+  template <std::size_t I>
+  static std::strong_ordering compareAt(RowBytes a, RowBytes b) {
+    return Layout::template EncodingAt<I>::compare(a, Layout::kOffsets[I], b, Layout::kOffsets[I]);
+  }
+  template <std::size_t I>
+  static consteval bool isVariable() {
+    return Layout::template EncodingAt<I>::kVariable;
+  }
+  template <std::size_t I>
+  static consteval bool startsRun() {
+    if constexpr (I == First) {
+      return true;
+    } else {
+      return isVariable<I - 1>();
+    }
+  }
+  template <std::size_t I>
+  static consteval std::size_t runEnd() {
+    if constexpr (I == End) {
+      return End;
+    } else if constexpr (isVariable<I>()) {
+      return I;
+    } else {
+      return runEnd<I + 1>();
+    }
+  }
+};
+
+template <class Entry>
+using KeyColumns = RowColumns<Entry, RowLayout<Entry>::kKeyFirst, RowLayout<Entry>::kKeyEnd>;
+template <class Entry>
+using AllColumns = RowColumns<Entry, 0, RowLayout<Entry>::kCount>;
+
+/// The bytes of a row that may have come from outside, good for reading the fixed data of `Entry`'s rows.
+/// Throws LmNullRow, or Cairn::AssertionException if the row is too short for them.
+template <class Entry>
+Lumen::RowBytes columnBytes(const Lumen::BaseRow& row) {
+  const Lumen::RowBytes bytes = row.bytes();
+  Cairn::require(bytes.available >= RowLayout<Entry>::kFixedLength, "fixed data inside the row",
+                 "columnBytes");
+  return bytes;
+}
+
+}  // namespace TolmarHwLib
