@@ -1,6 +1,19 @@
 #include "orrery/Mounter.h"
 
+#include "quill/Generic.h"
+
 namespace Orrery {
+
+namespace {
+
+constexpr Quill::Member kMembers[] = {
+    Quill::genericOperation<&Mounter::handleMountStatus>("handleMountStatus"),
+};
+
+}  // namespace
+
+constinit const Quill::TypeNode Mounter::_quillType{
+    .name = "Orrery::Mounter", .members = kMembers, .base = &Quill::Entity::_quillType};
 
 Mounter::~Mounter() = default;
 

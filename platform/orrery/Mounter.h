@@ -21,6 +21,8 @@ class Mounter : public Quill::Entity {
   virtual void doMountsComplete(MountStatus mountStatus, const Quill::Ptr<EntityManager>& mountGroup);
   /// One mount has changed its status.
   virtual void handleMountStatus(MountStatus mountStatus);
+
+  static const Quill::TypeNode _quillType;
 };
 
 }  // namespace Orrery

@@ -85,9 +85,11 @@ class Loader {
   }
   std::size_t initCallers() const noexcept { return initCallers_.size(); }
 
-  /// Runs the callers from the `first`-th on, in order of registration. What a plugin throws passes on.
-  void runInitCallers(std::size_t first = 0) {
-    for (std::size_t i = first; i < initCallers_.size(); ++i) (*initCallers_[i])();
+  LoaderInitCaller* initCaller(std::size_t i) const { return initCallers_.at(i).get(); }
+
+  /// Runs the callers at [first, last), in order of registration. What a plugin throws passes on.
+  void runInitCallers(std::size_t first, std::size_t last) {
+    for (std::size_t i = first; i < last; ++i) (*initCallers_.at(i))();
   }
 
   /// Drops the callers at [first, last) and their registrations.

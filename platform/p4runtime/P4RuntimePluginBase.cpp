@@ -1,11 +1,53 @@
 #include "p4runtime/P4RuntimePluginBase.h"
 
+#include "p4runtime/GenericPluginNotifiee.h"
 #include "quill/Attribute.h"
+#include "quill/Generic.h"
 
 namespace P4Runtime {
 
+namespace {
+
+using Quill::genericAttribute;
+
+constexpr Quill::Member kMembers[] = {
+    Quill::genericReader<&P4RuntimePluginBase::pluginName>("pluginName"),
+    genericAttribute<&P4RuntimePluginBase::cliConfig, &P4RuntimePluginBase::cliConfigIs>(
+        "cliConfig", "P4Runtime::CliCommandConfig"),
+    genericAttribute<&P4RuntimePluginBase::cliStatus, &P4RuntimePluginBase::cliStatusIs>(
+        "cliStatus", "P4Runtime::CliCommandStatus"),
+    genericAttribute<&P4RuntimePluginBase::pluginContext, &P4RuntimePluginBase::pluginContextIs>(
+        "pluginContext", "P4Runtime::PluginContext"),
+    genericAttribute<&P4RuntimePluginBase::pluginConfigDir, &P4RuntimePluginBase::pluginConfigDirIs>(
+        "pluginConfigDir", "Quill::Entity"),
+    genericAttribute<&P4RuntimePluginBase::pluginStatusDir, &P4RuntimePluginBase::pluginStatusDirIs>(
+        "pluginStatusDir", "Quill::Entity"),
+    genericAttribute<&P4RuntimePluginBase::allPluginConfig, &P4RuntimePluginBase::allPluginConfigIs>(
+        "allPluginConfig", "P4Runtime::AllPluginConfig"),
+    genericAttribute<&P4RuntimePluginBase::pluginStatus, &P4RuntimePluginBase::pluginStatusIs>(
+        "pluginStatus", "P4Runtime::PluginStatus"),
+    genericAttribute<&P4RuntimePluginBase::pluginCleanupSm, &P4RuntimePluginBase::pluginCleanupSmIs>(
+        "pluginCleanupSm", "P4Runtime::PluginCleanupSm"),
+    Quill::genericOperation<&P4RuntimePluginBase::init>("init"),
+    genericAttribute<&P4RuntimePluginBase::pluginCleanupHelper, &P4RuntimePluginBase::pluginCleanupHelperIs>(
+        "pluginCleanupHelper", "P4Runtime::PluginCleanupHelper"),
+    genericAttribute<&P4RuntimePluginBase::defaultPluginCleanupHelper,
+                     &P4RuntimePluginBase::defaultPluginCleanupHelperIs>("defaultPluginCleanupHelper",
+                                                                         "P4Runtime::PluginCleanupHelper"),
+};
+
+Quill::Ptr<Quill::NotifieeConst> genericNotifiee(const Quill::Ptr<const Quill::PtrInterface>& plugin,
+                                                 Quill::GenericObserver observer) {
+  using Notifiee = GenericPluginNotifiee<P4RuntimePluginBase::NotifieeConst>;
+  return genericPluginNotifieeIs<Notifiee>(plugin, std::move(observer));
+}
+
+}  // namespace
+
 constinit const Quill::TypeNode P4RuntimePluginBase::_quillType{.name = "P4Runtime::P4RuntimePluginBase",
-                                                                .members = {}};
+                                                                .members = kMembers,
+                                                                .base = &Orrery::Mounter::_quillType,
+                                                                .genericNotifiee = &genericNotifiee};
 Quill::AllocTrackTypeInfo P4RuntimePluginBase::quillAllocTrackTypeInfo_;
 void P4RuntimePluginBase::operator delete(void* memory) noexcept {
   Quill::deallocate(memory, quillAllocTrackTypeInfo_);

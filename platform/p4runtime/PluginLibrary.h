@@ -29,28 +29,31 @@ class PluginLibrary {
   /// The registration names of the library's plugins, in order of registration.
   std::vector<std::string> plugins() const;
 
-  /// Runs the library's callers with `context`, which must live until unload(). What a plugin throws passes
-  /// on.
+  /// Runs the library's callers with `context`, which lives until unload() at least. What a plugin throws
+  /// passes on.
   void init(const Quill::Ptr<PluginContext>& context);
 
-  /// Asks every plugin that was started with the context to clean up (its tables are removed). What a plugin
+  /// Has every plugin that was started with the context clean up (its tables are removed). What a plugin
   /// throws passes on; the plugins after it are then not asked.
   static void requestCleanup(const PluginContext& context);
 
-  /// Lets go of everything of the library in this order: cleanup helpers of its plugins, their table
-  /// implementations in the row database, callers, row-operations generators, type descriptors; then unloads
-  /// it. Its plugins must not be held by anybody else.
+  /// Lets go of everything of the library, in this order: the cleanup helpers of its plugins, the table
+  /// implementations that the row database has had since init(), callers, row-operations generators, type
+  /// descriptors; then unloads it. No plugin of it may be held by anybody else.
   void unload();
 
  private:
-  void letGo();
+  void dropCleanupHelpers() const;
+  void dropTableImplementations() const;
 
   std::string path_;
   void* handle_ = nullptr;
-  Quill::Ptr<PluginContext> context_;
-  std::size_t firstCaller_;
-  std::size_t callers_ = 0;
+  Quill::Ptr<PluginContext> context_;              // null before init
+  std::size_t firstCaller_;                        // the library's callers start here
+  std::size_t lastCaller_;                         // and end before this one
+  std::vector<std::string> generators_;            // row type names
   std::vector<const Quill::TypeNode*> typeNodes_;  // not owned
+  std::vector<std::string> servedBefore_;          // names of tables with an implementation before init
 };
 
 }  // namespace P4Runtime

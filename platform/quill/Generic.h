@@ -2,6 +2,7 @@
 // which a class builds its member table.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -162,6 +163,24 @@ void setBy(PtrInterface& object, GenericArguments arguments) {
 }
 
 }  // namespace detail
+
+/// A walk by an iterator that offers nonNull, key, value, next and del.
+template <class Iterator>
+std::unique_ptr<GenericIterator> genericIterator(Iterator iterator) {
+  class Walk final : public GenericIterator {
+   public:
+    explicit Walk(Iterator at) : at_(at) {}
+    bool nonNull() const override { return at_.nonNull(); }
+    GenericValue key() const override { return at_.key(); }
+    GenericValue value() const override { return at_.value(); }
+    void next() override { at_.next(); }
+    void del() override { at_.del(); }
+
+   private:
+    Iterator at_;
+  };
+  return std::make_unique<Walk>(iterator);
+}
 
 /// An attribute that can be read.
 template <auto Getter>
