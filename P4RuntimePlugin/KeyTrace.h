@@ -1,0 +1,25 @@
+// The keys as values of the fast trace: their text form, put into the record without an allocation.
+#pragma once
+
+#include "P4RuntimeTolmar/RowLayout.h"
+#include "skein/Skein.h"
+
+namespace TolmarHwLib {
+
+template <class Key>
+requires requires { RowSchema<Key>::columns; }
+void traceText(Skein::Message& message, const Key& key) noexcept {
+  std::string_view separator;
+  forEachColumn(RowSchema<Key>::columns, [&]<class C>(const C& column) {
+    message.put(separator);
+    message.put(column.name);
+    constexpr std::string_view quote = Lumen::Encoding<typename C::Type>::kQuoted ? "\"" : "";
+    message.put(" = ");
+    message.put(quote);
+    traceText(message, key.*column.member);
+    message.put(quote);
+    separator = " ";
+  });
+}
+
+}  // namespace TolmarHwLib

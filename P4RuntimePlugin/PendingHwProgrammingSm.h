@@ -1,0 +1,76 @@
+// The pattern of the pending-programming trackers: follows one status table and reports each status row to
+// the agent's batch status.
+#pragma once
+
+#include <cstdint>
+
+#include "P4RuntimePlugin/TableReactor.h"
+#include "P4RuntimePlugin/Trace.h"
+#include "p4runtime/BatchStatus.h"
+#include "quill/PtrInterface.h"
+#include "quill/TypeNode.h"
+
+namespace TolmarHwLib {
+
+/// `kLine` is the line that the tracker's trace records carry.
+template <class Key, class Status, int kLine>
+class PendingHwProgrammingSm : public Quill::PtrInterface {
+ public:
+  class QuillStatus;
+
+  /// Follows `status`, if there is one, from now on; rows already in it are not reported.
+  PendingHwProgrammingSm(const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
+                         const Quill::Ptr<const Status>& status);
+  ~PendingHwProgrammingSm() override;
+
+  void hasNotificationActiveIs(bool active) override;
+
+  // Virtual operation, in slot order after those of PtrInterface.
+  virtual void quillDoZombieReactors(bool zombie);
+
+  const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus() const noexcept { return batchStatus_; }
+
+  /// The followed table, or null.
+  Quill::Ptr<const Status> status() const { return status_.table(); }
+  void statusIs(const Quill::Ptr<const Status>& status) { status_.tableIs(*this, status); }
+  void statusDel() { status_.tableDel(); }
+
+  /// Reports the row of `key`, if there is one, and wakes the agent. Nothing without a status table.
+  void onStatusRow(const Key& key);
+  /// For the whole table at once; does nothing, since rows from before are not reported.
+  void onStatusRows() {}
+
+ private:
+  struct Answer {
+    P4Runtime::EntryHandle entryHandle = 0;
+    std::uint16_t errorCode = 0;
+  };
+  static Answer answer(const Status& status, const Key& key);
+  static bool present(const Status& status, const Key& key);
+  P4Runtime::BatchStatusEntry completion(const Answer& answer) const;
+  void wakeAgent() const noexcept;
+
+  Quill::Ptr<P4Runtime::BatchStatus> batchStatus_;
+  P4RuntimeTolmar::TableBinding<QuillStatus, Status> status_;
+};
+
+/// The tracker's reactor on its status table.
+template <class Key, class Status, int kLine>
+class PendingHwProgrammingSm<Key, Status, kLine>::QuillStatus final
+    : public P4RuntimeTolmar::TableReactor<PendingHwProgrammingSm, Status> {
+ public:
+  using P4RuntimeTolmar::TableReactor<PendingHwProgrammingSm, Status>::TableReactor;
+  ~QuillStatus() override = default;
+
+  void onTable(const Key& key) override {
+    if (const auto tracker = this->owner()) tracker->onStatusRow(key);
+  }
+  void onTablequillImmediate() override {
+    if (const auto tracker = this->owner()) tracker->onStatusRows();
+  }
+
+  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
+};
+
+}  // namespace TolmarHwLib

@@ -1,0 +1,111 @@
+#include "P4RuntimePlugin/PendingHwProgrammingSms.h"
+
+#include "P4RuntimePlugin/KeyTrace.h"
+#include "P4RuntimePlugin/PendingHwProgrammingSm-inl.h"
+#include "quill/Generic.h"
+
+namespace TolmarHwLib {
+
+namespace {
+
+template <class Tracker, class Status>
+Quill::GenericIf fromCtorArgs(Quill::GenericArguments arguments) {
+  using BatchStatus = Quill::Ptr<P4Runtime::BatchStatus>;
+  using StatusPtr = Quill::Ptr<const Status>;
+  const auto make = [](const BatchStatus& batchStatus, const StatusPtr& status) {
+    return Quill::allocate<Tracker>(batchStatus, status);
+  };
+  return Quill::GenericIf(Quill::genericCall<BatchStatus, StatusPtr>(make, arguments));
+}
+
+template <class Pattern>
+constexpr Quill::Member kMembers[] = {
+    Quill::genericReader<&Pattern::batchStatus>("batchStatus", "P4Runtime::BatchStatus"),
+    Quill::genericReader<&Pattern::status>("status"),
+    Quill::genericOperation<&Pattern::onStatusRow>("onStatusRow"),
+    Quill::genericOperation<&Pattern::onStatusRows>("onStatusRows"),
+};
+
+}  // namespace
+
+template class PendingHwProgrammingSm<L3IifTH3Key, L3IifTH3Status, 16>;
+template class PendingHwProgrammingSm<MyStationTcamTH3Key, MyStationTcamTH3Status, 73>;
+template class PendingHwProgrammingSm<L3TunnelTH3Key, L3TunnelTH3Status, 130>;
+
+constinit const Quill::TypeNode L3IifTH3PendingHwProgrammingSm::_quillType{
+    .name = "TolmarHwLib::L3IifTH3PendingHwProgrammingSm",
+    .members = kMembers<PendingHwProgrammingSm<L3IifTH3Key, L3IifTH3Status, 16>>,
+    .genericIfFromCtorArgs = &fromCtorArgs<L3IifTH3PendingHwProgrammingSm, L3IifTH3Status>};
+
+void L3IifTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
+  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
+}
+
+L3IifTH3PendingHwProgrammingSm::~L3IifTH3PendingHwProgrammingSm() = default;
+
+const Quill::TypeNode* L3IifTH3PendingHwProgrammingSm::fwkType() const { return &_quillType; }
+
+Quill::Ptr<L3IifTH3PendingHwProgrammingSm> L3IifTH3PendingHwProgrammingSm::L3IifTH3PendingHwProgrammingSmIs(
+    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus, const Quill::Ptr<const L3IifTH3Status>& status) {
+  return Quill::allocate<L3IifTH3PendingHwProgrammingSm>(batchStatus, status);
+}
+
+Quill::Ptr<L3IifTH3PendingHwProgrammingSm> l3IifTH3PendingHwProgrammingSmFactory(
+    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus, const Quill::Ptr<const L3IifTH3Status>& status) {
+  return L3IifTH3PendingHwProgrammingSm::L3IifTH3PendingHwProgrammingSmIs(batchStatus, status);
+}
+
+constinit const Quill::TypeNode MyStationTcamTH3PendingHwProgrammingSm::_quillType{
+    .name = "TolmarHwLib::MyStationTcamTH3PendingHwProgrammingSm",
+    .members = kMembers<PendingHwProgrammingSm<MyStationTcamTH3Key, MyStationTcamTH3Status, 73>>,
+    .genericIfFromCtorArgs = &fromCtorArgs<MyStationTcamTH3PendingHwProgrammingSm, MyStationTcamTH3Status>};
+
+void MyStationTcamTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
+  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
+}
+
+MyStationTcamTH3PendingHwProgrammingSm::~MyStationTcamTH3PendingHwProgrammingSm() = default;
+
+const Quill::TypeNode* MyStationTcamTH3PendingHwProgrammingSm::fwkType() const { return &_quillType; }
+
+Quill::Ptr<MyStationTcamTH3PendingHwProgrammingSm>
+MyStationTcamTH3PendingHwProgrammingSm::MyStationTcamTH3PendingHwProgrammingSmIs(
+    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
+    const Quill::Ptr<const MyStationTcamTH3Status>& status) {
+  return Quill::allocate<MyStationTcamTH3PendingHwProgrammingSm>(batchStatus, status);
+}
+
+Quill::Ptr<MyStationTcamTH3PendingHwProgrammingSm> myStationTcamTH3PendingHwProgrammingSmFactory(
+    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
+    const Quill::Ptr<const MyStationTcamTH3Status>& status) {
+  return MyStationTcamTH3PendingHwProgrammingSm::MyStationTcamTH3PendingHwProgrammingSmIs(batchStatus,
+                                                                                          status);
+}
+
+constinit const Quill::TypeNode L3TunnelTH3PendingHwProgrammingSm::_quillType{
+    .name = "TolmarHwLib::L3TunnelTH3PendingHwProgrammingSm",
+    .members = kMembers<PendingHwProgrammingSm<L3TunnelTH3Key, L3TunnelTH3Status, 130>>,
+    .genericIfFromCtorArgs = &fromCtorArgs<L3TunnelTH3PendingHwProgrammingSm, L3TunnelTH3Status>};
+
+void L3TunnelTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
+  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
+}
+
+L3TunnelTH3PendingHwProgrammingSm::~L3TunnelTH3PendingHwProgrammingSm() = default;
+
+const Quill::TypeNode* L3TunnelTH3PendingHwProgrammingSm::fwkType() const { return &_quillType; }
+
+Quill::Ptr<L3TunnelTH3PendingHwProgrammingSm>
+L3TunnelTH3PendingHwProgrammingSm::L3TunnelTH3PendingHwProgrammingSmIs(
+    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
+    const Quill::Ptr<const L3TunnelTH3Status>& status) {
+  return Quill::allocate<L3TunnelTH3PendingHwProgrammingSm>(batchStatus, status);
+}
+
+Quill::Ptr<L3TunnelTH3PendingHwProgrammingSm> l3TunnelTH3PendingHwProgrammingSmFactory(
+    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
+    const Quill::Ptr<const L3TunnelTH3Status>& status) {
+  return L3TunnelTH3PendingHwProgrammingSm::L3TunnelTH3PendingHwProgrammingSmIs(batchStatus, status);
+}
+
+}  // namespace TolmarHwLib

@@ -1,0 +1,54 @@
+#include "P4RuntimePlugin/PluginCleanupHelper.h"
+
+#include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
+#include "P4RuntimePlugin/PluginTrace.h"
+#include "quill/Generic.h"
+
+namespace P4RuntimeTolmar {
+
+namespace {
+
+constexpr Quill::Member kMembers[] = {
+    Quill::genericReader<&P4Runtime::PluginCleanupHelper::allPluginConfig>("allPluginConfig",
+                                                                           "P4Runtime::AllPluginConfig"),
+    Quill::genericReader<&P4Runtime::PluginCleanupHelper::pluginStatus>("pluginStatus",
+                                                                        "P4Runtime::PluginStatus"),
+    Quill::genericReader<&P4Runtime::PluginCleanupHelper::cliConfig>("cliConfig",
+                                                                     "P4Runtime::CliCommandConfig"),
+    Quill::genericReader<&PluginCleanupHelper::parent>("parent", "P4RuntimeTolmar::TolmarP4RuntimePlugin"),
+    Quill::genericReader<&PluginCleanupHelper::name>("name"),
+    Quill::genericOperation<&PluginCleanupHelper::handleCleanupRequest>("handleCleanupRequest"),
+};
+
+}  // namespace
+
+constinit const Quill::TypeNode PluginCleanupHelper::_quillType{
+    .name = "P4RuntimeTolmar::PluginCleanupHelper", .members = kMembers};
+
+void PluginCleanupHelper::operator delete(void* memory) noexcept {
+  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
+}
+
+PluginCleanupHelper::PluginCleanupHelper(const Quill::Ptr<const P4Runtime::AllPluginConfig>& allPluginConfig,
+                                         const Quill::Ptr<P4Runtime::PluginStatus>& pluginStatus,
+                                         const Quill::Ptr<P4Runtime::CliCommandConfig>& cliConfig,
+                                         const Quill::Ptr<TolmarP4RuntimePlugin>& parent)
+    : P4Runtime::PluginCleanupHelper(allPluginConfig, pluginStatus, cliConfig), parent_(parent) {}
+
+PluginCleanupHelper::~PluginCleanupHelper() = default;
+
+const Quill::TypeNode* PluginCleanupHelper::fwkType() const { return &_quillType; }
+
+Quill::Name PluginCleanupHelper::name() const { return parent_ ? parent_->name() : Quill::Name(); }
+
+void PluginCleanupHelper::handleCleanupRequest() {
+  static constinit const TracePoint trace{4, kPluginSource, __LINE__, "handleCleanupRequest",
+                                          "TolmarP4RuntimePlugin::handleCleanupRequest"};
+  trace(pluginTrace());
+  // The plugin is held for its call alone, and no member is used after the base operation: the agent may let
+  // both of us go in it.
+  if (const Quill::Ptr<TolmarP4RuntimePlugin> plugin = parent_) plugin->doCleanup();
+  P4Runtime::PluginCleanupHelper::handleCleanupRequest();
+}
+
+}  // namespace P4RuntimeTolmar

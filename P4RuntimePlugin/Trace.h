@@ -1,0 +1,61 @@
+// One call for both traces: the fast trace, which always gets its record, and a named trace handle, for which
+// the text is built only while the level is on.
+#pragma once
+
+#include <sstream>
+#include <string>
+#include <string_view>
+
+#include "quill/TraceHandle.h"
+#include "skein/Skein.h"
+
+namespace P4RuntimeTolmar {
+
+/// One place in the code that traces; constant and static. Every value in the format is a "%s".
+class TracePoint {
+ public:
+  constexpr TracePoint(int level, std::string_view source, int line, std::string_view function,
+                       std::string_view format)
+      : site_(source, static_cast<std::uint32_t>(line), function, format),
+        source_(source),
+        function_(function),
+        format_(format),
+        line_(line),
+        level_(level) {}
+
+  /// Traces `values` on both; `handle` sees them only at this point's level.
+  template <class... Values>
+  void operator()(const Quill::TraceHandle& handle, const Values&... values) const {
+    Skein::message(site_, values...);
+    if (handle.enabled(level_)) [[unlikely]]
+      toHandle(handle, values...);
+  }
+
+ private:
+  template <class... Values>
+  [[gnu::noinline, gnu::cold]] void toHandle(const Quill::TraceHandle& handle,
+                                             const Values&... values) const {
+    std::ostringstream text;
+    std::string_view rest = format_;
+    (writeNext(text, rest, values), ...);
+    text << rest;
+    handle.trace(level_, source_, line_, function_, text.str());
+  }
+
+  /// The format up to its next "%s", then the value.
+  template <class Value>
+  static void writeNext(std::ostream& out, std::string_view& rest, const Value& value) {
+    const std::size_t at = rest.find("%s");
+    out << rest.substr(0, at) << value;
+    rest.remove_prefix(at == rest.npos ? rest.size() : at + 2);
+  }
+
+  Skein::Site site_;
+  std::string_view source_;
+  std::string_view function_;
+  std::string_view format_;
+  int line_;
+  int level_;
+};
+
+}  // namespace P4RuntimeTolmar

@@ -1,0 +1,156 @@
+#include "P4RuntimePlugin/VrfSm.h"
+
+#include "P4RuntimePlugin/KeyTrace.h"
+#include "P4RuntimePlugin/TableRead.h"
+#include "P4RuntimePlugin/Trace.h"
+
+namespace P4RuntimeTolmar {
+
+using TolmarHwLib::L3IifTH3Config;
+using TolmarHwLib::L3IifTH3Key;
+
+extern const Quill::TraceHandle kVrfSmTrace;
+
+namespace {
+
+constexpr int kTraceLevel = 7;
+constexpr const char* kSource = "./P4RuntimePlugin/VrfSm";
+
+/// Calls `visit` with the key of every row, in the table's own order, until the table is found damaged.
+template <class Visit>
+void forEachKey(const L3IifTH3Config& config, const Visit& visit) {
+  L3IifTH3Config::Map::Row row;
+  Vesta::IterHint hint;
+  bool more = false;
+  bool read = readTable(config, [&] { more = config.table().first(row, hint); });
+  while (read && more) {
+    visit(row.key);
+    read = readTable(config, [&] { more = config.table().next(row.key, row, hint); });
+  }
+}
+
+}  // namespace
+
+void VrfSm::operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
+
+VrfSm::VrfSm(const L3IifTH3ConfigPtr& l3IifTH3Config,
+             const Quill::Ptr<P4Runtime::PluginContext>& pluginContext)
+    : pluginContext_(pluginContext) {
+  l3IifTH3ConfigIs(l3IifTH3Config);
+  handleInitialized();
+}
+
+VrfSm::~VrfSm() {
+  l3IifTH3ConfigDel();
+  vrfIdDelAll();
+}
+
+Quill::Ptr<VrfSm> VrfSm::VrfSmIs(const L3IifTH3ConfigPtr& l3IifTH3Config,
+                                 const Quill::Ptr<P4Runtime::PluginContext>& pluginContext) {
+  return Quill::allocate<VrfSm>(l3IifTH3Config, pluginContext);
+}
+
+Quill::Ptr<VrfSm> vrfSmFactory(const Quill::Ptr<const L3IifTH3Config>& l3IifTH3Config,
+                               const Quill::Ptr<P4Runtime::PluginContext>& pluginContext) {
+  return VrfSm::VrfSmIs(l3IifTH3Config, pluginContext);
+}
+
+void VrfSm::hasNotificationActiveIs(bool active) {
+  PtrInterface::hasNotificationActiveIs(active);
+  l3IifTH3Config_.hasNotificationActiveIs(active);
+}
+
+const Quill::TypeNode* VrfSm::fwkType() const { return &_quillType; }
+
+void VrfSm::quillDoZombieReactors(bool zombie) { l3IifTH3Config_.zombieIs(*this, zombie); }
+
+VrfSm::L3IifTH3ConfigPtr VrfSm::l3IifTH3Config() const { return l3IifTH3Config_.table(); }
+
+void VrfSm::l3IifTH3ConfigIs(const L3IifTH3ConfigPtr& config) { l3IifTH3Config_.tableIs(*this, config); }
+
+void VrfSm::l3IifTH3ConfigDel() { l3IifTH3Config_.tableDel(); }
+
+void VrfSm::vrfIdIs(const L3IifTH3Key& key, unsigned short vrf) {
+  vrfId_.set(key, vrf);
+  vrfIdNotify(key);
+}
+
+void VrfSm::vrfIdDel(const L3IifTH3Key& key) {
+  if (vrfId_.del(key)) vrfIdNotify(key);
+}
+
+void VrfSm::vrfIdDelAll() {
+  for (auto line = vrfIdIterator(); line.nonNull(); line.next()) vrfIdDel(L3IifTH3Key(line.key()));
+}
+
+void VrfSm::handleInitialized() {
+  static constinit const TracePoint trace{kTraceLevel, kSource, 40, "handleInitialized", "handleInitialized"};
+  trace(kVrfSmTrace);
+  initializedIs(true);
+  vrfIdCollectionIs(pluginContext_->vrfIdCollection());
+  if (const L3IifTH3ConfigPtr config = l3IifTH3Config()) {
+    forEachKey(*config, [this](const L3IifTH3Key& key) { handleL3IifTH3ConfigEntry(key); });
+  }
+}
+
+void VrfSm::handleL3IifTH3ConfigEntry(const L3IifTH3Key& key) {
+  static constinit const TracePoint trace{kTraceLevel, kSource, 14, "handleL3IifTH3ConfigEntry",
+                                          "handleL3IifTH3ConfigEntry"};
+  if (!initialized_) return;
+  trace(kVrfSmTrace);
+  const L3IifTH3ConfigPtr config = l3IifTH3Config();  // held, so that a handler may bind another one
+  bool present = false;
+  if (config) readTable(*config, [&] { config->directLookup(key, present); });
+  if (present) {
+    add(*config, key);
+  } else {
+    del(key);
+  }
+}
+
+void VrfSm::add(const L3IifTH3Config& config, const L3IifTH3Key& key) {
+  // Two blanks, as operators' filters expect.
+  static constinit const TracePoint traceKey{kTraceLevel, kSource, 17, "handleL3IifTH3ConfigEntry",
+                                             "handleL3IifTH3ConfigEntry  add key %s"};
+  static constinit const TracePoint traceVrf{kTraceLevel, kSource, 24, "handleL3IifTH3ConfigEntry",
+                                             "handleL3IifTH3ConfigEntry add vrf %s refCount %s"};
+  traceKey(kVrfSmTrace, key);
+  unsigned short vrf = 0;
+  readTable(config, [&] {
+    bool found = false;
+    vrf = config.directLookup(key, found).vrf;
+  });
+  if (vrf == 0) return;
+  vrfIdIs(key, vrf);
+  const std::uint32_t count = vrfIdCollection_->vrfIdRefCountInc(P4Runtime::VrfId(vrf), 1);
+  traceVrf(kVrfSmTrace, vrf, count);
+}
+
+void VrfSm::del(const L3IifTH3Key& key) {
+  static constinit const TracePoint traceKey{kTraceLevel, kSource, 27, "handleL3IifTH3ConfigEntry",
+                                             "handleL3IifTH3ConfigEntry del key %s"};
+  static constinit const TracePoint traceVrf{kTraceLevel, kSource, 32, "handleL3IifTH3ConfigEntry",
+                                             "handleL3IifTH3ConfigEntry del vrf %s refCount %s"};
+  traceKey(kVrfSmTrace, key);
+  const unsigned short* const line = vrfId_.find(key);
+  if (line == nullptr) return;
+  const unsigned short vrf = *line;
+  const std::uint32_t count = vrfIdCollection_->vrfIdRefCountDec(P4Runtime::VrfId(vrf), 1);
+  traceVrf(kVrfSmTrace, vrf, count);
+  vrfIdDel(key);
+}
+
+VrfSm::QuillL3IifTH3Config::~QuillL3IifTH3Config() = default;
+
+void VrfSm::QuillL3IifTH3Config::operator delete(void* memory) noexcept {
+  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
+}
+
+void VrfSm::QuillL3IifTH3Config::onTable(const L3IifTH3Key& key) {
+  if (const auto tracker = owner()) tracker->handleL3IifTH3ConfigEntry(key);
+}
+
+// Rows from before are counted by handleInitialized alone.
+void VrfSm::QuillL3IifTH3Config::onTablequillImmediate() {}
+
+}  // namespace P4RuntimeTolmar

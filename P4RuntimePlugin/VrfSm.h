@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstdint>
+
+#include "P4RuntimePlugin/TableReactor.h"
+#include "P4RuntimeTolmar/Entities.h"
+#include "p4runtime/PluginContext.h"
+#include "quill/HashMap2018.h"
+#include "quill/PtrInterface.h"
+#include "quill/TypeNode.h"
+
+namespace P4RuntimeTolmar {
+
+/// The VRF tracker: keeps the agent's VRF id collection in step with the L3 IIF config table. Every
+/// notification of a present entry with a VRF takes one reference, also when the entry was counted before, on
+/// purpose: the counts follow the number of add notifications, not of entries. An entry that goes gives back
+/// one reference on the VRF last seen with it. Destruction gives nothing back.
+class VrfSm final : public Quill::PtrInterface {
+  struct QuillVrfId {
+    using Key = TolmarHwLib::L3IifTH3Key;
+    using Value = unsigned short;
+    static std::uint32_t hash(const Key& key) { return key.hash(); }
+    Key key;
+    Value value;
+  };
+
+ public:
+  class QuillL3IifTH3Config;
+  using L3IifTH3ConfigPtr = Quill::Ptr<const TolmarHwLib::L3IifTH3Config>;
+  using VrfIdMap = Quill::HashMap2018<QuillVrfId>;
+
+  /// Counts the rows already in `l3IifTH3Config`, which may be null; `pluginContext` may not.
+  VrfSm(const L3IifTH3ConfigPtr& l3IifTH3Config, const Quill::Ptr<P4Runtime::PluginContext>& pluginContext);
+  ~VrfSm() override;
+  /// A tracker with its notifications on.
+  static Quill::Ptr<VrfSm> VrfSmIs(const L3IifTH3ConfigPtr& l3IifTH3Config,
+                                   const Quill::Ptr<P4Runtime::PluginContext>& pluginContext);
+
+  void hasNotificationActiveIs(bool active) override;
+  const Quill::TypeNode* fwkType() const override;
+
+  // Virtual operation, in slot order after those of PtrInterface.
+  virtual void quillDoZombieReactors(bool zombie);
+
+  /// The followed table, or null. Binding another one counts nothing.
+  L3IifTH3ConfigPtr l3IifTH3Config() const;
+  void l3IifTH3ConfigIs(const L3IifTH3ConfigPtr& config);
+  void l3IifTH3ConfigDel();
+
+  const Quill::Ptr<P4Runtime::PluginContext>& pluginContext() const noexcept { return pluginContext_; }
+
+  // The VRF counted last for each key. None of these touches a count.
+  const VrfIdMap& vrfId() const noexcept { return vrfId_; }
+  VrfIdMap::Iterator vrfIdIterator() { return vrfId_.first(); }
+  void vrfIdIs(const TolmarHwLib::L3IifTH3Key& key, unsigned short vrf);
+  void vrfIdDel(const TolmarHwLib::L3IifTH3Key& key);
+  void vrfIdDelAll();
+  /// For a changed line; does nothing.
+  void vrfIdNotify(const TolmarHwLib::L3IifTH3Key&) {}
+
+  const Quill::Ptr<P4Runtime::VrfIdCollection>& vrfIdCollection() const noexcept { return vrfIdCollection_; }
+  void vrfIdCollectionIs(const Quill::Ptr<P4Runtime::VrfIdCollection>& collection) {
+    vrfIdCollection_ = collection;
+  }
+  bool initialized() const noexcept { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  /// Takes the VRF id collection from the context and counts every row of the table. Called again, it counts
+  /// them again.
+  void handleInitialized();
+  /// Counts one present row, or gives back the reference of one that has gone. Nothing until initialized.
+  void handleL3IifTH3ConfigEntry(const TolmarHwLib::L3IifTH3Key& key);
+
+  static const Quill::TypeNode _quillType;
+  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static void operator delete(void* memory) noexcept;
+
+ private:
+  void add(const TolmarHwLib::L3IifTH3Config& config, const TolmarHwLib::L3IifTH3Key& key);
+  void del(const TolmarHwLib::L3IifTH3Key& key);
+
+  TableBinding<QuillL3IifTH3Config, TolmarHwLib::L3IifTH3Config> l3IifTH3Config_;
+  Quill::Ptr<P4Runtime::PluginContext> pluginContext_;
+  VrfIdMap vrfId_;
+  Quill::Ptr<P4Runtime::VrfIdCollection> vrfIdCollection_;
+  bool initialized_ = false;
+};
+
+/// The tracker's reactor on the config table.
+class VrfSm::QuillL3IifTH3Config final : public TableReactor<VrfSm, TolmarHwLib::L3IifTH3Config> {
+ public:
+  using TableReactor::TableReactor;
+  ~QuillL3IifTH3Config() override;
+
+  void onTable(const TolmarHwLib::L3IifTH3Key& key) override;
+  void onTablequillImmediate() override;
+
+  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static void operator delete(void* memory) noexcept;
+};
+
+/// Entry point for creators other than the plugin.
+Quill::Ptr<VrfSm> vrfSmFactory(const Quill::Ptr<const TolmarHwLib::L3IifTH3Config>& l3IifTH3Config,
+                               const Quill::Ptr<P4Runtime::PluginContext>& pluginContext);
+
+}  // namespace P4RuntimeTolmar
