@@ -1,0 +1,98 @@
+#include "apps/core/ConfigTable.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "cairn/Exception.h"
+
+namespace Agent {
+
+namespace {
+
+std::string listed(const std::vector<Lumen::LmColumn>& columns,
+                   const std::function<bool(const Lumen::LmColumn&)>& which) {
+  std::string names;
+  for (const Lumen::LmColumn& column : columns) {
+    if (which(column)) names += (names.empty() ? "" : ", ") + column.name;
+  }
+  return names;
+}
+
+const Lumen::LmClass& classOf(const Lumen::LmTable& table) {
+  const std::string& rowTypeName = table.registration().rowTypeName;
+  Lumen::LumenDB::metadataIs(rowTypeName);
+  return *Lumen::LumenDB::lmClass(rowTypeName);
+}
+
+}  // namespace
+
+ConfigTable::ConfigTable(std::string shortName, std::shared_ptr<Lumen::LmTable> table)
+    : name_(std::move(shortName)),
+      table_(std::move(table)),
+      class_(&classOf(*table_)),
+      operations_(Lumen::rowOps(class_->name())),
+      genIdOffset_(bookkeepingColumn("genId", Lumen::ColumnType::uint64).offset),
+      handleOffset_(bookkeepingColumn("entryHandle", Lumen::ColumnType::uint64).offset),
+      validOffset_(bookkeepingColumn("valid", Lumen::ColumnType::boolean).offset),
+      removals_(0, KeyHash{operations_.get()}, KeyEquals{operations_.get()}) {
+  if (!operations_) throw Cairn::Exception("table " + name_ + ": no row operations for " + class_->name());
+}
+
+const Lumen::LmColumn& ConfigTable::bookkeepingColumn(std::string_view columnName,
+                                                      Lumen::ColumnType type) const {
+  const Lumen::LmColumn* const column = class_->column(columnName);
+  if (column != nullptr && column->type == type) return *column;
+  throw Cairn::Exception("table " + name_ + ": expected a column " + std::string(columnName) + " in " +
+                         class_->descriptor());
+}
+
+bool ConfigTable::isBookkeeping(const Lumen::LmColumn& column) const {
+  return column.offset == genIdOffset_ || column.offset == handleOffset_ || column.offset == validOffset_;
+}
+
+Lumen::BaseRow ConfigTable::row(std::span<const Lumen::ColumnText> fields) const {
+  for (const Lumen::ColumnText& field : fields) {
+    const Lumen::LmColumn* const column = class_->column(field.name);
+    if (column != nullptr && !isBookkeeping(*column)) continue;
+    const auto settable = [this](const Lumen::LmColumn& candidate) { return !isBookkeeping(candidate); };
+    throw Cairn::Exception("expected a field of " + name_ + " (" + listed(class_->columns(), settable) +
+                           "), got \"" + std::string(field.name) + "\"");
+  }
+  const auto missing = [fields](const Lumen::LmColumn& column) {
+    const auto named = [&column](const Lumen::ColumnText& field) { return field.name == column.name; };
+    return column.isKey && std::none_of(fields.begin(), fields.end(), named);
+  };
+  const std::string missingNames = listed(class_->columns(), missing);
+  if (!missingNames.empty()) {
+    throw Cairn::Exception("expected every key field of " + name_ + ", got none for " + missingNames);
+  }
+  return Lumen::rowFromText(*class_, fields);
+}
+
+std::optional<std::uint64_t> ConfigTable::storedHandle(const Lumen::BaseRow& row) const {
+  const Lumen::LmRowIterator found = table_->find(row);
+  if (!found) return std::nullopt;
+  std::uint64_t handle = 0;
+  (*found).getColumn(handleOffset_, handle);
+  return handle;
+}
+
+void ConfigTable::write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t handle) {
+  row.setColumn(genIdOffset_, genId, class_->fixedLength());
+  row.setColumn(handleOffset_, handle, class_->fixedLength());
+  row.setColumn(validOffset_, true, class_->fixedLength());
+  table_->rowIs(row);
+}
+
+void ConfigTable::eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const {
+  for (Lumen::LmRowIterator at = table_->begin(); at; ++at) visit(*at);
+}
+
+std::optional<std::uint64_t> ConfigTable::removal(const Lumen::BaseRow& row) const {
+  if (removals_.empty()) return std::nullopt;
+  const auto found = removals_.find(row);
+  return found == removals_.end() ? std::nullopt : std::optional(found->second);
+}
+
+}  // namespace Agent

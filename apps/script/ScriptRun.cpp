@@ -1,0 +1,109 @@
+#include "apps/script/ScriptRun.h"
+
+#include <memory>
+
+#include "cairn/Exception.h"
+
+namespace Agent {
+
+namespace {
+double secondsSince(ScriptRun::Clock::time_point begin) {
+  return std::chrono::duration<double>(ScriptRun::Clock::now() - begin).count();
+}
+
+std::string listed(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
+}  // namespace
+
+ScriptRun::ScriptRun(std::string_view script, AgentCore& core, ResultTable::Output output,
+                     ResultTable::Style style, std::function<void()> cleanup)
+    : script_(parseScript(script)),
+      cursor_(script_),
+      core_(core),
+      table_(std::move(output), style),
+      cleanup_(std::move(cleanup)) {}
+
+void ScriptRun::proceed() {
+  while (batchSize_ == 0 && !finished_) {
+    ScriptStep step = cursor_.next();
+    if (auto* batch = std::get_if<BatchStep>(&step)) {
+      submit(std::move(*batch));
+    } else if (const auto* print = std::get_if<PrintStep>(&step)) {
+      table_.text(print->text);
+    } else if (const auto* shown = std::get_if<ShowStep>(&step)) {
+      show(shown->table);
+    } else if (std::holds_alternative<CleanupStep>(step)) {
+      cleanup();
+    } else {
+      finished_ = true;
+      table_.totals(secondsSince(started_), failedSteps_);
+    }
+  }
+}
+
+void ScriptRun::submit(BatchStep step) {
+  std::vector<Update> updates;
+  updates.reserve(step.updates.size());
+  for (const ScriptUpdate& update : step.updates) updates.push_back(updateOf(update));
+  batchSize_ = updates.size();
+  const Clock::time_point begin = Clock::now();
+  core_.submit(
+      std::move(updates),
+      [this, begin, asked = std::move(step.updates)](const std::vector<Result>& results) {
+        batchSize_ = 0;
+        table_.batch(asked, results, secondsSince(begin));
+      },
+      [this](std::size_t answered) { table_.progress(answered, batchSize_); }, begin);
+}
+
+Update ScriptRun::updateOf(const ScriptUpdate& from) {
+  Update update;
+  update.type = from.type;
+  if (!from.malformed.empty()) {
+    update.defect = "line " + std::to_string(from.line) + ": " + from.malformed;
+    return update;
+  }
+  update.table = core_.table(from.table);
+  try {
+    if (update.table == nullptr) {
+      throw Cairn::Exception("expected a table (" + listed(core_.tableNames()) + "), got \"" +
+                             std::string(from.table) + "\"");
+    }
+    std::vector<Lumen::ColumnText> fields;
+    for (const ScriptUpdate::Field& field : from.fields) fields.push_back({field.name, field.value});
+    update.row = update.table->row(fields);
+  } catch (const Cairn::Exception& error) {
+    update.defect = "line " + std::to_string(from.line) + ": " + error.message();
+  }
+  return update;
+}
+
+void ScriptRun::show(const std::string& tableName) {
+  const ConfigTable* table = core_.table(tableName);
+  if (table == nullptr) {
+    ++failedSteps_;
+    table_.text("show: expected a table (" + listed(core_.tableNames()) + "), got \"" + tableName + "\"");
+    return;
+  }
+  std::size_t rows = 0;
+  table->eachRow([&](const Lumen::BaseRow& row) {
+    table_.text("  " + Lumen::rowText(row));
+    ++rows;
+  });
+  table_.text("  " + std::to_string(rows) + " rows in " + tableName);
+}
+
+void ScriptRun::cleanup() {
+  try {
+    cleanup_();
+    table_.text("cleanup: the tables are removed");
+  } catch (const std::exception& error) {
+    ++failedSteps_;
+    table_.text(std::string("cleanup: ") + error.what());
+  }
+}
+
+}  // namespace Agent
