@@ -1,0 +1,31 @@
+// Faults as they are written on the command line.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace HwAgent {
+
+/// Entries of one table that fail to be programmed: those whose key has these values in these fields.
+struct FailOption {
+  std::string table;
+  std::vector<std::pair<std::string, std::string>> fields;
+  std::uint16_t code;
+};
+
+/// Reads "TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE". Throws Cairn::Exception saying what was expected.
+FailOption readFail(std::string_view text);
+
+/// Every `every`-th entry of a table fails with `code`; none when `every` is 0.
+struct FailEveryOption {
+  std::uint64_t every = 0;
+  std::uint16_t code = 0;
+};
+
+/// Reads "N:CODE".
+FailEveryOption readFailEvery(std::string_view text);
+
+}  // namespace HwAgent

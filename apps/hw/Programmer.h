@@ -1,0 +1,157 @@
+// Answers the config rows of one table pair with status rows, as the hardware would.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <deque>
+
+#include "apps/hw/Faults.h"
+#include "apps/hw/TablePair.h"
+#include "cairn/Exception.h"
+
+namespace HwAgent {
+
+/// Each change of a config row is answered once: the status row then carries the config row's handle and
+/// genId, or is marked deleted. Whether a row still needs an answer is told by the two rows alone, so
+/// answering is safe to repeat, at start-up too.
+///
+/// The status row of a deleted entry stays until the readers have handled it. When the status table is full
+/// because of such rows, an answer that needs room waits for them to go; others pass it by, since those of
+/// deleted entries are what makes the room.
+template <class Pair>
+class Programmer {
+ public:
+  using Key = typename Pair::Key;
+  using Config = typename Pair::Config;
+  using Status = typename Pair::Status;
+  using Clock = std::chrono::steady_clock;
+
+  /// `tables` is not owned. Each answer is given `delay` after its change.
+  Programmer(Pair& tables, Faults<Config> faults, Clock::duration delay)
+      : tables_(tables), faults_(std::move(faults)), delay_(delay) {}
+
+  /// Answers what changed while nobody followed the tables. To be called once, at start.
+  void reconcile(Clock::time_point now) {
+    tables_.eachConfig([&](const Config& config) { changed(config.key(), now); });
+    std::deque<Key> gone;
+    tables_.eachStatus([&](const Status& status) {
+      if (status.deleted) {
+        removals_.push_back({status.key(), status.entryHandle, tables_.statusSequence()});
+      } else if (!tables_.config(status.key())) {
+        gone.push_back(status.key());
+      }
+    });
+    for (const Key& key : gone) changed(key, now);
+  }
+
+  /// A config row was written or removed.
+  void changed(const Key& key, Clock::time_point now) {
+    if (delay_ == Clock::duration::zero()) {
+      answer(key);
+    } else {
+      delayed_.push_back({key, now + delay_});
+    }
+  }
+
+  /// Does what is due at `now`. Returns whether answers given or rows removed moved anything on.
+  bool advance(Clock::time_point now) {
+    const std::uint64_t before = moves_;
+    while (!delayed_.empty() && delayed_.front().due <= now) {
+      const Key key = delayed_.front().key;
+      delayed_.pop_front();
+      answer(key);
+    }
+    const bool room = removeHandled();
+    for (std::size_t i = room ? blocked_.size() : 0; i > 0; --i) {
+      const Key key = blocked_.front();
+      blocked_.pop_front();
+      answer(key);
+    }
+    return moves_ != before;
+  }
+
+  /// The time of the next delayed answer; none when no answer is being delayed.
+  std::optional<Clock::time_point> nextAnswer() const {
+    if (delayed_.empty()) return std::nullopt;
+    return delayed_.front().due;
+  }
+  /// Status rows of deleted entries that wait for the readers.
+  std::size_t removals() const { return removals_.size(); }
+  /// Answers that wait for room in the status table.
+  std::size_t blocked() const { return blocked_.size(); }
+  std::uint64_t answers() const { return answers_; }
+
+ private:
+  struct Delayed {
+    Key key;
+    Clock::time_point due;
+  };
+  struct Removal {
+    Key key;
+    std::uint64_t entryHandle;
+    std::uint64_t sequence;  // of the status row that told of the removal
+  };
+
+  void answer(const Key& key) {
+    const std::optional<Config> config = tables_.config(key);
+    const std::optional<Status> status = tables_.status(key);
+    if (config) {
+      const bool answered = status && !status->deleted && status->entryHandle == config->entryHandle &&
+                            status->genId == config->genId;
+      if (!answered) answerPresent(*config);
+    } else if (status && !status->deleted) {
+      answerDeleted(*status);
+    }
+  }
+
+  void answerPresent(const Config& config) {
+    Status status{};
+    static_cast<Key&>(status) = config.key();
+    status.genId = config.genId;
+    status.entryHandle = config.entryHandle;
+    status.errorCode = config.valid ? faults_.codeFor(config.key()) : std::uint16_t{0};
+    try {
+      tables_.statusIs(status);
+      if (config.valid) faults_.answered();
+      ++answers_;
+      ++moves_;
+    } catch (const Cairn::ResourceExhaustedException&) {
+      blocked_.push_back(config.key());
+    }
+  }
+
+  void answerDeleted(Status status) {
+    status.errorCode = 0;
+    status.deleted = true;
+    tables_.statusIs(status);
+    removals_.push_back({status.key(), status.entryHandle, tables_.statusSequence()});
+    ++answers_;
+    ++moves_;
+  }
+
+  /// Removes the status rows of deleted entries that every reader has handled, unless the key came back.
+  bool removeHandled() {
+    bool removed = false;
+    while (!removals_.empty() && tables_.readersHandled(removals_.front().sequence)) {
+      const Removal removal = removals_.front();
+      removals_.pop_front();
+      const std::optional<Status> status = tables_.status(removal.key);
+      if (!status || !status->deleted || status->entryHandle != removal.entryHandle) continue;
+      tables_.statusDel(removal.key);
+      removed = true;
+      ++moves_;
+    }
+    return removed;
+  }
+
+  Pair& tables_;  // not owned
+  Faults<Config> faults_;
+  Clock::duration delay_;
+  std::deque<Delayed> delayed_;
+  std::deque<Removal> removals_;  // in order of their sequence
+  std::deque<Key> blocked_;
+  std::uint64_t answers_ = 0;
+  std::uint64_t moves_ = 0;
+};
+
+}  // namespace HwAgent
