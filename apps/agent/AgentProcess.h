@@ -1,0 +1,60 @@
+#pragma once
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "apps/agent/Options.h"
+#include "apps/agent/ScriptServer.h"
+#include "apps/core/AgentCore.h"
+#include "apps/script/ScriptRun.h"
+#include "orrery/EntityManager.h"
+#include "p4runtime/PluginLibrary.h"
+#include "quill/EventLoop.h"
+
+namespace Agent {
+
+/// The agent as one process has it: the plugin, the core over the tables that the plugin registers, and the
+/// event loop that drives both. One thread.
+class AgentProcess {
+ public:
+  /// Loads and starts the plugin. Throws when it cannot be loaded, a table cannot be mounted or another agent
+  /// writes the tables.
+  AgentProcess(Quill::EventLoop& loop, const Options& options);
+  /// Unloads the plugin; the tables stay.
+  ~AgentProcess();
+  AgentProcess(const AgentProcess&) = delete;
+  AgentProcess& operator=(const AgentProcess&) = delete;
+
+  /// Runs `script` from the event loop. `done` is told whether everything came out as expected.
+  using Done = std::function<void(bool asExpected)>;
+  void run(std::string_view script, ResultTable::Output output, ResultTable::Style style, Done done);
+
+ private:
+  struct Running {
+    std::unique_ptr<ScriptRun> run;
+    Done done;
+  };
+
+  void startPlugin(const Options& options);
+  void turn();
+  void deadline();
+  void armDeadline();
+  void cleanup();
+
+  Quill::EventLoop& loop_;  // not owned
+  Quill::Ptr<Orrery::EntityManager> entityManager_;
+  std::shared_ptr<Lumen::LumenDB> lumenDb_;
+  Quill::Ptr<P4Runtime::BatchStatus> batchStatus_;
+  Quill::Ptr<P4Runtime::VrfIdCollection> vrfIdCollection_;
+  Quill::Ptr<P4Runtime::PluginContext> context_;
+  std::unique_ptr<P4Runtime::PluginLibrary> library_;
+  std::unique_ptr<AgentCore> core_;
+  std::list<Running> running_;
+  std::optional<Quill::EventLoop::TimerId> deadlineTimer_;
+  std::optional<Quill::EventLoop::TimerId> turnTimer_;
+};
+
+}  // namespace Agent

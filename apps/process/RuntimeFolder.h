@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace Process {
+
+/// The folder both programs use unless told otherwise: private to the user, in memory.
+std::string defaultRuntimeFolder();
+
+/// Makes sure of the folder at `path`: a real directory, this user's own, with rights 0700. Makes it when it
+/// is missing. Throws Cairn::Exception saying what was expected and what is there.
+void requireRuntimeFolder(const std::string& path);
+
+}  // namespace Process
