@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdlib>
+
+#include "rows/LmRowBuf.h"
+
+namespace Lumen {
+
+/// Row buffers' allocator for the scope of a test: counts allocations, and refuses all from the one that was
+/// asked for on.
+class FailingAllocator {
+ public:
+  FailingAllocator() : before_(rowAllocatorIs({&allocate, &allocateZeroed})) {
+    allocations_ = 0;
+    allowed_ = kNoLimit;
+  }
+  ~FailingAllocator() { rowAllocatorIs(before_); }
+  FailingAllocator(const FailingAllocator&) = delete;
+  FailingAllocator& operator=(const FailingAllocator&) = delete;
+
+  /// Lets `count` more allocations succeed.
+  void allow(unsigned count) { allowed_ = allocations_ + count; }
+  unsigned allocations() const { return allocations_; }
+
+ private:
+  static constexpr unsigned kNoLimit = ~0u;
+
+  static bool granted() { return allocations_++ < allowed_; }
+  static void* allocate(std::size_t size) { return granted() ? std::malloc(size) : nullptr; }
+  static void* allocateZeroed(std::size_t size) { return granted() ? std::calloc(1, size) : nullptr; }
+
+  static inline unsigned allocations_ = 0;
+  static inline unsigned allowed_ = kNoLimit;
+  RowAllocator before_;
+};
+
+}  // namespace Lumen
