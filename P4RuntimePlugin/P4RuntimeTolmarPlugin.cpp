@@ -118,7 +118,7 @@ void TolmarP4RuntimePlugin::doCleanup() {
 Quill::Ptr<VrfSm> TolmarP4RuntimePlugin::vrfSmIs(const Quill::Ptr<const TolmarHwLib::L3IifTH3Config>& config,
                                                  const Quill::Ptr<P4Runtime::PluginContext>& context) {
   if (vrfSm_ && vrfSm_->l3IifTH3Config() == config && vrfSm_->pluginContext() == context) return vrfSm_;
-  const Quill::Ptr<VrfSm> tracker = VrfSm::VrfSmIs(config, context);
+  Quill::Ptr<VrfSm> tracker = VrfSm::VrfSmIs(config, context);
   vrfSm_ = tracker;
   notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onVrfSm(); });
   tracker->hasNotificationActiveIs(true);

@@ -8,8 +8,9 @@ namespace {
 template <class Function>
 const Member& memberWith(const Ptr<PtrInterface>& object, std::string_view name, Function Member::*function,
                          const char* what) {
-  const TypeNode* const type = object->fwkType();
-  const std::string typeText = type == nullptr ? typeName(typeid(*object)) : std::string(type->name);
+  const PtrInterface& target = *object;
+  const TypeNode* const type = target.fwkType();
+  const std::string typeText = type == nullptr ? typeName(typeid(target)) : std::string(type->name);
   const Member* const member = type == nullptr ? nullptr : type->member(name);
   if (member == nullptr) throw GenericIfException(typeText + " has no member \"" + std::string(name) + "\"");
   if (member->*function == nullptr) {
