@@ -38,12 +38,19 @@ function(tolmar_plugin_objects name)
   set_target_properties(${name} PROPERTIES UNITY_BUILD OFF INTERPROCEDURAL_OPTIMIZATION OFF)
 endfunction()
 
-# tolmar_test(NAME SOURCES ... [USES target ...]): a GoogleTest program, its cases found by CTest.
+# tolmar_test(NAME SOURCES ... [USES target ...] [LABELS label ...]): a GoogleTest program, its cases found by
+# CTest. Those labelled tsan hold threads that share memory and are built by the target tsan_tests.
 function(tolmar_test name)
-  cmake_parse_arguments(TEST "" "" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(TEST "" "" "SOURCES;USES;LABELS" ${ARGN})
   add_executable(${name} ${TEST_SOURCES})
   target_link_libraries(${name} PRIVATE tolmar-platform ${TEST_USES} GTest::gtest GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${name} PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+  gtest_discover_tests(${name} PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60 LABELS "${TEST_LABELS}")
+  if(tsan IN_LIST TEST_LABELS)
+    if(NOT TARGET tsan_tests)
+      add_custom_target(tsan_tests)
+    endif()
+    add_dependencies(tsan_tests ${name})
+  endif()
 endfunction()
 
 # tolmar_benchmark(NAME SOURCES ... [USES target ...]): a Google Benchmark program.
