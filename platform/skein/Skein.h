@@ -89,12 +89,33 @@ class Message {
   void put(std::string_view text) noexcept {
     const auto left = static_cast<std::size_t>(end_ - at_);
     const std::size_t bytes = text.size() < left ? text.size() : left;
-    std::memcpy(at_, text.data(), bytes);
+    copyShort(at_, text.data(), bytes);
     at_ += bytes;
   }
   void put(std::uint64_t number) noexcept;
 
  private:
+  // Most values are short, and two copies of fixed size cost less than one call.
+  static void copyShort(char* to, const char* from, std::size_t bytes) noexcept {
+    if (bytes > 16) {
+      std::memcpy(to, from, bytes);
+    } else if (bytes >= 8) {
+      copyEnds<8>(to, from, bytes);
+    } else if (bytes >= 4) {
+      copyEnds<4>(to, from, bytes);
+    } else {
+      for (std::size_t i = 0; i < bytes; ++i) to[i] = from[i];
+    }
+  }
+  template <std::size_t kBytes>
+  static void copyEnds(char* to, const char* from, std::size_t bytes) noexcept {
+    char head[kBytes];
+    char tail[kBytes];
+    std::memcpy(head, from, kBytes);
+    std::memcpy(tail, from + bytes - kBytes, kBytes);
+    std::memcpy(to, head, kBytes);
+    std::memcpy(to + bytes - kBytes, tail, kBytes);
+  }
   static Braid::Ring* ring() noexcept {
     Braid::Ring* const current = current_;
     return current != nullptr ? current : ringAtFirst();

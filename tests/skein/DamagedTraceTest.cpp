@@ -7,7 +7,6 @@
 
 namespace {
 
-constinit const Skein::Site kSite{"./apps/agent", 10, "write", "row %s of %s"};
 constexpr std::size_t kRecordArea = Braid::kPageBytes + Braid::kSiteAreaBytes;
 
 class DamagedTrace : public RingFixture {
