@@ -8,6 +8,7 @@
 #include "cairn/DebugHandler.h"
 #include "cairn/Exception.h"
 #include "vesta/RootPath.h"
+#include "vesta/WriteStep.h"
 
 namespace Vesta {
 
@@ -23,6 +24,10 @@ struct AttachOptions {
       debugHandler{};  ///< null: one that logs errors to standard error
   OnDamage onDamage = OnDamage::keepSoundRows;
   InitialRows initialRows = InitialRows::tell;
+  bool observer =
+      false;  ///< a reader that the writer does not know of: it writes nothing, not even itself down
+  std::uint64_t firstSequence = 1;  ///< of a segment that this attach creates; below 2^62
+  StepHook stepHook{};              ///< of writers
   std::string name{};  ///< by which a writer sees this reader, at most 32 bytes; "": the program's name
 };
 

@@ -5,11 +5,9 @@
 
 #include "vesta/Shape.h"
 #include "vesta/VestaBase.h"
+#include "vesta/Words.h"
 
 namespace Vesta {
-
-/// The unit in which segments are read and written.
-using Word = std::uint64_t;
 
 constexpr std::size_t wordsFor(std::size_t bytes) { return (bytes + sizeof(Word) - 1) / sizeof(Word); }
 

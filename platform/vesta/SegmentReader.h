@@ -3,52 +3,85 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <functional>
 #include <memory>
+#include <string>
 
 #include "vesta/AttachOptions.h"
-#include "vesta/RowBuffer.h"
-#include "vesta/Shape.h"
+#include "vesta/ChangeFollower.h"
+#include "vesta/RowReads.h"
+#include "vesta/TableFiles.h"
 #include "vesta/VestaBase.h"
 
 namespace Vesta {
 
 /// The byte-level side of one reader.
+///
+/// Thread safety: one thread. Takes no lock while reading or following; the writer may be at work or dead.
+/// Damage that any operation meets is also reported to the writer, who replaces the segment at its next
+/// write.
 class SegmentReader {
  public:
-  using KeyHandler = std::function<void(const Word* key)>;
+  using KeyHandler = ChangeFollower::KeyHandler;
 
-  SegmentReader(const Shape& shape, const AttachOptions& options);
+  /// `mapping`: the segment as another object of this process maps it, to be shared by threads; null to map
+  /// anew.
+  SegmentReader(const Shape& shape, const AttachOptions& options, std::shared_ptr<Segment> mapping = nullptr);
   ~SegmentReader();
   SegmentReader(const SegmentReader&) = delete;
   SegmentReader& operator=(const SegmentReader&) = delete;
 
+  /// See RowReads. Nothing is found while there is no segment.
   bool lookup(const Word* key, Word* row, std::uint32_t& slot);
   bool rowFrom(std::uint32_t& slot, Word* row);
 
-  int wakeDescriptor() const noexcept;
+  // As in EventSource.
+  int wakeDescriptor() const noexcept { return fifo_.descriptor(); }
   void descriptorReadable();
   std::size_t poll(std::size_t limit, const KeyHandler& handler);
   bool maySleep();
   void awake();
 
-  bool attached() const noexcept;
+  /// Whether there is a segment. Not so after detach, nor between the removal of one and the creation of
+  /// another.
+  bool attached() const noexcept { return reads_ != nullptr; }
   void detach();
   void validate();
-  void validateFiles();
+  void validateFiles() const { files_.validate(layout_); }
 
-  std::size_t members() const;
-  std::size_t capacity() const noexcept;
-  std::uint64_t sequence() const noexcept;
-  bool connected();
-  pid_t writerProcess() const noexcept;
+  std::size_t members();
+  std::size_t capacity() const noexcept { return layout_.shape.capacity; }
+  std::uint64_t sequence() const noexcept { return reads_ ? reads_->segment().load(kSequenceAt) : 0; }
+  /// Whether the table has a living writer.
+  bool connected() { return files_.lock().heldElsewhere(LockFile::kWriter); }
+  pid_t writerProcess() { return connected() ? files_.writerPid() : 0; }
   void yieldTimeIs(std::chrono::milliseconds time);
-  const RootPath& rootPath() const noexcept;
-  const ReaderCounters& counters() const noexcept;
+  const RootPath& rootPath() const noexcept { return files_.path(); }
+  const ReaderCounters& counters() noexcept;
 
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  void claimNumber();
+  void attach();
+  void observe();
+  std::string start(const TableFiles::Found& found);
+  void startOn(std::shared_ptr<Segment> segment);
+  void writeDown();
+  void handledIs(Word sequence);
+  void followReplacement();
+  void reportToWriter() noexcept;
+  template <class Call>
+  auto reporting(const Call& call);
+  std::atomic_ref<Word> sleepers() { return std::atomic_ref<Word>(reads_->segment().at(kSleepersAt)); }
+  Word ownBit() const noexcept { return Word{1} << number_; }
+
+  Layout layout_;
+  AttachOptions options_;
+  TableFiles files_;
+  unsigned number_ = kMaxReaders;  // kMaxReaders: none
+  WakeFifo fifo_;
+  ChangeFollower follower_;
+  std::shared_ptr<RowReads> reads_;  // null while there is no segment
+  bool detached_ = false;
+  ReaderCounters counters_;
 };
 
 }  // namespace Vesta

@@ -2,15 +2,14 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "vesta/AttachOptions.h"
-#include "vesta/RowBuffer.h"
-#include "vesta/Shape.h"
+#include "vesta/Replacement.h"
 #include "vesta/VestaBase.h"
 
 namespace Vesta {
@@ -26,33 +25,57 @@ class SegmentWriter {
   SegmentWriter(const SegmentWriter&) = delete;
   SegmentWriter& operator=(const SegmentWriter&) = delete;
 
+  /// See VestaBase::write.
   bool write(Word* row, bool onlyIfPresent);
   bool remove(const Word* key);
   bool lookup(const Word* key, Word* row, std::uint32_t& slot);
   bool rowFrom(std::uint32_t& slot, Word* row);
 
-  bool attached() const noexcept;
+  bool attached() const noexcept { return rows_ != nullptr; }
   void detach();
   void cleanup();
   void validate();
-  void validateFiles();
+  void validateFiles() const { files_.validate(layout_); }
 
-  std::size_t members() const;
-  std::size_t capacity() const noexcept;
-  std::uint64_t sequence() const noexcept;
-  bool connected();
+  std::size_t members() const { return rows_ ? rows_->members() : 0; }
+  std::size_t capacity() const noexcept { return layout_.shape.capacity; }
+  std::uint64_t sequence() const noexcept { return rows_ ? rows_->sequence() : 0; }
+  bool connected() { return !readers().empty(); }
   bool quiesced(std::uint64_t sequence);
   bool movingReadersQuiesced(std::uint64_t sequence);
   bool clientQuiesced(const std::string& name);
   std::vector<ConnectedReader> readers();
   pid_t writerProcess() const noexcept;
   void yieldTimeIs(std::chrono::milliseconds time);
-  const RootPath& rootPath() const noexcept;
-  const WriterCounters& counters() const noexcept;
+  const RootPath& rootPath() const noexcept { return files_.path(); }
+  const WriterCounters& counters() noexcept;
+  const std::shared_ptr<Segment>& mapping() const { return rows_->reads().sharedSegment(); }
 
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  struct ReaderNote {
+    Word identity = 0;  // whose FIFO is open
+    WakeFifo fifo;
+    Word handled = 0;  // when last looked at
+    std::chrono::steady_clock::time_point movedAt{};
+  };
+
+  RowWrites& rows();
+  void takeTable();
+  void rowsAre(std::unique_ptr<RowWrites> rows);
+  void lookAfterReaders();
+  void wake(Word sleepers);
+  void replaceIfDamaged();
+  bool isGone(unsigned reader, Word identity);
+  bool isStalled(unsigned reader, Word handled);
+  template <class Counts>
+  bool allHandled(std::uint64_t sequence, const Counts& counts);
+
+  Layout layout_;
+  AttachOptions options_;
+  TableFiles files_;
+  std::unique_ptr<RowWrites> rows_;  // null when detached
+  std::array<ReaderNote, kMaxReaders> notes_;
+  WriterCounters counters_;
 };
 
 }  // namespace Vesta

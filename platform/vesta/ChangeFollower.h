@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "vesta/ChangeLog.h"
+#include "vesta/RowReads.h"
+
+namespace Vesta {
+
+/// Turns the change log into calls, one for each change, in order. When the log has gone past it, it compares
+/// the slots with what it has told of them: it tells each row changed since, and each key told of that is
+/// gone, and no other.
+///
+/// For each slot it keeps the sequence and key of the change last told. A change in the log that is not newer
+/// than that was told by such a comparison and is left out.
+class ChangeFollower {
+ public:
+  using KeyHandler = std::function<void(const Word* key)>;
+
+  explicit ChangeFollower(const Layout& layout);
+
+  /// Follows `reads`' segment from now on. Rows that are there count as told of (skip) or are told by the
+  /// next poll, together with the keys of an earlier segment that are not there. Throws on damage.
+  void segmentIs(RowReads& reads, InitialRows rows);
+  /// There is no segment any more: the next poll tells the keys that it held.
+  void segmentGone();
+
+  /// Tells the next change, if there is one.
+  bool tellNext(RowReads* reads, const KeyHandler& handler);
+  bool hasPending(const Segment* segment) const;
+
+  /// Every change up to this sequence has been told.
+  Word handled() const noexcept { return handled_; }
+  std::uint64_t overtaken() const noexcept { return overtaken_; }
+
+ private:
+  struct Told {
+    Word sequence = 0;
+    bool present = false;  // it held a row, whose key is in keys_
+  };
+
+  Word* keyOf(std::uint32_t slot) { return &keys_[std::size_t{slot} * layout_.keyWords]; }
+  void tell(std::uint32_t slot, Word sequence, bool present, const Word* key);
+  template <class Visit>
+  Word scan(RowReads& reads, const Visit& visit);
+  void compare(RowReads& reads);
+  bool tellRecord(RowReads& reads, const KeyHandler& handler);
+
+  Layout layout_;
+  std::vector<Told> told_;               // by slot
+  std::vector<Word> keys_;               // by slot
+  std::deque<std::vector<Word>> queue_;  // found by a comparison, not yet told
+  std::vector<std::vector<Word>> lost_;  // told keys of a segment before this one
+  std::vector<Word> row_;
+  Word target_ = 0;  // handled once the queue is empty
+  Word handled_ = 0;
+  std::uint64_t overtaken_ = 0;
+};
+
+}  // namespace Vesta

@@ -1,0 +1,120 @@
+#include "vesta/CorruptionReport.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "vesta/Layout.h"
+#include "vesta/PrivateFile.h"
+#include "vesta/Segment.h"
+
+namespace Vesta {
+
+namespace {
+
+std::string timeText() {
+  const time_t now = time(nullptr);
+  struct tm utc {};
+  char text[32];
+  strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &utc));
+  return text;
+}
+
+std::string headerText(const std::array<Word, kHeaderWords>& header) {
+  static constexpr const char* kNames[kHeaderWords] = {"magic",      "layout version", "fingerprint",
+                                                       "sizes",      "capacity",       "first sequence",
+                                                       "generation", "file size",      "header check"};
+  std::string text;
+  for (std::size_t i = 0; i < kHeaderWords; ++i) {
+    text += std::string("header ") + kNames[i] + ": " + hexText(header[i]) + "\n";
+  }
+  return text;
+}
+
+// The message's "slot <n>", if it names one.
+bool slotIn(const std::string& message, unsigned long& slot) {
+  const std::size_t at = message.find("slot ");
+  if (at == std::string::npos || at + 5 >= message.size()) return false;
+  const char* digits = message.c_str() + at + 5;
+  char* end = nullptr;
+  slot = std::strtoul(digits, &end, 10);
+  return end != digits;
+}
+
+std::string dumpText(const unsigned char* bytes, std::size_t count, std::size_t position) {
+  std::string text;
+  char piece[24];
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i % 16 == 0) {
+      std::snprintf(piece, sizeof piece, "%s%08zx ", i == 0 ? "" : "\n", position + i);
+      text += piece;
+    }
+    std::snprintf(piece, sizeof piece, " %02x", bytes[i]);
+    text += piece;
+  }
+  return text + "\n";
+}
+
+// The place of the slot follows from the header's sizes, which may be as damaged as the rest.
+std::string slotText(int file, const std::array<Word, kHeaderWords>& header, unsigned long slot) {
+  const Shape shape{static_cast<std::uint32_t>(header[kSizesAt]),
+                    static_cast<std::uint32_t>(header[kSizesAt] >> 32),
+                    static_cast<std::uint32_t>(header[kCapacityAt]), 0};
+  const bool plausible = shape.capacity >= 1 && header[kCapacityAt] <= kMaxCapacity && shape.keySize >= 1 &&
+                         shape.keySize <= 4096 && shape.entrySize >= 1 && shape.entrySize <= 4096;
+  if (!plausible || slot >= shape.capacity) return "slot " + std::to_string(slot) + ": not in this segment\n";
+  const Layout layout(shape);
+  std::string bytes(layout.slotWords * sizeof(Word), '\0');
+  const std::size_t at = layout.slotAt(static_cast<std::uint32_t>(slot)) * sizeof(Word);
+  const ssize_t got = pread(file, bytes.data(), bytes.size(), static_cast<off_t>(at));
+  if (got <= 0) return "slot " + std::to_string(slot) + ": cannot be read\n";
+  return "slot " + std::to_string(slot) + " as read:\n" +
+         dumpText(reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<std::size_t>(got), at);
+}
+
+std::string segmentText(const RootPath& path, const std::string& message) {
+  const Descriptor file(open(path.text().c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  if (!file) return std::string("segment cannot be opened: ") + std::strerror(errno) + "\n";
+  struct stat status {};
+  std::array<Word, kHeaderWords> header{};
+  if (fstat(file.get(), &status) != 0 ||
+      pread(file.get(), header.data(), sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
+    return "segment is shorter than its header: " + std::to_string(status.st_size) + " bytes\n";
+  }
+  std::string text = "file size: " + std::to_string(status.st_size) + "\n" + headerText(header);
+  unsigned long slot = 0;
+  if (slotIn(message, slot)) text += slotText(file.get(), header, slot);
+  return text;
+}
+
+}  // namespace
+
+std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const RootPath& path,
+                                  const std::string& message) {
+  const std::string text = "corruption report\ntable: " + path.text() + "\nmessage: " + message +
+                           "\ntime: " + timeText() + "\npid: " + std::to_string(getpid()) + "\n" +
+                           segmentText(path, message);
+  for (unsigned number = 1;; ++number) {
+    const std::string name = path.text() + ".report." + std::to_string(number);
+    const Descriptor file(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file && errno == EEXIST) continue;
+    if (!file) throw Cairn::SystemException("create corruption report " + name, errno);
+    const ssize_t put = write(file.get(), text.data(), text.size());
+    if (put != static_cast<ssize_t>(text.size())) {
+      throw Cairn::SystemException("write corruption report " + name, put < 0 ? errno : ENOSPC);
+    }
+    if (handler.wants(Cairn::DebugHandler::kErrorFlag)) {
+      handler.log(1, "VestaReport", 0, "writeCorruptionReport", "corruption report written: " + name);
+    }
+    return name;
+  }
+}
+
+}  // namespace Vesta

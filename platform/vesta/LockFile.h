@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "vesta/Descriptor.h"
+
+namespace Vesta {
+
+/// Locks that end with their holder, whatever it died of: open-file-description locks on single bytes of a
+/// file that is never removed or renamed. Objects of one process exclude each other as processes do.
+class LockFile {
+ public:
+  static constexpr long kWriter = 0;    ///< held by the writer for as long as it is attached
+  static constexpr long kCreation = 1;  ///< held by whoever is creating, taking over or replacing the segment
+  static constexpr long readerByte(unsigned reader) { return 64 + static_cast<long>(reader); }
+
+  /// Opens or creates `name` in the folder `folderDescriptor`; `path` is for messages.
+  LockFile(int folderDescriptor, const std::string& name, const std::string& path);
+
+  bool tryLock(long byte);
+  /// False when someone else held it for longer than `bound`.
+  bool lockWithin(long byte, std::chrono::milliseconds bound);
+  void unlock(long byte) noexcept;
+  /// Whether another object holds it.
+  bool heldElsewhere(long byte) const;
+
+ private:
+  std::string path_;
+  Descriptor file_;
+};
+
+/// Holds the creation lock while it lives; its constructor throws Cairn::Exception when someone else has held
+/// it for 5 seconds.
+class CreationLock {
+ public:
+  CreationLock(LockFile& file, const std::string& path);
+  ~CreationLock() { file_.unlock(LockFile::kCreation); }
+  CreationLock(const CreationLock&) = delete;
+  CreationLock& operator=(const CreationLock&) = delete;
+
+ private:
+  LockFile& file_;
+};
+
+}  // namespace Vesta

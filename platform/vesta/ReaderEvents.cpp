@@ -1,0 +1,79 @@
+// How a reader follows its writer: changes, sleep, replaced segments.
+#include "vesta/SegmentReader.h"
+
+namespace Vesta {
+
+void SegmentReader::handledIs(Word sequence) {
+  if (options_.observer) return;
+  reads_->segment().store(readerLineAt(number_) + kReaderHandledAt, sequence);
+}
+
+// A handler may detach this reader; the segment then lives until the handler has returned.
+std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
+  std::size_t told = 0;
+  while (told < limit && !detached_) {
+    if (reads_ && reads_->segment().retired()) followReplacement();
+    const std::shared_ptr<RowReads> reads = reads_;
+    const Word before = follower_.handled();
+    bool one = false;
+    try {
+      one = follower_.tellNext(reads.get(), handler);
+    } catch (const Cairn::CorruptionDetectedException&) {
+      if (reads == reads_) reportToWriter();
+      throw;
+    }
+    if (reads_ && reads == reads_ && follower_.handled() != before) handledIs(follower_.handled());
+    if (!one) break;
+    ++told;
+    ++counters_.notifications;
+  }
+  return told;
+}
+
+// The announcement and the look at the sequence after it are sequentially consistent, like their partners in
+// RowWrites::publish and SegmentWriter::lookAfterReaders.
+bool SegmentReader::maySleep() {
+  if (detached_ || options_.observer) return true;
+  if (follower_.hasPending(reads_ ? &reads_->segment() : nullptr)) return false;
+  if (!reads_) return true;
+  sleepers().fetch_or(ownBit(), std::memory_order_seq_cst);
+  const Word published =
+      std::atomic_ref<Word>(reads_->segment().at(kSequenceAt)).load(std::memory_order_seq_cst);
+  if (published == follower_.handled()) return true;
+  awake();
+  return false;
+}
+
+void SegmentReader::awake() {
+  if (!reads_ || options_.observer) return;
+  if ((sleepers().load(std::memory_order_relaxed) & ownBit()) != 0) {
+    sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
+  }
+}
+
+void SegmentReader::descriptorReadable() {
+  if (!fifo_) return;
+  fifo_.drain();
+  if (!detached_ && (!reads_ || reads_->segment().retired())) followReplacement();
+}
+
+// Goes over to the segment that now has the table's name. Without one, the table is empty until a writer
+// wakes this reader; creating one here would undo its removal.
+void SegmentReader::followReplacement() {
+  const TableFiles::Found found = files_.open(layout_, options_.observer ? Access::observer : Access::reader);
+  if (found.missing || !found.segment) {
+    if (reads_) follower_.segmentGone();
+    reads_.reset();
+    return;
+  }
+  if (found.segment->load(kStateAt) != kLive) return;
+  if (!options_.observer && !fifo_.stands(files_.folder(), files_.fifoName(number_))) {
+    throw Cairn::Exception("FIFO " + files_.path().folder() + "/" + files_.fifoName(number_) +
+                           " of this reader was removed");
+  }
+  options_.initialRows = InitialRows::tell;
+  startOn(found.segment);
+  ++counters_.reattached;
+}
+
+}  // namespace Vesta

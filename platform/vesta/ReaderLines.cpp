@@ -1,0 +1,75 @@
+// What the writer knows of its readers: who is there, how far each is.
+#include <cstring>
+
+#include "vesta/SegmentWriter.h"
+
+namespace Vesta {
+
+// Frees the line of a reader that is gone. Should a new reader have taken it meanwhile, its identity is
+// another and the line stays.
+bool SegmentWriter::isGone(unsigned reader, Word identity) {
+  if (files_.lock().heldElsewhere(LockFile::readerByte(reader))) return false;
+  std::atomic_ref<Word> line(rows_->reads().segment().at(readerLineAt(reader) + kReaderIdentityAt));
+  return line.compare_exchange_strong(identity, 0, std::memory_order_acq_rel);
+}
+
+bool SegmentWriter::isStalled(unsigned reader, Word handled) {
+  ReaderNote& note = notes_[reader];
+  const auto now = std::chrono::steady_clock::now();
+  if (note.handled != handled || note.movedAt.time_since_epoch().count() == 0) {
+    note.handled = handled;
+    note.movedAt = now;
+  }
+  return now - note.movedAt >= std::chrono::seconds(1);
+}
+
+template <class Counts>
+bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
+  if (!rows_) return true;
+  const Segment& segment = rows_->reads().segment();
+  for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
+    const std::size_t line = readerLineAt(reader);
+    const Word identity = segment.load(line + kReaderIdentityAt);
+    const Word handled = segment.load(line + kReaderHandledAt);
+    if (identity == 0 || !isAfter(sequence, handled)) continue;
+    if (!isGone(reader, identity) && counts(reader, handled)) return false;
+  }
+  return true;
+}
+
+bool SegmentWriter::quiesced(std::uint64_t sequence) {
+  return allHandled(sequence, [](unsigned, Word) { return true; });
+}
+
+bool SegmentWriter::movingReadersQuiesced(std::uint64_t sequence) {
+  return allHandled(sequence, [this](unsigned reader, Word handled) { return !isStalled(reader, handled); });
+}
+
+bool SegmentWriter::clientQuiesced(const std::string& name) {
+  for (const ConnectedReader& reader : readers()) {
+    if (reader.name == name && isAfter(sequence(), reader.handled)) return false;
+  }
+  return true;
+}
+
+std::vector<ConnectedReader> SegmentWriter::readers() {
+  std::vector<ConnectedReader> found;
+  if (!rows_) return found;
+  const Segment& segment = rows_->reads().segment();
+  const Word sleepers = segment.load(kSleepersAt);
+  for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
+    const std::size_t line = readerLineAt(reader);
+    const Word identity = segment.load(line + kReaderIdentityAt);
+    if (identity == 0 || isGone(reader, identity)) continue;
+    char name[4 * sizeof(Word) + 1] = {};
+    for (std::size_t i = 0; i < 4; ++i) {
+      const Word word = segment.load(line + kReaderNameAt + i);
+      std::memcpy(name + i * sizeof word, &word, sizeof word);
+    }
+    found.push_back({reader, static_cast<int>(identity & 0xffffffff), name,
+                     segment.load(line + kReaderHandledAt), (sleepers >> reader & 1) != 0});
+  }
+  return found;
+}
+
+}  // namespace Vesta

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <memory>
+
+#include "vesta/AttachOptions.h"
+#include "vesta/RowWrites.h"
+#include "vesta/TableFiles.h"
+
+namespace Vesta {
+
+/// The table's segment, sound and taken over: the one that is there, or a new one if it is missing, of
+/// another kind, retired or damaged; what was there is then set aside and its readers are woken. The caller
+/// holds the creation lock and knows that nobody else writes.
+std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
+                                        const AttachOptions& options);
+
+/// Replaces a damaged segment by a new one, with its sound rows if `options` says so.
+std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, std::shared_ptr<Segment> damaged,
+                                          const std::string& reason, const AttachOptions& options);
+
+}  // namespace Vesta

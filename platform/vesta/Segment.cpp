@@ -1,0 +1,122 @@
+#include "vesta/Segment.h"
+
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+#include "cairn/Exception.h"
+#include "cairn/Hash.h"
+
+namespace Vesta {
+
+void reportDamage(const std::string& what) { throw Cairn::CorruptionDetectedException(what); }
+
+std::string hexText(Word value) {
+  char text[20];
+  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+  return text;
+}
+
+Segment::Segment(int descriptor, const Layout& layout, Access access) : layout_(layout) {
+  const int protection = access == Access::writer ? PROT_READ | PROT_WRITE : PROT_READ;
+  void* memory = mmap(nullptr, layout_.bytes(), protection, MAP_SHARED, descriptor, 0);
+  if (memory == MAP_FAILED) {
+    throw Cairn::SystemException("map segment of " + std::to_string(layout_.bytes()) + " bytes", errno);
+  }
+  words_ = static_cast<Word*>(memory);
+  if (access == Access::reader &&
+      mprotect(words_ + kSleepersAt, kPageWords * sizeof(Word), PROT_READ | PROT_WRITE) != 0) {
+    const int error = errno;
+    munmap(memory, layout_.bytes());
+    throw Cairn::SystemException("open the readers' page of a segment for writing", error);
+  }
+}
+
+Segment::~Segment() { munmap(words_, layout_.bytes()); }
+
+void Segment::reportSeal(Word word, std::size_t position, const char* what) {
+  reportDamage(std::string(what) + " at word " + std::to_string(position) + ": found " + hexText(word) +
+               ", whose check would be " + hexText(sealOf(static_cast<std::uint32_t>(word), position)));
+}
+
+std::size_t Segment::members() const {
+  const std::uint32_t members = unsealed(kMembersAt, "member count");
+  if (members > layout_.shape.capacity) {
+    reportDamage("member count: found " + std::to_string(members) + " of a capacity of " +
+                 std::to_string(layout_.shape.capacity));
+  }
+  return members;
+}
+
+int Segment::writerPid() const noexcept {
+  const Word word = load(kWriterPidAt);
+  return isSealed(word, kWriterPidAt) ? static_cast<int>(static_cast<std::uint32_t>(word)) : 0;
+}
+
+namespace {
+
+std::uint32_t headerChecksum(const Word* words) {
+  return Cairn::checksum(words, kHeaderCheckAt * sizeof(Word));
+}
+
+}  // namespace
+
+void formatSegment(Segment& segment, Word firstSequence, Word generation) {
+  const Layout& layout = segment.layout();
+  Word* words = &segment.at(0);
+  words[kMagicAt] = kMagic;
+  words[kVersionAt] = kLayoutVersion;
+  words[kFingerprintAt] = layout.shape.fingerprint;
+  words[kSizesAt] = Word{layout.shape.entrySize} << 32 | layout.shape.keySize;
+  words[kCapacityAt] = layout.shape.capacity;
+  words[kFirstSequenceAt] = firstSequence;
+  words[kGenerationAt] = generation;
+  words[kFileSizeAt] = layout.bytes();
+  words[kHeaderCheckAt] = sealed(headerChecksum(words), kHeaderCheckAt);
+  words[kSequenceAt] = firstSequence;
+  words[kMembersAt] = sealed(0, kMembersAt);
+  words[kIndexAt] = sealed(0, kIndexAt);
+  words[kStateAt] = kLive;
+  words[kWriterPidAt] = sealed(0, kWriterPidAt);
+  for (std::size_t cell = kTablesAt; cell < layout.slotsAt; ++cell) words[cell] = sealed(0, cell);
+  const Word vacant = makeVersion(firstSequence, 0, false);
+  std::vector<Word> row(1 + layout.rowWords);
+  row[0] = vacant;
+  for (std::uint32_t slot = 0; slot < layout.shape.capacity; ++slot) {
+    words[layout.copyAt(slot, 0)] = Cairn::checksum(row.data(), row.size() * sizeof(Word), slot);
+    words[layout.slotAt(slot)] = vacant;
+  }
+}
+
+HeaderFault headerFault(const Word* words, const Layout& layout) {
+  if (words[kMagicAt] != kMagic) {
+    return {"header: expected magic " + hexText(kMagic) + ", found " + hexText(words[kMagicAt]), true};
+  }
+  const Word check = sealed(headerChecksum(words), kHeaderCheckAt);
+  if (words[kHeaderCheckAt] != check) {
+    return {"header: checksum found " + hexText(words[kHeaderCheckAt]) + ", computed " + hexText(check),
+            true};
+  }
+  const struct {
+    HeaderWord at;
+    const char* name;
+    Word expected;
+  } fields[] = {{kVersionAt, "layout version", kLayoutVersion},
+                {kFingerprintAt, "fingerprint", layout.shape.fingerprint},
+                {kSizesAt, "key and entry sizes", Word{layout.shape.entrySize} << 32 | layout.shape.keySize},
+                {kCapacityAt, "capacity", layout.shape.capacity},
+                {kFileSizeAt, "size", layout.bytes()}};
+  for (const auto& field : fields) {
+    if (words[field.at] == field.expected) continue;
+    const bool decimal = field.at == kCapacityAt || field.at == kFileSizeAt;
+    const auto text = [decimal](Word value) { return decimal ? std::to_string(value) : hexText(value); };
+    return {
+        std::string(field.name) + ": expected " + text(field.expected) + ", found " + text(words[field.at]),
+        false};
+  }
+  return {};
+}
+
+}  // namespace Vesta

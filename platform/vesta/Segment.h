@@ -1,0 +1,66 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "vesta/Layout.h"
+
+namespace Vesta {
+
+enum class Access { writer, reader, observer };
+
+/// One mapped segment. The writer maps it for writing; readers map it read-only but for their own page;
+/// observers write nothing.
+class Segment {
+ public:
+  /// Maps the file `descriptor`, whose size the caller has checked. The descriptor stays the caller's.
+  Segment(int descriptor, const Layout& layout, Access access);
+  ~Segment();
+  Segment(const Segment&) = delete;
+  Segment& operator=(const Segment&) = delete;
+
+  const Layout& layout() const noexcept { return layout_; }
+  Word& at(std::size_t position) noexcept { return words_[position]; }
+  const Word& at(std::size_t position) const noexcept { return words_[position]; }
+  Word load(std::size_t position) const noexcept { return loadAcquire(words_[position]); }
+  void store(std::size_t position, Word value) noexcept { storeRelease(words_[position], value); }
+
+  bool retired() const noexcept { return load(kStateAt) == kRetired; }
+  Word firstSequence() const noexcept { return load(kFirstSequenceAt); }
+  Word generation() const noexcept { return load(kGenerationAt); }
+  /// The value of a sealed word; throws Cairn::CorruptionDetectedException naming `what` when the seal is
+  /// broken.
+  std::uint32_t unsealed(std::size_t position, const char* what) const {
+    return unsealed(load(position), position, what);
+  }
+  /// The same for a word as read.
+  static std::uint32_t unsealed(Word word, std::size_t position, const char* what) {
+    if (!isSealed(word, position)) [[unlikely]]
+      reportSeal(word, position, what);
+    return static_cast<std::uint32_t>(word);
+  }
+  std::size_t members() const;
+  int writerPid() const noexcept;
+
+ private:
+  [[noreturn]] static void reportSeal(Word word, std::size_t position, const char* what);
+
+  Layout layout_;
+  Word* words_;
+};
+
+/// Fills a new segment's words: header, sealed empty indexes, sealed vacant slots.
+void formatSegment(Segment& segment, Word firstSequence, Word generation);
+
+/// Why a header is not that of a segment of this layout; empty when it is. `words` has kHeaderWords words.
+struct HeaderFault {
+  std::string text;
+  bool damaged = false;  ///< not merely of another kind
+};
+HeaderFault headerFault(const Word* words, const Layout& layout);
+
+/// Throws Cairn::CorruptionDetectedException with a text of one line.
+[[noreturn]] void reportDamage(const std::string& what);
+std::string hexText(Word value);
+
+}  // namespace Vesta

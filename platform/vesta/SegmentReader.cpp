@@ -1,0 +1,174 @@
+#include "vesta/SegmentReader.h"
+
+#include <errno.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "cairn/Exception.h"
+#include "vesta/Replacement.h"
+
+namespace Vesta {
+
+SegmentReader::SegmentReader(const Shape& shape, const AttachOptions& options,
+                             std::shared_ptr<Segment> mapping)
+    : layout_(shape), options_(options), files_(options.path), follower_(layout_) {
+  if (options_.name.empty()) options_.name = program_invocation_short_name;
+  if (options_.observer) {
+    observe();
+    return;
+  }
+  claimNumber();
+  fifo_ = files_.readerFifo(number_);
+  try {
+    if (mapping) {
+      startOn(std::move(mapping));
+    } else {
+      attach();
+    }
+  } catch (...) {
+    detach();
+    throw;
+  }
+}
+
+SegmentReader::~SegmentReader() { detach(); }
+
+// A number is a lock: it cannot be held by the dead.
+void SegmentReader::claimNumber() {
+  for (number_ = 0; number_ < kMaxReaders; ++number_) {
+    if (files_.lock().tryLock(LockFile::readerByte(number_))) return;
+  }
+  throw Cairn::ResourceExhaustedException(files_.path().text() + " has no place for another reader: used " +
+                                          std::to_string(kMaxReaders) + " of " + std::to_string(kMaxReaders));
+}
+
+void SegmentReader::observe() {
+  const TableFiles::Found found = files_.open(layout_, Access::observer);
+  if (found.missing) throw Cairn::SystemException("open " + files_.path().text(), ENOENT);
+  const std::string problem = start(found);
+  if (problem.empty()) return;
+  if (!found.segment && !found.fault.damaged) throw Cairn::Exception(problem);
+  throw Cairn::CorruptionDetectedException(problem);
+}
+
+// Without a living writer, this reader does what a writer would do at attach. Whoever holds the creation lock
+// may be about to name the segment, so the last word on it is spoken under that lock.
+void SegmentReader::attach() {
+  TableFiles::Found found = files_.open(layout_, Access::reader);
+  if (start(found).empty()) return;
+  const CreationLock creation(files_.lock(), files_.path().text());
+  found = files_.open(layout_, Access::reader);
+  std::string problem = start(found);
+  if (!problem.empty() && !files_.lock().heldElsewhere(LockFile::kWriter)) {
+    soundSegment(files_, layout_, options_);
+    found = files_.open(layout_, Access::reader);
+    problem = start(found);
+  }
+  if (problem.empty()) return;
+  if (found.segment || found.fault.damaged) throw Cairn::CorruptionDetectedException(problem);
+  throw Cairn::Exception(problem + "; its writer is process " + std::to_string(files_.writerPid()));
+}
+
+// Says why it could not start on what was found; empty when it did.
+std::string SegmentReader::start(const TableFiles::Found& found) {
+  if (found.missing) return files_.path().text() + " is missing";
+  if (!found.segment) return files_.path().text() + ": " + found.fault.text;
+  if (found.segment->load(kStateAt) != kLive) {
+    return files_.path().text() + ": state: found " + hexText(found.segment->load(kStateAt));
+  }
+  try {
+    startOn(found.segment);
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    reportToWriter();
+    reads_.reset();
+    return files_.path().text() + ": " + damage.message();
+  }
+  return {};
+}
+
+void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
+  reads_ = std::make_shared<RowReads>(std::move(segment));
+  reads_->validateIndex();
+  follower_.segmentIs(*reads_, options_.initialRows);
+  writeDown();
+}
+
+void SegmentReader::writeDown() {
+  if (options_.observer) return;
+  static std::atomic<std::uint32_t> attaches{0};
+  Segment& segment = reads_->segment();
+  const std::size_t line = readerLineAt(number_);
+  segment.store(line + kReaderIdentityAt, 0);
+  segment.store(line + kReaderHandledAt, follower_.handled());
+  char name[4 * sizeof(Word)] = {};
+  std::memcpy(name, options_.name.data(), std::min(options_.name.size(), sizeof name));
+  for (std::size_t i = 0; i < 4; ++i) {
+    Word word;
+    std::memcpy(&word, name + i * sizeof word, sizeof word);
+    segment.store(line + kReaderNameAt + i, word);
+  }
+  sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
+  const Word count = ++attaches;
+  segment.store(line + kReaderIdentityAt, count << 32 | static_cast<std::uint32_t>(getpid()));
+}
+
+void SegmentReader::reportToWriter() noexcept {
+  if (!options_.observer && reads_) sleepers().fetch_or(kDamageReported, std::memory_order_seq_cst);
+}
+
+template <class Call>
+auto SegmentReader::reporting(const Call& call) {
+  try {
+    return call();
+  } catch (const Cairn::CorruptionDetectedException&) {
+    reportToWriter();
+    throw;
+  }
+}
+
+bool SegmentReader::lookup(const Word* key, Word* row, std::uint32_t& slot) {
+  ++counters_.lookups;
+  return reporting([&] { return reads_ && reads_->lookup(key, row, slot); });
+}
+
+bool SegmentReader::rowFrom(std::uint32_t& slot, Word* row) {
+  return reporting([&] { return reads_ && reads_->rowFrom(slot, row); });
+}
+
+void SegmentReader::validate() {
+  reporting([&] { return reads_ ? reads_->validate() : 0; });
+}
+
+std::size_t SegmentReader::members() {
+  return reporting([&] { return reads_ ? reads_->segment().members() : 0; });
+}
+
+void SegmentReader::detach() {
+  if (detached_) return;
+  detached_ = true;
+  if (number_ == kMaxReaders) {
+    reads_.reset();
+    return;
+  }
+  if (reads_) {
+    reads_->segment().store(readerLineAt(number_) + kReaderIdentityAt, 0);
+    sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
+  }
+  reads_.reset();
+  unlinkat(files_.folder(), files_.fifoName(number_).c_str(), 0);
+  files_.lock().unlock(LockFile::readerByte(number_));
+  number_ = kMaxReaders;
+}
+
+void SegmentReader::yieldTimeIs(std::chrono::milliseconds time) {
+  if (reads_) reads_->yieldTimeIs(time);
+}
+
+const ReaderCounters& SegmentReader::counters() noexcept {
+  if (reads_) counters_.retries = reads_->retries();
+  counters_.overtaken = follower_.overtaken();
+  return counters_;
+}
+
+}  // namespace Vesta

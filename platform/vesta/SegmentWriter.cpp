@@ -1,0 +1,135 @@
+#include "vesta/SegmentWriter.h"
+
+#include <unistd.h>
+
+#include "cairn/Exception.h"
+
+namespace Vesta {
+
+SegmentWriter::SegmentWriter(const Shape& shape, const AttachOptions& options)
+    : layout_(shape), options_(options), files_(options.path) {
+  if (!files_.lock().tryLock(LockFile::kWriter)) {
+    throw Cairn::Exception(files_.path().text() + " has a writer already: process " +
+                           std::to_string(files_.writerPid()));
+  }
+  takeTable();
+}
+
+SegmentWriter::~SegmentWriter() { detach(); }
+
+// A predecessor may have died between publishing a change and waking its readers, so everyone is woken once.
+void SegmentWriter::takeTable() {
+  {
+    const CreationLock creation(files_.lock(), files_.path().text());
+    rowsAre(soundSegment(files_, layout_, options_));
+  }
+  files_.wakeEveryone();
+}
+
+void SegmentWriter::rowsAre(std::unique_ptr<RowWrites> rows) {
+  rows_ = std::move(rows);
+  rows_->reads().segment().store(kWriterPidAt, sealed(static_cast<std::uint32_t>(getpid()), kWriterPidAt));
+}
+
+RowWrites& SegmentWriter::rows() {
+  if (!rows_) throw Cairn::NoPermissionException("write to detached Vesta table " + files_.path().text());
+  return *rows_;
+}
+
+bool SegmentWriter::write(Word* row, bool onlyIfPresent) {
+  if (!rows().write(row, onlyIfPresent)) return false;
+  ++counters_.writes;
+  lookAfterReaders();
+  return true;
+}
+
+bool SegmentWriter::remove(const Word* key) {
+  if (!rows().remove(key)) return false;
+  ++counters_.removals;
+  lookAfterReaders();
+  return true;
+}
+
+// The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
+void SegmentWriter::lookAfterReaders() {
+  std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
+  if (sleepers.load(std::memory_order_seq_cst) == 0) [[likely]]
+    return;
+  const Word asleep = sleepers.exchange(0, std::memory_order_seq_cst);
+  rows_->step(WriteStep::sleepersCleared);
+  wake(asleep);
+  rows_->step(WriteStep::woken);
+  if ((asleep & kDamageReported) != 0) replaceIfDamaged();
+}
+
+void SegmentWriter::wake(Word sleepers) {
+  for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
+    if ((sleepers >> reader & 1) == 0) continue;
+    const Word identity = rows_->reads().segment().load(readerLineAt(reader) + kReaderIdentityAt);
+    ReaderNote& note = notes_[reader];
+    if (note.identity != identity || !note.fifo) {
+      note.fifo = WakeFifo::forWriter(files_.folder(), files_.fifoName(reader));
+      note.identity = identity;
+      counters_.systemCalls += 2;
+    }
+    note.fifo.wake();
+    ++counters_.wakeups;
+    ++counters_.systemCalls;
+  }
+}
+
+// A reader has met damage. It may have been that reader's own; if it is in the segment, a new one takes over.
+void SegmentWriter::replaceIfDamaged() {
+  try {
+    rows_->reads().validate();
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    const CreationLock creation(files_.lock(), files_.path().text());
+    rowsAre(replaceDamaged(files_, mapping(), damage.message(), options_));
+  }
+}
+
+bool SegmentWriter::lookup(const Word* key, Word* row, std::uint32_t& slot) {
+  return rows_ && rows_->reads().lookup(key, row, slot);
+}
+
+bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {
+  return rows_ && rows_->reads().rowFrom(slot, row);
+}
+
+void SegmentWriter::detach() {
+  if (!rows_) return;
+  rows_->reads().segment().store(kWriterPidAt, sealed(0, kWriterPidAt));
+  rows_.reset();
+  files_.lock().unlock(LockFile::kWriter);
+}
+
+// Also after a detach, as long as nobody else writes: whoever takes a table down does not keep it attached.
+void SegmentWriter::cleanup() {
+  if (!rows_ && !files_.lock().tryLock(LockFile::kWriter)) {
+    throw Cairn::Exception(files_.path().text() + " has a writer: process " +
+                           std::to_string(files_.writerPid()));
+  }
+  rows_.reset();
+  {
+    const CreationLock creation(files_.lock(), files_.path().text());
+    files_.remove();
+  }
+  files_.lock().unlock(LockFile::kWriter);
+}
+
+void SegmentWriter::validate() {
+  if (rows_) rows_->reads().validate();
+}
+
+pid_t SegmentWriter::writerProcess() const noexcept { return rows_ ? getpid() : 0; }
+
+void SegmentWriter::yieldTimeIs(std::chrono::milliseconds time) {
+  if (rows_) rows_->reads().yieldTimeIs(time);
+}
+
+const WriterCounters& SegmentWriter::counters() noexcept {
+  if (rows_) counters_.indexRebuilds = rows_->indexRebuilds();
+  return counters_;
+}
+
+}  // namespace Vesta

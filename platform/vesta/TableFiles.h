@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "vesta/LockFile.h"
+#include "vesta/RootPath.h"
+#include "vesta/Segment.h"
+#include "vesta/WakeFifo.h"
+
+namespace Vesta {
+
+/// The files of one table in its folder: the segment <collection>, the lock file <collection>.lock, the FIFO
+/// vesta.<collection>.<n> of each reader, and segments set aside, <collection>.retired.<n>.
+class TableFiles {
+ public:
+  explicit TableFiles(const RootPath& path);
+
+  const RootPath& path() const noexcept { return path_; }
+  LockFile& lock() noexcept { return lock_; }
+  int folder() const noexcept { return folder_.get(); }
+
+  /// The segment under its name, mapped; or why there is none to be had.
+  struct Found {
+    std::shared_ptr<Segment> segment;
+    bool missing = false;
+    HeaderFault fault;
+  };
+  Found open(const Layout& layout, Access access) const;
+
+  /// A formatted segment without a name, its blocks reserved: touching a block that a full memory file system
+  /// cannot supply would be a signal.
+  struct Unnamed {
+    Descriptor file;
+    std::shared_ptr<Segment> segment;
+  };
+  Unnamed create(const Layout& layout, Word firstSequence) const;
+  /// Gives it the table's name, whole or not at all. The name must be free.
+  void name(const Unnamed& created) const;
+
+  /// Marks whatever has the table's name retired and moves it to a name that no file had.
+  void setAside() const;
+  /// Marks the segment retired and removes it, and the FIFOs of readers that are gone.
+  void remove() const;
+  /// Throws unless the file under the table's name is private, whole and of this layout.
+  void validate(const Layout& layout) const;
+
+  std::string fifoName(unsigned reader) const;
+  WakeFifo readerFifo(unsigned reader) const;
+  /// Writes to every FIFO there is: for changes that concern sleeping readers of any segment of this table.
+  void wakeEveryone() const;
+  /// The pid that the segment names as its writer; 0 when it names none.
+  int writerPid() const;
+
+ private:
+  void markRetired(int segment) const;
+
+  RootPath path_;
+  Descriptor folder_;
+  LockFile lock_;
+};
+
+}  // namespace Vesta

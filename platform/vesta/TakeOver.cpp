@@ -1,0 +1,77 @@
+// How a writer takes a segment over.
+#include <algorithm>
+
+#include "vesta/ChangeLog.h"
+#include "vesta/RowWrites.h"
+
+namespace Vesta {
+
+RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
+    : stepHook_(std::move(stepHook)),
+      reads_(std::move(segment)),
+      segment_(reads_.segment()),
+      layout_(segment_.layout()),
+      scratch_(1 + layout_.rowWords) {
+  known_.resize(layout_.shape.capacity);
+  takeOver();
+}
+
+// The slots are the truth: index, member count and free slots follow from them. The slot that carries the
+// sequence after the published one is the change that the predecessor died in; its record is in the log,
+// since that is written first, so it only remains to publish it. Without such a slot the change did not take
+// place.
+void RowWrites::takeOver() {
+  const Word published = segment_.load(kSequenceAt);
+  const Word pending = nextSequence(published);
+  std::vector<Word> row(1 + layout_.rowWords);
+  std::size_t members = 0;
+  bool took = false;
+  for (std::uint32_t slot = layout_.shape.capacity; slot-- > 0;) {
+    const Word version = reads_.readSlot(slot, row.data());
+    if (isAfter(sequenceOf(version), pending)) {
+      reportDamage("published sequence " + std::to_string(published) + ": slot " + std::to_string(slot) +
+                   " was changed at " + std::to_string(sequenceOf(version)));
+    }
+    took = took || sequenceOf(version) == pending;
+    known_[slot] = {hashOf(row.data() + 1, layout_.keyWords), isOccupied(version)};
+    if (isOccupied(version)) {
+      ++members;
+    } else {
+      free_.push_back(slot);
+    }
+  }
+  sequence_ = took ? pending : published;
+  if (sequence_ != segment_.firstSequence()) checkRecord(segment_, sequence_, row.data());
+  requireDistinctKeys();
+  const Word indexWord = segment_.load(kIndexAt);
+  index_ = static_cast<unsigned>(indexWord) & 1;  // rebuilt whatever it says
+  indexGeneration_ = static_cast<std::uint32_t>(indexWord) >> 1;
+  rebuildIndex();
+  indexRebuilds_ = 0;
+  membersIs(members);
+  std::atomic_ref<Word>(segment_.at(kSequenceAt)).store(sequence_, std::memory_order_seq_cst);
+}
+
+// Two slots with one key would make lookups depend on the order of the index. Keys are alike only where their
+// hashes are.
+void RowWrites::requireDistinctKeys() {
+  std::vector<std::uint32_t> slots;
+  for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
+    if (known_[slot].occupied) slots.push_back(slot);
+  }
+  std::sort(slots.begin(), slots.end(),
+            [this](std::uint32_t a, std::uint32_t b) { return known_[a].hash < known_[b].hash; });
+  std::vector<Word> a(1 + layout_.rowWords);
+  std::vector<Word> b(1 + layout_.rowWords);
+  for (std::size_t i = 1; i < slots.size(); ++i) {
+    if (known_[slots[i - 1]].hash != known_[slots[i]].hash) continue;
+    reads_.readSlot(slots[i - 1], a.data());
+    reads_.readSlot(slots[i], b.data());
+    if (reads_.sameKey(&a[1], &b[1])) {
+      reportDamage("slot " + std::to_string(slots[i]) + ": holds the same key as slot " +
+                   std::to_string(slots[i - 1]));
+    }
+  }
+}
+
+}  // namespace Vesta

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+
+namespace Vesta {
+
+/// The steps of a write, in order, at each of which a writer may die. Those of an index rebuild come first
+/// when one is due, and at attach; insertions put a cell, removals take one.
+enum class WriteStep {
+  rebuildCleared,
+  rebuildHalf,
+  rebuildFilled,
+  rebuildSwitched,
+  begun,
+  recordHalf,
+  recorded,
+  copyHalf,
+  copied,
+  versionMoved,
+  cellMoved,
+  membersMoved,
+  published,
+  sleepersCleared,
+  woken,
+};
+
+/// Called at each step, for tests of crashes; normally empty.
+using StepHook = std::function<void(WriteStep)>;
+
+}  // namespace Vesta
