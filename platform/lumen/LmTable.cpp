@@ -62,9 +62,7 @@ void LmTable::observerIs(const std::shared_ptr<LmTableObserver>& observer) {
   }
   observers_.push_back(observer);
   observer->table_ = this;
-  observer->consumed_ = 0;
-  observer->told_.reset();
-  observer->reset_ = true;
+  observer->startOver();
   tellObservers();
 }
 
@@ -79,10 +77,7 @@ void LmTable::observerDel(const LmTableObserver& observer) {
 void LmTable::implementationIs(const std::shared_ptr<LmTableImplementation>& implementation) {
   if (implementation == implementation_) return;
   implementation_ = implementation;
-  for (const auto& observer : observers_) {
-    observer->told_.reset();
-    observer->reset_ = true;
-  }
+  for (const auto& observer : observers_) observer->startOver();
   tellObservers();
 }
 
@@ -94,8 +89,9 @@ std::optional<std::uint64_t> LmTable::notifyObservers(std::uint64_t previousIdx,
   if (implementation != implementation_) return previousIdx;
   std::optional<std::uint64_t> consumed;
   for (const auto& observer : observers_) {
-    // One that has yet to walk the rows needs no change from before its walk.
-    const std::uint64_t needed = observer->reset_ ? latestIdx : observer->consumed_;
+    // One that has yet to begin its walk over the rows needs no change from before it.
+    const bool yetToWalk = observer->reset_ && !observer->consuming_;
+    const std::uint64_t needed = yetToWalk ? latestIdx : observer->consumed_;
     consumed = std::min(consumed.value_or(needed), needed);
   }
   return consumed;

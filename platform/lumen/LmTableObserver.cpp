@@ -14,6 +14,12 @@ void LmTableObserver::onException(const std::exception& exception) {
   std::fprintf(stderr, "exception in an observer: %s\n", exception.what());
 }
 
+void LmTableObserver::startOver() noexcept {
+  consumed_ = 0;
+  told_.reset();
+  reset_ = true;
+}
+
 std::size_t LmTableObserver::consume(std::size_t limit) {
   if (table_ == nullptr || consuming_) return 0;
   const auto keep = weak_from_this().lock();  // the handlers may drop this observer

@@ -47,6 +47,7 @@ class LmTableObserver : public std::enable_shared_from_this<LmTableObserver> {
 
  private:
   friend class LmTable;
+  void startOver() noexcept;
   std::size_t walkRows(LmTable& table);
   std::size_t walkChanges(LmTable& table, std::size_t limit);
 

@@ -29,6 +29,9 @@ void LumenDB::tableImplementationIs(const std::string& tableName,
     throw LmTableError("table " + tableName + " has rows of type " + expected +
                        ", its implementation of type " + implementation->rowTypeName());
   }
+  if (implementation != table.implementation() && implementation->boundInterfacesCount() != 0) {
+    throw LmTableError("the implementation for table " + tableName + " serves another table");
+  }
   serve(table, implementation);
 }
 
