@@ -1,0 +1,294 @@
+// Bodies of the config table pattern; included where the kinds' classes are made.
+#pragma once
+
+#include "P4RuntimeTolmar/ConfigTableWrapper.h"
+#include "cairn/Assert.h"
+#include "cairn/Exception.h"
+#include "rows/RowErrors.h"
+
+namespace TolmarHwLib {
+
+namespace detail {
+
+inline void requireFirstIndex(unsigned idx, const char* operation) {
+  Cairn::require(idx == 0, "Multiple indices not supported", operation);
+}
+
+/// The row as one of class `EntryRow`; it shares the buffer.
+template <class EntryRow>
+EntryRow viewAs(const Lumen::BaseRow& row) {
+  if (row.isNull()) Lumen::throwNullRow();
+  return EntryRow(row);
+}
+
+}  // namespace detail
+
+template <class Kind>
+ConfigRowIterator<Kind>::ConfigRowIterator(typename Kind::Config::Ptr config)
+    : config_(std::move(config)),
+      walked_(config_ ? &config_->table() : nullptr),
+      damaged_(walked_),
+      current_(&value_) {}
+
+template <class Kind>
+ConfigRowIterator<Kind>::ConfigRowIterator(const ConfigRowIterator& other)
+    : LmRowIteratorImpl(other),
+      config_(other.config_),
+      walked_(other.walked_),
+      damaged_(other.damaged_),
+      iterHint_(other.iterHint_),
+      value_(other.value_),
+      current_(&value_),
+      valid_(other.valid_) {}
+
+template <class Kind>
+bool ConfigRowIterator<Kind>::operator==(const Lumen::LmRowIteratorImpl& other) const {
+  return valid_ == dynamic_cast<const ConfigRowIterator&>(other).valid_;
+}
+
+template <class Kind>
+Lumen::BaseRow ConfigRowIterator<Kind>::operator*() const {
+  Cairn::require(valid_, "iterator stands on no row", "operator*");
+  return Kind::EntryRow::fromEntry(current_->entry);
+}
+
+template <class Kind>
+template <class Step>
+void ConfigRowIterator<Kind>::step(const Step& place) {
+  valid_ = false;
+  if (walked_ == nullptr) return;
+  try {
+    valid_ = place(*walked_);
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    damaged_->corruptionDetected(damage.message());
+  }
+  current_ = &value_;
+}
+
+template <class Kind>
+ConfigRowIterator<Kind>& ConfigRowIterator<Kind>::operator++() {
+  step([this](Collection& collection) { return collection.next(value_.key, value_, iterHint_); });
+  return *this;
+}
+
+template <class Kind>
+void ConfigRowIterator<Kind>::placeFirst() {
+  step([this](Collection& collection) { return collection.first(value_, iterHint_); });
+}
+
+template <class Kind>
+void ConfigRowIterator<Kind>::placeAt(const typename Kind::Key& key) {
+  value_.key = key;
+  value_.entry = ConfigTableWrapper<Kind>::lookup(config_.get(), key, valid_);
+}
+
+template <class Kind>
+std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigRowIterator<Kind>::clone() const {
+  return std::make_unique<typename Kind::RowIterator>(static_cast<const typename Kind::RowIterator&>(*this));
+}
+
+template <class Kind>
+ConfigChangeIterator<Kind>::ConfigChangeIterator(Position position, typename Kind::Config::Ptr config)
+    : position_(position), config_(std::move(config)) {}
+
+template <class Kind>
+bool ConfigChangeIterator<Kind>::operator==(const Lumen::LmChangeIteratorImpl& other) const {
+  return position_ == dynamic_cast<const ConfigChangeIterator&>(other).position_;
+}
+
+template <class Kind>
+std::shared_ptr<Lumen::BasicLmTableChange> ConfigChangeIterator<Kind>::operator*() {
+  using Wrapper = ConfigTableWrapper<Kind>;
+  const std::uint64_t index = position_.index();
+  const auto& key = position_.key();
+  const bool deleted = (index & 1) != 0;
+  if (scratchRow_.isNull()) scratchRow_ = typename Kind::EntryRow();
+  bool found = false;
+  scratchRow_.fill(deleted ? Wrapper::keyOnly(key) : Wrapper::lookup(config_.get(), key, found));
+  return std::make_shared<Lumen::BasicLmTableChange>(Lumen::BasicLmTableChange{
+      index, deleted ? Lumen::ChangeKind::deleted : Lumen::ChangeKind::written, scratchRow_});
+}
+
+template <class Kind>
+ConfigChangeIterator<Kind>& ConfigChangeIterator<Kind>::operator++() {
+  ++position_;
+  return *this;
+}
+
+template <class Kind>
+std::unique_ptr<Lumen::LmChangeIteratorImpl> ConfigChangeIterator<Kind>::clone() const {
+  return std::make_unique<typename Kind::ChangeIterator>(
+      static_cast<const typename Kind::ChangeIterator&>(*this));
+}
+
+template <class Kind>
+ConfigReactor<Kind>::ConfigReactor(typename Kind::Config::Ptr config, ConfigTableWrapper<Kind>& wrapper)
+    : config_(std::move(config)), wrapper_(&wrapper) {
+  this->notifierIs(config_);
+  this->isRegisteredNotifieeIs(true);
+}
+
+template <class Kind>
+void ConfigReactor<Kind>::onTable(const typename Kind::Key& key) {
+  if (wrapper_ == nullptr || this->quillMarkedForDeletion()) return;
+  const auto keep = wrapper_->weak_from_this().lock();  // an observer may have the wrapper dropped
+  using Wrapper = ConfigTableWrapper<Kind>;
+  static const typename Kind::Entry kEmpty{};
+  bool found = false;
+  const auto& entry = Wrapper::lookup(config_.get(), key, found);
+  // By content: an entry that is there but all zero passes for a deleted one, on purpose.
+  const bool deleted = entry == kEmpty;
+  scratchRow_.fill(deleted ? Wrapper::keyOnly(key) : entry);
+  wrapper_->quillTableModified(scratchRow_, deleted, key);
+}
+
+template <class Kind>
+void ConfigReactor<Kind>::wrapperDel() {
+  wrapper_ = nullptr;
+  this->isRegisteredNotifieeIs(false);
+}
+
+template <class Kind>
+ConfigTableWrapper<Kind>::ConfigTableWrapper(typename Config::Ptr config,
+                                             std::shared_ptr<Lumen::LumenDB> lumenDb,
+                                             const Lumen::LmTableOps* tableOps, bool modifierSupported,
+                                             bool readerSupported, bool observerSupported)
+    : DefaultLmTableImplementation(
+          "TableLumenWrapper", std::string(EntryRow::rowTypeName()),
+          static_cast<std::uint16_t>(Lumen::LumenDB::tableTypeId(EntryRow::rowTypeName(), false)),
+          /*unique=*/true,
+          /*ordered=*/false, /*bounded=*/false, readerSupported, tableOps, {}),
+      config_(std::move(config)),
+      reactor_(newReactor()),
+      lumenDb_(std::move(lumenDb)),
+      readerSupportedFlag_(readerSupported),
+      modifierSupportedFlag_(modifierSupported),
+      observerSupportedFlag_(observerSupported),
+      keyToChange_(0, KeyHash(&tableKeyTarotHasher)) {
+  keyToChange_.reserve(200);  // an ordinary burst of changes causes no rehash
+  // Indices grow by 2: this is room for the newest 2 x capacity changes.
+  if (config_) this->unobservedSpanIs(2 * 2 * std::uint64_t{config_->table().capacity()});
+}
+
+template <class Kind>
+ConfigTableWrapper<Kind>::~ConfigTableWrapper() = default;
+
+template <class Kind>
+std::shared_ptr<typename Kind::Reactor> ConfigTableWrapper<Kind>::newReactor() {
+  auto reactor = Quill::allocate<typename Kind::Reactor>(config_, *this);
+  return {reactor.release(), [](typename Kind::Reactor* own) {
+            own->wrapperDel();
+            own->referenceDel();
+          }};
+}
+
+template <class Kind>
+auto ConfigTableWrapper<Kind>::lookup(Config* config, const Key& key, bool& found) -> const Entry& {
+  static const Entry kEmpty{};
+  if (config != nullptr) {
+    try {
+      return config->table().directLookup(key, found);
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      config->table().corruptionDetected(damage.message());
+    }
+  }
+  found = false;
+  return kEmpty;
+}
+
+template <class Kind>
+auto ConfigTableWrapper<Kind>::keyOnly(const Key& key) -> Entry {
+  Entry entry{};
+  static_cast<Key&>(entry) = key;
+  return entry;
+}
+
+template <class Kind>
+auto ConfigTableWrapper<Kind>::writable(const char* operation) const -> Config& {
+  Cairn::require(config_ != nullptr, "no config table", operation);
+  return *config_;
+}
+
+template <class Kind>
+std::size_t ConfigTableWrapper<Kind>::size() const {
+  return config_ ? config_->table().members() : 0;
+}
+
+template <class Kind>
+Lumen::BaseRow ConfigTableWrapper<Kind>::row(const Lumen::BaseRow& keyRow, unsigned idx) {
+  detail::requireFirstIndex(idx, "row");
+  bool found = false;
+  return EntryRow::fromEntry(lookup(config_.get(), detail::viewAs<EntryRow>(keyRow).keyRecord(), found));
+}
+
+template <class Kind>
+std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::find(const Lumen::BaseRow& keyRow,
+                                                                         unsigned idx) {
+  detail::requireFirstIndex(idx, "find");
+  const Key key = detail::viewAs<EntryRow>(keyRow).keyRecord();
+  auto iterator = std::make_unique<typename Kind::RowIterator>(config_);
+  iterator->placeAt(key);
+  return iterator;
+}
+
+template <class Kind>
+std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::begin(unsigned idx) {
+  detail::requireFirstIndex(idx, "begin");
+  auto iterator = std::make_unique<typename Kind::RowIterator>(config_);
+  iterator->placeFirst();
+  return iterator;
+}
+
+template <class Kind>
+std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::end(unsigned idx) {
+  detail::requireFirstIndex(idx, "end");
+  return std::make_unique<typename Kind::RowIterator>(config_);
+}
+
+template <class Kind>
+void ConfigTableWrapper<Kind>::rowIs(const Lumen::BaseRow& row, bool) {
+  static const Lumen::BaseRow nullRow;
+  if (this->preWriteActive()) this->preWrite(row, nullRow);
+  const Entry entry = detail::viewAs<EntryRow>(row).entry();
+  writable("rowIs").tableIs(entry);  // what is recorded comes back through the reactor
+}
+
+template <class Kind>
+void ConfigTableWrapper<Kind>::rowDel(const Lumen::BaseRow& keyRow) {
+  const Key key = detail::viewAs<EntryRow>(keyRow).keyRecord();
+  writable("rowDel").tableDel(key);
+}
+
+template <class Kind>
+void ConfigTableWrapper<Kind>::rowDelAll() {
+  writable("rowDelAll").tableDelAll();
+}
+
+template <class Kind>
+std::unique_ptr<Lumen::LmChangeIteratorImpl> ConfigTableWrapper<Kind>::nextChange(std::uint64_t idx) {
+  return std::make_unique<typename Kind::ChangeIterator>(changeMap_.above(idx), config_);
+}
+
+template <class Kind>
+std::unique_ptr<Lumen::LmChangeIteratorImpl> ConfigTableWrapper<Kind>::endChange() {
+  return std::make_unique<typename Kind::ChangeIterator>(changeMap_.end(), config_);
+}
+
+template <class Kind>
+void ConfigTableWrapper<Kind>::cleanChangeMap(std::uint64_t idx) {
+  changeMap_.trim(idx, [this](const Key& key) { keyToChange_.erase(key); });
+  oldestChangeIdx_ = idx;
+}
+
+template <class Kind>
+void ConfigTableWrapper<Kind>::quillTableModified(const EntryRow& row, bool deleted, const Key& key) {
+  const std::uint64_t previous = latestChangeIdx_;
+  const std::uint64_t latest = ((previous + 2) & ~std::uint64_t{1}) | (deleted ? 1 : 0);
+  const auto [changed, inserted] = keyToChange_.try_emplace(key, 0);
+  latestChangeIdx_ = latest;
+  changeMap_.record(latest, key, changed->second);
+  changed->second = latest;
+  this->cleanChanges(*this, this->notifyObservers(previous, latest, deleted, row));
+}
+
+}  // namespace TolmarHwLib
