@@ -34,55 +34,58 @@ void EventLoop::descriptorDel(int descriptor) {
 
 EventLoop::TimerId EventLoop::timerIs(Clock::duration delay, Callback expired) {
   const TimerId id = nextId_++;
-  timers_.emplace(id, std::move(expired));
-  due_.push({Clock::now() + delay, id});
+  const Clock::time_point due = Clock::now() + delay;
+  timers_.emplace(Due(due, id), std::move(expired));
+  dueOf_.emplace(id, due);
   return id;
 }
 
-void EventLoop::timerDel(TimerId timer) { timers_.erase(timer); }
+void EventLoop::timerDel(TimerId timer) {
+  const auto found = dueOf_.find(timer);
+  if (found == dueOf_.end()) return;
+  timers_.erase(Due(found->second, timer));
+  dueOf_.erase(found);
+}
 
 std::uint64_t EventLoop::sleepHookIs(SleepHook maySleep) {
   const std::uint64_t id = nextId_++;
-  sleepHooks_.emplace(id, std::make_shared<SleepHook>(std::move(maySleep)));
+  sleepHooks_.add(id, std::move(maySleep));
   return id;
 }
 
-void EventLoop::sleepHookDel(std::uint64_t hook) { sleepHooks_.erase(hook); }
+void EventLoop::sleepHookDel(std::uint64_t hook) { sleepHooks_.remove(hook); }
 
 std::uint64_t EventLoop::wakeHookIs(Callback awake) {
   const std::uint64_t id = nextId_++;
-  wakeHooks_.emplace(id, std::make_shared<Callback>(std::move(awake)));
+  wakeHooks_.add(id, std::move(awake));
   return id;
 }
 
-void EventLoop::wakeHookDel(std::uint64_t hook) { wakeHooks_.erase(hook); }
+void EventLoop::wakeHookDel(std::uint64_t hook) { wakeHooks_.remove(hook); }
 
 bool EventLoop::maySleep() {
   bool may = true;
-  const auto hooks = sleepHooks_;  // a hook may remove hooks
-  for (const auto& [id, hook] : hooks) {
-    if (sleepHooks_.contains(id)) may = (*hook)() && may;
-  }
+  sleepHooks_.visit([&may](const SleepHook& hook) { may = hook() && may; });
   return may;
 }
 
 int EventLoop::sleepMilliseconds(std::chrono::milliseconds timeout) const {
-  if (due_.empty()) return static_cast<int>(timeout.count());
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(due_.top().due - Clock::now());
-  const auto bounded = std::max(left, std::chrono::milliseconds(0));
+  if (timers_.empty()) return static_cast<int>(timeout.count());
+  constexpr std::chrono::milliseconds kLongest = std::chrono::hours(1);  // a wait must fit an int
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(timers_.begin()->first.first - Clock::now());
+  const auto bounded = std::clamp(left, std::chrono::milliseconds(0), kLongest);
   return static_cast<int>(timeout.count() < 0 ? bounded.count() : std::min(bounded, timeout).count());
 }
 
 std::size_t EventLoop::runTimers() {
+  if (timers_.empty()) return 0;
   std::size_t count = 0;
   const auto now = Clock::now();
-  while (!due_.empty() && due_.top().due <= now) {
-    const TimerId id = due_.top().id;
-    due_.pop();
-    if (auto timer = timers_.extract(id)) {
-      timer.mapped()();
-      ++count;
-    }
+  while (!timers_.empty() && timers_.begin()->first.first <= now) {
+    const auto timer = timers_.extract(timers_.begin());
+    dueOf_.erase(timer.key().second);
+    timer.mapped()();
+    ++count;
   }
   return count;
 }
@@ -92,10 +95,7 @@ std::size_t EventLoop::step(std::chrono::milliseconds timeout) {
   const int wait = maySleep() ? sleepMilliseconds(timeout) : 0;
   const int ready = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), wait);
   if (ready < 0 && errno != EINTR) throw Cairn::SystemException("epoll_wait", errno);
-  const auto hooks = wakeHooks_;
-  for (const auto& [id, hook] : hooks) {
-    if (wakeHooks_.contains(id)) (*hook)();
-  }
+  wakeHooks_.visit([](const Callback& hook) { hook(); });
   std::size_t count = runTimers();
   for (int i = 0; i < ready; ++i) {
     const auto found = descriptors_.find(events[static_cast<std::size_t>(i)].data.fd);

@@ -5,8 +5,9 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <queue>
-#include <vector>
+#include <utility>
+
+#include "quill/HookList.h"
 
 namespace Quill {
 
@@ -24,7 +25,8 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
 
   /// Calls `readable` whenever `descriptor` can be read (or is hung up). The descriptor stays the caller's,
-  /// who takes it out before closing it. One callback for each descriptor; a second replaces the first.
+  /// who takes it out before closing it. One callback for each descriptor; a second replaces the first. A
+  /// callback may come when there is nothing to read any more, so the descriptor has to be non-blocking.
   void descriptorIs(int descriptor, Callback readable);
   void descriptorDel(int descriptor);
 
@@ -32,7 +34,8 @@ class EventLoop {
   TimerId timerIs(Clock::duration delay, Callback expired);
   void timerDel(TimerId timer);
 
-  /// Asked before each sleep, in order of addition: false means there is work left, so the loop polls instead.
+  /// Asked before each sleep, in order of addition: false means there is work left, so the loop polls
+  /// instead.
   using SleepHook = std::function<bool()>;
   std::uint64_t sleepHookIs(SleepHook maySleep);
   void sleepHookDel(std::uint64_t hook);
@@ -51,20 +54,16 @@ class EventLoop {
   int sleepMilliseconds(std::chrono::milliseconds timeout) const;
   std::size_t runTimers();
 
-  struct Timer {
-    Clock::time_point due;
-    TimerId id;
-    bool operator>(const Timer& other) const { return due > other.due; }
-  };
+  using Due = std::pair<Clock::time_point, TimerId>;
 
   int epoll_;
   bool stopped_ = false;
   std::uint64_t nextId_ = 1;
   std::map<int, std::shared_ptr<Callback>> descriptors_;
-  std::map<TimerId, Callback> timers_;
-  std::priority_queue<Timer, std::vector<Timer>, std::greater<>> due_;
-  std::map<std::uint64_t, std::shared_ptr<SleepHook>> sleepHooks_;
-  std::map<std::uint64_t, std::shared_ptr<Callback>> wakeHooks_;
+  std::map<Due, Callback> timers_;
+  std::map<TimerId, Clock::time_point> dueOf_;
+  HookList<SleepHook> sleepHooks_;
+  HookList<Callback> wakeHooks_;
 };
 
 }  // namespace Quill

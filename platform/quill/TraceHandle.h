@@ -10,6 +10,8 @@ namespace Quill {
 
 /// A named source of trace lines with levels 0 to 31, each on or off. All are off until switched on; settings
 /// made before a handle of that name exists hold for it too.
+///
+/// Thread safety: enabled() from any thread; all else, making and destroying handles included, from one.
 class TraceHandle {
  public:
   explicit TraceHandle(std::string_view name);
@@ -30,7 +32,8 @@ class TraceHandle {
     std::string_view function;
     std::string_view text;
   };
-  /// Hands one line to the sink, whatever the level's state; callers ask enabled() before they build the text.
+  /// Hands one line to the sink, whatever the level's state; callers ask enabled() before they build the
+  /// text.
   void trace(int level, std::string_view source, int line, std::string_view function,
              std::string_view text) const;
 
