@@ -1,0 +1,104 @@
+// Rows of any bytes, handed to everything that takes a row from outside. The first byte of the input chooses
+// the row class, the rest are the row's bytes; the type in the header is made the class's, or no input would
+// pass. The sanitizers watch the reads and writes; refusals are right, and what is accepted must hold
+// together.
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+#include "P4RuntimeTolmar/P4RuntimeTolmarTypes.h"
+#include "lumen/RowText.h"
+
+namespace {
+
+using Lumen::BaseRow;
+using Lumen::len_t;
+
+/// Calls step and takes a refusal for an answer.
+template <class Step>
+void attempt(Step step) {
+  try {
+    step();
+  } catch (const Cairn::Exception&) {
+  }
+}
+
+void mustHold(bool condition) {
+  if (!condition) std::abort();
+}
+
+template <class Row>
+void useTypedRow(const BaseRow& generic) {
+  Row row(generic);
+  const auto entry = row.entry();
+  mustHold(Row::fromEntry(entry).entry() == entry);
+  mustHold(Row::fromEntry(entry).hash() == entry.key().hash());
+  mustHold(row.keyRecord() == entry.key());
+  mustHold(row == row.clone() && row.rowEqual(row.clone()) && !row.rowLess(row));
+  mustHold(row.toString() == Lumen::rowText(generic));
+  mustHold(row.toJson() == Lumen::rowJson(generic));
+  attempt([&] {
+    Row written = row.clone();
+    for (const len_t column : row.vcd()) {
+      const auto address = IpGenAddr::ipv6({1, 2, 3});
+      written.setColumn(column, address, row.baseRowLength());
+      IpGenAddr read;
+      written.getColumn(column, read);
+      mustHold(read == address);
+    }
+  });
+  Row scratch = row;
+  scratch.fill(entry);
+  mustHold(scratch.entry() == entry);
+}
+
+template <class Row>
+void useGenericRow(const BaseRow& generic) {
+  const auto ops = Lumen::rowOps(Row::rowTypeName());
+  attempt([&] { ops->keyHash(generic); });
+  attempt([&] { ops->rowHash(generic); });
+  attempt([&] { mustHold(ops->keyEquals(generic, generic)); });
+  attempt([&] { mustHold(!ops->rowLess(generic, generic)); });
+  attempt([&] { Lumen::rowText(generic); });
+  attempt([&] { mustHold(generic.rowEqual(generic.clone())); });
+  attempt([&] { Row().rowEqual(generic); });
+  attempt([&] { Row().rowLess(generic); });
+  attempt([&] { Row().shareContents(generic); });
+  attempt([&] { BaseRow(generic).rowTypeIs(1); });
+  attempt([&] { BaseRow(generic).clear(64); });
+  if (generic.bytes().available < 8) return;
+  attempt([&] { generic.columnHash<IpGenAddr>(4); });
+  attempt([&] { BaseRow(generic).setColumn(4, IpGenAddr::ipv4({1, 2, 3, 4}), 8); });
+  attempt([&] {
+    Row nested{BaseRow()};
+    generic.getColumnStruct(4, nested);
+    if (!nested.isNull()) useTypedRow<Row>(nested);
+  });
+  attempt([&] { mustHold(generic.columnEqual<Row>(4, generic, 4)); });
+}
+
+template <class Row>
+void useRow(std::vector<std::byte> bytes) {
+  Lumen::storeBytes(bytes.data() + Lumen::kRowTypeOffset, Row::protRowType());
+  // A nested row at 12 gets the type too.
+  if (bytes.size() >= 16) Lumen::storeBytes(bytes.data() + 14, Row::protRowType());
+  const BaseRow generic = BaseRow::fromBytes(bytes);
+  useGenericRow<Row>(generic);
+  attempt([&] { useTypedRow<Row>(generic); });
+}
+
+constexpr void (*kUses[])(std::vector<std::byte>) = {&useRow<TolmarHwLib::L3TunnelTH3ConfigEntryRow>,
+                                                     &useRow<TolmarHwLib::L3TunnelTH3StatusEntryRow>,
+                                                     &useRow<TolmarHwLib::MyStationTcamTH3ConfigEntryRow>,
+                                                     &useRow<TolmarHwLib::MyStationTcamTH3StatusEntryRow>,
+                                                     &useRow<TolmarHwLib::L3IifTH3ConfigEntryRow>,
+                                                     &useRow<TolmarHwLib::L3IifTH3StatusEntryRow>};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 1 + Lumen::lm_contentOffset || size > 1 + Lumen::kMaxRowLength) return 0;
+  const auto* const first = reinterpret_cast<const std::byte*>(data) + 1;
+  kUses[data[0] % std::size(kUses)]({first, first + size - 1});
+  return 0;
+}
