@@ -1,6 +1,7 @@
 #include "apps/agent/Options.h"
 
 #include <getopt.h>
+#include <unistd.h>
 
 #include <charconv>
 #include <filesystem>
@@ -28,6 +29,9 @@ const char* const kHelp =
     "                              writing, read the results\n"
     "  -S, --send SOCKET           send the scripts to the agent that serves this socket\n"
     "  -t, --timeout SECONDS       time for the hardware's answer, 0.001 to 3600 (default: 10)\n"
+    "  -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, on "
+    "a\n"
+    "                              terminal)\n"
     "  -h, --help                  this text\n"
     "  -V, --version               the version\n"
     "\n"
@@ -53,11 +57,22 @@ std::chrono::milliseconds timeoutOf(std::string_view text) {
   return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
 }
 
-constexpr option kOptions[] = {
-    {"plugin", required_argument, nullptr, 'p'},  {"runtime-folder", required_argument, nullptr, 'r'},
-    {"socket", required_argument, nullptr, 's'},  {"send", required_argument, nullptr, 'S'},
-    {"timeout", required_argument, nullptr, 't'}, {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},       {nullptr, 0, nullptr, 0}};
+bool colourOf(std::string_view when) {
+  if (when != "always" && when != "never" && when != "auto") {
+    throw Cairn::Exception("--color: expected always, never or auto, got \"" + std::string(when) + "\"");
+  }
+  return when == "always" || (when == "auto" && ::isatty(STDOUT_FILENO) != 0);
+}
+
+constexpr option kOptions[] = {{"plugin", required_argument, nullptr, 'p'},
+                               {"runtime-folder", required_argument, nullptr, 'r'},
+                               {"socket", required_argument, nullptr, 's'},
+                               {"send", required_argument, nullptr, 'S'},
+                               {"timeout", required_argument, nullptr, 't'},
+                               {"color", required_argument, nullptr, 'c'},
+                               {"help", no_argument, nullptr, 'h'},
+                               {"version", no_argument, nullptr, 'V'},
+                               {nullptr, 0, nullptr, 0}};
 
 }  // namespace
 
@@ -65,10 +80,11 @@ Options readOptions(int count, char* const* arguments) {
   Options options;
   options.plugin = pluginBesideProgram();
   options.runtimeFolder = Process::defaultRuntimeFolder();
+  options.colour = colourOf("auto");
   optind = 0;
   opterr = 0;
   for (int letter = 0;
-       (letter = ::getopt_long(count, arguments, ":p:r:s:S:t:hV", kOptions, nullptr)) != -1;) {
+       (letter = ::getopt_long(count, arguments, ":p:r:s:S:t:c:hV", kOptions, nullptr)) != -1;) {
     switch (letter) {
       case 'p':
         options.plugin = optarg;
@@ -85,6 +101,9 @@ Options readOptions(int count, char* const* arguments) {
         break;
       case 't':
         options.timeout = timeoutOf(optarg);
+        break;
+      case 'c':
+        options.colour = colourOf(optarg);
         break;
       case 'h':
         options.action = Options::Action::help;

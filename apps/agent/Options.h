@@ -15,6 +15,7 @@ struct Options {
   std::string socket;                ///< served (run) or spoken to (send); empty: none
   std::vector<std::string> scripts;  ///< files in order, "-" for standard input
   std::chrono::milliseconds timeout{10'000};
+  bool colour = false;  ///< results in colour and progress in place, as on a terminal
 };
 
 /// Reads the command line. Throws Cairn::Exception saying what was expected and what came.

@@ -1,10 +1,11 @@
 // The agent's process.
 
-#include <unistd.h>
-
+#include <cerrno>
 #include <cstdio>
+#include <deque>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <iterator>
 #include <optional>
@@ -25,18 +26,22 @@ std::string readAll(std::istream& in) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-/// The scripts of the command line, read before anything starts, one after the other.
-std::string readScripts(const std::vector<std::string>& paths) {
-  std::string scripts;
+struct Script {
+  std::string name;
+  std::string text;
+};
+
+/// The scripts of the command line, all read before anything starts.
+std::deque<Script> readScripts(const std::vector<std::string>& paths) {
+  std::deque<Script> scripts;
   for (const std::string& path : paths) {
     if (path == "-") {
-      scripts += readAll(std::cin);
-    } else {
-      std::ifstream file(path, std::ios::binary);
-      if (!file) throw Cairn::SystemException("script " + path, errno);
-      scripts += readAll(file);
+      scripts.push_back({"standard input", readAll(std::cin)});
+      continue;
     }
-    if (!scripts.empty() && scripts.back() != '\n') scripts += '\n';
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw Cairn::SystemException("script " + path, errno);
+    scripts.push_back({path, readAll(file)});
   }
   return scripts;
 }
@@ -46,11 +51,42 @@ void print(std::string_view text) {
   std::fflush(stdout);
 }
 
+/// Runs the scripts one after the other; `done` is told whether every result was as expected.
+class ScriptQueue {
+ public:
+  ScriptQueue(Agent::AgentProcess& agent, std::deque<Script> scripts, bool colour,
+              std::function<void(bool)> done)
+      : agent_(agent),
+        scripts_(std::move(scripts)),
+        style_(colour ? ResultTable::Style::terminal : ResultTable::Style::plain),
+        done_(std::move(done)) {
+    next();
+  }
+
+ private:
+  void next() {
+    if (scripts_.empty()) return done_(asExpected_);
+    const Script script = std::move(scripts_.front());
+    scripts_.pop_front();
+    print("== " + script.name + "\n");
+    agent_.run(script.text, print, style_, [this](bool asExpected) {
+      asExpected_ = asExpected_ && asExpected;
+      next();
+    });
+  }
+
+  Agent::AgentProcess& agent_;  // not owned
+  std::deque<Script> scripts_;
+  ResultTable::Style style_;
+  std::function<void(bool)> done_;
+  bool asExpected_ = true;
+};
+
 /// True when every result was as expected.
 bool runAgent(const Options& options) {
   Quill::EventLoop loop;
   const Process::StopSignals stop(loop, [&loop] { loop.stop(); });
-  const std::string scripts = readScripts(options.scripts);
+  std::deque<Script> scripts = readScripts(options.scripts);
   Process::requireRuntimeFolder(options.runtimeFolder);
   Agent::AgentProcess agent(loop, options);
   std::optional<Agent::ScriptServer> server;
@@ -63,30 +99,33 @@ bool runAgent(const Options& options) {
                    });
     print("p4rt-agent: serving " + options.socket + "\n");
   }
-  bool asExpected = true;
-  if (!options.scripts.empty()) {
-    const auto style =
-        ::isatty(STDOUT_FILENO) != 0 ? ResultTable::Style::terminal : ResultTable::Style::plain;
-    asExpected = false;  // until the scripts are through
-    agent.run(scripts, print, style, [&](bool result) {
-      asExpected = result;
-      if (!server) loop.stop();
-    });
+  if (scripts.empty()) {
+    loop.run();
+    return true;
   }
+  bool asExpected = false;  // until the scripts are through
+  const ScriptQueue queue(agent, std::move(scripts), options.colour, [&](bool result) {
+    asExpected = result;
+    if (!server) loop.stop();
+  });
   loop.run();
   return asExpected;
 }
 
-/// True when the agent says that every result was as expected.
+/// True when the agent says of every script that all results were as expected.
 bool send(const Options& options) {
-  std::string last;
-  Agent::sendScript(options.socket, readScripts(options.scripts), [&last](std::string_view text) {
-    print(text);
-    last += text;
-    const std::size_t end = last.rfind('\n', last.size() < 2 ? 0 : last.size() - 2);
-    if (end != std::string::npos) last.erase(0, end + 1);
-  });
-  return last.starts_with("passed: ");
+  bool asExpected = true;
+  for (const Script& script : readScripts(options.scripts)) {
+    std::string lastLine;
+    Agent::sendScript(options.socket, script.text, [&lastLine](std::string_view text) {
+      print(text);
+      lastLine += text;
+      const std::size_t end = lastLine.rfind('\n', lastLine.size() < 2 ? 0 : lastLine.size() - 2);
+      if (end != std::string::npos) lastLine.erase(0, end + 1);
+    });
+    asExpected = asExpected && lastLine.starts_with("passed: ");
+  }
+  return asExpected;
 }
 
 int usageError(const std::exception& error) {
