@@ -1,0 +1,37 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+/// One program started by a test, its standard output and error caught together. Killed, if it still runs,
+/// when the object goes. Every wait ends after kPatience at the latest, with what the program said so far.
+class Program {
+ public:
+  static constexpr std::chrono::seconds kPatience{60};
+
+  /// Starts arguments[0] with `input` on its standard input.
+  explicit Program(const std::vector<std::string>& arguments, const std::string& input = "");
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  pid_t pid() const { return pid_; }
+  /// Reads until the output holds `text`. False when the program ends or patience does before.
+  bool says(const std::string& text);
+  void signal(int number) const;
+  /// Waits for the end and returns the exit code, 128 plus the signal's number for a program that was killed.
+  int exitCode();
+  /// What it has said, up to the last wait.
+  const std::string& output() const { return output_; }
+
+ private:
+  bool readMore(std::chrono::steady_clock::time_point until);
+
+  pid_t pid_;
+  int pipe_;
+  std::string output_;
+  int exitCode_ = -1;
+};

@@ -1,0 +1,271 @@
+// The whole road with real processes: agent, plugin and hardware agent over shared memory.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <fstream>
+#include <memory>
+#include <regex>
+
+#include "Program.h"
+#include "tests/RuntimeFolder.h"
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class Road : public testing::Test {
+ protected:
+  Strings withFolder(const char* program, const Strings& options) const {
+    Strings arguments = {program, "--runtime-folder", folder_.path()};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return arguments;
+  }
+  std::string socket() const { return folder_.path() + "/agent.sock"; }
+
+  std::unique_ptr<Program> hardware(const Strings& options = {}) const {
+    auto program = std::make_unique<Program>(withFolder(HW_AGENT, options));
+    EXPECT_TRUE(program->says("following the tables")) << program->output();
+    return program;
+  }
+  /// An agent that serves scripts until it is stopped.
+  std::unique_ptr<Program> agent(const Strings& options = {}) const {
+    Strings all = {"--socket", socket()};
+    all.insert(all.end(), options.begin(), options.end());
+    auto program = std::make_unique<Program>(withFolder(P4RT_AGENT, all));
+    EXPECT_TRUE(program->says("serving")) << program->output();
+    return program;
+  }
+  /// Begins to send a script to the agent.
+  std::unique_ptr<Program> sending(const std::string& script) const {
+    return std::make_unique<Program>(Strings{P4RT_AGENT, "--send", socket(), "-"}, script);
+  }
+  /// Sends a script and expects every result to be as written in it.
+  std::string send(const std::string& script) const {
+    const auto client = sending(script);
+    EXPECT_EQ(client->exitCode(), 0) << client->output();
+    return client->output();
+  }
+  /// Runs an agent for one script and expects this exit code; what it printed.
+  std::string run(const std::string& script, int exitCode = 0, const Strings& options = {}) const {
+    Strings all = options;
+    all.emplace_back("-");
+    Program program(withFolder(P4RT_AGENT, all), script);
+    EXPECT_EQ(program.exitCode(), exitCode) << program.output();
+    return program.output();
+  }
+  static void stop(Program& program, int number = SIGTERM, int exitCode = 0) {
+    program.signal(number);
+    EXPECT_EQ(program.exitCode(), exitCode) << program.output();
+  }
+  static std::string example(const char* name) {
+    std::ifstream file(std::string(EXAMPLES) + "/" + name);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+  static bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+  }
+
+  RuntimeFolder folder_;
+};
+
+std::string inserts(int first, int last) {
+  return "batch\nfor i in " + std::to_string(first) + ".." + std::to_string(last) +
+         "\ninsert l3IifTH3 l3Iif={i} vrf=7\nend\nend\n";
+}
+
+TEST_F(Road, HardwareFirst_AnswersAllFourTables) {
+  const auto hw = hardware({"--fail", "l3IifTH3:l3Iif=99:7"});
+  EXPECT_TRUE(has(run(example("basic.script") + example("failures.script")), "passed: ")) << "passed";
+  stop(*hw);
+  EXPECT_TRUE(has(hw->output(), "stopped after 25 answers")) << hw->output();
+}
+
+TEST_F(Road, AgentFirst_IsAnsweredOnceTheHardwareComes) {
+  const auto served = agent();
+  const auto client = sending(inserts(1, 100) + example("basic.script"));
+  const auto hw = hardware();
+  EXPECT_EQ(client->exitCode(), 0) << client->output();
+  EXPECT_TRUE(has(client->output(), "batch of 100: 100 OK, all as expected")) << client->output();
+  stop(*served);
+  stop(*hw);
+}
+
+TEST_F(Road, Capacity_EveryTableFullChangedAndFullAgain) {
+  const auto hw = hardware({"--fail", "l3IifTH3:l3Iif=9999:7"});
+  const std::string output = run(example("capacity.script"));
+  EXPECT_TRUE(std::regex_search(
+      output, std::regex("passed: 34572 updates, 34572 answered, 13 failed as scripted, 0 lost")))
+      << output;
+  EXPECT_TRUE(has(output, "RESOURCE_EXHAUSTED: ")) << output;
+  EXPECT_TRUE(has(output, "used 8192 of 8192")) << output;
+}
+
+TEST_F(Road, FaultsAndDelay_EveryUpdateIsAnsweredOnceWithItsOwnCode) {
+  const auto hw = hardware({"--fail-every", "10:3", "--delay", "20"});
+  const auto served = agent();
+  const auto client = sending(inserts(1, 1000));
+  EXPECT_EQ(client->exitCode(), 1);
+  EXPECT_TRUE(has(client->output(), "batch of 1000: 900 OK, 100 HARDWARE_ERROR, 100 NOT as expected"))
+      << client->output();
+  send("batch\nfor i in 1..1000\ndelete l3IifTH3 l3Iif={i}\nend\nend\n");
+  stop(*hw);
+  EXPECT_TRUE(has(hw->output(), "stopped after 2000 answers")) << hw->output();
+}
+
+class RoadRestart : public Road, public testing::WithParamInterface<int> {};
+
+TEST_P(RoadRestart, HardwareAgentBetweenTwoBatches) {
+  const auto served = agent();
+  {
+    const auto hw = hardware();
+    send(inserts(1, 500));
+    stop(*hw, GetParam(), GetParam() == SIGKILL ? 128 + SIGKILL : 0);
+  }
+  const auto client = sending(
+      "batch\nfor i in 1..100\nmodify l3IifTH3 l3Iif={i} vrf=8\nend\nfor i in 101..200\ndelete l3IifTH3 "
+      "l3Iif={i}\nend\n" +
+      std::string("for i in 501..600\ninsert l3IifTH3 l3Iif={i} vrf=9\nend\nend\n"));
+  const auto hw = hardware();
+  EXPECT_EQ(client->exitCode(), 0) << client->output();
+  EXPECT_TRUE(has(client->output(), "batch of 300: 300 OK")) << client->output();
+  send(inserts(101, 200));
+  stop(*hw);
+  EXPECT_TRUE(has(hw->output(), "stopped after 400 answers"))
+      << "equal rows are left alone: " << hw->output();
+}
+
+TEST_P(RoadRestart, AgentKeepsItsTables) {
+  const auto hw = hardware();
+  {
+    const auto served = agent();
+    send(inserts(1, 300));
+    stop(*served, GetParam(), GetParam() == SIGKILL ? 128 + SIGKILL : 0);
+  }
+  const std::string output =
+      run("insert l3IifTH3 l3Iif=300 vrf=1 expect ALREADY_EXISTS\nmodify l3IifTH3 l3Iif=300 vrf=4711\nshow "
+          "l3IifTH3\n"
+          "batch\nfor i in 1..300\ndelete l3IifTH3 l3Iif={i}\nend\nend\nshow l3IifTH3\ninsert l3IifTH3 "
+          "l3Iif=300\n");
+  EXPECT_TRUE(has(output, "300 rows in l3IifTH3")) << output;
+  EXPECT_TRUE(has(output, "vrf = 4711")) << output;
+  EXPECT_TRUE(has(output, "0 rows in l3IifTH3")) << output;
+}
+
+INSTANTIATE_TEST_SUITE_P(By, RoadRestart, testing::Values(SIGTERM, SIGKILL),
+                         [](const auto& tested) { return tested.param == SIGTERM ? "Sigterm" : "Sigkill"; });
+
+TEST_F(Road, NoHardware_IsDeadlineExceededAndGoesOnWhenItComes) {
+  const auto served = agent({"--timeout", "0.1"});
+  send(
+      "insert l3IifTH3 l3Iif=1 vrf=1 expect DEADLINE_EXCEEDED\nmodify l3IifTH3 l3Iif=1 vrf=2 expect "
+      "DEADLINE_EXCEEDED\n");
+  stop(*served);
+  const auto again = agent();
+  const auto client = sending("modify l3IifTH3 l3Iif=1 vrf=3\ndelete l3IifTH3 l3Iif=1\n");
+  const auto hw = hardware();
+  EXPECT_EQ(client->exitCode(), 0) << client->output();
+}
+
+TEST_F(Road, MalformedLines_AreToldAndTheRestIsAttempted) {
+  const auto hw = hardware();
+  const std::string output =
+      run("batch\ninsert l3IifTH3 l3Iif=1 vrf=1\ninsert l3IifTH3 l3Iif=2 vrf=70000\ninsrt l3IifTH3\ninsert "
+          "l3IifTH3 l3Iif=3\nend\n",
+          1);
+  EXPECT_TRUE(has(output, "line 3: ")) << output;
+  EXPECT_TRUE(has(output, "got \"70000\"")) << output;
+  EXPECT_TRUE(has(output, "line 4: expected insert, modify, delete,")) << output;
+  EXPECT_TRUE(has(output, "2 OK, 2 INVALID_ARGUMENT")) << output;
+}
+
+TEST_F(Road, Cleanup_RemovesTheTablesAndEndsWriting) {
+  const auto hw = hardware();
+  const std::string config = folder_.path() + "/p4runtime/outputTables/tolmar/l3IifTH3Table/config/table";
+  const auto served = agent();
+  send("insert l3IifTH3 l3Iif=1 vrf=1\n");
+  EXPECT_EQ(::access(config.c_str(), F_OK), 0);
+  send("cleanup\ninsert l3IifTH3 l3Iif=2 vrf=1 expect INTERNAL\n");
+  EXPECT_NE(::access(config.c_str(), F_OK), 0);
+  stop(*served);
+}
+
+struct Refusal {
+  const char* name;
+  Strings (*arguments)(const std::string& folder);
+  const char* says;
+};
+
+class RoadRefusal : public testing::TestWithParam<Refusal> {};
+
+TEST_P(RoadRefusal, IsOneClearLine) {
+  const RuntimeFolder folder;
+  Program program(GetParam().arguments(folder.path()), "insert l3IifTH3 l3Iif=1 vrf=1\n");
+  EXPECT_EQ(program.exitCode(), 1);
+  EXPECT_TRUE(program.output().find(GetParam().says) != std::string::npos) << program.output();
+  EXPECT_EQ(std::count(program.output().begin(), program.output().end(), '\n'), 1) << program.output();
+}
+
+const Refusal kRefusals[] = {
+    {"FolderRights_Agent",
+     [](const std::string& folder) {
+       ::chmod(folder.c_str(), 0750);
+       return Strings{P4RT_AGENT, "-r", folder, "-"};
+     },
+     "expected rights 0700, got 0750"},
+    {"FolderRights_Hardware",
+     [](const std::string& folder) {
+       ::chmod(folder.c_str(), 0777);
+       return Strings{HW_AGENT, "-r", folder};
+     },
+     "expected rights 0700, got 0777"},
+    {"FolderIsALink",
+     [](const std::string& folder) {
+       ::symlink("/tmp", (folder + "/link").c_str());
+       return Strings{HW_AGENT, "-r", folder + "/link"};
+     },
+     "expected a directory, got a link"},
+    {"PluginMissing",
+     [](const std::string& folder) {
+       return Strings{P4RT_AGENT, "-r", folder, "-p", folder + "/none.so", "-"};
+     },
+     "none.so"},
+    {"PluginIsNoLibrary",
+     [](const std::string& folder) {
+       std::ofstream(folder + "/plugin.so") << "no library";
+       return Strings{P4RT_AGENT, "-r", folder, "-p", folder + "/plugin.so", "-"};
+     },
+     "plugin.so"},
+    {"ScriptMissing",
+     [](const std::string& folder) {
+       return Strings{P4RT_AGENT, "-r", folder, folder + "/none.script"};
+     },
+     "none.script: No such file or directory"},
+    {"NobodyServes",
+     [](const std::string& folder) {
+       return Strings{P4RT_AGENT, "--send", folder + "/none.sock", "-"};
+     },
+     "none.sock: No such file or directory"},
+    {"FaultOfUnknownTable",
+     [](const std::string& folder) {
+       return Strings{HW_AGENT, "-r", folder, "-f", "l3Iif:l3Iif=1:7"};
+     },
+     "--fail: expected a table (l3TunnelIpv4TH3, l3TunnelIpv6TH3, myStationTcamTH3, l3IifTH3), got "
+     "\"l3Iif\""},
+};
+INSTANTIATE_TEST_SUITE_P(Of, RoadRefusal, testing::ValuesIn(kRefusals),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST_F(Road, SecondWriter_IsRefusedWithThePidOfTheFirstWhichGoesOn) {
+  const auto hw = hardware();
+  const auto served = agent();
+  Program secondHardware(withFolder(HW_AGENT, {}));
+  EXPECT_EQ(secondHardware.exitCode(), 1);
+  EXPECT_TRUE(has(secondHardware.output(), std::to_string(hw->pid()))) << secondHardware.output();
+  const std::string refused = run("insert l3IifTH3 l3Iif=1 vrf=1\n", 1);
+  EXPECT_TRUE(has(refused, std::to_string(served->pid()))) << refused;
+  send(inserts(1, 10));
+}
+
+}  // namespace
