@@ -10,14 +10,9 @@ template <class Key>
 requires requires { RowSchema<Key>::columns; }
 void traceText(Skein::Message& message, const Key& key) noexcept {
   std::string_view separator;
-  forEachColumn(RowSchema<Key>::columns, [&]<class C>(const C& column) {
+  forEachColumn(RowSchema<Key>::columns, [&](const auto& column) {
     message.put(separator);
-    message.put(column.name);
-    constexpr std::string_view quote = Lumen::Encoding<typename C::Type>::kQuoted ? "\"" : "";
-    message.put(" = ");
-    message.put(quote);
     traceText(message, key.*column.member);
-    message.put(quote);
     separator = " ";
   });
 }
