@@ -9,9 +9,15 @@ namespace Quill {
 
 namespace {
 
+struct Listed {
+  const AllocTrackTypeInfo* record;
+  std::string type;  // a copy: the type may belong to a library that goes before the record does
+  std::size_t size;
+};
+
 struct Records {
   std::mutex mutex;
-  std::vector<AllocTrackTypeInfo*> list;
+  std::vector<Listed> list;
 };
 
 // Never destroyed: records of static storage in other libraries leave the list at their own end.
@@ -25,7 +31,7 @@ Records& records() {
 AllocTrackTypeInfo::~AllocTrackTypeInfo() {
   if (!listed_.load()) return;
   const std::lock_guard lock(records().mutex);
-  std::erase(records().list, this);
+  std::erase_if(records().list, [this](const Listed& listed) { return listed.record == this; });
 }
 
 void AllocTrackTypeInfo::trackAllocation(AllocTrackTypeInfo& record, const std::type_info& type,
@@ -33,9 +39,7 @@ void AllocTrackTypeInfo::trackAllocation(AllocTrackTypeInfo& record, const std::
   if (!record.listed_.load(std::memory_order_acquire)) {
     const std::lock_guard lock(records().mutex);
     if (!record.listed_.load(std::memory_order_relaxed)) {
-      record.type_ = &type;
-      record.size_ = size;
-      records().list.push_back(&record);
+      records().list.push_back({&record, typeName(type), size});
       record.listed_.store(true, std::memory_order_release);
     }
   }
@@ -50,8 +54,8 @@ void AllocTrackTypeInfo::trackDeallocation(AllocTrackTypeInfo& record) noexcept 
 std::vector<AllocTrackTypeInfo::Count> AllocTrackTypeInfo::counts() {
   const std::lock_guard lock(records().mutex);
   std::vector<Count> result;
-  for (const AllocTrackTypeInfo* record : records().list) {
-    result.push_back({typeName(*record->type_), record->size_, record->live()});
+  for (const Listed& listed : records().list) {
+    result.push_back({listed.type, listed.size, listed.record->live()});
   }
   return result;
 }
@@ -59,7 +63,7 @@ std::vector<AllocTrackTypeInfo::Count> AllocTrackTypeInfo::counts() {
 std::int64_t AllocTrackTypeInfo::liveTotal() {
   const std::lock_guard lock(records().mutex);
   std::int64_t total = 0;
-  for (const AllocTrackTypeInfo* record : records().list) total += record->live();
+  for (const Listed& listed : records().list) total += listed.record->live();
   return total;
 }
 

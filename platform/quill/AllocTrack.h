@@ -38,8 +38,6 @@ class AllocTrackTypeInfo {
   std::atomic<std::int64_t> live_{0};
   std::atomic<std::int64_t> allocated_{0};
   std::atomic<bool> listed_{false};
-  const std::type_info* type_ = nullptr;
-  std::size_t size_ = 0;
 };
 
 }  // namespace Quill
