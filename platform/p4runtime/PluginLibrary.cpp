@@ -65,9 +65,9 @@ std::vector<std::string> PluginLibrary::plugins() const {
 }
 
 void PluginLibrary::init(const Quill::Ptr<PluginContext>& context) {
-  context_ = context;
-  if (context_) servedBefore_ = servedTables(*context_);
-  DefaultPluginLoader().contextIs(context_.get());
+  if (context && !context_) servedBefore_ = servedTables(*context);
+  if (context) context_ = context;
+  DefaultPluginLoader().contextIs(context.get());
   DefaultPluginLoader().runInitCallers(firstCaller_, lastCaller_);
 }
 

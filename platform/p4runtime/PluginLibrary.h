@@ -29,8 +29,7 @@ class PluginLibrary {
   /// The registration names of the library's plugins, in order of registration.
   std::vector<std::string> plugins() const;
 
-  /// Runs the library's callers with `context`, which lives until unload() at least. What a plugin throws
-  /// passes on.
+  /// Runs the library's callers with `context`, the same at every call. What a plugin throws passes on.
   void init(const Quill::Ptr<PluginContext>& context);
 
   /// Has every plugin that was started with the context clean up (its tables are removed). What a plugin

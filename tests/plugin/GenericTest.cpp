@@ -122,9 +122,9 @@ TEST_F(Generic, Plugin_AttributesSetByNameNotify) {
     const Quill::TypeNode* const type = Quill::typeNode(member.type);
     ASSERT_NE(type, nullptr) << name;
     const GenericValue arguments[] = {genericValue(batch_), genericValue(null)};
-    const Ptr<PtrInterface> made = name.ends_with("PhpSm")
-                                       ? type->genericIfFromCtorArgs(Quill::GenericArguments(arguments)).object()
-                                       : Ptr<PtrInterface>(type->newEntityForDir(Quill::Name(name), nullptr));
+    const Ptr<PtrInterface> made =
+        name.ends_with("PhpSm") ? type->genericIfFromCtorArgs(Quill::GenericArguments(arguments)).object()
+                                : Ptr<PtrInterface>(type->newEntityForDir(Quill::Name(name), nullptr));
     const GenericValue value[] = {genericValue(made)};
     generic_.set(name, value);
     generic_.set(name, value);  // unchanged
@@ -163,7 +163,8 @@ TEST_F(Generic, Plugin_ObserversHearOwnAndInheritedAttributes) {
 
 TEST_F(Generic, Plugin_IsMadeByNameAndForADirectory) {
   const GenericValue arguments[] = {Quill::Name("made")};
-  const GenericIf made = TolmarP4RuntimePlugin::_quillType.genericIfFromCtorArgs(Quill::GenericArguments(arguments));
+  const GenericIf made =
+      TolmarP4RuntimePlugin::_quillType.genericIfFromCtorArgs(Quill::GenericArguments(arguments));
   EXPECT_EQ(made.object()->fwkType(), &TolmarP4RuntimePlugin::_quillType);
   EXPECT_EQ(std::any_cast<Quill::Name>(made.get("name")), Quill::Name("made"));
   EXPECT_TRUE(made.object()->hasNotificationActive());

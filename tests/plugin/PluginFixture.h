@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,10 +18,21 @@ class PluginFixture : public ::testing::Test {
  protected:
   void TearDown() override {
     Quill::TraceHandle::sinkIs(nullptr);
-    for (const auto& count : Quill::AllocTrackTypeInfo::counts()) EXPECT_EQ(count.live, 0) << count.type;
+    for (const auto& count : Quill::AllocTrackTypeInfo::counts()) {
+      const auto before = liveBefore_.find(count.type);
+      EXPECT_EQ(count.live, before == liveBefore_.end() ? 0 : before->second) << count.type;
+    }
   }
 
   RuntimeFolder folder_;
+
+ private:
+  static std::map<std::string, std::int64_t> live() {
+    std::map<std::string, std::int64_t> result;
+    for (const auto& count : Quill::AllocTrackTypeInfo::counts()) result[count.type] = count.live;
+    return result;
+  }
+  const std::map<std::string, std::int64_t> liveBefore_ = live();
 };
 
 /// One trace line with everything that a filter may go by.

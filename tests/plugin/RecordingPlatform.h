@@ -95,6 +95,8 @@ class RecordingPlatform : public PluginFixture {
     context_ = nullptr;
     vrfs_ = nullptr;
     batch_ = nullptr;
+    // A wrapper holds the database that holds it.
+    for (const auto& table : lumenDb_->tables()) lumenDb_->tableImplementationDel(table->name());
     lumenDb_ = nullptr;
     entityManager_ = nullptr;
     config_ = nullptr;

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "RuntimeFolder.h"
 #include "cairn/DebugHandler.h"
 #include "quill/PtrInterface.h"
 #include "vesta/VestaBase.h"
@@ -87,6 +87,7 @@ struct ScriptedEntity {
     auto handler = std::make_shared<Cairn::DebugHandler>();
     handler->sinkIs(
         [this](const Cairn::DebugHandler::Message& message) { messages.emplace_back(message.text); });
+    std::filesystem::create_directory(folder + "/tables");
     auto made = std::make_unique<Table>(Vesta::RootPath(folder, "tables", name));
     table = made.get();
     entity->table().attach(std::move(made), handler);
