@@ -7,14 +7,12 @@ namespace {
 using QuillVesta::QuillVestaType;
 
 // ASCII letters alone, whatever the locale.
-Quill::String firstLower(Quill::String text) {
+void lowerFirst(Quill::String& text) {
   if (!text.empty() && text[0] >= 'A' && text[0] <= 'Z') text[0] = static_cast<char>(text[0] - 'A' + 'a');
-  return text;
 }
 
-Quill::String firstUpper(Quill::String text) {
+void upperFirst(Quill::String& text) {
   if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
-  return text;
 }
 
 }  // namespace
@@ -28,15 +26,16 @@ Quill::String P4RuntimePluginHelper::vestaPathStatus(Quill::String tableName) co
 }
 
 Quill::String P4RuntimePluginHelper::lumenTableName(Quill::String tableName) {
-  return "Lumen" + firstUpper(std::move(tableName)) + "ConfigTable";
+  upperFirst(tableName);
+  return "Lumen" + tableName + "ConfigTable";
 }
 
 void P4RuntimePluginHelper::mountVestaTables(Quill::String typePrefix, Quill::String tableName,
                                              Quill::String collectionName, unsigned capacity) {
-  const Quill::String collection = firstLower(std::move(collectionName));
+  lowerFirst(collectionName);
   const auto mountOne = [&](QuillVestaType type, const Quill::String& path, const Quill::String& typeName) {
     QuillVesta::MountDescription description(type);
-    description.collectionIs(collection, capacity);
+    description.collectionIs(collectionName, capacity);
     const QuillVesta::Mount mount(entityManager_);
     mount.doMount(path, typeName, description);
   };
