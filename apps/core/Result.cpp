@@ -7,14 +7,14 @@
 namespace Agent {
 
 namespace {
-constexpr std::array<std::string_view, 8> kNames = {"OK",
-                                                    "ALREADY_EXISTS",
-                                                    "NOT_FOUND",
-                                                    "RESOURCE_EXHAUSTED",
-                                                    "INVALID_ARGUMENT",
-                                                    "HARDWARE_ERROR",
-                                                    "DEADLINE_EXCEEDED",
-                                                    "INTERNAL"};
+constexpr std::array<std::string_view, kCodes> kNames = {"OK",
+                                                         "ALREADY_EXISTS",
+                                                         "NOT_FOUND",
+                                                         "RESOURCE_EXHAUSTED",
+                                                         "INVALID_ARGUMENT",
+                                                         "HARDWARE_ERROR",
+                                                         "DEADLINE_EXCEEDED",
+                                                         "INTERNAL"};
 
 bool sameLetters(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),

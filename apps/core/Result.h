@@ -1,6 +1,7 @@
 // The answer to one update.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +19,8 @@ enum class Code : std::uint8_t {
   deadlineExceeded,
   internal,
 };
+
+constexpr std::size_t kCodes = 8;
 
 /// "OK", "ALREADY_EXISTS", ... as results are printed and expectations are written.
 std::string_view codeName(Code code);

@@ -12,6 +12,12 @@ constexpr const char* kRed = "\033[1;31m";
 constexpr const char* kDim = "\033[2m";
 constexpr const char* kPlain = "\033[0m";
 
+std::string joined(std::initializer_list<std::string_view> pieces) {
+  std::string text;
+  for (const std::string_view piece : pieces) text += piece;
+  return text;
+}
+
 std::string padded(std::string text, std::size_t width) {
   if (text.size() > width) text = text.substr(0, width - 2) + "..";
   text.resize(width, ' ');
@@ -29,7 +35,7 @@ std::string fieldsOf(const ScriptUpdate& update) {
 
 std::string resultText(const Result& result) {
   std::string text(codeName(result.code));
-  if (result.code == Code::hardwareError) text += " " + std::to_string(result.hardwareCode);
+  if (result.code == Code::hardwareError) text.append(1, ' ').append(std::to_string(result.hardwareCode));
   return text;
 }
 
@@ -93,25 +99,26 @@ void ResultTable::update(const ScriptUpdate& update, const Result& result) {
       row(std::to_string(update.line), readable ? std::string(updateTypeName(update.type)) : "-",
           readable ? std::string(update.table) : "-", readable ? fieldsOf(update) : "(malformed line)");
   text += coloured(!expected ? kRed : result.code == Code::ok ? kGreen : kYellow, resultText(result));
-  if (!result.message.empty()) text += ": " + result.message;
-  if (!expected) text += coloured(kRed, " (expected " + update.expectation.toString() + ")");
+  if (!result.message.empty()) text += joined({": ", result.message});
+  if (!expected) text += coloured(kRed, joined({" (expected ", update.expectation.toString(), ")"}));
   output_(text + "\n");
 }
 
 void ResultTable::summary(const std::vector<ScriptUpdate>& updates, const std::vector<Result>& results,
                           double seconds) {
-  std::array<std::size_t, 8> counts{};
+  std::array<std::size_t, kCodes> counts{};
   std::size_t unexpected = 0;
   for (std::size_t i = 0; i < results.size(); ++i) {
     ++counts.at(static_cast<std::size_t>(results[i].code));
     unexpected += updates[i].expectation.meets(results[i]) ? 0u : 1u;
   }
-  std::string text = "  batch of " + std::to_string(updates.size()) + ":";
+  std::string text = joined({"  batch of ", std::to_string(updates.size()), ":"});
   for (std::size_t code = 0; code < counts.size(); ++code) {
     if (counts[code] == 0) continue;
-    text += " " + std::to_string(counts[code]) + " " + std::string(codeName(static_cast<Code>(code))) + ",";
+    text += joined({" ", std::to_string(counts[code]), " ", codeName(static_cast<Code>(code)), ","});
   }
-  text += unexpected == 0 ? " all as expected, " : " " + std::to_string(unexpected) + " NOT as expected, ";
+  text += unexpected == 0 ? " all as expected, "
+                          : joined({" ", std::to_string(unexpected), " NOT as expected, "});
   output_(coloured(unexpected == 0 ? kDim : kRed, text + inSeconds(seconds)) + "\n");
 }
 

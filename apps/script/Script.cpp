@@ -9,7 +9,9 @@ bool Expectation::meets(const Result& result) const {
 }
 
 std::string Expectation::toString() const {
-  return std::string(codeName(code)) + (hardwareCode ? " " + std::to_string(*hardwareCode) : "");
+  std::string text(codeName(code));
+  if (hardwareCode) text.append(1, ' ').append(std::to_string(*hardwareCode));
+  return text;
 }
 
 namespace {
