@@ -1,0 +1,227 @@
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "Support.h"
+#include "table-service/VestaMap.h"
+
+namespace VestaTest {
+namespace {
+
+using Map = Vesta::VestaMap<TestKey, TestEntry>;
+
+class MapTest : public TableTest {
+ protected:
+  /// Turns a bit of the row of `id` over, as a stray write would.
+  static void damage(Writer& table, std::uint64_t id) {
+    Vesta::IterHint hint;
+    bool found = false;
+    table.directLookup(TestKey{id}, found, &hint);
+    Vesta::Segment& segment = *table.segment().mapping();
+    const unsigned copy = Vesta::copyOf(segment.load(segment.layout().slotAt(hint.slot)));
+    segment.at(segment.layout().copyAt(hint.slot, copy) + 3) ^= 1u << 7;
+  }
+  std::string text() const { return path().text(); }
+  std::string read(const std::string& file) const {
+    std::ifstream stream(path().folder() + "/" + file);
+    std::stringstream all;
+    all << stream.rdbuf();
+    return all.str();
+  }
+};
+
+// What damaged tables do, step by step, is a contract: texts, levels, lines, order.
+TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
+  const auto table = writer();
+  put(*table, 1, 1);
+  put(*table, 2, 1);
+  log_->handler->flagsIs(0x22);
+  Map map;
+  std::vector<std::string> events;
+  map.readyCallbackIs([&] { events.push_back("callback"); });
+  map.readyFunctionIs([&] { events.push_back("function"); });
+  map.attachReader(options());
+  damage(*table, 1);
+  bool found = true;
+  EXPECT_EQ(map.directLookup(TestKey{2}, found).stamp, 1u) << "the other rows are not touched";
+  std::string message;
+  try {
+    map.directLookup(TestKey{1}, found);
+    FAIL();
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    message = damage.message();
+  }
+  EXPECT_THAT(message, ::testing::MatchesRegex(
+                           "slot 0 version 0x[0-9a-f]+: checksum found 0x[0-9a-f]+, computed 0x[0-9a-f]+"));
+  log_->lines.clear();
+  map.corruptionDetected(message);
+  EXPECT_EQ(events, (std::vector<std::string>{"callback", "function"}));
+  EXPECT_FALSE(map.attached());
+  map.directLookup(TestKey{2}, found);
+  EXPECT_FALSE(found);
+  EXPECT_EQ(log_->lines,
+            (std::vector<std::string>{
+                "1 VestaMap:383 corruptionDetected VestaMap::corruptionDetected() " + text() + " " + message,
+                "1 VestaMap:324 detach VestaMap::detach() " + text(),
+                "5 VestaMap:352 collectionReadyIs VestaMap::collectionReadyIs() ready:0 notifying:1",
+                "1 VestaReport:0 writeCorruptionReport corruption report written: " + text() + ".report.1",
+                "5 VestaBaseDummy:0 lookup VestaBaseDummy::lookup() " + text()}));
+
+  const std::string second = "VestaMap::corruptionDetected() " + text() + " again";
+  try {
+    map.corruptionDetected("again");
+    FAIL();
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    EXPECT_EQ(damage.message(), second);
+  }
+  EXPECT_EQ(events.size(), 2u) << "reported once";
+  EXPECT_THROW(map.write(TestKey{1}, TestEntry()), Cairn::NoPermissionException);
+}
+
+TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
+  const auto table = writer();
+  log_->handler->flagsIs(0);
+  Map map;
+  map.readyFunctionIs([] {});
+  map.attachReader(options());
+  map.corruptionDetected("x");
+  EXPECT_TRUE(log_->lines.empty());
+  Map never;
+  EXPECT_THROW(never.corruptionDetected("x"), Cairn::CorruptionDetectedException);
+  map.attachReader(options());
+  map.readyFunctionIs({});
+  EXPECT_THROW(map.corruptionDetected("x"), std::bad_function_call) << "its absence is a programming error";
+  EXPECT_FALSE(map.attached());
+}
+
+TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
+  const auto table = writer();
+  put(*table, 0x1122334455667788, 1);
+  damage(*table, 0x1122334455667788);
+  Map maps[2];
+  for (Map& map : maps) {
+    map.readyFunctionIs([] {});
+    EXPECT_THROW(map.attachReader(options()), Cairn::CorruptionDetectedException);
+  }
+  const std::string message = "slot 0 version 0xb: checksum found 0x1, computed 0x2";
+  EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), message), text() + ".report.1");
+  EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), "second"), text() + ".report.2");
+  const std::string report = read("table.report.1");
+  for (const std::string& part :
+       std::vector<std::string>{"table: " + text(), "message: " + message, std::string("time: 20"),
+        "pid: " + std::to_string(getpid()), std::string("header magic: 0x31545345564c4f54"),
+        std::string("header capacity: 0x40"), std::string("slot 0 as read:"),
+        std::string(" 88 77 66 55 44 33 22 11 ")}) {
+    EXPECT_THAT(report, ::testing::HasSubstr(part));
+  }
+  std::filesystem::permissions(path().folder(), std::filesystem::perms::none);
+  std::filesystem::remove(text());
+  std::filesystem::permissions(path().folder(), std::filesystem::perms::owner_all);
+  Vesta::writeCorruptionReport(*log_->handler, path(), message);
+  EXPECT_THAT(read("table.report.3"), ::testing::HasSubstr("segment cannot be opened: No such file"));
+}
+
+TEST_F(MapTest, Report_ThatCannotBeWrittenPassesOutAndTheDetachStays) {
+  const auto table = writer();
+  Map map;
+  map.readyFunctionIs([] {});
+  map.attachReader(options());
+  std::filesystem::remove_all(path().folder());
+  EXPECT_THROW(map.corruptionDetected("x"), Cairn::SystemException);
+  EXPECT_FALSE(map.attached());
+  bool found = true;
+  map.directLookup(TestKey{1}, found);
+  EXPECT_FALSE(found);
+}
+
+// A reader meets damage, mounts again and gets a sound table: the living writer was told and has replaced the
+// segment at its next write.
+TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
+  const auto table = writer();
+  for (std::uint64_t id = 1; id <= 3; ++id) put(*table, id, 1);
+  Map map;
+  std::vector<std::uint64_t> told;
+  map.onChangeIs([&](const TestKey& key) { told.push_back(key.id); });
+  map.readyFunctionIs([] {});
+  map.attachReader(options());
+  const auto bystander = reader();
+  damage(*table, 2);
+  bool found = false;
+  try {
+    map.directLookup(TestKey{2}, found);
+    FAIL();
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    map.corruptionDetected(damage.message());
+  }
+  EXPECT_EQ(map.events().wakeDescriptor(), -1);
+  EXPECT_EQ(map.events().poll(10), 0u);
+  EXPECT_TRUE(map.events().maySleep());
+  EXPECT_THROW(map.attachReader(options()), Cairn::CorruptionDetectedException) << "still the damaged one";
+  put(*table, 4, 1);
+  map.attachReader(options());
+  while (map.events().poll(10) != 0) {
+  }
+  EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 3, 4}));
+  EXPECT_EQ(stampOf(*map.implementation(), 3), 1u);
+  EXPECT_EQ(VestaTest::told(*bystander), (std::vector<std::uint64_t>{2, 1, 3, 4}))
+      << "a reader that had not met it follows to the new segment, and hears what is gone";
+  EXPECT_EQ(contents(*bystander).size(), 3u);
+}
+
+TEST_F(MapTest, Corruption_InTheLogIsHandledByPoll) {
+  const auto table = writer();
+  Map map;
+  int lost = 0;
+  map.readyFunctionIs([&] { ++lost; });
+  map.attachReader(options());
+  put(*table, 1, 1);
+  Vesta::Segment& segment = *table->segment().mapping();
+  segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
+  EXPECT_EQ(map.events().poll(10), 0u);
+  EXPECT_EQ(lost, 1);
+  EXPECT_FALSE(map.attached());
+  EXPECT_THAT(files(), ::testing::Contains("table.report.1"));
+}
+
+// The agent's own tables: a damaged one is set aside at the next mount, its sound rows kept or not as asked.
+TEST_F(MapTest, Corruption_WriterRemountSetsTheDamagedSegmentAside) {
+  for (const auto onDamage : {Vesta::OnDamage::keepSoundRows, Vesta::OnDamage::startEmpty}) {
+    Map map;
+    map.readyFunctionIs([] {});
+    map.attachWriter(options());
+    for (std::uint64_t id = 1; id <= 3; ++id) map.write(TestKey{id}, TestEntry::make(id, 5));
+    damage(*map.writer(), 2);
+    bool found = false;
+    EXPECT_THROW(map.directLookup(TestKey{2}, found), Cairn::CorruptionDetectedException);
+    map.corruptionDetected("slot 1");
+    auto remount = options();
+    remount.onDamage = onDamage;
+    map.attachWriter(remount);
+    const auto rows = contents(*map.implementation());
+    EXPECT_EQ(rows.size(), onDamage == Vesta::OnDamage::keepSoundRows ? 2u : 0u);
+    map.write(TestKey{2}, TestEntry::make(2, 6));
+    EXPECT_EQ(contents(*reader()).size(), rows.size() + 1);
+  }
+  EXPECT_THAT(files(), ::testing::IsSupersetOf({"table.retired.1", "table.retired.2", "table.report.1"}));
+}
+
+TEST_F(MapTest, Unattached_ReadsAsEmptyAndRefusesWrites) {
+  Map map;
+  bool found = true;
+  EXPECT_EQ(map.directLookup(TestKey{1}, found).id, 0u);
+  EXPECT_FALSE(found);
+  EXPECT_EQ(map.members(), 0u);
+  EXPECT_THROW(map.write(TestKey{1}, TestEntry()), Cairn::AssertionException);
+  map.attachWriter(options());
+  map.write(TestKey{1}, TestEntry::make(1, 1));
+  EXPECT_EQ(map.members(), 1u);
+  EXPECT_TRUE(map.remove(TestKey{1}));
+  EXPECT_FALSE(map.remove(TestKey{1}));
+  map.detach();
+  EXPECT_EQ(map.members(), 0u);
+}
+
+}  // namespace
+}  // namespace VestaTest
