@@ -98,8 +98,12 @@ std::size_t RowReads::validate() {
 }
 
 void RowReads::validateIndex() const {
-  segment_->unsealed(kIndexAt, "index word");
-  for (std::size_t cell = kTablesAt; cell < layout_.slotsAt; ++cell) segment_->unsealed(cell, "index cell");
+  const unsigned which = segment_->unsealed(kIndexAt, "index word") & 1;
+  const std::size_t base = layout_.indexAt(which);  // the other is made anew before it is used
+  for (std::uint32_t cell = 0; cell < layout_.cells; ++cell) {
+    const std::uint32_t value = segment_->unsealed(base + cell, "index cell");
+    if (cellState(value) == CellState::used) slotOfCell(value, cell);
+  }
   segment_->members();
 }
 
