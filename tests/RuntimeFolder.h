@@ -10,8 +10,8 @@
 /// A private folder for the tables of one test, removed with everything in it at the end.
 class RuntimeFolder {
  public:
-  RuntimeFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tolmar-test-XXXXXX").string();
+  explicit RuntimeFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string pattern = (parent / "tolmar-test-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) throw Cairn::SystemException("mkdtemp " + pattern, errno);
     path_ = pattern;
   }

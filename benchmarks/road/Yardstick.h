@@ -1,0 +1,50 @@
+// The yardstick: what the road does, with nothing but two bare tables between two processes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <vector>
+
+#include "BareTable.h"
+#include "Contestant.h"
+
+namespace Yardstick {
+
+/// Bytes of the config and status rows that the road moves (L3 ingress interface).
+inline constexpr std::size_t kConfigBytes = 39;
+inline constexpr std::size_t kStatusBytes = 27;
+
+class TwoTables final : public Contestant {
+ public:
+  /// Starts the answering process.
+  TwoTables();
+  /// Stops it.
+  ~TwoTables() override;
+  TwoTables(const TwoTables&) = delete;
+  TwoTables& operator=(const TwoTables&) = delete;
+
+  void prepare(std::size_t rows) override;
+  /// Writes an eight-byte number to a descriptor for each answer, as the road does.
+  void batch() override;
+
+ private:
+  struct Shared {
+    BareTable<kConfigBytes> config;
+    BareTable<kStatusBytes> status;
+    std::atomic<bool> stop{false};
+  };
+
+  [[noreturn]] void answer() const;
+  void complete(std::uint32_t number) const;
+
+  Shared* shared_;
+  int configWake_ = -1;  // FIFOs, opened for reading and writing by both
+  int statusWake_ = -1;
+  int completions_ = -1;
+  pid_t peer_ = -1;
+  std::uint64_t seen_ = 0;
+  std::uint64_t generation_ = 0;
+  std::vector<BareTable<kConfigBytes>::Row> rows_;
+};
+
+}  // namespace Yardstick
