@@ -81,6 +81,9 @@ class TableEntityOf : public QuillVesta::TableEntity {
   void attach(const QuillVesta::MountDescription& description, const Vesta::AttachOptions& options,
               Quill::EventLoop& loop) override;
   bool attached() const override { return map_.attached(); }
+  pid_t writerProcess() const override {
+    return map_.implementation() != nullptr ? map_.implementation()->writerProcess() : 0;
+  }
   void cleanup() override {
     if (map_.writer() != nullptr) map_.writer()->cleanup();
   }

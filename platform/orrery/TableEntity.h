@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include "orrery/MountDescription.h"
 #include "quill/Entity.h"
 #include "quill/EventLoop.h"
@@ -19,6 +21,8 @@ class TableEntity : public Quill::Entity {
                       Quill::EventLoop& loop) = 0;
   /// Whether the collection is attached; false before attach(), after detach() and once found corrupt.
   virtual bool attached() const = 0;
+  /// The process that writes the table; 0 when none does. Costs a few system calls.
+  virtual pid_t writerProcess() const = 0;
   /// Removes the table's files when this process writes it.
   virtual void cleanup() = 0;
   /// Lets go of the segment; the collection reads as empty from then on and refuses writes.
