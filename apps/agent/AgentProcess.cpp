@@ -19,7 +19,13 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const Options& options)
       vrfIdCollection_(Quill::allocate<P4Runtime::VrfIdCollection>()),
       context_(Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batchStatus_,
                                                          vrfIdCollection_)),
-      library_(std::make_unique<P4Runtime::PluginLibrary>(options.plugin)) {
+      library_(std::make_unique<P4Runtime::PluginLibrary>(options.plugin)),
+      hardwareWatch_(
+          entityManager_, [this] { return core_->overdue() != 0; },
+          [this] {
+            core_->hardwareRestarted();
+            turn();
+          }) {
   library_->init(context_);
   core_ = std::make_unique<AgentCore>(lumenDb_, batchStatus_,
                                       AgentCore::Settings{wallClockNanoseconds(), options.timeout});
@@ -66,6 +72,7 @@ void AgentProcess::turn() {
     running = next;
   }
   armDeadline();
+  if (core_->overdue() != 0) hardwareWatch_.start();
   for (const Running& running : finished) running.done(running.run->asExpected());
 }
 

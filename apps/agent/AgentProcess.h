@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "apps/agent/HardwareWatch.h"
 #include "apps/agent/Options.h"
 #include "apps/agent/ScriptServer.h"
 #include "apps/core/AgentCore.h"
@@ -38,9 +39,7 @@ class AgentProcess {
     Done done;
   };
 
-  void startPlugin(const Options& options);
   void turn();
-  void deadline();
   void armDeadline();
   void cleanup();
 
@@ -52,6 +51,7 @@ class AgentProcess {
   Quill::Ptr<P4Runtime::PluginContext> context_;
   std::unique_ptr<P4Runtime::PluginLibrary> library_;
   std::unique_ptr<AgentCore> core_;
+  HardwareWatch hardwareWatch_;
   std::list<Running> running_;
   std::optional<Quill::EventLoop::TimerId> deadlineTimer_;
   std::optional<Quill::EventLoop::TimerId> turnTimer_;

@@ -171,6 +171,7 @@ void AgentCore::complete(const P4Runtime::BatchStatusEntry& completion) {
 void AgentCore::release(Entries::iterator entry) {
   const Entry released = std::move(entry->second);
   byHandle_.erase(entry);
+  if (released.current.batch == nullptr) --overdue_;
   if (released.removed) released.table->removalDel(released.key);
   for (const Operation& operation : released.waiting) attempt(operation);
 }
@@ -180,7 +181,10 @@ void AgentCore::expire(Clock::time_point now) {
     if (batch->deadline > now) break;
     if (batch->open == 0) continue;
     for (auto& [handle, entry] : byHandle_) {
-      if (entry.current.batch == batch.get()) entry.current.batch = nullptr;
+      if (entry.current.batch == batch.get()) {
+        entry.current.batch = nullptr;
+        ++overdue_;
+      }
       std::erase_if(entry.waiting,
                     [&batch](const Operation& waiting) { return waiting.batch == batch.get(); });
     }

@@ -80,6 +80,8 @@ class AgentCore {
   void reportProgress() const;
   /// Entries with an update in flight, those out of time included.
   std::size_t inFlight() const { return byHandle_.size(); }
+  /// Entries whose update is out of time and whose late answer has not come.
+  std::size_t overdue() const { return overdue_; }
   /// Completions for handles that no update was waiting for.
   std::uint64_t unexpectedCompletions() const { return unexpectedCompletions_; }
 
@@ -114,6 +116,7 @@ class AgentCore {
   std::vector<std::unique_ptr<ConfigTable>> tables_;
   std::deque<std::unique_ptr<Batch>> batches_;  // in order of their deadlines
   Entries byHandle_;
+  std::size_t overdue_ = 0;
   std::uint64_t unexpectedCompletions_ = 0;
 };
 

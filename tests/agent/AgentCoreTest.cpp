@@ -210,6 +210,7 @@ TEST_F(AgentCoreTest, OutOfTime_StaysInFlightUntilTheLateAnswerComes) {
   EXPECT_TRUE(results_[slow].empty());
   expireAfter(1ms);
   EXPECT_EQ(results_[slow], (Strings{kLate, "OK"}));
+  EXPECT_EQ(core_->overdue(), 1u);
   const std::size_t next = submit({"~1"});
   EXPECT_EQ(writes(), (Strings{"put1", "put2"}));
   complete(handle(0), 7);  // the late answer: dropped, whatever it says
@@ -217,6 +218,7 @@ TEST_F(AgentCoreTest, OutOfTime_StaysInFlightUntilTheLateAnswerComes) {
   complete(handle(2));
   EXPECT_EQ(results_[next], (Strings{"OK"}));
   EXPECT_EQ(core_->unexpectedCompletions(), 1u);
+  EXPECT_EQ(core_->overdue(), 0u);
 }
 
 TEST_F(AgentCoreTest, OutOfTimeWhileWaiting_IsNeverWritten) {

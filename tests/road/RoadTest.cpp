@@ -168,6 +168,20 @@ TEST_F(Road, NoHardware_IsDeadlineExceededAndGoesOnWhenItComes) {
   EXPECT_EQ(client->exitCode(), 0) << client->output();
 }
 
+TEST_F(Road, AnswerThatNeverComes_IsGivenUpOnceTheHardwareHasRestarted) {
+  {
+    const auto served = agent({"--timeout", "0.1"});
+    send("insert l3IifTH3 l3Iif=1 vrf=1 expect DEADLINE_EXCEEDED\n");
+    stop(*served);
+  }
+  const auto served = agent({"--timeout", "4"});
+  const auto removal = sending("delete l3IifTH3 l3Iif=1 expect DEADLINE_EXCEEDED\n");
+  EXPECT_EQ(removal->exitCode(), 0) << removal->output();
+  // Nothing is left of the entry in either table: the hardware agent cannot know that an answer is owed.
+  const auto hw = hardware();
+  send("insert l3IifTH3 l3Iif=1 vrf=1\n");
+}
+
 TEST_F(Road, MalformedLines_AreToldAndTheRestIsAttempted) {
   const auto hw = hardware();
   const std::string output =
