@@ -9,13 +9,14 @@ namespace TolmarHwLib {
 
 template <class Row, class Entry, class... FieldType, class... KeyType>
 EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::EntryRow(const FieldType&... field)
-    : EntryRow(ZeroRow{Layout::kFixedLength + (storedSize(field) + ... + 0)}) {
+    : BaseRow(ToBeFilled{Layout::kFixedLength, lengthWith((storedSize(field) + ... + 0))}) {
+  storeFreshType();
   storeFresh<0>(field...);
 }
 
 template <class Row, class Entry, class... FieldType, class... KeyType>
 Row EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::key(const KeyType&... key) {
-  Row row{ZeroRow{Layout::kFixedLength + (storedSize(key) + ... + 0)}};
+  Row row{Probe{(storedSize(key) + ... + 0)}};
   row.template storeFresh<Layout::kKeyFirst>(key...);
   return row;
 }
@@ -32,8 +33,14 @@ void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fill(co
     return;
   }
   clearRow();
+  // Cleared, so writable: only addresses, which may need a larger buffer, go through a column write.
   forEachIndex<Layout::kCount>([&]<std::size_t I>() {
-    setColumn(Layout::kOffsets[I], entry.*std::get<I>(Layout::kColumns).member, Layout::kFixedLength);
+    const auto& value = entry.*std::get<I>(Layout::kColumns).member;
+    if constexpr (Layout::template EncodingAt<I>::kVariable) {
+      setColumn(Layout::kOffsets[I], value, Layout::kFixedLength);
+    } else {
+      Layout::template EncodingAt<I>::store(writableBytes() + Layout::kOffsets[I], value);
+    }
   });
 }
 
@@ -101,8 +108,9 @@ void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::storeFr
                                                                                           std::size_t& end,
                                                                                           const T& value) {
   if constexpr (Lumen::Encoding<T>::kVariable) {
-    if (!value.isSet()) return;
-    Lumen::storeBytes(row + offset, Lumen::VarSlot{static_cast<len_t>(end), value.size()});
+    // An unset address has no place, not an empty one: a place reaches to the next.
+    const len_t place = value.isSet() ? static_cast<len_t>(end) : len_t{0};
+    Lumen::storeBytes(row + offset, Lumen::VarSlot{place, value.size()});
     std::memcpy(row + end, value.bytes(), value.size());
     end += value.size();
   } else {

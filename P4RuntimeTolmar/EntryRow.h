@@ -41,7 +41,7 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   using KeyRecord = typename RowSchema<Entry>::Key;
 
   /// A zero row.
-  EntryRow() : EntryRow(ZeroRow{Layout::kFixedLength}) {}
+  EntryRow() : BaseRow(Layout::kFixedLength) { storeFreshType(); }
   /// A row of these fields, in a buffer of just the size.
   EntryRow(const FieldType&... field);
   /// A handle on a generic row. A null row becomes a null row. Throws LmBadCast if the row is of another
@@ -113,12 +113,17 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
  private:
   static constexpr std::uint16_t kRowTypeUnknown = 0xffff;
 
-  struct ZeroRow {
-    std::size_t bufferLength;
+  /// A zero row with room for key columns of `storedSize` bytes in the variable area.
+  struct Probe {
+    std::size_t storedSize;
   };
-  explicit EntryRow(ZeroRow row) : BaseRow(Layout::kFixedLength, static_cast<len_t>(row.bufferLength)) {
-    Lumen::storeBytes(freshBytes() + Lumen::kRowTypeOffset, protRowType());
+  explicit EntryRow(Probe probe) : BaseRow(Layout::kFixedLength, lengthWith(probe.storedSize)) {
+    storeFreshType();
   }
+  static len_t lengthWith(std::size_t storedSize) {
+    return static_cast<len_t>(Layout::kFixedLength + storedSize);
+  }
+  void storeFreshType() { Lumen::storeBytes(freshBytes() + Lumen::kRowTypeOffset, protRowType()); }
   /// Fails unless `row` is null or a row of this class; `contentOffset` goes into the text.
   static void requireConvertible(const BaseRow& row, len_t contentOffset);
   /// Bytes that a value takes in the variable area.

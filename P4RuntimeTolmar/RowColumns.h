@@ -89,7 +89,7 @@ using AllColumns = RowColumns<Entry, 0, RowLayout<Entry>::kCount>;
 /// The bytes of a row that may have come from outside, good for reading the fixed data of `Entry`'s rows.
 /// Throws LmNullRow, or Cairn::AssertionException if the row is too short for them.
 template <class Entry>
-Lumen::RowBytes columnBytes(const Lumen::BaseRow& row) {
+[[gnu::always_inline]] inline Lumen::RowBytes columnBytes(const Lumen::BaseRow& row) {
   const Lumen::RowBytes bytes = row.bytes();
   Cairn::require(bytes.available >= RowLayout<Entry>::kFixedLength, "fixed data inside the row",
                  "columnBytes");

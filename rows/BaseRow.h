@@ -142,6 +142,16 @@ class BaseRow {
     VarSlot slot;
   };
   explicit BaseRow(NestedIn place);
+  /// For row classes: a row of `length` bytes of fixed data in a buffer of `bufferLength` bytes, none of them
+  /// written but the row length. The maker writes all others before anyone sees the row.
+  struct ToBeFilled {
+    len_t length;
+    len_t bufferLength;
+  };
+  explicit BaseRow(ToBeFilled row) : buffer_(LmRowBuf::toBeFilled(row.bufferLength)) {
+    storeBytes(freshBytes() + kRowLengthOffset, row.length);
+    ++baseRowCounters.sizedWithBuffer;
+  }
 
   /// For a row that was just made and that nobody else has seen: its bytes, to be written without checks.
   std::byte* freshBytes() noexcept { return buffer_->bytes(); }

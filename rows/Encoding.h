@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 
+#include "cairn/Assert.h"
 #include "cairn/EthAddr.h"
 #include "cairn/Hash.h"
 #include "cairn/IpGenAddr.h"
@@ -125,16 +126,39 @@ struct Encoding<IpGenAddr> {
 
   /// The address bytes; empty when unset. Throws Cairn::AssertionException if the slot points outside the
   /// row.
-  static std::span<const std::byte> addressBytes(RowBytes row, len_t offset);
+  static std::span<const std::byte> addressBytes(RowBytes row, len_t offset) {
+    const auto slot = loadBytes<VarSlot>(row.data + offset);
+    if (slot.length() == 0) return {};
+    Cairn::require(slotInRow(row, slot), "address slot inside the row", "getColumn");
+    if (slot.length() != kIpv4Size && slot.length() != kIpv6Size) return {};
+    return {row.data + slot.offset, slot.length()};
+  }
 
-  static IpGenAddr load(RowBytes row, len_t offset);
-  static std::uint32_t hash(RowBytes row, len_t offset);
-  static bool equal(RowBytes a, len_t at, RowBytes b, len_t bt);
-  static std::strong_ordering compare(RowBytes a, len_t at, RowBytes b, len_t bt);
+  static IpGenAddr load(RowBytes row, len_t offset) {
+    const auto bytes = addressBytes(row, offset);
+    const auto* const first = reinterpret_cast<const std::uint8_t*>(bytes.data());
+    if (bytes.empty()) return {};
+    return IpGenAddr::fromBytes(bytes.size() == kIpv4Size ? IpGenAddr::kIpv4 : IpGenAddr::kIpv6, first);
+  }
+  static std::uint32_t hash(RowBytes row, len_t offset) {
+    const auto bytes = addressBytes(row, offset);
+    return bytes.empty() ? 0 : Cairn::Util::hash(bytes.data(), bytes.size());
+  }
+  static bool equal(RowBytes a, len_t at, RowBytes b, len_t bt) { return compare(a, at, b, bt) == 0; }
+  static std::strong_ordering compare(RowBytes a, len_t at, RowBytes b, len_t bt) {
+    const auto left = addressBytes(a, at);
+    const auto right = addressBytes(b, bt);
+    if (left.size() != right.size() || left.empty()) return left.size() <=> right.size();
+    return std::memcmp(left.data(), right.data(), left.size()) <=> 0;
+  }
   static std::uint32_t hashValue(const IpGenAddr& value) noexcept {
     return value.isSet() ? Cairn::Util::hash(value.bytes(), value.size()) : 0;
   }
   static void print(std::ostream& out, const IpGenAddr& value) { out << value.toString(); }
+
+ private:
+  static constexpr len_t kIpv4Size = 4;
+  static constexpr len_t kIpv6Size = 16;
 };
 
 /// Prints the value as text and JSON forms hold it, in double quotes if its type wants them.

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <new>
 #include <utility>
 
 #include "rows/RowFormat.h"
@@ -15,22 +17,29 @@ namespace Lumen {
 
 class LmRowBufPtr;
 
-/// Where row buffers come from; memory is given back with std::free. Tests install one that refuses.
-struct RowAllocator {
-  void* (*allocate)(std::size_t size);
-  void* (*allocateZeroed)(std::size_t size);
-};
+/// Where row buffers come from: null when refused, given back with std::free.
+using RowAllocator = void* (*)(std::size_t size);
 
-/// Installs `allocator` for the whole process and returns the one before it; the default takes memory from
-/// the system. Not to be called while another thread makes rows.
+/// Installs `allocator` for the whole process and returns the one before it; the default is std::malloc.
+/// Tests install one that refuses. Not to be called while another thread makes rows.
 RowAllocator rowAllocatorIs(RowAllocator allocator) noexcept;
+
+namespace detail {
+
+extern constinit RowAllocator rowAllocator;
+[[noreturn]] void throwRefused(const char* call, len_t length);
+
+}  // namespace detail
 
 /// Created by the two factories only and destroyed with its last LmRowBufPtr.
 class LmRowBuf {
  public:
   /// A buffer of `length` zero bytes. Throws Cairn::MemoryResourceException "calloc() failed ...".
   static LmRowBufPtr zeroed(len_t length);
-  /// A buffer of `length` bytes of any value. Throws Cairn::MemoryResourceException "malloc() failed ...".
+  /// The same for an owner that is about to write every byte: they are of any value.
+  static LmRowBufPtr toBeFilled(len_t length);
+  /// A buffer of `length` bytes of any value, for a copy. Throws Cairn::MemoryResourceException "malloc()
+  /// failed ...".
   static LmRowBufPtr uninitialized(len_t length);
 
   LmRowBuf(const LmRowBuf&) = delete;
@@ -44,7 +53,7 @@ class LmRowBuf {
   friend class LmRowBufPtr;
   explicit LmRowBuf(len_t length) noexcept : length_(length) {}
   ~LmRowBuf() = default;
-  static LmRowBufPtr place(void* memory, const char* call, len_t length);
+  static LmRowBufPtr allocate(const char* call, len_t length);
 
   std::atomic<std::uint32_t> references_{1};
   len_t length_;
@@ -104,5 +113,24 @@ class LmRowBufPtr {
 
   LmRowBuf* buffer_ = nullptr;
 };
+
+// Cleared here instead of by std::calloc: the C library serves small blocks from its per-thread cache for
+// malloc only.
+inline LmRowBufPtr LmRowBuf::zeroed(len_t length) {
+  LmRowBufPtr buffer = toBeFilled(length);
+  std::memset(buffer->bytes(), 0, length);
+  return buffer;
+}
+
+inline LmRowBufPtr LmRowBuf::toBeFilled(len_t length) { return allocate("calloc()", length); }
+
+inline LmRowBufPtr LmRowBuf::uninitialized(len_t length) { return allocate("malloc()", length); }
+
+inline LmRowBufPtr LmRowBuf::allocate(const char* call, len_t length) {
+  void* const memory = detail::rowAllocator(sizeof(LmRowBuf) + length);
+  if (memory == nullptr) [[unlikely]]
+    detail::throwRefused(call, length);
+  return LmRowBufPtr(::new (memory) LmRowBuf(length));
+}
 
 }  // namespace Lumen

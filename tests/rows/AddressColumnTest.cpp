@@ -68,6 +68,13 @@ TEST(AddressColumn, ValueThatFits_StaysInItsPlace) {
   EXPECT_EQ(allocator.allocations(), 0u);
 }
 
+TEST(AddressColumn, UnsetColumn_HasNoPlaceToTakeFromAnother) {
+  Row row = Row::key(kUnset, kSampleDip, 0, 0, 0);
+  row.setColumn(kSip, kSampleSip, kFixed);
+  EXPECT_EQ(read(row, kSip), kSampleSip);
+  EXPECT_EQ(read(row, kDip), kSampleDip);
+}
+
 TEST(AddressColumn, ChangingFamilies_NeverGrowsWithoutBound) {
   Row row = Row::key(kSampleSip, kSampleSip, 0, 0, 0);
   for (int round = 0; round < 100; ++round) {

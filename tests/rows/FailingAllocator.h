@@ -10,7 +10,7 @@ namespace Lumen {
 /// asked for on.
 class FailingAllocator {
  public:
-  FailingAllocator() : before_(rowAllocatorIs({&allocate, &allocateZeroed})) {
+  FailingAllocator() : before_(rowAllocatorIs(&allocate)) {
     allocations_ = 0;
     allowed_ = kNoLimit;
   }
@@ -25,9 +25,7 @@ class FailingAllocator {
  private:
   static constexpr unsigned kNoLimit = ~0u;
 
-  static bool granted() { return allocations_++ < allowed_; }
-  static void* allocate(std::size_t size) { return granted() ? std::malloc(size) : nullptr; }
-  static void* allocateZeroed(std::size_t size) { return granted() ? std::calloc(1, size) : nullptr; }
+  static void* allocate(std::size_t size) { return allocations_++ < allowed_ ? std::malloc(size) : nullptr; }
 
   static inline unsigned allocations_ = 0;
   static inline unsigned allowed_ = kNoLimit;
