@@ -45,7 +45,6 @@ constexpr IsKind kPermission = &is<LmPermissionViolation>;
 constexpr IsKind kMemory = &is<Cairn::MemoryResourceException>;
 constexpr IsKind kAssertion = &is<Cairn::AssertionException>;
 constexpr IsKind kNotSupported = &is<LmNotSupported>;
-constexpr IsKind kBadCast = &is<LmBadCast>;
 
 /// Two bytes of row length, two of type, then a slot at 4, zeroes, and room behind the row.
 BaseRow plainRow() {
