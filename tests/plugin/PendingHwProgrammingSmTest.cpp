@@ -197,14 +197,18 @@ TYPED_TEST(Tracker, Damage_DetachesTheTableAndCompletesNothing) {
   }
 }
 
-TYPED_TEST(Tracker, Damage_OfATableAlreadyDetachedPassesOn) {
-  // Damage met while the report of the first damage is under way: the table is detached by then.
+TYPED_TEST(Tracker, Damage_OfATableDetachedMeanwhilePassesOn) {
+  auto& entity = *this->status_.entity;
   this->status_.table->damagedAtRead = 1;
-  this->status_.entity->table().readyCallbackIs([this] {
-    EXPECT_THROW(this->status_.entity->corruptionDetected("again"), Cairn::CorruptionDetectedException);
-  });
-  this->tracker_->onStatusRow(TypeParam::key(1));
-  EXPECT_FALSE(this->status_.entity->attached());
+  this->status_.table->justBeforehand = [&entity] { entity.corruptionDetected("met by another reader"); };
+  try {
+    this->tracker_->onStatusRow(TypeParam::key(1));
+    ADD_FAILURE() << "kept to itself";
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    EXPECT_EQ(damage.message(),
+              "VestaMap::corruptionDetected() " + this->folder_.path() + "/tables/table row 3: bad checksum");
+  }
+  EXPECT_EQ(this->handlesCompleted(), 0u);
 }
 
 TYPED_TEST(Tracker, Binding_MovesOneReactorAndLosesNothing) {

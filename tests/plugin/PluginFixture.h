@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <utility>
@@ -9,9 +10,17 @@
 
 #include "RuntimeFolder.h"
 #include "quill/AllocTrack.h"
+#include "quill/PtrInterface.h"
 #include "quill/TraceHandle.h"
 #include "skein/Skein.h"
 #include "skein/TraceReader.h"
+
+/// All tests run a second time with atomic counting, asked for by the environment.
+inline const bool threadSafePtrs = [] {
+  const bool asked = std::getenv("TOLMAR_THREAD_SAFE_PTRS") != nullptr;
+  Quill::PtrInterface::threadSafePtrsIs(asked);
+  return asked;
+}();
 
 /// Checks after every test that no counted object is left.
 class PluginFixture : public ::testing::Test {

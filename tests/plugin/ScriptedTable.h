@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,7 +20,8 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
   explicit ScriptedTable(Vesta::RootPath path) : path_(std::move(path)) {}
 
   std::size_t reads = 0;
-  std::size_t damagedAtRead = 0;  ///< counted from 1; 0 for a sound table
+  std::size_t damagedAtRead = 0;         ///< counted from 1; 0 for a sound table
+  std::function<void()> justBeforehand;  ///< called when the damage is met; may be empty
 
   bool initialize() override { return true; }
   void detach() override {}
@@ -58,7 +60,9 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
 
  private:
   void read() {
-    if (++reads == damagedAtRead) throw Cairn::CorruptionDetectedException("row 3: bad checksum");
+    if (++reads != damagedAtRead) return;
+    if (justBeforehand) justBeforehand();
+    throw Cairn::CorruptionDetectedException("row 3: bad checksum");
   }
   bool at(std::size_t index, Row& value) {
     read();
