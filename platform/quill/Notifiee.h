@@ -65,12 +65,12 @@ class NotifieeConst : public PtrInterface {
 template <class Notifiee, class Call>
 void PtrInterface::notify(const Call& call) const {
   if (!notificationActive_ || notifiees_.empty()) return;
-  const Ptr<const PtrInterface> keep(references() != 0 ? this : nullptr);  // none while being destroyed
+  const Ptr<const PtrInterface> keep(this);
   NotifieeList::Visit visit(notifiees_);
   const auto step = [&call](NotifieeConst& reactor) { call(static_cast<Notifiee&>(reactor)); };
   const Notification notification(step);
   while (NotifieeConst* reactor = visit.next()) {
-    if (!reactor->hasNotificationActive()) continue;
+    if (!notificationActive_ || !reactor->hasNotificationActive()) continue;
     const Ptr<NotifieeConst> keepReactor(reactor);
     reactor->handleNotification(notification);
   }

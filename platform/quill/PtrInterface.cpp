@@ -8,6 +8,7 @@ void PtrInterface::hasNotificationActiveIs(bool active) { notificationActive_ = 
 
 void PtrInterface::zeroReferencesIs(bool zero) {
   if (!zero) return;
+  references_.store(kEndingReferences, std::memory_order_relaxed);
   {
     NotifieeList::Visit visit(notifiees_);
     while (NotifieeConst* reactor = visit.next()) reactor->onZeroReferences();

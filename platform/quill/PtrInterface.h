@@ -77,6 +77,9 @@ class PtrInterface {
   }
 
   inline static bool threadSafePtrs_ = false;
+  // Held from the moment the last reference has gone, so that references taken and dropped by what is called
+  // then do not end the object a second time.
+  static constexpr std::uint32_t kEndingReferences = 1u << 30;
 
   mutable std::atomic<std::uint32_t> references_{1};
   bool notificationActive_ = false;

@@ -4,27 +4,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
-#include <new>
 #include <stdexcept>
 #include <string>
 
+#include "AllocationCount.h"
 #include "cairn/Exception.h"
-
-namespace {
-
-std::size_t allocations = 0;
-
-}  // namespace
-
-// Counts what the loop allocates; all of this program's memory comes through here.
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -167,9 +151,9 @@ TEST_F(Loop, Step_AllocatesNothing) {
   say(first_);
   loop_.step(0ms);
   say(first_);
-  const std::size_t before = allocations;
+  const std::size_t before = allocationCount();
   EXPECT_EQ(loop_.step(0ms), 1u);
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(allocationCount(), before);
 }
 
 }  // namespace
