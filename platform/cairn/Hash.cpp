@@ -25,13 +25,6 @@ constexpr std::array<std::uint32_t, 256> makeCastagnoliTable() {
 
 constexpr auto kCastagnoliTable = makeCastagnoliTable();
 
-std::uint32_t checksumByTable(const unsigned char* bytes, std::size_t length, std::uint32_t crc) noexcept {
-  for (; length > 0; --length, ++bytes) {
-    crc = (crc >> 8) ^ kCastagnoliTable[(crc ^ *bytes) & 0xffu];
-  }
-  return crc;
-}
-
 #if defined(__x86_64__)
 __attribute__((target("sse4.2"))) std::uint32_t checksumByInstruction(const unsigned char* bytes,
                                                                       std::size_t length,
@@ -75,14 +68,22 @@ std::uint32_t Util::hash(const void* bytes, std::size_t length) noexcept {
   return h ^ (h >> 16);
 }
 
-std::uint32_t checksum(const void* bytes, std::size_t length, std::uint32_t seed) noexcept {
+std::uint32_t checksumByTable(const void* bytes, std::size_t length, std::uint32_t seed) noexcept {
   const auto* data = static_cast<const unsigned char*>(bytes);
+  std::uint32_t crc = ~seed;
+  for (; length > 0; --length, ++data) {
+    crc = (crc >> 8) ^ kCastagnoliTable[(crc ^ *data) & 0xffu];
+  }
+  return ~crc;
+}
+
+std::uint32_t checksum(const void* bytes, std::size_t length, std::uint32_t seed) noexcept {
 #if defined(__x86_64__)
   if (__builtin_cpu_supports("sse4.2")) {
-    return ~checksumByInstruction(data, length, ~seed);
+    return ~checksumByInstruction(static_cast<const unsigned char*>(bytes), length, ~seed);
   }
 #endif
-  return ~checksumByTable(data, length, ~seed);
+  return checksumByTable(bytes, length, seed);
 }
 
 }  // namespace Cairn

@@ -28,4 +28,7 @@ constexpr std::uint32_t hashBlock(std::uint32_t hash, std::uint32_t block) noexc
 /// has one.
 std::uint32_t checksum(const void* bytes, std::size_t length, std::uint32_t seed = 0) noexcept;
 
+/// The same without that instruction.
+std::uint32_t checksumByTable(const void* bytes, std::size_t length, std::uint32_t seed = 0) noexcept;
+
 }  // namespace Cairn
