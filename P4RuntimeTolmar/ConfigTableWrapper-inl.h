@@ -4,6 +4,7 @@
 #include "P4RuntimeTolmar/ConfigTableWrapper.h"
 #include "cairn/Assert.h"
 #include "cairn/Exception.h"
+#include "quill/PtrInterface.h"
 #include "rows/RowErrors.h"
 
 namespace TolmarHwLib {
@@ -102,7 +103,6 @@ std::shared_ptr<Lumen::BasicLmTableChange> ConfigChangeIterator<Kind>::operator*
   const std::uint64_t index = position_.index();
   const auto& key = position_.key();
   const bool deleted = (index & 1) != 0;
-  if (scratchRow_.isNull()) scratchRow_ = typename Kind::EntryRow();
   bool found = false;
   scratchRow_.fill(deleted ? Wrapper::keyOnly(key) : Wrapper::lookup(config_.get(), key, found));
   return std::make_shared<Lumen::BasicLmTableChange>(Lumen::BasicLmTableChange{
@@ -138,7 +138,11 @@ void ConfigReactor<Kind>::onTable(const typename Kind::Key& key) {
   const auto& entry = Wrapper::lookup(config_.get(), key, found);
   // By content: an entry that is there but all zero passes for a deleted one, on purpose.
   const bool deleted = entry == kEmpty;
-  scratchRow_.fill(deleted ? Wrapper::keyOnly(key) : entry);
+  if (deleted) {
+    scratchRow_.fill(Wrapper::keyOnly(key));
+  } else {
+    scratchRow_.fill(entry);
+  }
   wrapper_->quillTableModified(scratchRow_, deleted, key);
 }
 
@@ -167,7 +171,8 @@ ConfigTableWrapper<Kind>::ConfigTableWrapper(typename Config::Ptr config,
       keyToChange_(0, KeyHash(&tableKeyTarotHasher)) {
   keyToChange_.reserve(200);  // an ordinary burst of changes causes no rehash
   // Indices grow by 2: this is room for the newest 2 x capacity changes.
-  if (config_) this->unobservedSpanIs(2 * 2 * std::uint64_t{config_->table().capacity()});
+  const std::uint64_t capacity = config_ ? config_->table().capacity() : 0;
+  if (capacity != 0) this->unobservedSpanIs(2 * 2 * capacity);
 }
 
 template <class Kind>

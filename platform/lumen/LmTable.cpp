@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cairn/Exception.h"
 #include "lumen/LmErrors.h"
 #include "lumen/LumenDB.h"
 #include "lumen/Raised.h"
@@ -114,6 +115,8 @@ void LmTable::tellObservers() {
         observer->onChangesWaiting();
       } catch (const std::exception& exception) {
         observer->onException(exception);
+      } catch (...) {
+        observer->onException(Cairn::Exception("of a type that is no std::exception"));
       }
     }
   }

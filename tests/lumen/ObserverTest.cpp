@@ -209,6 +209,7 @@ TEST_F(ObserverTest, Replacement_DuringTheFirstWalk) {
   table->observerIs(observer);
   EXPECT_EQ(observer->rows, (Rows{{7, 70}}));
   EXPECT_THAT(observer->exceptions, IsEmpty());
+  EXPECT_EQ(observer->indices.size(), 2u) << "what was left of the old rows is not handed over";
 }
 
 TEST_F(ObserverTest, Drop_LeavesAnEmptyPictureAndARegisteredTable) {
