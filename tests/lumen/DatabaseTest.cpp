@@ -66,19 +66,6 @@ TEST_F(DatabaseTest, Errors_SayWhatWasExpectedAndWhatCame) {
   EXPECT_EQ(db.table("X"), nullptr);
 }
 
-TEST_F(DatabaseTest, Rows_ThroughTheTableHandle) {
-  table->rowIs(pairRow(1, 10));
-  table->rowIs(pairRow(2, 20));
-  EXPECT_EQ(valueOf(table->row(pairRow(2))), 20u);
-  EXPECT_TRUE(table->row(pairRow(3)).isNull());
-  table->rowDel(table->find(pairRow(1)));
-  EXPECT_FALSE(table->find(pairRow(1)));
-  std::vector<std::uint64_t> keys;
-  for (auto at = table->begin(); at != table->end(); ++at) keys.push_back(keyOf(*at));
-  EXPECT_THAT(keys, ElementsAre(2));
-  EXPECT_EQ(table->size(), 1u);
-}
-
 TEST_F(DatabaseTest, Iterators_AreValuesThatKeepTheirTable) {
   for (std::uint64_t key = 1; key <= 3; ++key) table->rowIs(pairRow(key, key * 10));
   auto row = table->begin();

@@ -21,16 +21,6 @@ struct Plain : DefaultLmTableImplementation {
   std::uint64_t oldestChangeIdx() const override { return 3; }
 };
 
-TEST(DefaultImplementationTest, Flags_StandInTheDeclaredOrder) {
-  const Plain table;
-  EXPECT_TRUE(table.isUnique(0));
-  EXPECT_FALSE(table.isOrdered(0));
-  EXPECT_TRUE(table.bounded());
-  EXPECT_TRUE(table.readerSupported());
-  EXPECT_FALSE(table.modifierSupported());
-  EXPECT_FALSE(table.observerSupported());
-}
-
 TEST(DefaultImplementationTest, OtherIndices_AreOutOfRange) {
   Plain table;
   const std::function<void()> calls[] = {[&] { table.isUnique(3); }, [&] { table.isOrdered(3); },
@@ -39,35 +29,6 @@ TEST(DefaultImplementationTest, OtherIndices_AreOutOfRange) {
     EXPECT_THAT(call, ThrowsMessage<Lumen::LmOutOfRange>("Multiple indices not supported. idx:3"));
   }
   EXPECT_FALSE(table.indexActive(3));
-}
-
-TEST(DefaultImplementationTest, Operations_ThatNobodyProvidesAreNotSupported) {
-  Plain table;
-  const auto row = pairRow(1);
-  struct Case {
-    const char* operation;
-    std::function<void()> call;
-  };
-  const Case cases[] = {
-      {"deactivateIndex", [&] { table.deactivateIndex(0); }},
-      {"row", [&] { table.row(row, 0); }},
-      {"begin", [&] { table.begin(0); }},
-      {"find", [&] { table.find(row, 0); }},
-      {"lower_bound", [&] { table.lower_bound(row, 0); }},
-      {"upper_bound", [&] { table.upper_bound(row, 0); }},
-      {"end", [&] { table.end(0); }},
-      {"rangeBegin", [&] { table.rangeBegin(row, 0); }},
-      {"rangeRows", [&] { table.rangeRows(row, 0); }},
-      {"rowIs", [&] { table.rowIs(row, false); }},
-      {"rowDel", [&] { table.rowDel(row); }},
-      {"rowDelAll", [&] { table.rowDelAll(); }},
-      {"nextChange", [&] { table.nextChange(0); }},
-      {"endChange", [&] { table.endChange(); }},
-  };
-  for (const Case& one : cases) {
-    EXPECT_THAT(one.call, ThrowsMessage<Lumen::LmNotSupported>(std::string(one.operation) +
-                                                               " not supported by Plain of LumenTest::Pair"));
-  }
 }
 
 TEST(DefaultImplementationTest, PreWriteHook_ComesFromTheTableOperationsOrIsSet) {
