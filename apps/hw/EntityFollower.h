@@ -33,6 +33,7 @@ class EntityPair final : public TablePair<typename ConfigEntity::Key, typename C
 
   const Quill::Ptr<ConfigEntity>& configEntity() const { return config_; }
 
+  bool configReadable() const override { return config_->attached(); }
   std::optional<Config> config(const Key& key) const override { return found<Config>(*config_, key); }
   std::optional<Status> status(const Key& key) const override { return found<Status>(*status_, key); }
   void eachConfig(const std::function<void(const Config&)>& visit) const override { each(*config_, visit); }

@@ -94,6 +94,7 @@ class Programmer {
 
   void answer(const Key& key) {
     const std::optional<Config> config = tables_.config(key);
+    if (!tables_.configReadable()) return;  // asked after the read that may find the damage
     const std::optional<Status> status = tables_.status(key);
     if (config) {
       const bool answered = status && !status->deleted && status->entryHandle == config->entryHandle &&

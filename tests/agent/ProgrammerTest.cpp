@@ -19,6 +19,7 @@ class FakePair final : public TablePair<L3IifTH3Key, L3IifTH3ConfigEntry, L3IifT
  public:
   explicit FakePair(std::size_t capacity) : capacity_(capacity) {}
 
+  bool configReadable() const override { return readable; }
   std::optional<Config> config(const Key& key) const override { return found(configs, key); }
   std::optional<Status> status(const Key& key) const override { return found(statuses, key); }
   void eachConfig(const std::function<void(const Config&)>& visit) const override {
@@ -66,6 +67,7 @@ class FakePair final : public TablePair<L3IifTH3Key, L3IifTH3ConfigEntry, L3IifT
   std::map<Key, Config> configs;
   std::map<Key, Status> statuses;
   std::uint64_t handled = 0;
+  bool readable = true;
   Strings log;
 
  private:
@@ -161,6 +163,16 @@ TEST(Programmer, Start_AnswersWhatDiffersAndLeavesEqualRowsAlone) {
   pair.handled = 100;
   programmer.advance(kNow);
   EXPECT_EQ(pair.taken(), (Strings{"6 gone", "5 gone"}));
+}
+
+TEST(Programmer, DamagedConfigTable_IsNotTakenForRemovals) {
+  FakePair pair(4);
+  pair.oldStatusIs(1, 101, 1);
+  pair.readable = false;
+  TestProgrammer programmer(pair, {}, 0s);
+  programmer.reconcile(kNow);
+  programmer.changed({1}, kNow);
+  EXPECT_EQ(pair.taken(), Strings{});
 }
 
 TEST(Programmer, Delay_HoldsAnswersBackInOrder) {

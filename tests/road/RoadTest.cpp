@@ -143,11 +143,12 @@ TEST_P(RoadRestart, AgentKeepsItsTables) {
     send(inserts(1, 300));
     stop(*served, GetParam(), GetParam() == SIGKILL ? 128 + SIGKILL : 0);
   }
-  const std::string output =
-      run("insert l3IifTH3 l3Iif=300 vrf=1 expect ALREADY_EXISTS\nmodify l3IifTH3 l3Iif=300 vrf=4711\nshow "
-          "l3IifTH3\n"
-          "batch\nfor i in 1..300\ndelete l3IifTH3 l3Iif={i}\nend\nend\nshow l3IifTH3\ninsert l3IifTH3 "
-          "l3Iif=300\n");
+  const auto served = agent();  // on the socket that a killed agent leaves behind
+  const std::string output = send(
+      "insert l3IifTH3 l3Iif=300 vrf=1 expect ALREADY_EXISTS\nmodify l3IifTH3 l3Iif=300 vrf=4711\nshow "
+      "l3IifTH3\n"
+      "batch\nfor i in 1..300\ndelete l3IifTH3 l3Iif={i}\nend\nend\nshow l3IifTH3\ninsert l3IifTH3 "
+      "l3Iif=300\n");
   EXPECT_TRUE(has(output, "300 rows in l3IifTH3")) << output;
   EXPECT_TRUE(has(output, "vrf = 4711")) << output;
   EXPECT_TRUE(has(output, "0 rows in l3IifTH3")) << output;
@@ -209,6 +210,7 @@ struct Refusal {
   const char* name;
   Strings (*arguments)(const std::string& folder);
   const char* says;
+  int exitCode = 1;
 };
 
 class RoadRefusal : public testing::TestWithParam<Refusal> {};
@@ -216,7 +218,7 @@ class RoadRefusal : public testing::TestWithParam<Refusal> {};
 TEST_P(RoadRefusal, IsOneClearLine) {
   const RuntimeFolder folder;
   Program program(GetParam().arguments(folder.path()), "insert l3IifTH3 l3Iif=1 vrf=1\n");
-  EXPECT_EQ(program.exitCode(), 1);
+  EXPECT_EQ(program.exitCode(), GetParam().exitCode);
   EXPECT_TRUE(program.output().find(GetParam().says) != std::string::npos) << program.output();
   EXPECT_EQ(std::count(program.output().begin(), program.output().end(), '\n'), 1) << program.output();
 }
@@ -267,6 +269,42 @@ const Refusal kRefusals[] = {
      },
      "--fail: expected a table (l3TunnelIpv4TH3, l3TunnelIpv6TH3, myStationTcamTH3, l3IifTH3), got "
      "\"l3Iif\""},
+    {"SocketIsAFile",
+     [](const std::string& folder) {
+       std::ofstream(folder + "/socket") << "mine";
+       return Strings{P4RT_AGENT, "-r", folder, "-s", folder + "/socket"};
+     },
+     "expected a socket, got another file"},
+    {"Usage_NoScript",
+     [](const std::string& folder) {
+       return Strings{P4RT_AGENT, "-r", folder};
+     },
+     "expected a script (\"-\" for standard input) or --socket, got neither", 2},
+    {"Usage_Timeout",
+     [](const std::string&) {
+       return Strings{P4RT_AGENT, "-t", "0", "-"};
+     },
+     "--timeout: expected seconds from 0.001 to 3600, got \"0\"", 2},
+    {"Usage_UnknownOption",
+     [](const std::string&) {
+       return Strings{P4RT_AGENT, "--fast", "-"};
+     },
+     "expected an option of --help, got --fast", 2},
+    {"Usage_MissingValue",
+     [](const std::string&) {
+       return Strings{HW_AGENT, "--delay"};
+     },
+     "expected a value after --delay, got none", 2},
+    {"Usage_Delay",
+     [](const std::string&) {
+       return Strings{HW_AGENT, "--delay", "1s"};
+     },
+     "--delay: expected milliseconds from 0 to 3600000, got \"1s\"", 2},
+    {"Usage_Fault",
+     [](const std::string&) {
+       return Strings{HW_AGENT, "--fail", "l3IifTH3:l3Iif=1"};
+     },
+     "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE", 2},
 };
 INSTANTIATE_TEST_SUITE_P(Of, RoadRefusal, testing::ValuesIn(kRefusals),
                          [](const auto& tested) { return std::string(tested.param.name); });
@@ -279,6 +317,10 @@ TEST_F(Road, SecondWriter_IsRefusedWithThePidOfTheFirstWhichGoesOn) {
   EXPECT_TRUE(has(secondHardware.output(), std::to_string(hw->pid()))) << secondHardware.output();
   const std::string refused = run("insert l3IifTH3 l3Iif=1 vrf=1\n", 1);
   EXPECT_TRUE(has(refused, std::to_string(served->pid()))) << refused;
+  const RuntimeFolder other;
+  Program secondServer({P4RT_AGENT, "--runtime-folder", other.path(), "--socket", socket()});
+  EXPECT_EQ(secondServer.exitCode(), 1);
+  EXPECT_TRUE(has(secondServer.output(), "another process serves it")) << secondServer.output();
   send(inserts(1, 10));
 }
 
