@@ -53,6 +53,7 @@ void requireKnownTables(const Settings& settings) {
 
 std::vector<std::string> tableNames() {
   std::vector<std::string> names;
+  names.reserve(kTables.size());
   for (const Table& table : kTables) names.emplace_back(table.name);
   return names;
 }
@@ -61,6 +62,7 @@ std::vector<std::unique_ptr<TableFollower>> followTables(
     const Quill::Ptr<const Orrery::EntityManager>& entityManager, const Settings& settings) {
   requireKnownTables(settings);
   std::vector<std::unique_ptr<TableFollower>> followers;
+  followers.reserve(kTables.size());
   for (const Table& table : kTables) {
     const TablePlace place{entityManager, std::string(table.name), std::string(table.typePrefix),
                            std::string(kPathPrefix) + std::string(table.name) + "Table/", table.capacity};
