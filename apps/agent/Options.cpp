@@ -32,6 +32,9 @@ const char* const kHelp =
     "  -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, on "
     "a\n"
     "                              terminal)\n"
+    "  -T, --trace HANDLE:LEVEL    print the trace lines of this handle (\"*\": of all) and level (0 to 31) "
+    "to\n"
+    "                              standard error; may be given more than once\n"
     "  -h, --help                  this text\n"
     "  -V, --version               the version\n"
     "\n"
@@ -64,15 +67,24 @@ bool colourOf(std::string_view when) {
   return when == "always" || (when == "auto" && ::isatty(STDOUT_FILENO) != 0);
 }
 
-constexpr option kOptions[] = {{"plugin", required_argument, nullptr, 'p'},
-                               {"runtime-folder", required_argument, nullptr, 'r'},
-                               {"socket", required_argument, nullptr, 's'},
-                               {"send", required_argument, nullptr, 'S'},
-                               {"timeout", required_argument, nullptr, 't'},
-                               {"color", required_argument, nullptr, 'c'},
-                               {"help", no_argument, nullptr, 'h'},
-                               {"version", no_argument, nullptr, 'V'},
-                               {nullptr, 0, nullptr, 0}};
+std::pair<std::string, int> traceOf(std::string_view text) {
+  const std::size_t colon = text.rfind(':');
+  const std::string_view level = colon == std::string_view::npos ? "" : text.substr(colon + 1);
+  unsigned number = 0;
+  const auto [end, error] = std::from_chars(level.data(), level.data() + level.size(), number);
+  if (colon == 0 || error != std::errc{} || end != level.data() + level.size() || number > 31) {
+    throw Cairn::Exception("--trace: expected HANDLE:LEVEL with a level from 0 to 31, got \"" +
+                           std::string(text) + "\"");
+  }
+  return {std::string(text.substr(0, colon)), static_cast<int>(number)};
+}
+
+constexpr option kOptions[] = {
+    {"plugin", required_argument, nullptr, 'p'},  {"runtime-folder", required_argument, nullptr, 'r'},
+    {"socket", required_argument, nullptr, 's'},  {"send", required_argument, nullptr, 'S'},
+    {"timeout", required_argument, nullptr, 't'}, {"color", required_argument, nullptr, 'c'},
+    {"trace", required_argument, nullptr, 'T'},   {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},       {nullptr, 0, nullptr, 0}};
 
 }  // namespace
 
@@ -84,7 +96,7 @@ Options readOptions(int count, char* const* arguments) {
   optind = 0;
   opterr = 0;
   for (int letter = 0;
-       (letter = ::getopt_long(count, arguments, ":p:r:s:S:t:c:hV", kOptions, nullptr)) != -1;) {
+       (letter = ::getopt_long(count, arguments, ":p:r:s:S:t:c:T:hV", kOptions, nullptr)) != -1;) {
     switch (letter) {
       case 'p':
         options.plugin = optarg;
@@ -104,6 +116,9 @@ Options readOptions(int count, char* const* arguments) {
         break;
       case 'c':
         options.colour = colourOf(optarg);
+        break;
+      case 'T':
+        options.traces.push_back(traceOf(optarg));
         break;
       case 'h':
         options.action = Options::Action::help;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Agent {
@@ -15,6 +16,7 @@ struct Options {
   std::string socket;                ///< served (run) or spoken to (send); empty: none
   std::vector<std::string> scripts;  ///< files in order, "-" for standard input
   std::chrono::milliseconds timeout{10'000};
+  std::vector<std::pair<std::string, int>> traces;  ///< handles ("*": all) and levels whose lines are printed
   bool colour = false;  ///< results in colour and progress in place, as on a terminal
 };
 

@@ -16,11 +16,15 @@
 #include "apps/process/RuntimeFolder.h"
 #include "apps/process/StopSignals.h"
 #include "cairn/Exception.h"
+#include "quill/TraceHandle.h"
+#include "skein/Skein.h"
 
 namespace {
 
 using Agent::Options;
 using Agent::ResultTable;
+
+constexpr std::size_t kTraceBytes = 1u << 20;
 
 std::string readAll(std::istream& in) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -88,7 +92,10 @@ bool runAgent(const Options& options) {
   const Process::StopSignals stop(loop, [&loop] { loop.stop(); });
   std::deque<Script> scripts = readScripts(options.scripts);
   Process::requireRuntimeFolder(options.runtimeFolder);
+  for (const auto& [handle, level] : options.traces) Quill::TraceHandle::levelIs(handle, level, true);
   Agent::AgentProcess agent(loop, options);
+  // Not before the tables are this process's own: another agent's trace would be set aside.
+  Skein::ringIs(options.runtimeFolder + "/p4rt-agent.trace", kTraceBytes);
   std::optional<Agent::ScriptServer> server;
   if (!options.socket.empty()) {
     server.emplace(loop, options.socket,

@@ -183,6 +183,18 @@ TEST_F(Road, AnswerThatNeverComes_IsGivenUpOnceTheHardwareHasRestarted) {
   send("insert l3IifTH3 l3Iif=1 vrf=1\n");
 }
 
+TEST_F(Road, Traces_GoToTheTerminalOnRequestAndToTheRingAlways) {
+  const auto hw = hardware();
+  const std::string script = "insert l3IifTH3 l3Iif=4711 vrf=12\n";
+  const std::string output = run(script, 0, {"--trace", "VrfSm:7", "--trace", "PendingHwPogrammingSm:9"});
+  EXPECT_TRUE(has(output, "handleL3IifTH3ConfigEntry add vrf 12 refCount 1")) << output;
+  EXPECT_TRUE(has(output, "onStatusRow4711")) << output;
+  std::ifstream file(folder_.path() + "/p4rt-agent.trace", std::ios::binary);
+  const std::string ring{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  EXPECT_TRUE(has(ring, "pluginInit")) << "what came before the ring was set up";
+  EXPECT_TRUE(has(ring, "onStatusRow"));
+}
+
 TEST_F(Road, MalformedLines_AreToldAndTheRestIsAttempted) {
   const auto hw = hardware();
   const std::string output =
@@ -285,6 +297,11 @@ const Refusal kRefusals[] = {
        return Strings{P4RT_AGENT, "-t", "0", "-"};
      },
      "--timeout: expected seconds from 0.001 to 3600, got \"0\"", 2},
+    {"Usage_Trace",
+     [](const std::string&) {
+       return Strings{P4RT_AGENT, "--trace", "VrfSm:32", "-"};
+     },
+     "--trace: expected HANDLE:LEVEL with a level from 0 to 31, got \"VrfSm:32\"", 2},
     {"Usage_UnknownOption",
      [](const std::string&) {
        return Strings{P4RT_AGENT, "--fast", "-"};
