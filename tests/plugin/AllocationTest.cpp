@@ -48,7 +48,8 @@ class Allocation : public PluginFixture {
 };
 
 TEST_F(Allocation, Failure_LeavesNothingBehind) {
-  const FastTrace fast(folder_);  // the first message of a process takes memory, and does without if there is none
+  const FastTrace fast(
+      folder_);  // the first message of a process takes memory, and does without if there is none
   ScriptedEntity<TolmarHwLib::L3IifTH3Config> config(folder_.path());
   ScriptedEntity<TolmarHwLib::L3IifTH3Status> status(folder_.path(), "status");
   TolmarHwLib::L3IifTH3ConfigEntry entry;

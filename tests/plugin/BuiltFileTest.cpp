@@ -4,10 +4,13 @@
 #include <elf.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,33 +20,61 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-std::string fileBytes() {
-  std::ifstream file(kPluginPath, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
+/// The sections of an ELF file.
+class ElfFile {
+ public:
+  explicit ElfFile(const char* path) {
+    std::ifstream file(path, std::ios::binary);
+    bytes_.resize(std::filesystem::file_size(path));
+    file.read(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
+    const auto header = at<Elf64_Ehdr>(0);
+    for (std::size_t i = 0; i < header.e_shnum; ++i) {
+      sections_.push_back(at<Elf64_Shdr>(header.e_shoff + i * sizeof(Elf64_Shdr)));
+    }
+    names_ = sections_.at(header.e_shstrndx).sh_offset;
+  }
 
-template <class T>
-T at(const std::string& bytes, std::size_t offset) {
-  T value;
-  std::memcpy(&value, bytes.data() + offset, sizeof value);
-  return value;
-}
+  const std::vector<Elf64_Shdr>& sections() const { return sections_; }
+  std::string name(const Elf64_Shdr& section) const { return bytes_.data() + names_ + section.sh_name; }
+  std::string content(const Elf64_Shdr& section) const {
+    return bytes_.substr(section.sh_offset, section.sh_size);
+  }
+
+  /// Calls visit(name, symbol) for every symbol that the file offers or asks for.
+  template <class Visit>
+  void forEachSymbol(const Visit& visit) const {
+    for (const Elf64_Shdr& section : sections_) {
+      if (section.sh_type != SHT_DYNSYM) continue;
+      const std::size_t strings = sections_.at(section.sh_link).sh_offset;
+      for (std::size_t offset = 0; offset < section.sh_size; offset += sizeof(Elf64_Sym)) {
+        const auto symbol = at<Elf64_Sym>(section.sh_offset + offset);
+        visit(bytes_.data() + strings + symbol.st_name, symbol);
+      }
+    }
+  }
+
+ private:
+  template <class T>
+  T at(std::size_t offset) const {
+    T value;
+    std::memcpy(&value, bytes_.data() + offset, sizeof value);
+    return value;
+  }
+
+  std::string bytes_;
+  std::vector<Elf64_Shdr> sections_;
+  std::size_t names_ = 0;
+};
 
 TEST(BuiltFile, Manifest_HoldsTheSixNamesReadOnly) {
-  const std::string bytes = fileBytes();
-  const auto header = at<Elf64_Ehdr>(bytes, 0);
-  const auto section = [&](std::size_t i) {
-    return at<Elf64_Shdr>(bytes, header.e_shoff + i * sizeof(Elf64_Shdr));
-  };
-  const std::size_t names = section(header.e_shstrndx).sh_offset;
+  const ElfFile file(kPluginPath);
   unsigned found = 0;
-  for (std::size_t i = 0; i < header.e_shnum; ++i) {
-    const Elf64_Shdr one = section(i);
-    if (std::strcmp(bytes.data() + names + one.sh_name, ".quill.type") != 0) continue;
+  for (const Elf64_Shdr& section : file.sections()) {
+    if (file.name(section) != ".quill.type") continue;
     ++found;
-    EXPECT_NE(one.sh_flags & SHF_ALLOC, 0u);
-    EXPECT_EQ(one.sh_flags & (SHF_WRITE | SHF_EXECINSTR), 0u);
-    const std::string content = bytes.substr(one.sh_offset, one.sh_size);
+    EXPECT_NE(section.sh_flags & SHF_ALLOC, 0u);
+    EXPECT_EQ(section.sh_flags & (SHF_WRITE | SHF_EXECINSTR), 0u);
+    const std::string content = file.content(section);
     EXPECT_EQ(content.back(), '\0');
     Names listed;
     for (std::size_t from = 0; from < content.size();) {
@@ -67,25 +98,50 @@ std::string demangled(const char* symbol) {
   return status == 0 ? text.get() : symbol;
 }
 
-/// "Class::operation" without namespaces, template arguments and parameters, but with "key" for an onTable
+/// "Class::operation" without namespaces, template arguments and parameters, but with "(key)" for an onTable
 /// that takes one.
-std::string slotName(const void* function) {
-  Dl_info info{};
-  if (::dladdr(function, &info) == 0 || info.dli_sname == nullptr) return "?";
-  std::string name = demangled(info.dli_sname);
-  const bool keyed = name.find("onTable(TolmarHwLib::") != std::string::npos;
+std::string shortName(const char* symbol) {
+  const std::string name = demangled(symbol);
   std::string plain;
   int depth = 0;
   for (const char c : name) {
-    if (c == '<') ++depth;
+    depth += c == '<' ? 1 : 0;
     if (depth == 0) plain += c;
-    if (c == '>') --depth;
+    depth -= c == '>' ? 1 : 0;
   }
   plain.resize(std::min(plain.find('('), plain.size()));
   const std::size_t operation = plain.rfind("::");
+  if (operation == plain.npos) return plain;
   const std::size_t scope = plain.rfind("::", operation - 1);
+  const bool keyed = name.find("onTable(TolmarHwLib::") != std::string::npos;
   return plain.substr(scope == plain.npos ? 0 : scope + 2) + (keyed ? "(key)" : "");
 }
+
+/// The functions of loaded libraries by address. Functions with the same code may have been made one, so that
+/// an address has several names.
+class LoadedFunctions {
+ public:
+  /// Adds the library that holds `address`.
+  void add(const void* address) {
+    Dl_info info{};
+    ASSERT_NE(::dladdr(address, &info), 0);
+    const auto* const base = static_cast<const char*>(info.dli_fbase);
+    ElfFile(info.dli_fname).forEachSymbol([&](const char* name, const Elf64_Sym& symbol) {
+      if (ELF64_ST_TYPE(symbol.st_info) != STT_FUNC || symbol.st_shndx == SHN_UNDEF) return;
+      names_[base + symbol.st_value].insert(shortName(name));
+    });
+  }
+
+  /// The name `expected` if the function has it, else one that it has.
+  std::string name(const void* function, const std::string& expected) const {
+    const auto found = names_.find(function);
+    if (found == names_.end()) return "unknown";
+    return found->second.contains(expected) ? expected : *found->second.begin();
+  }
+
+ private:
+  std::map<const void*, std::set<std::string>> names_;
+};
 
 struct TableCase {
   const char* symbol;
@@ -158,16 +214,21 @@ TEST(BuiltFile, VirtualTables_HaveTheirSlotsInOrder) {
   P4Runtime::PluginLibrary library(kPluginPath);
   void* const handle = ::dlopen(kPluginPath, RTLD_NOW | RTLD_NOLOAD);
   ASSERT_NE(handle, nullptr);
+  LoadedFunctions functions;
+  functions.add(::dlsym(handle, cases[0].symbol));
+  functions.add(::dlsym(handle, "_ZTVN5Quill6EntityE"));
   for (const TableCase& c : cases) {
     SCOPED_TRACE(demangled(c.symbol));
     const auto* const table = static_cast<void* const*>(::dlsym(handle, c.symbol));
     ASSERT_NE(table, nullptr);
     Dl_info info{};
-    Elf64_Sym* entry = nullptr;
-    ASSERT_NE(::dladdr1(table, &info, reinterpret_cast<void**>(&entry), RTLD_DL_SYMENT), 0);
-    Names slots;
-    for (std::size_t i = 2; i < entry->st_size / sizeof(void*); ++i) slots.push_back(slotName(table[i]));
-    EXPECT_EQ(slots, c.slots);
+    Elf64_Sym* symbol = nullptr;
+    ASSERT_NE(::dladdr1(table, &info, reinterpret_cast<void**>(&symbol), RTLD_DL_SYMENT), 0);
+    const std::size_t first = 2;  // behind the offset to the top and the type's description
+    ASSERT_EQ(symbol->st_size / sizeof(void*), first + c.slots.size());
+    for (std::size_t i = 0; i < c.slots.size(); ++i) {
+      EXPECT_EQ(functions.name(table[first + i], c.slots[i]), c.slots[i]) << "slot " << i;
+    }
   }
   ::dlclose(handle);
 }
