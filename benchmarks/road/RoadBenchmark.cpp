@@ -1,16 +1,19 @@
 // Measures the road beside the yardstick: both do the same work in turn, round after round, so that what else
 // the machine does falls on both. Prints medians over the rounds, and the median of the rounds' ratios.
 //
-//   road_bench [rounds] [road|yardstick]       21 rounds and both unless told otherwise
+//   road_bench [rounds] [road|yardstick|both] [rows]      21 rounds of both and of everything unless told
+//   otherwise;
+//                                                         with `rows`, batches of that size alone, to be
+//                                                         profiled
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -22,7 +25,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::array<std::size_t, 5> kBatches{1, 10, 100, 1000, 8192};
 constexpr std::size_t kSingles = 1000;
 constexpr std::size_t kRowsPerRound = 8192;
 
@@ -44,7 +46,7 @@ double secondsOf(Contestant& contestant, std::size_t rows) {
 struct Figures {
   std::vector<double> p50;  // microseconds
   std::vector<double> p99;
-  std::array<std::vector<double>, kBatches.size()> rates;  // rows per second
+  std::map<std::size_t, std::vector<double>> rates;  // rows per second, by rows in a batch
 };
 
 void oneAtATime(Contestant& contestant, Figures& figures) {
@@ -68,15 +70,22 @@ struct Entrant {
   Figures figures;
 };
 
+struct Plan {
+  std::size_t rounds = 21;
+  std::string_view only = "both";
+  bool oneAtATime = true;
+  std::vector<std::size_t> batches{1, 10, 100, 1000, 8192};
+};
+
 /// Every measure for all entrants before the next measure, and the first to start changes every round.
-void run(std::vector<Entrant>& entrants, std::size_t rounds) {
-  for (std::size_t round = 0; round < rounds; ++round) {
+void run(std::vector<Entrant>& entrants, const Plan& plan) {
+  for (std::size_t round = 0; round < plan.rounds; ++round) {
     const auto each = [&](const auto& measure) {
       for (std::size_t i = 0; i < entrants.size(); ++i) measure(entrants[(round + i) % entrants.size()]);
     };
-    each([](Entrant& entrant) { oneAtATime(*entrant.contestant, entrant.figures); });
-    for (std::size_t b = 0; b < kBatches.size(); ++b) {
-      each([b](Entrant& entrant) { inBatches(*entrant.contestant, kBatches[b], entrant.figures.rates[b]); });
+    if (plan.oneAtATime) each([](Entrant& entrant) { oneAtATime(*entrant.contestant, entrant.figures); });
+    for (const std::size_t rows : plan.batches) {
+      each([rows](Entrant& entrant) { inBatches(*entrant.contestant, rows, entrant.figures.rates[rows]); });
     }
   }
 }
@@ -95,44 +104,57 @@ void printLine(const char* what, const std::vector<Entrant>& entrants,
   std::putchar('\n');
 }
 
-void print(const std::vector<Entrant>& entrants, std::size_t rounds) {
-  std::printf("%-30s", ("medians of " + std::to_string(rounds) + " rounds").c_str());
+void print(const std::vector<Entrant>& entrants, const Plan& plan) {
+  std::printf("%-30s", ("medians of " + std::to_string(plan.rounds) + " rounds").c_str());
   for (const Entrant& entrant : entrants) std::printf(" %14s", entrant.name);
-  std::printf(entrants.size() == 2 ? "      ratio\n" : "\n");
-  printLine(
-      "one at a time, p50 us", entrants, [](const Figures& f) -> const auto& { return f.p50; });
-  printLine(
-      "one at a time, p99 us", entrants, [](const Figures& f) -> const auto& { return f.p99; });
-  for (std::size_t b = 0; b < kBatches.size(); ++b) {
-    const std::string what = "batches of " + std::to_string(kBatches[b]) + ", rows/s";
+  std::puts(entrants.size() == 2 ? "      ratio" : "");
+  if (plan.oneAtATime) {
     printLine(
-        what.c_str(), entrants, [b](const Figures& f) -> const auto& { return f.rates[b]; });
+        "one at a time, p50 us", entrants, [](const Figures& f) -> const auto& { return f.p50; });
+    printLine(
+        "one at a time, p99 us", entrants, [](const Figures& f) -> const auto& { return f.p99; });
+  }
+  for (const std::size_t rows : plan.batches) {
+    const std::string what = "batches of " + std::to_string(rows) + ", rows/s";
+    printLine(
+        what.c_str(), entrants, [rows](const Figures& f) -> const auto& { return f.rates.at(rows); });
   }
 }
 
-std::size_t roundsOf(std::string_view text) {
-  std::size_t rounds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), rounds);
-  if (error != std::errc() || end != text.data() + text.size() || rounds == 0 || rounds > 10'000) {
-    throw Cairn::Exception("expected a number of rounds from 1 to 10000, got \"" + std::string(text) + "\"");
+std::size_t numberOf(const char* what, std::string_view text, std::size_t largest) {
+  std::size_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number == 0 || number > largest) {
+    throw Cairn::Exception("expected a number of " + std::string(what) + " from 1 to " +
+                           std::to_string(largest) + ", got \"" + std::string(text) + "\"");
   }
-  return rounds;
+  return number;
+}
+
+Plan planOf(const std::vector<std::string_view>& arguments) {
+  Plan plan;
+  if (!arguments.empty()) plan.rounds = numberOf("rounds", arguments[0], 10'000);
+  if (arguments.size() > 1) plan.only = arguments[1];
+  if (plan.only != "both" && plan.only != "road" && plan.only != "yardstick") {
+    throw Cairn::Exception("expected road, yardstick or both, got \"" + std::string(plan.only) + "\"");
+  }
+  if (arguments.size() > 2) {
+    plan.oneAtATime = false;
+    plan.batches = {numberOf("rows", arguments[2], Yardstick::kRows)};
+  }
+  return plan;
 }
 
 }  // namespace
 
 int main(int count, char** arguments) {
   try {
-    const std::size_t rounds = count > 1 ? roundsOf(arguments[1]) : 21;
-    const std::string_view only = count > 2 ? arguments[2] : "";
-    if (!only.empty() && only != "road" && only != "yardstick") {
-      throw Cairn::Exception("expected road or yardstick, got \"" + std::string(only) + "\"");
-    }
+    const Plan plan = planOf({arguments + 1, arguments + count});
     std::vector<Entrant> entrants;
-    if (only != "road") entrants.push_back({"yardstick", std::make_unique<Yardstick::TwoTables>(), {}});
-    if (only != "yardstick") entrants.push_back({"road", std::make_unique<Road>(HW_AGENT, PLUGIN), {}});
-    run(entrants, rounds);
-    print(entrants, rounds);
+    if (plan.only != "road") entrants.push_back({"yardstick", std::make_unique<Yardstick::TwoTables>(), {}});
+    if (plan.only != "yardstick") entrants.push_back({"road", std::make_unique<Road>(HW_AGENT, PLUGIN), {}});
+    run(entrants, plan);
+    print(entrants, plan);
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "road_bench: %s\n", error.what());
