@@ -2,6 +2,7 @@
 // entry, segment write, the reactor's lookup, entry to row, hash find, ordered-map erase and insert. All in
 // one run, the repetitions interleaved; the end names the ratios of the medians.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <map>
@@ -218,6 +219,7 @@ BENCHMARK(writeWithObserver);
 
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
+  RatioReporter() : ConsoleReporter(isatty(STDOUT_FILENO) != 0 ? OO_Defaults : OO_None) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {

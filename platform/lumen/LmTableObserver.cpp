@@ -64,12 +64,13 @@ std::size_t LmTableObserver::walkChanges(LmTable& table, std::size_t limit) {
   };
   auto seen = bounds();
   auto next = implementation->nextChange(consumed_);
+  auto end = implementation->endChange();
   while (count < limit) {
     if (consumed_ < seen.first) {
       reset_ = true;
       break;
     }
-    if (*next == *implementation->endChange()) break;
+    if (*next == *end) break;
     const auto change = **next;
     onChange(*change);
     ++count;
@@ -77,9 +78,10 @@ std::size_t LmTableObserver::walkChanges(LmTable& table, std::size_t limit) {
     consumed_ = change->index;
     if (bounds() == seen) {
       ++*next;
-    } else {  // changes were recorded or forgotten: the iterator may not be valid any more
+    } else {  // changes were recorded or forgotten: the iterators may not be valid any more
       seen = bounds();
       next = implementation->nextChange(consumed_);
+      end = implementation->endChange();
     }
   }
   return count;

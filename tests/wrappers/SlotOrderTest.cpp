@@ -73,5 +73,18 @@ TYPED_TEST(SlotsOf, AllForty) {
   for (std::size_t i = 0; i < std::size(order); ++i) EXPECT_EQ(order[i].second, i + 1) << order[i].first;
 }
 
+TEST(IteratorSlots, InOrder) {
+  using RowIterator = L3IifTH3ConfigLumenWrappers::TableLumenWrapperIterator;
+  using ChangeIterator = L3IifTH3ConfigLumenWrappers::TableLumenWrapperChangeIterator;
+  const std::size_t rowSlots[] = {slotOf(&RowIterator::operator==),    slotOf(&RowIterator::operator!=),
+                                  slotOf(&RowIterator::operator bool), slotOf(&RowIterator::operator*),
+                                  slotOf(&RowIterator::operator++),    slotOf(&RowIterator::clone)};
+  EXPECT_THAT(rowSlots, testing::ElementsAre(1, 2, 3, 4, 5, 6));
+  const std::size_t changeSlots[] = {slotOf(&ChangeIterator::operator==), slotOf(&ChangeIterator::operator!=),
+                                     slotOf(&ChangeIterator::operator*), slotOf(&ChangeIterator::operator++),
+                                     slotOf(&ChangeIterator::clone)};
+  EXPECT_THAT(changeSlots, testing::ElementsAre(1, 2, 3, 4, 5));
+}
+
 }  // namespace
 }  // namespace WrapperTest
