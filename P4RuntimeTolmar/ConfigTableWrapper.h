@@ -149,7 +149,7 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
   bool readerSupportedFlag_;
   bool modifierSupportedFlag_;
   bool observerSupportedFlag_;
-  EntryRow scratchRow_;
+  EntryRow scratchRow_;  // the table's spare row; reactor and iterators have their own
   std::uint64_t oldestChangeIdx_ = 1;
   std::uint64_t latestChangeIdx_ = 1;
   ChangeMap<Key> changeMap_;

@@ -99,6 +99,14 @@ struct RandomOperations : RowTableTest<Sample> {
     model.clear();
     this->rowTable.table->rowDelAll();
   }
+  /// A fresh wrapper over the same config table; its indices start anew.
+  void replace() {
+    auto& rows = this->rowTable;
+    rows.wrapper =
+        std::make_shared<typename Sample::Wrapper>(rows.config, rows.db, nullptr, true, true, false);
+    rows.db->tableImplementationIs(rows.table->name(), rows.wrapper);
+    oldest = latest = 0;
+  }
   void step() {
     switch (const auto dice = random() % 100; dice) {
       case 0:
@@ -113,6 +121,8 @@ struct RandomOperations : RowTableTest<Sample> {
       case 6:
         return this->rowTable.wrapper->cleanChangeMap(std::max<std::uint64_t>(
             this->rowTable.table->oldestChangeIdx(), this->rowTable.table->latestChangeIdx() / 2));
+      case 7:
+        return replace();
       default:
         return dice < 70 ? write(dice % 3 == 0) : del(dice % 3 == 0);
     }
