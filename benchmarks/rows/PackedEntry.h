@@ -1,4 +1,4 @@
-// The yardstick: the fields of an L3 IIF config entry in a packed struct behind a row header.
+// An entry to measure with, and the yardstick: its fields in a packed struct behind a row header.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,24 @@
 #include "P4RuntimeTolmar/Records.h"
 
 namespace TolmarHwLib {
+
+inline L3IifTH3ConfigEntry sampleEntry() {
+  L3IifTH3ConfigEntry entry;
+  entry.genId = 0x1122334455667788;
+  entry.entryHandle = 0x99aabbccddeeff00;
+  entry.valid = true;
+  entry.l3Iif = 4711;
+  entry.classId = 12;
+  entry.ecnDecapMappingPtr = 3;
+  entry.flexCtrBaseCounterIdx = 2047;
+  entry.flexCtrOffsetMode = 2;
+  entry.flexCtrPoolNumber = 9;
+  entry.ipmcL3Iif = 4711;
+  entry.ipOptionProfileIndex = 1;
+  entry.l3IifProfileIndex = 7;
+  entry.vrf = 300;
+  return entry;
+}
 
 struct [[gnu::packed]] PackedEntry {
   std::uint16_t rowLength;

@@ -12,33 +12,8 @@
 #include "benchmarks/rows/BareKeyHash.h"
 #include "benchmarks/rows/PackedEntry.h"
 
-#ifdef TOLMAR_BENCH_PROTOBUF
-#include "iif_entry.pb.h"
-#endif
-#ifdef TOLMAR_BENCH_FLATBUFFERS
-#include "iif_entry_generated.h"
-#endif
-
 namespace TolmarHwLib {
 namespace {
-
-L3IifTH3ConfigEntry sampleEntry() {
-  L3IifTH3ConfigEntry entry;
-  entry.genId = 0x1122334455667788;
-  entry.entryHandle = 0x99aabbccddeeff00;
-  entry.valid = true;
-  entry.l3Iif = 4711;
-  entry.classId = 12;
-  entry.ecnDecapMappingPtr = 3;
-  entry.flexCtrBaseCounterIdx = 2047;
-  entry.flexCtrOffsetMode = 2;
-  entry.flexCtrPoolNumber = 9;
-  entry.ipmcL3Iif = 4711;
-  entry.ipOptionProfileIndex = 1;
-  entry.l3IifProfileIndex = 7;
-  entry.vrf = 300;
-  return entry;
-}
 
 void Build_Packed(benchmark::State& state) {
   const L3IifTH3ConfigEntry entry = sampleEntry();
@@ -53,23 +28,6 @@ void Build_Packed(benchmark::State& state) {
   }
 }
 BENCHMARK(Build_Packed);
-
-// The same with memory that the C library hands out faster: malloc and memset.
-void Build_PackedByMalloc(benchmark::State& state) {
-  const L3IifTH3ConfigEntry entry = sampleEntry();
-  const L3IifTH3ConfigEntry* source = &entry;
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(source);
-    void* const memory = std::malloc(sizeof(PackedEntry));
-    benchmark::DoNotOptimize(std::memset(memory, 0, sizeof(PackedEntry)));
-    auto* const packed = static_cast<PackedEntry*>(memory);
-    fillPacked(*packed, *source);
-    benchmark::DoNotOptimize(packed);
-    benchmark::ClobberMemory();
-    std::free(packed);
-  }
-}
-BENCHMARK(Build_PackedByMalloc);
 
 void Build_Row(benchmark::State& state) {
   const L3IifTH3ConfigEntry entry = sampleEntry();
@@ -110,112 +68,6 @@ void SetColumns_Row(benchmark::State& state) {
   }
 }
 BENCHMARK(SetColumns_Row);
-
-#ifdef TOLMAR_BENCH_PROTOBUF
-void fillMessage(tolmar_bench::IifEntry& message, const L3IifTH3ConfigEntry& entry) {
-  message.set_gen_id(entry.genId);
-  message.set_entry_handle(entry.entryHandle);
-  message.set_valid(entry.valid);
-  message.set_l3_iif(entry.l3Iif);
-  message.set_class_id(entry.classId);
-  message.set_ecn_decap_mapping_ptr(entry.ecnDecapMappingPtr);
-  message.set_flex_ctr_base_counter_idx(entry.flexCtrBaseCounterIdx);
-  message.set_flex_ctr_offset_mode(entry.flexCtrOffsetMode);
-  message.set_flex_ctr_pool_number(entry.flexCtrPoolNumber);
-  message.set_int_enable(entry.intEnable);
-  message.set_ipmc_l3_iif(entry.ipmcL3Iif);
-  message.set_ip_option_profile_index(entry.ipOptionProfileIndex);
-  message.set_l3_iif_profile_index(entry.l3IifProfileIndex);
-  message.set_vrf(entry.vrf);
-}
-
-// A row is its own wire form, so the message is built with its bytes, and read from them.
-void Build_Protobuf(benchmark::State& state) {
-  const L3IifTH3ConfigEntry entry = sampleEntry();
-  for (auto _ : state) {
-    tolmar_bench::IifEntry message;
-    fillMessage(message, entry);
-    const std::string bytes = message.SerializeAsString();
-    benchmark::DoNotOptimize(bytes.data());
-    benchmark::ClobberMemory();
-  }
-}
-BENCHMARK(Build_Protobuf);
-
-void Read_Protobuf(benchmark::State& state) {
-  tolmar_bench::IifEntry message;
-  fillMessage(message, sampleEntry());
-  const std::string bytes = message.SerializeAsString();
-  for (auto _ : state) {
-    tolmar_bench::IifEntry read;
-    benchmark::DoNotOptimize(read.ParseFromString(bytes));
-    L3IifTH3ConfigEntry entry;
-    entry.genId = read.gen_id();
-    entry.entryHandle = read.entry_handle();
-    entry.valid = read.valid();
-    entry.l3Iif = read.l3_iif();
-    entry.classId = static_cast<std::uint16_t>(read.class_id());
-    entry.ecnDecapMappingPtr = static_cast<std::uint8_t>(read.ecn_decap_mapping_ptr());
-    entry.flexCtrBaseCounterIdx = static_cast<std::uint16_t>(read.flex_ctr_base_counter_idx());
-    entry.flexCtrOffsetMode = static_cast<std::uint8_t>(read.flex_ctr_offset_mode());
-    entry.flexCtrPoolNumber = static_cast<std::uint8_t>(read.flex_ctr_pool_number());
-    entry.intEnable = read.int_enable();
-    entry.ipmcL3Iif = static_cast<std::uint16_t>(read.ipmc_l3_iif());
-    entry.ipOptionProfileIndex = static_cast<std::uint8_t>(read.ip_option_profile_index());
-    entry.l3IifProfileIndex = static_cast<std::uint8_t>(read.l3_iif_profile_index());
-    entry.vrf = static_cast<std::uint16_t>(read.vrf());
-    benchmark::DoNotOptimize(entry);
-  }
-}
-BENCHMARK(Read_Protobuf);
-#endif
-
-#ifdef TOLMAR_BENCH_FLATBUFFERS
-void fillTable(flatbuffers::FlatBufferBuilder& builder, const L3IifTH3ConfigEntry& entry) {
-  builder.Finish(tolmar_bench::fb::CreateIifEntry(
-      builder, entry.genId, entry.entryHandle, entry.valid, entry.l3Iif, entry.classId,
-      entry.ecnDecapMappingPtr, entry.flexCtrBaseCounterIdx, entry.flexCtrOffsetMode, entry.flexCtrPoolNumber,
-      entry.intEnable, entry.ipmcL3Iif, entry.ipOptionProfileIndex, entry.l3IifProfileIndex, entry.vrf));
-}
-
-void Build_Flatbuffer(benchmark::State& state) {
-  const L3IifTH3ConfigEntry entry = sampleEntry();
-  for (auto _ : state) {
-    flatbuffers::FlatBufferBuilder builder(128);
-    fillTable(builder, entry);
-    benchmark::DoNotOptimize(builder.GetBufferPointer());
-    benchmark::ClobberMemory();
-  }
-}
-BENCHMARK(Build_Flatbuffer);
-
-void Read_Flatbuffer(benchmark::State& state) {
-  flatbuffers::FlatBufferBuilder builder(128);
-  fillTable(builder, sampleEntry());
-  const void* bytes = builder.GetBufferPointer();
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(bytes);
-    const auto* const read = flatbuffers::GetRoot<tolmar_bench::fb::IifEntry>(bytes);
-    L3IifTH3ConfigEntry entry;
-    entry.genId = read->gen_id();
-    entry.entryHandle = read->entry_handle();
-    entry.valid = read->valid();
-    entry.l3Iif = read->l3_iif();
-    entry.classId = read->class_id();
-    entry.ecnDecapMappingPtr = read->ecn_decap_mapping_ptr();
-    entry.flexCtrBaseCounterIdx = read->flex_ctr_base_counter_idx();
-    entry.flexCtrOffsetMode = read->flex_ctr_offset_mode();
-    entry.flexCtrPoolNumber = read->flex_ctr_pool_number();
-    entry.intEnable = read->int_enable();
-    entry.ipmcL3Iif = read->ipmc_l3_iif();
-    entry.ipOptionProfileIndex = read->ip_option_profile_index();
-    entry.l3IifProfileIndex = read->l3_iif_profile_index();
-    entry.vrf = read->vrf();
-    benchmark::DoNotOptimize(entry);
-  }
-}
-BENCHMARK(Read_Flatbuffer);
-#endif
 
 void Read_Packed(benchmark::State& state) {
   PackedEntry packed;

@@ -107,6 +107,7 @@ TEST(RowHandle, Handles_CarryOffsetAndFlags) {
     EXPECT_TRUE(row->sharedContents());
     EXPECT_TRUE(row->readOnly());
   }
+  // NOLINTNEXTLINE(bugprone-use-after-move): a moved-from row is a null row
   EXPECT_TRUE(assigned.isNull());
   EXPECT_EQ(assigned.contentOffset(), 0);
   EXPECT_FALSE(assigned.sharedContents());
