@@ -15,7 +15,8 @@ class Notification {
  public:
   template <class Call>
   explicit Notification(const Call& call)
-      : call_([](const void* target, NotifieeConst& reactor) { (*static_cast<const Call*>(target))(reactor); }),
+      : call_(
+            [](const void* target, NotifieeConst& reactor) { (*static_cast<const Call*>(target))(reactor); }),
         target_(&call) {}
   void operator()(NotifieeConst& reactor) const { call_(target_, reactor); }
 

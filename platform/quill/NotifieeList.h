@@ -23,7 +23,9 @@ class NotifieeList {
 
   class Visit {
    public:
-    explicit Visit(NotifieeList& list) noexcept : list_(list), end_(list.reactors_.size()) { ++list_.visits_; }
+    explicit Visit(NotifieeList& list) noexcept : list_(list), end_(list.reactors_.size()) {
+      ++list_.visits_;
+    }
     ~Visit();
     Visit(const Visit&) = delete;
     Visit& operator=(const Visit&) = delete;

@@ -24,13 +24,11 @@ class Ptr {
   Ptr(const Ptr& other) noexcept : object_(other.object_) { take(); }
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(const Ptr<U>& other) noexcept : object_(other.get()) {
-    take();
-  }
+  requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other)
+  noexcept : object_(other.get()) { take(); }
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U>&& other) noexcept : object_(other.release()) {}
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept : object_(other.release()) {}
   ~Ptr() { drop(); }
 
   Ptr& operator=(const Ptr& other) noexcept {

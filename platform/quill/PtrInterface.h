@@ -27,7 +27,8 @@ class PtrInterface {
 
   /// The reactors registered with this object, in order of registration.
   virtual NotifieeList& notifieeList() const;
-  /// An object whose flag is false, as at birth, calls no reactor; a reactor whose flag is false is not called.
+  /// An object whose flag is false, as at birth, calls no reactor; a reactor whose flag is false is not
+  /// called.
   virtual void hasNotificationActiveIs(bool active);
   /// Called with true when the last reference has gone: tells the reactors that hold no reference, then
   /// destroys the object.
