@@ -2,13 +2,11 @@
 // tools see this order, and objects spread over several sources keep theirs only by the linker's grace. The
 // row-operations generators come before, from the row classes' own source. At unload the order is reversed,
 // so whatever the plugin object needs until its end stands above the loader.
+#include "P4RuntimePlugin/LoadTime.h"
+
 #include "P4RuntimePlugin/P4RuntimeTolmarPluginLoader.h"
-#include "quill/TraceHandle.h"
 
 namespace TolmarHwLib {
-
-extern const Quill::TraceHandle kPendingHwPogrammingTrace;
-const Quill::TraceHandle kPendingHwPogrammingTrace("PendingHwPogrammingSm");
 
 Quill::AllocTrackTypeInfo L3IifTH3PendingHwProgrammingSm::quillAllocTrackTypeInfo_;
 Quill::AllocTrackTypeInfo MyStationTcamTH3PendingHwProgrammingSm::quillAllocTrackTypeInfo_;
@@ -18,7 +16,7 @@ Quill::AllocTrackTypeInfo L3TunnelTH3PendingHwProgrammingSm::quillAllocTrackType
 
 namespace P4RuntimeTolmar {
 
-extern const Quill::TraceHandle kVrfSmTrace;
+const Quill::TraceHandle kPendingHwPogrammingTrace("PendingHwPogrammingSm");
 const Quill::TraceHandle kVrfSmTrace("VrfSm");
 
 Quill::AllocTrackTypeInfo VrfSm::quillAllocTrackTypeInfo_;
@@ -41,7 +39,6 @@ const TypeRegistration cleanupHelperType(PluginCleanupHelper::_quillType);
 
 }  // namespace
 
-extern const Quill::String kMountPathPrefix;
 const Quill::String kMountPathPrefix = "p4runtime/outputTables/tolmar/";
 
 namespace {

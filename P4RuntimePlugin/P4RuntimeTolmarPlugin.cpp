@@ -1,5 +1,6 @@
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
 
+#include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/P4RuntimePluginHelper.h"
 #include "P4RuntimePlugin/PluginTrace.h"
 #include "P4RuntimeTolmar/P4RuntimeTolmarTypes.h"
@@ -7,8 +8,6 @@
 #include "cairn/Assert.h"
 
 namespace P4RuntimeTolmar {
-
-extern const Quill::String kMountPathPrefix;
 
 namespace {
 

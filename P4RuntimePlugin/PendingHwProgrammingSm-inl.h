@@ -2,13 +2,11 @@
 
 #include <unistd.h>
 
+#include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/PendingHwProgrammingSm.h"
 #include "P4RuntimePlugin/TableRead.h"
 
 namespace TolmarHwLib {
-
-/// The trackers' trace handle. Its name lacks an "r" on purpose: operators' settings name it so.
-extern const Quill::TraceHandle kPendingHwPogrammingTrace;
 
 template <class Key, class Status, int kLine>
 PendingHwProgrammingSm<Key, Status, kLine>::PendingHwProgrammingSm(
@@ -35,7 +33,7 @@ template <class Key, class Status, int kLine>
 void PendingHwProgrammingSm<Key, Status, kLine>::onStatusRow(const Key& key) {
   static constinit const P4RuntimeTolmar::TracePoint trace{9, "PendingHwProgrammingSms", kLine, "onStatusRow",
                                                            "onStatusRow%s"};
-  trace(kPendingHwPogrammingTrace, key);
+  trace(P4RuntimeTolmar::kPendingHwPogrammingTrace, key);
   const Quill::Ptr<const Status> table = status();  // held, so that a handler may bind another one
   if (!table) return;
   const Answer found = answer(*table, key);

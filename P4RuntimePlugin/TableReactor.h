@@ -17,8 +17,9 @@ class TableReactor : public Table::NotifieeConst {
   ~TableReactor() override = default;
 
   void hasNotificationActiveIs(bool active) override {
+    const bool before = this->hasNotificationActive();
     Table::NotifieeConst::hasNotificationActiveIs(active);
-    wholeTable();
+    if (!before) wholeTable();
   }
   void notifierIs(const Quill::Ptr<const Quill::PtrInterface>& table) override {
     if (table.get() == this->notifierObject()) return;

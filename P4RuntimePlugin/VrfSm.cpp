@@ -1,6 +1,7 @@
 #include "P4RuntimePlugin/VrfSm.h"
 
 #include "P4RuntimePlugin/KeyTrace.h"
+#include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/TableRead.h"
 #include "P4RuntimePlugin/Trace.h"
 
@@ -8,8 +9,6 @@ namespace P4RuntimeTolmar {
 
 using TolmarHwLib::L3IifTH3Config;
 using TolmarHwLib::L3IifTH3Key;
-
-extern const Quill::TraceHandle kVrfSmTrace;
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What the plugin allocates, and what becomes of it when an allocation fails.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <new>
 
+#include "FailingAllocation.h"
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
 #include "PluginFixture.h"
 #include "ScriptedTable.h"
@@ -11,20 +11,8 @@
 
 namespace {
 
-std::size_t allocations = 0;
-std::size_t failAt = 0;  // counted from 1; 0 for never
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (++allocations == failAt) throw std::bad_alloc();
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
+using FailingAllocation::allocations;
+using FailingAllocation::failAt;
 
 class Allocation : public PluginFixture {
  protected:
