@@ -6,7 +6,6 @@
 
 #include "cairn/Exception.h"
 #include "cairn/Hash.h"
-#include "vesta/RowBuffer.h"
 
 namespace Vesta {
 
@@ -29,12 +28,12 @@ Layout::Layout(const Shape& of) : shape(of) {
     throw Cairn::Exception("table capacity: expected 1 to " + std::to_string(kMaxCapacity) + ", got " +
                            std::to_string(shape.capacity));
   }
-  keyWords = static_cast<std::uint32_t>(wordsFor(shape.keySize));
-  rowWords = keyWords + static_cast<std::uint32_t>(wordsFor(shape.entrySize));
-  slotWords = static_cast<std::uint32_t>(roundUp(1 + 2 * (1 + rowWords), kLineWords));
-  cells = std::bit_ceil(std::max(2 * shape.capacity, 16u));
+  keyWords = wordsFor(shape.keySize);
+  rowWords = keyWords + wordsFor(shape.entrySize);
+  slotWords = sizes().slot();
+  cells = std::bit_ceil(std::max(4 * shape.capacity, 16u));
   records = std::bit_ceil(std::max(2 * shape.capacity, 16u));
-  recordWords = 2 + keyWords;
+  recordWords = sizes().record();
   slotsAt = kTablesAt + 2 * std::size_t{cells};
   logAt = slotsAt + std::size_t{shape.capacity} * slotWords;
   words = roundUp(logAt + std::size_t{records} * recordWords, kPageWords);

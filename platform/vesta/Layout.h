@@ -5,12 +5,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "vesta/AttachOptions.h"
 #include "vesta/Shape.h"
 #include "vesta/Words.h"
 
 namespace Vesta {
+
+constexpr std::uint32_t wordsFor(std::size_t bytes) {
+  return static_cast<std::uint32_t>((bytes + sizeof(Word) - 1) / sizeof(Word));
+}
 
 constexpr std::size_t kPageWords = 512;
 constexpr std::size_t kLineWords = 8;
@@ -69,6 +74,27 @@ constexpr bool sameTag(std::uint32_t value, Word hash) {
 }
 constexpr std::uint32_t kMarkCell = 1u << 30;
 
+/// Sizes of a row, in words. Known to the compiler where the record types are, so that rows move without
+/// loops.
+template <class KeyWords, class RowWords>
+struct BasicRowSizes {
+  KeyWords keyWords;
+  RowWords rowWords;  ///< key and entry
+
+  constexpr std::uint32_t key() const { return keyWords; }
+  constexpr std::uint32_t row() const { return rowWords; }
+  /// A slot: version and two copies, each a checksum and the row, filled up to whole cache lines.
+  constexpr std::uint32_t slot() const {
+    return (1 + 2 * (1 + row()) + kLineWords - 1) / kLineWords * kLineWords;
+  }
+  /// A log record: sequence, slot and checksum, the key.
+  constexpr std::uint32_t record() const { return 2 + key(); }
+};
+using RowSizes = BasicRowSizes<std::uint32_t, std::uint32_t>;
+template <std::uint32_t KeyWords, std::uint32_t RowWords>
+using FixedRowSizes = BasicRowSizes<std::integral_constant<std::uint32_t, KeyWords>,
+                                    std::integral_constant<std::uint32_t, RowWords>>;
+
 /// The sizes and places that follow from a shape. Computed by everyone from their own shape, never read.
 struct Layout {
   explicit Layout(const Shape& shape);
@@ -83,14 +109,15 @@ struct Layout {
   std::size_t recordAt(Word sequence) const {
     return logAt + static_cast<std::size_t>(sequence & (records - 1)) * recordWords;
   }
+  RowSizes sizes() const { return {keyWords, rowWords}; }
   std::size_t bytes() const { return words * sizeof(Word); }
 
   Shape shape;
   std::uint32_t keyWords;
-  std::uint32_t rowWords;   // key and entry
-  std::uint32_t slotWords;  // version and two copies, filled up to whole cache lines
-  std::uint32_t cells;      // of each index; a power of two, at least twice the capacity
-  std::uint32_t records;    // of the log; a power of two, at least twice the capacity
+  std::uint32_t rowWords;  // key and entry
+  std::uint32_t slotWords;
+  std::uint32_t cells;    // of each index; a power of two, at least four times the capacity
+  std::uint32_t records;  // of the log; a power of two, at least twice the capacity
   std::uint32_t recordWords;
   std::size_t slotsAt;
   std::size_t logAt;

@@ -3,21 +3,19 @@
 #include <array>
 #include <cstdint>
 
-#include "vesta/Shape.h"
-#include "vesta/VestaBase.h"
+#include "vesta/Layout.h"
 #include "vesta/Words.h"
 
 namespace Vesta {
-
-constexpr std::size_t wordsFor(std::size_t bytes) { return (bytes + sizeof(Word) - 1) / sizeof(Word); }
 
 /// One row on its way into or out of a segment: a word for the slot's version, the encoded key and the
 /// encoded entry, both filled up with zero bytes to whole words.
 template <Encodable Key, Encodable Entry>
 class RowBuffer {
  public:
-  static constexpr std::size_t kKeyWords = wordsFor(Codec<Key>::size);
-  static constexpr std::size_t kEntryWords = wordsFor(Codec<Entry>::size);
+  static constexpr std::uint32_t kKeyWords = wordsFor(Codec<Key>::size);
+  static constexpr std::uint32_t kEntryWords = wordsFor(Codec<Entry>::size);
+  static constexpr FixedRowSizes<kKeyWords, kKeyWords + kEntryWords> kSizes{};
 
   Word* words() noexcept { return words_.data(); }
   const Word* key() const noexcept { return words_.data() + 1; }

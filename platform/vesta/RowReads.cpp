@@ -2,28 +2,23 @@
 
 #include <vector>
 
-#include "cairn/Hash.h"
-#include "vesta/Patience.h"
-
 namespace Vesta {
 
 RowReads::RowReads(std::shared_ptr<Segment> segment)
-    : segment_(std::move(segment)), layout_(segment_->layout()) {}
+    : segment_(std::move(segment)),
+      layout_(segment_->layout()),
+      words_(&segment_->at(0)),
+      indexes_{words_ + layout_.indexAt(0), words_ + layout_.indexAt(1)},
+      slots_(words_ + layout_.slotsAt),
+      cellMask_(layout_.cells - 1) {}
 
-bool RowReads::sameKey(const Word* a, const Word* b) const noexcept {
-  for (std::uint32_t i = 0; i < layout_.keyWords; ++i) {
-    if (a[i] != b[i]) return false;
-  }
-  return true;
+void RowReads::reportCell(std::uint32_t value, std::uint32_t cell) const {
+  reportDamage("index cell " + std::to_string(cell) + ": names slot " + std::to_string(cellSlot(value)) +
+               " of a capacity of " + std::to_string(layout_.shape.capacity));
 }
 
-std::uint32_t RowReads::slotOfCell(std::uint32_t value, std::uint32_t cell) const {
-  const std::uint32_t slot = cellSlot(value);
-  if (slot >= layout_.shape.capacity) [[unlikely]] {
-    reportDamage("index cell " + std::to_string(cell) + ": names slot " + std::to_string(slot) +
-                 " of a capacity of " + std::to_string(layout_.shape.capacity));
-  }
-  return slot;
+void RowReads::reportFullIndex() const {
+  reportDamage("index: no empty cell in " + std::to_string(layout_.cells));
 }
 
 void RowReads::reportRow(std::uint32_t slot, Word version, Word found, Word computed) const {
@@ -31,49 +26,29 @@ void RowReads::reportRow(std::uint32_t slot, Word version, Word found, Word comp
                hexText(found) + ", computed " + hexText(computed));
 }
 
-// Pairs with RowWrites::putSlot. The writer fills the copy that the version does not name and then names it,
-// so a copy is overwritten only after the version has moved past it. If one of the words loaded here belongs
-// to such an overwrite, its acquire load makes the version that preceded it visible, and the second load of
-// the version differs from the first.
-Word RowReads::readSlot(std::uint32_t slot, Word* row) {
-  Patience patience(yieldTime_);
-  const Word& versionWord = segment_->at(layout_.slotAt(slot));
-  for (;;) {
-    const Word version = loadAcquire(versionWord);
-    const Word* copy = &segment_->at(layout_.copyAt(slot, copyOf(version)));
-    const Word found = loadAcquire(copy[0]);
-    row[0] = version;
-    for (std::uint32_t i = 1; i <= layout_.rowWords; ++i) row[i] = loadAcquire(copy[i]);
-    if (loadAcquire(versionWord) == version) [[likely]] {
-      const Word computed = Cairn::checksum(row, (1 + layout_.rowWords) * sizeof(Word), slot);
-      if (found != computed) [[unlikely]]
-        reportRow(slot, version, found, computed);
-      return version;
-    }
-    ++retries_;
-    patience.again("row");
-  }
+void RowReads::retry(Patience& patience, const char* what) {
+  ++retries_;
+  patience.again(what);
 }
 
 // A slot may have changed hands between the load of its cell and that of its row; it then holds another key
 // or none, which proves that the sought key was absent in between, so going on is right. A miss stands only
-// if the index was not switched meanwhile: the spare one may be half built.
-bool RowReads::lookup(const Word* key, Word* row, std::uint32_t& slot) {
-  const Word hash = hashOf(key, layout_.keyWords);
+// if the index was not switched meanwhile, for the spare one may be half built, and only in an index whose
+// word is sound. A hit proves itself.
+bool RowReads::lookupSlowly(const Word* key, Word hash, Word* row, std::uint32_t& slot) {
   Patience patience(yieldTime_);
   for (;;) {
-    const Word indexWord = segment_->load(kIndexAt);
-    const unsigned which = Segment::unsealed(indexWord, kIndexAt, "index word") & 1;
-    const Probe found = probe(which, hash, [&](std::uint32_t candidate) {
+    const Word indexWord = loadAcquire(words_[kIndexAt]);
+    const Probe found = probe(static_cast<unsigned>(indexWord) & 1, hash, [&](std::uint32_t candidate) {
       return isOccupied(readSlot(candidate, row)) && sameKey(row + 1, key);
     });
     if (found.slot != kNone) {
       slot = found.slot;
       return true;
     }
-    if (segment_->load(kIndexAt) == indexWord) return false;
-    ++retries_;
-    patience.again("index");
+    Segment::unsealed(indexWord, kIndexAt, "index word");
+    if (loadAcquire(words_[kIndexAt]) == indexWord) return false;
+    retry(patience, "index");
   }
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 
+#include "vesta/Patience.h"
 #include "vesta/Segment.h"
 
 namespace Vesta {
@@ -22,11 +23,15 @@ class RowReads {
   explicit RowReads(std::shared_ptr<Segment> segment);
 
   /// Copies the row of `key` out and says where it stands; false when the key has none.
-  bool lookup(const Word* key, Word* row, std::uint32_t& slot);
+  template <class Sizes>
+  bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot);
+  bool lookup(const Word* key, Word* row, std::uint32_t& slot) { return lookup(sizes(), key, row, slot); }
   /// Copies the first row at `slot` or after it out and moves `slot` to it; false when there is none.
   bool rowFrom(std::uint32_t& slot, Word* row);
   /// Copies what `slot` holds, row or not. Returns its version.
-  Word readSlot(std::uint32_t slot, Word* row);
+  template <class Sizes>
+  Word readSlot(const Sizes& sizes, std::uint32_t slot, Word* row);
+  Word readSlot(std::uint32_t slot, Word* row) { return readSlot(sizes(), slot, row); }
   /// Checks everything that a reader may come to use; throws on the first damage. Returns the number of rows.
   std::size_t validate();
   /// The part of validate that leaves the slots out.
@@ -35,9 +40,8 @@ class RowReads {
   /// Walks the chain of `hash` in the index `which` and calls `matches` with each slot whose tag fits, until
   /// it says true.
   struct Probe {
-    std::uint32_t slot = kNone;   ///< the match
-    std::uint32_t cell = kNone;   ///< where the match stands
-    std::uint32_t place = kNone;  ///< where a new cell would go
+    std::uint32_t slot = kNone;  ///< the match
+    std::uint32_t cell = kNone;  ///< where it stands; without a match, where a new one would go
   };
   template <class Matches>
   Probe probe(unsigned which, Word hash, const Matches& matches) const;
@@ -46,14 +50,42 @@ class RowReads {
   const std::shared_ptr<Segment>& sharedSegment() const noexcept { return segment_; }
   void yieldTimeIs(std::chrono::milliseconds time) noexcept { yieldTime_ = time; }
   std::uint64_t retries() const noexcept { return retries_; }
-  bool sameKey(const Word* a, const Word* b) const noexcept;
+  RowSizes sizes() const noexcept { return layout_.sizes(); }
+  bool sameKey(const Word* a, const Word* b) const noexcept { return sameKey(sizes(), a, b); }
+  template <class Sizes>
+  static bool sameKey(const Sizes& sizes, const Word* a, const Word* b) noexcept {
+    Word difference = 0;
+    eachWord(sizes.keyWords, [&](std::size_t i) { difference |= a[i] ^ b[i]; });
+    return difference == 0;
+  }
 
  private:
+  struct Copied {
+    bool stoodStill;
+    Word found;
+    Word computed;
+    bool passes() const { return found == computed; }
+  };
+  template <class Sizes>
+  Copied copyOut(const Sizes& sizes, std::uint32_t slot, Word* row) const;
+  bool lookupSlowly(const Word* key, Word hash, Word* row, std::uint32_t& slot);
   [[noreturn]] void reportRow(std::uint32_t slot, Word version, Word found, Word computed) const;
-  std::uint32_t slotOfCell(std::uint32_t value, std::uint32_t cell) const;
+  [[noreturn]] void reportCell(std::uint32_t value, std::uint32_t cell) const;
+  [[noreturn]] void reportFullIndex() const;
+  void retry(Patience& patience, const char* what);
+  std::uint32_t slotOfCell(std::uint32_t value, std::uint32_t cell) const {
+    const std::uint32_t slot = cellSlot(value);
+    if (slot >= layout_.shape.capacity) [[unlikely]]
+      reportCell(value, cell);
+    return slot;
+  }
 
   std::shared_ptr<Segment> segment_;
-  const Layout& layout_;
+  const Layout layout_;
+  Word* const words_;  // the segment's; not owned, and so those that follow
+  const Word* const indexes_[2];
+  const Word* const slots_;
+  const std::uint32_t cellMask_;
   std::chrono::milliseconds yieldTime_{2000};
   std::uint64_t retries_ = 0;
 };
@@ -65,20 +97,72 @@ RowReads::Probe RowReads::probe(unsigned which, Word hash, const Matches& matche
   Probe result;
   for (std::uint32_t i = 0; i < layout_.cells; ++i) {
     const std::uint32_t cell = (static_cast<std::uint32_t>(hash) + i) & mask;
-    const std::uint32_t value = segment_->unsealed(base + cell, "index cell");
-    if (cellState(value) == CellState::used) {
+    const std::uint32_t value =
+        Segment::unsealed(loadAcquire(words_[base + cell]), base + cell, "index cell");
+    if (cellState(value) == CellState::used) [[likely]] {
       const std::uint32_t slot = slotOfCell(value, cell);
-      if (sameTag(value, hash) && matches(slot)) {
-        result.slot = slot;
-        result.cell = cell;
-        return result;
-      }
+      if (sameTag(value, hash) && matches(slot)) return {slot, cell};
     } else {
-      if (result.place == kNone) result.place = cell;
+      if (result.cell == kNone) result.cell = cell;
       if (cellState(value) == CellState::empty) return result;
     }
   }
-  reportDamage("index: no empty cell in " + std::to_string(layout_.cells));
+  reportFullIndex();
+}
+
+// Pairs with RowWrites::putSlot. The writer fills the copy that the version does not name and then names it,
+// so a copy is overwritten only after the version has moved past it. If one of the words loaded here belongs
+// to such an overwrite, its acquire load makes the version that preceded it visible, and the second load of
+// the version differs from the first.
+template <class Sizes>
+RowReads::Copied RowReads::copyOut(const Sizes& sizes, std::uint32_t slot, Word* row) const {
+  const Word* words = slots_ + slot * std::size_t{sizes.slot()};
+  const Word version = loadAcquire(words[0]);
+  const Word* copy = words + 1 + copyOf(version) * (1 + sizes.row());
+  const Word found = loadAcquire(copy[0]);
+  row[0] = version;
+  eachWord(sizes.rowWords, [&](std::size_t i) { row[1 + i] = loadAcquire(copy[1 + i]); });
+  const bool stoodStill = loadAcquire(words[0]) == version;
+  return {stoodStill, found, checksumOf(row, sizes.rowWords, slot)};
+}
+
+template <class Sizes>
+Word RowReads::readSlot(const Sizes& sizes, std::uint32_t slot, Word* row) {
+  Patience patience(yieldTime_);
+  for (;;) {
+    const Copied copied = copyOut(sizes, slot, row);
+    if (copied.stoodStill) [[likely]] {
+      if (!copied.passes()) [[unlikely]]
+        reportRow(slot, row[0], copied.found, copied.computed);
+      return row[0];
+    }
+    retry(patience, "row");
+  }
+}
+
+// The common case without detours: down the chain to the first cell with the key's tag, and that names its
+// row. A row that is right proves itself, so nothing else is asked; with any doubt the whole protocol
+// decides.
+template <class Sizes>
+bool RowReads::lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
+  const Word hash = hashOf(key, sizes.keyWords);
+  const Word* cells = indexes_[loadAcquire(words_[kIndexAt]) & 1];
+  const std::uint32_t wanted = usedCell(hash, 0) >> kSlotBits;
+  auto at = static_cast<std::uint32_t>(hash);
+  auto value = static_cast<std::uint32_t>(loadAcquire(cells[at & cellMask_]));
+  for (int i = 0; i < 8 && value >> kSlotBits != wanted; ++i) {
+    value = static_cast<std::uint32_t>(loadAcquire(cells[++at & cellMask_]));
+  }
+  if (value >> kSlotBits == wanted && cellSlot(value) < layout_.shape.capacity) [[likely]] {
+    const Copied copied = copyOut(sizes, cellSlot(value), row);
+    if (copied.stoodStill && copied.passes() && isOccupied(row[0]) && sameKey(sizes, row + 1, key))
+        [[likely]] {
+      slot = cellSlot(value);
+      return true;
+    }
+    retries_ += copied.stoodStill ? 0 : 1;
+  }
+  return lookupSlowly(key, hash, row, slot);
 }
 
 }  // namespace Vesta

@@ -22,7 +22,9 @@ class RowWrites {
 
   /// `row` as in RowReads; its version word is overwritten. False when `onlyIfPresent` and the key has no
   /// row. Throws Cairn::ResourceExhaustedException when a new key finds every slot taken.
-  bool write(Word* row, bool onlyIfPresent);
+  template <class Sizes>
+  bool write(const Sizes& sizes, Word* row, bool onlyIfPresent);
+  bool write(Word* row, bool onlyIfPresent) { return write(reads_.sizes(), row, onlyIfPresent); }
   /// False when the key has no row.
   bool remove(const Word* key);
 
@@ -42,11 +44,16 @@ class RowWrites {
   };
 
   void takeOver();
-  void requireDistinctKeys();
+  void requireOtherKey(std::uint32_t slot, std::uint32_t other);
   void rebuildIndex();
-  RowReads::Probe find(const Word* key, Word hash);
-  void putRecord(Word* row, std::uint32_t slot, bool written);
-  void putSlot(Word* row, std::uint32_t slot, bool occupied);
+  template <class Sizes>
+  RowReads::Probe find(const Sizes& sizes, const Word* key, Word hash);
+  void prepareInsertion(RowReads::Probe& place, const Word* key, Word hash);
+  void finishInsertion(const RowReads::Probe& place, Word hash);
+  template <class Sizes>
+  void putRecord(const Sizes& sizes, Word* row, std::uint32_t slot, bool written);
+  template <class Sizes>
+  void putSlot(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied);
   void putCell(std::uint32_t cell, std::uint32_t value);
   void takeCell(std::uint32_t cell);
   void membersIs(std::size_t members);
@@ -55,7 +62,8 @@ class RowWrites {
   StepHook stepHook_;
   RowReads reads_;
   Segment& segment_;
-  const Layout& layout_;
+  const Layout layout_;
+  Word* const words_;  // the segment's; not owned
   Word sequence_ = 0;
   std::size_t members_ = 0;
   unsigned index_ = 0;
@@ -66,5 +74,77 @@ class RowWrites {
   std::vector<std::uint32_t> free_;  // the next to be taken is the last
   std::vector<Word> scratch_;        // one row
 };
+
+template <class Sizes>
+bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
+  const Word hash = hashOf(row + 1, sizes.keyWords);
+  RowReads::Probe place = find(sizes, row + 1, hash);
+  const bool isNew = place.slot == RowReads::kNone;
+  if (isNew) [[unlikely]] {
+    if (onlyIfPresent) return false;
+    prepareInsertion(place, row + 1, hash);
+  }
+  step(WriteStep::begun);
+  putRecord(sizes, row, place.slot, true);
+  putSlot(sizes, row, place.slot, true);
+  if (isNew) [[unlikely]]
+    finishInsertion(place, hash);
+  publish();
+  return true;
+}
+
+// A key that is here is found by its bytes alone. One that seems not to be here is believed only after the
+// checksum of every slot that was compared with it.
+template <class Sizes>
+RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) {
+  return reads_.probe(index_, hash, [&](std::uint32_t slot) {
+    const Word* words = words_ + layout_.slotsAt + slot * std::size_t{sizes.slot()};
+    const Word* copy = words + 1 + copyOf(words[0]) * (1 + sizes.row());
+    if (isOccupied(words[0]) && RowReads::sameKey(sizes, copy + 1, key)) [[likely]]
+      return true;
+    reads_.readSlot(slot, scratch_.data());
+    return false;
+  });
+}
+
+// A reader may be copying the record that is overwritten here, which is `records` changes older. It finds out
+// by the published sequence: that has come within one of the overwriting change before the first word is
+// touched.
+template <class Sizes>
+void RowWrites::putRecord(const Sizes& sizes, Word* row, std::uint32_t slot, bool written) {
+  const Word sequence = nextSequence(sequence_);
+  row[0] = sequence << 2 | Word{written};
+  const Word check = checksumOf(row, sizes.keyWords, slot);
+  Word* record = words_ + layout_.logAt + (sequence & (layout_.records - 1)) * sizes.record();
+  storeRelease(record[0], row[0]);
+  storeRelease(record[1], Word{slot} << 32 | check);
+  step(WriteStep::recordHalf);
+  eachWord(sizes.keyWords, [&](std::size_t i) { storeRelease(record[2 + i], row[1 + i]); });
+  step(WriteStep::recorded);
+}
+
+// Pairs with RowReads::readSlot.
+template <class Sizes>
+void RowWrites::putSlot(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied) {
+  Word* words = words_ + layout_.slotsAt + slot * std::size_t{sizes.slot()};
+  const unsigned copy = 1 - copyOf(words[0]);
+  row[0] = makeVersion(nextSequence(sequence_), copy, occupied);
+  Word* to = words + 1 + copy * (1 + sizes.row());
+  eachWord(sizes.rowWords, [&](std::size_t i) { storeRelease(to[1 + i], row[1 + i]); });
+  step(WriteStep::copyHalf);
+  storeRelease(to[0], checksumOf(row, sizes.rowWords, slot));
+  step(WriteStep::copied);
+  storeRelease(words[0], row[0]);
+  step(WriteStep::versionMoved);
+}
+
+// Sequentially consistent, like the look at the sleepers that follows it and like the two accesses of
+// SegmentReader::maySleep, its partners: either the reader sees this sequence or the writer sees the reader
+// asleep. With anything weaker both may miss the other, and the reader sleeps on a change.
+inline void RowWrites::publish() {
+  sequence_ = nextSequence(sequence_);
+  std::atomic_ref<Word>(words_[kSequenceAt]).store(sequence_, std::memory_order_seq_cst);
+  step(WriteStep::published);
+}
 
 }  // namespace Vesta

@@ -117,21 +117,6 @@ void SegmentReader::reportToWriter() noexcept {
   if (!options_.observer && reads_) sleepers().fetch_or(kDamageReported, std::memory_order_seq_cst);
 }
 
-template <class Call>
-auto SegmentReader::reporting(const Call& call) {
-  try {
-    return call();
-  } catch (const Cairn::CorruptionDetectedException&) {
-    reportToWriter();
-    throw;
-  }
-}
-
-bool SegmentReader::lookup(const Word* key, Word* row, std::uint32_t& slot) {
-  ++counters_.lookups;
-  return reporting([&] { return reads_ && reads_->lookup(key, row, slot); });
-}
-
 bool SegmentReader::rowFrom(std::uint32_t& slot, Word* row) {
   return reporting([&] { return reads_ && reads_->rowFrom(slot, row); });
 }

@@ -31,7 +31,11 @@ class SegmentReader {
   SegmentReader& operator=(const SegmentReader&) = delete;
 
   /// See RowReads. Nothing is found while there is no segment.
-  bool lookup(const Word* key, Word* row, std::uint32_t& slot);
+  template <class Sizes>
+  bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
+    ++counters_.lookups;
+    return reporting([&] { return reads_ && reads_->lookup(sizes, key, row, slot); });
+  }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
   // As in EventSource.
@@ -69,7 +73,14 @@ class SegmentReader {
   void followReplacement();
   void reportToWriter() noexcept;
   template <class Call>
-  auto reporting(const Call& call);
+  auto reporting(const Call& call) {
+    try {
+      return call();
+    } catch (const Cairn::CorruptionDetectedException&) {
+      reportToWriter();
+      throw;
+    }
+  }
   std::atomic_ref<Word> sleepers() { return std::atomic_ref<Word>(reads_->segment().at(kSleepersAt)); }
   Word ownBit() const noexcept { return Word{1} << number_; }
 

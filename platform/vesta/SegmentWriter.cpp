@@ -31,16 +31,8 @@ void SegmentWriter::rowsAre(std::unique_ptr<RowWrites> rows) {
   rows_->reads().segment().store(kWriterPidAt, sealed(static_cast<std::uint32_t>(getpid()), kWriterPidAt));
 }
 
-RowWrites& SegmentWriter::rows() {
-  if (!rows_) throw Cairn::NoPermissionException("write to detached Vesta table " + files_.path().text());
-  return *rows_;
-}
-
-bool SegmentWriter::write(Word* row, bool onlyIfPresent) {
-  if (!rows().write(row, onlyIfPresent)) return false;
-  ++counters_.writes;
-  lookAfterReaders();
-  return true;
+void SegmentWriter::refuse() const {
+  throw Cairn::NoPermissionException("write to detached Vesta table " + files_.path().text());
 }
 
 bool SegmentWriter::remove(const Word* key) {
@@ -50,11 +42,8 @@ bool SegmentWriter::remove(const Word* key) {
   return true;
 }
 
-// The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
-void SegmentWriter::lookAfterReaders() {
+void SegmentWriter::wakeSleepers() {
   std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
-  if (sleepers.load(std::memory_order_seq_cst) == 0) [[likely]]
-    return;
   const Word asleep = sleepers.exchange(0, std::memory_order_seq_cst);
   rows_->step(WriteStep::sleepersCleared);
   wake(asleep);
@@ -86,10 +75,6 @@ void SegmentWriter::replaceIfDamaged() {
     const CreationLock creation(files_.lock(), files_.path().text());
     rowsAre(replaceDamaged(files_, mapping(), damage.message(), options_));
   }
-}
-
-bool SegmentWriter::lookup(const Word* key, Word* row, std::uint32_t& slot) {
-  return rows_ && rows_->reads().lookup(key, row, slot);
 }
 
 bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {

@@ -26,9 +26,19 @@ class SegmentWriter {
   SegmentWriter& operator=(const SegmentWriter&) = delete;
 
   /// See VestaBase::write.
-  bool write(Word* row, bool onlyIfPresent);
+  template <class Sizes>
+  bool write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
+    if (!rows().write(sizes, row, onlyIfPresent)) return false;
+    ++counters_.writes;
+    lookAfterReaders();
+    return true;
+  }
   bool remove(const Word* key);
-  bool lookup(const Word* key, Word* row, std::uint32_t& slot);
+  /// See RowReads. Nothing is found after detach.
+  template <class Sizes>
+  bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
+    return rows_ && rows_->reads().lookup(sizes, key, row, slot);
+  }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
   bool attached() const noexcept { return rows_ != nullptr; }
@@ -59,10 +69,21 @@ class SegmentWriter {
     std::chrono::steady_clock::time_point movedAt{};
   };
 
-  RowWrites& rows();
+  RowWrites& rows() {
+    if (!rows_) [[unlikely]]
+      refuse();
+    return *rows_;
+  }
+  [[noreturn]] void refuse() const;
   void takeTable();
   void rowsAre(std::unique_ptr<RowWrites> rows);
-  void lookAfterReaders();
+  // The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
+  void lookAfterReaders() {
+    std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
+    if (sleepers.load(std::memory_order_seq_cst) != 0) [[unlikely]]
+      wakeSleepers();
+  }
+  void wakeSleepers();
   void wake(Word sleepers);
   void replaceIfDamaged();
   bool isGone(unsigned reader, Word identity);

@@ -1,6 +1,4 @@
 // How a writer takes a segment over.
-#include <algorithm>
-
 #include "vesta/ChangeLog.h"
 #include "vesta/RowWrites.h"
 
@@ -11,6 +9,7 @@ RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
       reads_(std::move(segment)),
       segment_(reads_.segment()),
       layout_(segment_.layout()),
+      words_(&segment_.at(0)),
       scratch_(1 + layout_.rowWords) {
   known_.resize(layout_.shape.capacity);
   takeOver();
@@ -42,7 +41,6 @@ void RowWrites::takeOver() {
   }
   sequence_ = took ? pending : published;
   if (sequence_ != segment_.firstSequence()) checkRecord(segment_, sequence_, row.data());
-  requireDistinctKeys();
   const Word indexWord = segment_.load(kIndexAt);
   index_ = static_cast<unsigned>(indexWord) & 1;  // rebuilt whatever it says
   indexGeneration_ = static_cast<std::uint32_t>(indexWord) >> 1;
@@ -52,26 +50,13 @@ void RowWrites::takeOver() {
   std::atomic_ref<Word>(segment_.at(kSequenceAt)).store(sequence_, std::memory_order_seq_cst);
 }
 
-// Two slots with one key would make lookups depend on the order of the index. Keys are alike only where their
-// hashes are.
-void RowWrites::requireDistinctKeys() {
-  std::vector<std::uint32_t> slots;
-  for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
-    if (known_[slot].occupied) slots.push_back(slot);
-  }
-  std::sort(slots.begin(), slots.end(),
-            [this](std::uint32_t a, std::uint32_t b) { return known_[a].hash < known_[b].hash; });
-  std::vector<Word> a(1 + layout_.rowWords);
-  std::vector<Word> b(1 + layout_.rowWords);
-  for (std::size_t i = 1; i < slots.size(); ++i) {
-    if (known_[slots[i - 1]].hash != known_[slots[i]].hash) continue;
-    reads_.readSlot(slots[i - 1], a.data());
-    reads_.readSlot(slots[i], b.data());
-    if (reads_.sameKey(&a[1], &b[1])) {
-      reportDamage("slot " + std::to_string(slots[i]) + ": holds the same key as slot " +
-                   std::to_string(slots[i - 1]));
-    }
-  }
+// Two slots with one key would make lookups depend on the order of the index.
+void RowWrites::requireOtherKey(std::uint32_t slot, std::uint32_t other) {
+  std::vector<Word> row(1 + layout_.rowWords);
+  reads_.readSlot(slot, scratch_.data());
+  reads_.readSlot(other, row.data());
+  if (!reads_.sameKey(&scratch_[1], &row[1])) return;
+  reportDamage("slot " + std::to_string(other) + ": holds the same key as slot " + std::to_string(slot));
 }
 
 }  // namespace Vesta

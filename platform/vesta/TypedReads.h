@@ -6,7 +6,7 @@
 namespace Vesta {
 
 /// The reading half of a table over its byte-level side, which offers
-///   bool lookup(const Word* key, Word* row, std::uint32_t& slot);
+///   bool lookup(sizes, const Word* key, Word* row, std::uint32_t& slot);
 ///   bool rowFrom(std::uint32_t& slot, Word* row);    // the first row at `slot` or after it
 ///   std::size_t members();  std::uint64_t sequence();  bool attached();  void validate();  ...
 /// Each lookup copies the row out of the segment into this object.
@@ -58,7 +58,7 @@ class TypedReads : public VestaBase<Key, Entry> {
   bool find(const Key& key, IterHint* hint) {
     sought_.encodeKey(key);
     std::uint32_t slot = IterHint::kNowhere;
-    const bool found = bytes().lookup(sought_.key(), buffer_.words(), slot);
+    const bool found = bytes().lookup(Buffer::kSizes, sought_.key(), buffer_.words(), slot);
     if (hint != nullptr) hint->slot = slot;
     return found;
   }

@@ -24,7 +24,7 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   bool write(const Row& value, bool onlyIfPresent) override {
     row_.encodeKey(value.key);
     row_.encodeEntry(value.entry);
-    return writer_.write(row_.words(), onlyIfPresent);
+    return writer_.write(row_.kSizes, row_.words(), onlyIfPresent);
   }
   bool remove(const Key& key, Row* removed) override {
     row_.encodeKey(key);

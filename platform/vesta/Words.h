@@ -9,6 +9,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
+
+#include "cairn/Hash.h"
 
 namespace Vesta {
 
@@ -53,13 +56,40 @@ constexpr bool isSealed(Word word, std::size_t position) {
   return static_cast<std::uint32_t>(word >> 32) == sealOf(static_cast<std::uint32_t>(word), position);
 }
 
+/// Calls `call` with 0 to count - 1: without a loop when the count is a compile-time constant of moderate
+/// size.
+template <class Count, class Call>
+[[gnu::always_inline]] inline void eachWord(Count count, const Call& call) {
+  if constexpr (requires { Count::value; }) {
+    if constexpr (Count::value <= 32) {
+      [&]<std::size_t... I>(std::index_sequence<I...>) { (call(I), ...); }
+      (std::make_index_sequence<Count::value>());
+      return;
+    }
+  }
+  for (std::size_t i = 0; i < count; ++i) call(i);
+}
+
+/// The checksum that rows and log records carry: over `row[0]` and the `count` words after it, seeded with
+/// the slot.
+template <class Count>
+[[gnu::always_inline]] inline Word checksumOf(const Word* row, Count count, std::uint32_t slot) noexcept {
+  if (Cairn::hasChecksumInstruction()) [[likely]] {
+    Word crc = Cairn::checksumStep(static_cast<std::uint32_t>(~slot), row[0]);
+    eachWord(count, [&](std::size_t i) { crc = Cairn::checksumStep(crc, row[1 + i]); });
+    return static_cast<std::uint32_t>(~crc);
+  }
+  return Cairn::checksum(row, (1 + std::size_t{count}) * sizeof(Word), slot);
+}
+
 /// Hash of an encoded key. Every bit of every word counts: keys that agree in half of a word are common.
-inline Word hashOf(const Word* key, std::size_t words) noexcept {
+template <class Count>
+inline Word hashOf(const Word* key, Count words) noexcept {
   Word hash = 0x9ae16a3b2f90404fu;
-  for (std::size_t i = 0; i < words; ++i) {
+  eachWord(words, [&](std::size_t i) {
     hash = (hash ^ key[i]) * 0x9fb21c651e98df25u;
     hash ^= hash >> 35;
-  }
+  });
   hash *= 0xd6e8feb86659fd93u;
   return hash ^ hash >> 32;
 }

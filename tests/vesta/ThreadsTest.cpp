@@ -18,7 +18,8 @@ class Threads : public TableTest {
 };
 
 // Reads every key without pause; a row is whole or absent, a key that is never removed is never absent.
-void readAll(Vesta::SegmentReader& table, const std::atomic<bool>& stop, std::atomic<std::uint64_t>& lookups) {
+void readAll(Vesta::SegmentReader& table, const std::atomic<bool>& stop,
+             std::atomic<std::uint64_t>& lookups) {
   Buffer sought;
   Buffer row;
   TestEntry entry;
@@ -26,7 +27,7 @@ void readAll(Vesta::SegmentReader& table, const std::atomic<bool>& stop, std::at
   while (!stop) {
     for (std::uint64_t id = 0; id < 40; ++id) {
       sought.encodeKey(TestKey{id});
-      const bool found = table.lookup(sought.key(), row.words(), slot);
+      const bool found = table.lookup(Buffer::kSizes, sought.key(), row.words(), slot);
       ++lookups;
       if (!found) {
         ASSERT_GE(id, 4u);
@@ -48,7 +49,7 @@ void follow(Vesta::SegmentReader& table, const std::atomic<bool>& stop,
     TestEntry entry;
     std::uint32_t slot = 0;
     known.erase(key.id);
-    if (!table.lookup(words, row.words(), slot)) return;
+    if (!table.lookup(Buffer::kSizes, words, row.words(), slot)) return;
     row.decodeEntry(entry);
     ASSERT_TRUE(entry.whole() && entry.id == key.id);
     known[key.id] = entry.stamp;
@@ -75,7 +76,7 @@ TEST_F(Threads, LookupsAndFollowersBesideAWriter) {
   const auto write = [&](std::uint64_t id, std::uint64_t stamp) {
     row.encodeKey(TestKey{id});
     row.encodeEntry(TestEntry::make(id, stamp));
-    table.write(row.words(), false);
+    table.write(Buffer::kSizes, row.words(), false);
     model[id] = stamp;
   };
   for (std::uint64_t id = 0; id < 4; ++id) write(id, 1);
