@@ -109,11 +109,11 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), message), text() + ".report.1");
   EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), "second"), text() + ".report.2");
   const std::string report = read("table.report.1");
-  for (const std::string& part :
-       std::vector<std::string>{"table: " + text(), "message: " + message, std::string("time: 20"),
-        "pid: " + std::to_string(getpid()), std::string("header magic: 0x31545345564c4f54"),
-        std::string("header capacity: 0x40"), std::string("slot 0 as read:"),
-        std::string(" 88 77 66 55 44 33 22 11 ")}) {
+  for (const std::string& part : std::vector<std::string>{
+           "table: " + text(), "message: " + message, std::string("time: 20"),
+           "pid: " + std::to_string(getpid()), std::string("header magic: 0x31545345564c4f54"),
+           std::string("header capacity: 0x40"), std::string("slot 0 as read:"),
+           std::string(" 88 77 66 55 44 33 22 11 ")}) {
     EXPECT_THAT(report, ::testing::HasSubstr(part));
   }
   std::filesystem::permissions(path().folder(), std::filesystem::perms::none);
