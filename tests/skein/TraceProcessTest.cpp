@@ -62,7 +62,7 @@ TEST_F(TraceProcess, Writer_IsReadAtFullSpeedAndAfterSigkill) {
   for (int round = 0; round < 15; ++round) {
     const Pipe begun;
     const pid_t child = start([&] {
-      Skein::ringIs(path(), kSmallRing);
+      Skein::ringIs(path(), 16 * kSmallRing);  // large, so that the writer gets far while it is read
       for (std::uint64_t i = 1;; ++i) {
         Skein::message(kCount, i, std::string(i % 61, static_cast<char>('a' + i % 26)));
         if (i == 1000) begun.say();

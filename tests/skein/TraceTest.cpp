@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <limits>
 
@@ -106,21 +107,28 @@ TEST_F(Trace, Times_AreThoseOfTheClocks) {
     return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000u +
            static_cast<std::uint64_t>(time.tv_nsec);
   };
+  constexpr std::size_t kMessages = 200;
   Skein::ringIs(path(), kSmallRing);
-  std::array<std::uint64_t, 3> monotonic;
+  std::array<std::uint64_t, kMessages> monotonic;
   const std::uint64_t wall = now(CLOCK_REALTIME);
   for (std::uint64_t& at : monotonic) {
-    const std::uint64_t until = now(CLOCK_MONOTONIC_RAW) + 2'000'000;
+    const std::uint64_t until = now(CLOCK_MONOTONIC_RAW) + 100'000;
     while ((at = now(CLOCK_MONOTONIC_RAW)) < until) continue;
     Skein::message(kPlain, 1u);
   }
   const auto records = Skein::readTrace(path());
-  ASSERT_GE(records.size(), 3u);
-  for (std::size_t i = 0; i < 3; ++i) {
-    const auto& record = records[records.size() - 3 + i];
-    EXPECT_NEAR(static_cast<double>(record.monotonic), static_cast<double>(monotonic[i]), 1e6);
-    EXPECT_NEAR(static_cast<double>(record.wall - wall), 2e6 * static_cast<double>(i + 1), 5e7);
+  ASSERT_GE(records.size(), kMessages);
+  // Between the clock and the message the process may be interrupted, but not every time.
+  double closest = 1e9;
+  for (std::size_t i = kMessages / 2; i < kMessages; ++i) {
+    const auto& record = records[records.size() - kMessages + i];
+    const auto distance = static_cast<double>(static_cast<std::int64_t>(record.monotonic - monotonic[i]));
+    EXPECT_GT(distance, -5e3);
+    closest = std::min(closest, distance);
   }
+  EXPECT_LT(closest, 5e3);
+  EXPECT_NEAR(static_cast<double>(records.back().wall - wall),
+              static_cast<double>(records.back().monotonic - monotonic[0]), 1e6);
 }
 
 TEST_F(Trace, File_IsPrivateAndKeepsTheOneBefore) {
