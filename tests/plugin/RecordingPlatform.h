@@ -44,7 +44,8 @@ class RecordingEntityManager final : public Orrery::EntityManager {
 
  private:
   static std::string shortPath(const std::string& path) {
-    return path.starts_with(kPrefix) ? "~" + path.substr(std::string(kPrefix).size()) : path;
+    if (!path.starts_with(kPrefix)) return path;
+    return std::string("~").append(path, std::string_view(kPrefix).size());
   }
   void record(const std::string& line) const {
     log_.push_back(line);
