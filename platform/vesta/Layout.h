@@ -18,7 +18,7 @@ constexpr std::uint32_t wordsFor(std::size_t bytes) {
 }
 
 constexpr std::size_t kPageWords = 512;
-constexpr std::size_t kLineWords = 8;
+constexpr std::uint32_t kLineWords = 8;
 
 // Header page.
 enum HeaderWord : std::size_t {
