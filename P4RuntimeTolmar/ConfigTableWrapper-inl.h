@@ -80,7 +80,7 @@ void ConfigRowIterator<Kind>::placeFirst() {
 template <class Kind>
 void ConfigRowIterator<Kind>::placeAt(const typename Kind::Key& key) {
   value_.key = key;
-  value_.entry = ConfigTableWrapper<Kind>::lookup(config_.get(), key, valid_);
+  value_.entry = ConfigTableWrapper<Kind>::lookup(config_.get(), key, valid_, &iterHint_);
 }
 
 template <class Kind>
@@ -188,11 +188,12 @@ std::shared_ptr<typename Kind::Reactor> ConfigTableWrapper<Kind>::newReactor() {
 }
 
 template <class Kind>
-auto ConfigTableWrapper<Kind>::lookup(Config* config, const Key& key, bool& found) -> const Entry& {
+auto ConfigTableWrapper<Kind>::lookup(Config* config, const Key& key, bool& found, Vesta::IterHint* hint)
+    -> const Entry& {
   static const Entry kEmpty{};
   if (config != nullptr) {
     try {
-      return config->table().directLookup(key, found);
+      return config->table().directLookup(key, found, hint);
     } catch (const Cairn::CorruptionDetectedException& damage) {
       config->table().corruptionDetected(damage.message());
     }

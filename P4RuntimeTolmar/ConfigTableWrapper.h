@@ -132,8 +132,9 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
 
   static std::uint32_t tableKeyTarotHasher(const Key& key) { return key.hash(); }
   /// The entry under `key`, or an empty one. Damage is handed to the collection and reads as no entry. Valid
-  /// until the next read of the table.
-  static const Entry& lookup(Config* config, const Key& key, bool& found);
+  /// until the next read of the table. A hint that is given is left where the entry is, for a walk from
+  /// there.
+  static const Entry& lookup(Config* config, const Key& key, bool& found, Vesta::IterHint* hint = nullptr);
   /// An entry with the key and nothing else.
   static Entry keyOnly(const Key& key);
 

@@ -45,6 +45,19 @@ TYPED_TEST(RowsOf, Walk_MeetsEveryRowAlsoWhileTheyAreDeleted) {
   EXPECT_EQ(rows.table->begin(), rows.table->end());
 }
 
+TYPED_TEST(RowsOf, Walk_FromAFoundRowGoesOnAfterItsDeletion) {
+  auto& rows = this->rowTable;
+  for (std::uint32_t n = 0; n < 8; ++n) rows.table->rowIs(rows.row(n, n));
+  std::size_t before = 0;
+  for (auto at = rows.table->begin(); at; ++at, ++before) {
+    auto from = rows.table->find(*at);
+    rows.table->rowDel(from);
+    std::size_t after = 0;
+    while (++from) ++after;
+    EXPECT_EQ(after, 7 - before);
+  }
+}
+
 TYPED_TEST(RowsOf, RowIterators_CompareByValidityAlone) {
   auto& rows = this->rowTable;
   rows.table->rowIs(rows.row(1, 10));
