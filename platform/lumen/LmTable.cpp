@@ -9,6 +9,22 @@
 
 namespace Lumen {
 
+namespace {
+
+/// Hands what leaves `call` to `handler`.
+template <class Call, class Handler>
+void guarded(const Call& call, const Handler& handler) {
+  try {
+    call();
+  } catch (const std::exception& exception) {
+    handler(exception);
+  } catch (...) {
+    handler(Cairn::Exception("of a type that is no std::exception"));
+  }
+}
+
+}  // namespace
+
 LmTable::~LmTable() {
   for (const auto& observer : observers_) observer->table_ = nullptr;
   if (implementation_ != nullptr) implementation_->removeInterface(*this);
@@ -111,13 +127,9 @@ void LmTable::tellObservers() {
       if (observer->told_ && *observer->told_ >= latest) continue;
       observer->told_ = latest;
       told = true;
-      try {
-        observer->onChangesWaiting();
-      } catch (const std::exception& exception) {
-        observer->onException(exception);
-      } catch (...) {
-        observer->onException(Cairn::Exception("of a type that is no std::exception"));
-      }
+      const auto ownHandler = [&](const std::exception& exception) { observer->onException(exception); };
+      guarded([&] { guarded([&] { observer->onChangesWaiting(); }, ownHandler); },
+              [&](const std::exception& exception) { observer->LmTableObserver::onException(exception); });
     }
   }
 }

@@ -21,12 +21,12 @@ void LmTableObserver::startOver() noexcept {
 }
 
 std::size_t LmTableObserver::consume(std::size_t limit) {
-  if (table_ == nullptr || consuming_) return 0;
+  if (consuming_) return 0;
   const auto keep = weak_from_this().lock();  // the handlers may drop this observer
-  const auto table = table_->shared_from_this();
   const Raised consuming(consuming_);
   std::size_t count = 0;
-  while (table_ == table.get()) {
+  while (table_ != nullptr) {  // the handlers may have it follow another table
+    const auto table = table_->shared_from_this();
     if (reset_) {
       count += walkRows(*table);
       continue;
@@ -66,10 +66,9 @@ std::size_t LmTableObserver::walkChanges(LmTable& table, std::size_t limit) {
   auto next = implementation->nextChange(consumed_);
   auto end = implementation->endChange();
   while (count < limit) {
-    if (consumed_ < seen.first) {
-      reset_ = true;
-      break;
-    }
+    // Trimming may go past the latest change: no walk over the rows takes an observer further than that.
+    if (consumed_ < std::min(seen.first, seen.second)) reset_ = true;
+    if (reset_) break;
     if (*next == *end) break;
     const auto change = **next;
     onChange(*change);

@@ -34,7 +34,8 @@ class LmTableObserver : public std::enable_shared_from_this<LmTableObserver> {
   virtual void onChange(const BasicLmTableChange& change) = 0;
   /// Changes are there to be consumed. Consumes all of them; to be overridden for another pace.
   virtual void onChangesWaiting() { consume(); }
-  /// An exception left one of the calls above. Writes one line to standard error by default.
+  /// An exception left one of the calls above. Writes one line to standard error by default; so does what
+  /// leaves this call itself.
   virtual void onException(const std::exception& exception);
 
   /// Hands waiting changes to onChange, in ascending order of their indices, `limit` at most; the rows after

@@ -155,13 +155,11 @@ class Follower : public Lumen::LmTableObserver {
     }
   }
   void onChangesWaiting() override {
-    ++calls;
     if (prompt) consume();
   }
   void onException(const std::exception& exception) override { exceptions.emplace_back(exception.what()); }
 
   bool prompt = true;
-  int calls = 0;
   int resets = 0;
   Rows rows;
   std::vector<std::uint64_t> indices;

@@ -156,6 +156,20 @@ TEST_F(ObserverTest, Exception_StopsNobodyElseAndTheChangeComesAgain) {
   EXPECT_EQ(thrower->rows, memory->rows());
 }
 
+TEST_F(ObserverTest, Exception_OutOfItsOwnHandlerStopsNobodyElse) {
+  struct Reckless : Follower {
+    void onException(const std::exception&) override { throw std::runtime_error("nor then"); }
+  };
+  const auto thrower = std::make_shared<Reckless>();
+  table->observerIs(thrower);
+  const auto other = follower();
+  thrower->whenChanged = [](const auto&) { throw std::runtime_error("not now"); };
+  testing::internal::CaptureStderr();
+  table->rowIs(pairRow(1, 10));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "exception in an observer: nor then\n");
+  EXPECT_EQ(other->rows, memory->rows());
+}
+
 TEST_F(ObserverTest, Exception_DuringTheFirstWalkRepeatsIt) {
   table->rowIs(pairRow(1, 10));
   const auto observer = std::make_shared<Follower>();
@@ -180,6 +194,38 @@ TEST_F(ObserverTest, ForgottenChanges_StartAnObserverOver) {
   slow->consume();
   EXPECT_EQ(slow->resets, 2);
   EXPECT_EQ(slow->rows, memory->rows());
+}
+
+TEST_F(ObserverTest, TrimPastTheLatestChange_LosesNothing) {
+  const auto quick = follower();
+  const auto slow = follower();
+  slow->prompt = false;
+  table->rowIs(pairRow(1, 10));
+  memory->cleanChangeMap(20);
+  for (std::uint64_t key = 2; key <= 12; ++key) {  // on both sides of the trimmed index
+    table->rowIs(pairRow(key, key));
+    EXPECT_EQ(quick->rows, memory->rows());
+  }
+  slow->consume();
+  EXPECT_EQ(slow->rows, memory->rows());
+}
+
+TEST_F(ObserverTest, MoveToAnotherTable_WithinACallWalksItsRows) {
+  db.registerTable("Others", LumenTest::kRowTypeName, Lumen::TableType::external, 256, 256, "", {});
+  db.tableImplementationIs("Others", std::make_shared<MemoryTable>());
+  const auto others = db.table("Others");
+  others->rowIs(pairRow(7, 70));
+  const auto mover = follower();
+  mover->whenChanged = [&](const auto& change) {
+    if (keyOf(change.row) != 1) return;
+    table->observerDel(*mover);
+    others->observerIs(mover);
+  };
+  table->rowIs(pairRow(1, 10));
+  EXPECT_EQ(mover->rows, (Rows{{7, 70}}));
+  others->rowIs(pairRow(8, 80));
+  table->rowIs(pairRow(2, 20));
+  EXPECT_EQ(mover->rows, (Rows{{7, 70}, {8, 80}}));
 }
 
 TEST_F(ObserverTest, Replacement_StartsOverWhatEverTheMoment) {
