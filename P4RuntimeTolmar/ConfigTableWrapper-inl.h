@@ -132,6 +132,16 @@ template <class Kind>
 void ConfigReactor<Kind>::onTable(const typename Kind::Key& key) {
   if (wrapper_ == nullptr || this->quillMarkedForDeletion()) return;
   const auto keep = wrapper_->weak_from_this().lock();  // an observer may have the wrapper dropped
+  try {
+    record(key);
+  } catch (...) {
+    if (wrapper_ != nullptr) wrapper_->changeLost();
+    throw;
+  }
+}
+
+template <class Kind>
+void ConfigReactor<Kind>::record(const typename Kind::Key& key) {
   using Wrapper = ConfigTableWrapper<Kind>;
   static const typename Kind::Entry kEmpty{};
   bool found = false;
@@ -170,13 +180,14 @@ ConfigTableWrapper<Kind>::ConfigTableWrapper(typename Config::Ptr config,
       observerSupportedFlag_(observerSupported),
       keyToChange_(0, KeyHash(&tableKeyTarotHasher)) {
   keyToChange_.reserve(200);  // an ordinary burst of changes causes no rehash
-  // Indices grow by 2: this is room for the newest 2 x capacity changes.
-  const std::uint64_t capacity = config_ ? config_->table().capacity() : 0;
-  if (capacity != 0) this->unobservedSpanIs(2 * 2 * capacity);
 }
 
 template <class Kind>
-ConfigTableWrapper<Kind>::~ConfigTableWrapper() = default;
+ConfigTableWrapper<Kind>::~ConfigTableWrapper() {
+  // Before the members go: the row database may go with them, and what its observers then do to the config
+  // table is recorded no more.
+  reactor_->wrapperDel();
+}
 
 template <class Kind>
 std::shared_ptr<typename Kind::Reactor> ConfigTableWrapper<Kind>::newReactor() {
@@ -294,7 +305,20 @@ void ConfigTableWrapper<Kind>::quillTableModified(const EntryRow& row, bool dele
   latestChangeIdx_ = latest;
   changeMap_.record(latest, key, changed->second);
   changed->second = latest;
+  // Indices grow by 2: this is room for the newest 2 x capacity changes. The table may be attached anew, with
+  // another capacity.
+  if (const std::uint64_t capacity = config_ ? config_->table().capacity() : 0; capacity != 0) {
+    this->unobservedSpanIs(2 * 2 * capacity);
+  }
   this->cleanChanges(*this, this->notifyObservers(previous, latest, deleted, row));
+}
+
+template <class Kind>
+void ConfigTableWrapper<Kind>::changeLost() {
+  const std::uint64_t previous = latestChangeIdx_;
+  latestChangeIdx_ = (previous + 2) & ~std::uint64_t{1};
+  cleanChangeMap(latestChangeIdx_);
+  this->notifyObservers(previous, latestChangeIdx_, false, scratchRow_);
 }
 
 }  // namespace TolmarHwLib

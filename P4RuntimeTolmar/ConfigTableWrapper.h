@@ -84,6 +84,8 @@ class ConfigReactor : public Kind::Config::NotifieeConst {
   void wrapperDel();
 
  private:
+  void record(const typename Kind::Key& key);
+
   typename Kind::Config::Ptr config_;
   typename Kind::EntryRow scratchRow_;
   ConfigTableWrapper<Kind>* wrapper_;  // not owned
@@ -91,7 +93,8 @@ class ConfigReactor : public Kind::Config::NotifieeConst {
 
 /// A config entity as a table of rows. `config` may be null: readers see an empty table, writes are an
 /// assertion failure. Indices other than 0 are an assertion failure, rows without buffer LmNullRow, rows of
-/// another type LmBadCast, looked for in this order and before anything else is done.
+/// another type LmBadCast, looked for in this order and before anything is done; the pre-write hook alone
+/// sees a row before that.
 template <class Kind>
 class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
  public:
@@ -129,6 +132,9 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
   virtual void cleanChangeMap(std::uint64_t idx);
   /// Records one change and tells the observers. The index grows by 2; its lowest bit is set for a deletion.
   virtual void quillTableModified(const EntryRow& row, bool deleted, const Key& key);
+
+  /// A change could not be recorded. Forgets all, so that every observer walks the rows again.
+  void changeLost();
 
   static std::uint32_t tableKeyTarotHasher(const Key& key) { return key.hash(); }
   /// The entry under `key`, or an empty one. Damage is handed to the collection and reads as no entry. Valid

@@ -143,6 +143,26 @@ TYPED_TEST(ChangesOf, Unobserved_TheChangeMapKeepsTwiceTheCapacity) {
   EXPECT_EQ(rows.changes().size(), 64u) << "of the newest 128 changes every second one is replaced";
 }
 
+TYPED_TEST(ChangesOf, Unobserved_ATableAttachedLaterIsTrimmedByItsCapacity) {
+  auto& rows = this->rowTable;
+  rows.manager->unmount("test/sampleTable/config");
+  rows.wrapper =
+      std::make_shared<typename TypeParam::Wrapper>(rows.config, rows.db, nullptr, true, true, false);
+  rows.db->tableImplementationIs(rows.table->name(), rows.wrapper);
+  QuillVesta::MountDescription description(QuillVesta::QuillVestaType::writer);
+  description.collectionIs("table", 16);
+  const Vesta::AttachOptions options{.path = Vesta::RootPath(rows.folder.path(), "later", "table"),
+                                     .capacity = 16,
+                                     .debugHandler = nullptr,
+                                     .initialRows = Vesta::InitialRows::skip};
+  rows.config->attach(description, options, rows.loop);
+  for (std::uint32_t n = 0; n < 100; ++n) {
+    rows.table->rowIs(rows.row(n));
+    rows.table->rowDel(rows.row(n));
+  }
+  EXPECT_EQ(rows.table->oldestChangeIdx(), 401u - 4 * 16);
+}
+
 // Copies the table, and does something within a call.
 struct Copying : Lumen::LmTableObserver {
   void onReset() override { rows = 0; }
