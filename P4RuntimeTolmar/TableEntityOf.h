@@ -63,7 +63,9 @@ class TableEntityOf : public QuillVesta::TableEntity {
   void tableDel(const Key& key) {
     if (map_.remove(key)) changed(key);
   }
-  /// Removes every entry and calls the reactors for each.
+  /// Removes every entry and calls the reactors for each. An assertion failure when the table is not
+  /// attached. Damage that is met while the keys are gathered is handed to the collection and thrown on;
+  /// nothing has been removed then.
   void tableDelAll();
 
   /// The collection. Not const: reading it may find it corrupt and put the placeholder in its place.
@@ -107,11 +109,19 @@ class TableEntityOf : public QuillVesta::TableEntity {
 
 template <class Derived, class KeyT, class EntryT>
 void TableEntityOf<Derived, KeyT, EntryT>::tableDelAll() {
+  Cairn::require(map_.attached(), "table is not attached", "tableDelAll");
   std::vector<Key> keys;
   keys.reserve(map_.members());
-  typename Map::Row row;
-  Vesta::IterHint hint;
-  for (bool more = map_.first(row, hint); more; more = map_.next(row.key, row, hint)) keys.push_back(row.key);
+  try {
+    typename Map::Row row;
+    Vesta::IterHint hint;
+    for (bool more = map_.first(row, hint); more; more = map_.next(row.key, row, hint)) {
+      keys.push_back(row.key);
+    }
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    map_.corruptionDetected(damage.message());
+    throw;
+  }
   for (const Key& key : keys) tableDel(key);
 }
 

@@ -18,6 +18,8 @@ struct L3Iif {
   using Kind = L3IifTH3ConfigLumenWrappers::Kind;
   using Wrapper = L3IifTH3ConfigLumenWrappers::TableLumenWrapper;
   static constexpr const char* kTypePrefix = "TolmarHwLib::L3IifTH3";
+  static constexpr auto kFillRow = &Wrapper::lumenTolmarHwLibL3IifTH3ConfigEntry;
+  static constexpr auto kKeyOfRow = &Wrapper::quillTolmarHwLibL3IifTH3Key;
   static void keyIs(Kind::Entry& entry, std::uint32_t n) { entry.l3Iif = 0x100000000u + n; }
   static void dataIs(Kind::Entry& entry, std::uint64_t n) { entry.vrf = static_cast<std::uint16_t>(n); }
 };
@@ -26,6 +28,8 @@ struct L3Tunnel {
   using Kind = L3TunnelTH3ConfigLumenWrappers::Kind;
   using Wrapper = L3TunnelTH3ConfigLumenWrappers::TableLumenWrapper;
   static constexpr const char* kTypePrefix = "TolmarHwLib::L3TunnelTH3";
+  static constexpr auto kFillRow = &Wrapper::lumenTolmarHwLibL3TunnelTH3ConfigEntry;
+  static constexpr auto kKeyOfRow = &Wrapper::quillTolmarHwLibL3TunnelTH3Key;
   // Both families, so that rows of different length follow each other in one scratch row.
   static void keyIs(Kind::Entry& entry, std::uint32_t n) {
     const auto low = static_cast<std::uint8_t>(n);
@@ -45,6 +49,8 @@ struct MyStation {
   using Kind = MyStationTcamTH3ConfigLumenWrappers::Kind;
   using Wrapper = MyStationTcamTH3ConfigLumenWrappers::TableLumenWrapper;
   static constexpr const char* kTypePrefix = "TolmarHwLib::MyStationTcamTH3";
+  static constexpr auto kFillRow = &Wrapper::lumenTolmarHwLibMyStationTcamTH3ConfigEntry;
+  static constexpr auto kKeyOfRow = &Wrapper::quillTolmarHwLibMyStationTcamTH3Key;
   static void keyIs(Kind::Entry& entry, std::uint32_t n) {
     entry.macAddr = EthAddr{{0, 0, 0x5e, 0, 0x53, 1}};
     entry.priority = n;

@@ -23,6 +23,15 @@ TYPED_TEST(RowsOf, Write_ReplacesByKeyAndIsReadBackWhole) {
   EXPECT_EQ(rows.config->table().directLookup(rows.key(1), found), rows.entry(1, 11));
 }
 
+TYPED_TEST(RowsOf, Conversions_OfTheWrapperAreThoseOfTheTable) {
+  auto& rows = this->rowTable;
+  auto row = rows.row(5, 50);
+  TypeParam::kFillRow(rows.entry(4, 40), row);
+  rows.table->rowIs(row);
+  EXPECT_EQ(rows.entryOf(rows.table->row(rows.row(4))), rows.entry(4, 40));
+  EXPECT_EQ(TypeParam::kKeyOfRow(row), rows.key(4));
+}
+
 TYPED_TEST(RowsOf, MissingKey_ReadsAsTheEmptyEntryAndFindsTheEnd) {
   auto& rows = this->rowTable;
   rows.table->rowDel(rows.row(1));
@@ -183,6 +192,7 @@ class DamagedTable : public Vesta::VestaBase<Key, Entry> {
   void detach() override {}
   const Row& lookup(const Key&, bool&, Vesta::IterHint*) override { damaged(); }
   bool first(Row&, Vesta::IterHint&) override { damaged(); }
+  bool write(const Row&, bool) override { return true; }
   bool next(const Key&, Row&, Vesta::IterHint&) override { damaged(); }
   std::size_t members() override { return 1; }
   std::size_t minSize() override { return 0; }
@@ -211,6 +221,13 @@ TYPED_TEST(RowsOf, Damage_DetachesTheTableWhicheverReadMeetsIt) {
       [&] { EXPECT_FALSE(rows.table->begin()); },
       [&] { EXPECT_FALSE(++at); },
       [&] { EXPECT_EQ(rows.entryOf((*rows.table->nextChange(0))->row), typename Kind::Entry{}); },
+      [&] { EXPECT_THROW(rows.table->rowDelAll(), Cairn::CorruptionDetectedException); },
+      [&] {  // met by the reactor, which takes what it cannot read for deleted
+        rows.config->tableIs(rows.entry(2, 20));
+        const auto change = *rows.table->nextChange(2);
+        EXPECT_EQ(change->kind, Lumen::ChangeKind::deleted);
+        EXPECT_EQ(rows.entryOf(change->row), rows.keyOnly(2));
+      },
   };
   for (const auto& read : reads) {
     map.attach(std::make_unique<DamagedTable<typename Kind::Key, typename Kind::Entry>>(path), handler);
@@ -218,6 +235,7 @@ TYPED_TEST(RowsOf, Damage_DetachesTheTableWhicheverReadMeetsIt) {
     EXPECT_FALSE(map.attached());
     EXPECT_EQ(rows.table->size(), 0u);
     EXPECT_FALSE(rows.table->begin());
+    EXPECT_THROW(rows.table->rowDelAll(), Cairn::AssertionException);
   }
 }
 
