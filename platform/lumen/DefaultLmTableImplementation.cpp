@@ -93,34 +93,30 @@ std::unique_ptr<LmChangeIteratorImpl> DefaultLmTableImplementation::nextChange(s
 std::unique_ptr<LmChangeIteratorImpl> DefaultLmTableImplementation::endChange() { notSupported("endChange"); }
 
 void DefaultLmTableImplementation::addInterface(LmTableInterface& tableInterface) {
-  Cairn::require(std::ranges::find(interfaces_, &tableInterface) == interfaces_.end(), "table bound twice",
-                 "addInterface");
-  interfaces_.push_back(&tableInterface);
+  Cairn::require(interface_ == nullptr, "a table is bound already", "addInterface");
+  interface_ = &tableInterface;
 }
 
 void DefaultLmTableImplementation::removeInterface(LmTableInterface& tableInterface) {
-  std::erase(interfaces_, &tableInterface);
+  if (interface_ == &tableInterface) interface_ = nullptr;
 }
 
 void DefaultLmTableImplementation::replaceImplementation(
     const std::shared_ptr<LmTableImplementation>& implementation, LumenDB&) {
-  const auto keep = weak_from_this().lock();  // the tables may hold the only other owner
-  for (LmTableInterface* const tableInterface : std::exchange(interfaces_, {})) {
-    if (implementation != nullptr) implementation->addInterface(*tableInterface);
-    tableInterface->implementationIs(implementation);
-  }
+  const auto keep = weak_from_this().lock();  // the table may hold the only other owner
+  LmTableInterface* const tableInterface = std::exchange(interface_, nullptr);
+  if (tableInterface == nullptr) return;
+  if (implementation != nullptr) implementation->addInterface(*tableInterface);
+  tableInterface->implementationIs(implementation);
 }
 
 std::uint64_t DefaultLmTableImplementation::notifyObservers(std::uint64_t previousIdx,
                                                             std::uint64_t latestIdx, bool deleted,
                                                             const BaseRow& row) {
-  std::optional<std::uint64_t> consumed;
-  // By position: an observer may bind and unbind tables while it is told.
-  for (std::size_t i = 0; i < interfaces_.size(); ++i) {
-    const auto needed = interfaces_[i]->notifyObservers(previousIdx, latestIdx, deleted, row);
-    if (needed) consumed = std::min(consumed.value_or(*needed), *needed);
+  if (interface_ != nullptr) {
+    const auto consumed = interface_->notifyObservers(previousIdx, latestIdx, deleted, row);
+    if (consumed) return *consumed;
   }
-  if (consumed) return *consumed;
   const std::uint64_t kept = latestIdx - std::min(latestIdx, unobservedSpan_);
   return std::max(kept, oldestChangeIdx());
 }

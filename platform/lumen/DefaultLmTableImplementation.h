@@ -4,7 +4,6 @@
 #include <functional>
 #include <limits>
 #include <map>
-#include <vector>
 
 #include "lumen/LmTableImplementation.h"
 
@@ -67,9 +66,10 @@ class DefaultLmTableImplementation : public LmTableImplementation {
   std::unique_ptr<LmChangeIteratorImpl> endChange() override;
   void reportProgress() override {}
 
+  /// One table at a time; a second one is an assertion failure.
   void addInterface(LmTableInterface& tableInterface) override;
   void removeInterface(LmTableInterface& tableInterface) override;
-  std::size_t boundInterfacesCount() const override { return interfaces_.size(); }
+  std::size_t boundInterfacesCount() const override { return interface_ == nullptr ? 0 : 1; }
   void replaceImplementation(const std::shared_ptr<LmTableImplementation>& implementation,
                              LumenDB& lumenDb) override;
   void cleanup() override {}
@@ -110,7 +110,7 @@ class DefaultLmTableImplementation : public LmTableImplementation {
   std::size_t rowCount_ = 0;
   PreWriteHook preWriteHook_;
   IndexMap indexMap_;
-  std::vector<LmTableInterface*> interfaces_;  // not owned
+  LmTableInterface* interface_ = nullptr;  // not owned
   std::uint64_t unobservedSpan_ = std::numeric_limits<std::uint64_t>::max();
 };
 

@@ -12,8 +12,8 @@
 
 namespace Lumen {
 
-/// How a table is stored, by the numbers that registrations carry.
-enum class TableType : std::uint16_t { memory = 0, persistent = 1, external = 2 };
+/// How a table is stored, by the number that registrations carry: by its implementation.
+enum class TableType : std::uint16_t { external = 2 };
 
 /// What a table was registered with.
 struct TableRegistration {
@@ -22,8 +22,8 @@ struct TableRegistration {
   TableType type = TableType::external;
   std::uint16_t rowsHint = 0;     ///< rows expected at first; sizes nothing of an external table
   std::uint16_t changesHint = 0;  ///< changes expected between two visits of an observer; likewise
-  std::string folder;             ///< where a persistent table is kept
-  IndexMap indexMap;              ///< further key indices by name
+  std::string folder;  ///< where the database would keep a table itself; not used by an external one
+  IndexMap indexMap;   ///< further key indices by name
 
   friend bool operator==(const TableRegistration&, const TableRegistration&) = default;
 };
