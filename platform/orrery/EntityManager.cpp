@@ -19,6 +19,8 @@ Quill::Ptr<QuillVesta::TableEntity> tableEntityOfType(const Quill::String& path,
 
 }  // namespace
 
+constinit const Quill::TypeNode EntityManager::_quillType{.name = "Orrery::EntityManager", .members = {}};
+
 EntityManager::EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
                              std::shared_ptr<const Cairn::DebugHandler> debugHandler)
     : runtimeFolder_(std::move(runtimeFolder)), loop_(loop), debugHandler_(std::move(debugHandler)) {}
@@ -26,6 +28,8 @@ EntityManager::EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
 EntityManager::~EntityManager() {
   for (const auto& [path, mounted] : mounts_) mounted.entity->detach();
 }
+
+const Quill::TypeNode* EntityManager::fwkType() const { return &_quillType; }
 
 Quill::Ptr<QuillVesta::TableEntity> EntityManager::mount(
     const Quill::String& path, const Quill::String& typeName,

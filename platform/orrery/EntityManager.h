@@ -25,6 +25,8 @@ class EntityManager : public Quill::PtrInterface {
   ~EntityManager() override;
   static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
   inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static const Quill::TypeNode _quillType;
+  const Quill::TypeNode* fwkType() const override;
 
   /// Mounts an entity of the registered type `typeName` at `path` and returns it; an entity of the same type
   /// and description that is mounted there already is returned as it is. Throws Cairn::Exception for an
