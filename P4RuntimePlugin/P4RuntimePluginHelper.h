@@ -11,7 +11,7 @@
 namespace P4Runtime {
 
 /// A value, copied freely; it keeps no table objects. A table goes by its short name, such as "l3IifTH3".
-/// Failures of the two services pass through; nothing made on the way is left behind.
+/// Failures of the two services pass through; mounts and registrations made before the failure stay.
 class P4RuntimePluginHelper {
  public:
   /// `pathPrefix` ends in "/".

@@ -19,7 +19,7 @@ class LmTableInterface {
   virtual ~LmTableInterface();
   /// A change has been recorded: tells the observers, also of earlier changes that they do not know yet.
   /// Returns the smallest change index that all of them have consumed, or nothing when there is no observer.
-  /// The row is the caller's and may change once this has returned.
+  /// The row is the caller's and good until an observer writes to the table.
   virtual std::optional<std::uint64_t> notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx,
                                                        bool deleted, const BaseRow& row) = 0;
   /// From now on the table is served by `implementation` (null: by none).

@@ -46,10 +46,8 @@ class LoggingDb : public Lumen::LumenDB {
   void tableImplementationIs(const std::string& tableName,
                              std::shared_ptr<Lumen::LmTableImplementation> implementation) override {
     log_.push_back("serve " + tableName);
-    handedOver = implementation.use_count();
     LumenDB::tableImplementationIs(tableName, std::move(implementation));
   }
-  long handedOver = 0;
 
  private:
   Log& log_;
@@ -121,9 +119,17 @@ TEST_F(HelperTest, Unmount_CleansUpFirstAndLeavesTheStatusTable) {
   EXPECT_THAT(manager->mountedPaths(), ElementsAre("p4runtime/outputTables/tolmar/l3IifTH3Table/status"));
 }
 
-TEST_F(HelperTest, FailedMount_LeavesNothingBehind) {
-  EXPECT_THROW(helper.mountVestaTables("TolmarHwLib::Unknown", "x", "Table", 16), Cairn::Exception);
-  EXPECT_TRUE(manager->mountedPaths().empty());
+TEST_F(HelperTest, FailedMount_ReleasesItsTemporariesAndKeepsTheMountBeforeIt) {
+  const std::string status = "p4runtime/outputTables/tolmar/xTable/status";
+  QuillVesta::MountDescription other(QuillVesta::QuillVestaType::reader);
+  other.collectionIs("table", 99);
+  {
+    const QuillVesta::Mount inTheWay{manager};
+    inTheWay.doMount(status, "TolmarHwLib::L3IifTH3Status", other);
+  }
+  EXPECT_THROW(helper.mountVestaTables("TolmarHwLib::L3IifTH3", "x", "Table", 16), Cairn::Exception);
+  EXPECT_THAT(manager->mountedPaths(), ElementsAre("p4runtime/outputTables/tolmar/xTable/config", status));
+  EXPECT_EQ(helper.tableConfig<L3IifTH3Config>("x")->table().capacity(), 16u);
   EXPECT_EQ(manager->references(), 2u) << "the test's and the helper's";
 }
 
