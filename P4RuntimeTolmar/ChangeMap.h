@@ -1,7 +1,6 @@
 // The newest change of every changed key, ordered by change index.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -31,10 +30,11 @@ class ChangeMap {
       return at->second;
     }
     Position& operator++() {
-      if (removals_ == changes_->removals_ && index() != kEnd) {
+      const std::uint64_t from = index();
+      if (removals_ == changes_->removals_) {
         standAt(std::next(at_));
       } else {
-        *this = changes_->above(index());
+        *this = changes_->above(from);
       }
       return *this;
     }
@@ -81,7 +81,6 @@ class ChangeMap {
   /// The first change above `index`, or the end.
   Position above(std::uint64_t index) const { return Position(*this, map_.upper_bound(index)); }
   Position end() const { return Position(*this, map_.end()); }
-  std::size_t size() const noexcept { return map_.size(); }
 
  private:
   Map map_;
