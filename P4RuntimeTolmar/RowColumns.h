@@ -87,12 +87,14 @@ template <class Entry>
 using AllColumns = RowColumns<Entry, 0, RowLayout<Entry>::kCount>;
 
 /// The bytes of a row that may have come from outside, good for reading the fixed data of `Entry`'s rows.
-/// Throws LmNullRow, or Cairn::AssertionException if the row is too short for them.
+/// Throws LmNullRow, or Cairn::AssertionException if the row is too short for them or longer than its buffer.
+/// The row's own length counts: behind it may stand the bytes of another row.
 template <class Entry>
 [[gnu::always_inline]] inline Lumen::RowBytes columnBytes(const Lumen::BaseRow& row) {
   const Lumen::RowBytes bytes = row.bytes();
-  Cairn::require(bytes.available >= RowLayout<Entry>::kFixedLength, "fixed data inside the row",
-                 "columnBytes");
+  const len_t length = bytes.rowLength();
+  Cairn::require(length >= RowLayout<Entry>::kFixedLength && length <= bytes.available,
+                 "fixed data inside the row", "columnBytes");
   return bytes;
 }
 

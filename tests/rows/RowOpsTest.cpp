@@ -39,11 +39,20 @@ TEST(RowOps, Generator_MakesOneSetAtIndexZero) {
   EXPECT_EQ(Lumen::rowOps("TolmarHwLib::NoSuchRow"), nullptr);
 }
 
+/// A nested row of 30 bytes in the middle of a parent of 90.
+BaseRow shortNestedRow() {
+  BaseRow parent(90);
+  parent.setColumn<len_t>(8, 30, 90);
+  return Lumen::SubRow(parent, {8, 30});
+}
+
 template <class Row>
 class RowOpsOf : public testing::Test {
  protected:
   const std::shared_ptr<RowOpsBase> ops = Lumen::rowOps(Row::rowTypeName());
   const Row row = Pinned<Row>::row();
+  // Shorter than every class: in a buffer of the length, in a larger one, before the bytes of another row.
+  BaseRow shortRows[3] = {BaseRow(30), BaseRow(30, 64), shortNestedRow()};
 };
 using Rows =
     testing::Types<L3TunnelTH3ConfigEntryRow, L3TunnelTH3StatusEntryRow, MyStationTcamTH3ConfigEntryRow,
@@ -75,10 +84,18 @@ TYPED_TEST(RowOpsOf, NullAndShortRows_AreRefused) {
        {&RowOpsBase::keyEquals, &RowOpsBase::rowEquals, &RowOpsBase::keyLess, &RowOpsBase::rowLess}) {
     EXPECT_THROW(((*this->ops).*operation)(this->row, BaseRow()), Lumen::LmNullRow);
     EXPECT_THROW(((*this->ops).*operation)(BaseRow(), this->row), Lumen::LmNullRow);
-    EXPECT_THROW(((*this->ops).*operation)(this->row, BaseRow(30)), Cairn::AssertionException);
+    for (const BaseRow& tooShort : this->shortRows) {
+      EXPECT_THROW(((*this->ops).*operation)(this->row, tooShort), Cairn::AssertionException);
+      EXPECT_THROW(((*this->ops).*operation)(tooShort, this->row), Cairn::AssertionException);
+    }
   }
-  EXPECT_THROW(this->ops->keyHash(BaseRow(30)), Cairn::AssertionException);
-  EXPECT_THROW(this->ops->rowHash(BaseRow(30)), Cairn::AssertionException);
+  for (BaseRow& tooShort : this->shortRows) {
+    EXPECT_THROW(this->ops->keyHash(tooShort), Cairn::AssertionException);
+    EXPECT_THROW(this->ops->rowHash(tooShort), Cairn::AssertionException);
+    tooShort.rowTypeIs(TypeParam::protRowType());
+    EXPECT_THROW(this->row.rowEqual(tooShort), Cairn::AssertionException);
+    EXPECT_THROW(this->row.rowLess(tooShort), Cairn::AssertionException);
+  }
 }
 
 // Rising keys: each pair of neighbours differs in one key column, from the last to the first.
