@@ -173,7 +173,7 @@ class BaseRow {
   LmRowBufPtr copiedBytes() const;
   void installBuffer(LmRowBufPtr buffer) noexcept;
   void storeVariable(len_t offset, std::span<const std::byte> value, len_t fixedLength);
-  std::size_t placeLength(VarSlot slot, len_t fixedLength) const;
+  std::size_t placeLength(len_t offset, VarSlot slot, len_t fixedLength) const;
   void appendPlace(VarSlot& slot, std::size_t length);
   VarSlot nestedSlot(len_t offset) const { return loadBytes<VarSlot>(bytes().data + offset); }
 

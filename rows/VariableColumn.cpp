@@ -12,7 +12,7 @@ namespace Lumen {
 void BaseRow::storeVariable(len_t offset, std::span<const std::byte> value, len_t fixedLength) {
   std::byte* const at = writableBytes() + offset;
   auto slot = loadBytes<VarSlot>(at);
-  if (value.size() > placeLength(slot, fixedLength)) {
+  if (value.size() > placeLength(offset, slot, fixedLength)) {
     Cairn::require(offset + sizeof(VarSlot) <= rowLength(), "column inside the row", "setColumn");
     appendPlace(slot, value.size());
   }
@@ -21,8 +21,9 @@ void BaseRow::storeVariable(len_t offset, std::span<const std::byte> value, len_
   storeBytes(writableBytes() + offset, slot);
 }
 
-/// Bytes from the slot's place to the next place. Without a row class only the slot's own value is known.
-std::size_t BaseRow::placeLength(VarSlot slot, len_t fixedLength) const {
+/// Bytes from the place of the slot at `offset` to the next place; none if another column's value stands there,
+/// as it may in bytes from outside. Without a row class only the slot's own value is known.
+std::size_t BaseRow::placeLength(len_t offset, VarSlot slot, len_t fixedLength) const {
   const RowBytes row = bytes();
   if (slot.offset < fixedLength || !slotInRow(row, slot)) return 0;
   if (!isFullyDefined()) return slot.length();
@@ -30,6 +31,9 @@ std::size_t BaseRow::placeLength(VarSlot slot, len_t fixedLength) const {
   for (const len_t column : vcd()) {
     const auto other = loadBytes<VarSlot>(row.data + column);
     if (other.offset > slot.offset) end = std::min<std::size_t>(end, other.offset);
+    const bool taken =
+        other.offset <= slot.offset && slot.offset < std::size_t{other.offset} + other.length();
+    if (column != offset && taken) return 0;
   }
   return end - slot.offset;
 }

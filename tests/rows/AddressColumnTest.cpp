@@ -113,6 +113,31 @@ TEST(AddressColumn, SlotThatPointsIntoTheFixedData_IsNotWrittenThrough) {
   EXPECT_EQ(read(row, kSip), kSampleSip);
 }
 
+// Rows from outside may have their slots anywhere in the row.
+TEST(AddressColumn, SlotsThatShareBytes_PartOnWriting) {
+  struct Case {
+    VarSlot sip;
+    VarSlot dip;
+  };
+  for (const Case& each : {Case{{49, 4}, {49, 4}}, Case{{49, 16}, {53, 4}}, Case{{53, 4}, {49, 16}},
+                           Case{{49, 16}, {52, 16}}, Case{{49, 3}, {50, 4}}}) {
+    SCOPED_TRACE(testing::Message() << each.sip.offset << ' ' << each.dip.offset);
+    for (const auto& [written, other] : {std::pair{kSip, kDip}, std::pair{kDip, kSip}}) {
+      for (const IpGenAddr& value : {kSampleSip, kSampleDip}) {
+        BaseRow bytes = Row::key(kSampleDip, kSampleDip, 0, 0, 0);
+        bytes.setColumn(kSip, each.sip.offset | std::uint32_t{each.sip.lengthWord} << 16, kFixed);
+        bytes.setColumn(kDip, each.dip.offset | std::uint32_t{each.dip.lengthWord} << 16, kFixed);
+        Row row(bytes);
+        bytes = BaseRow();
+        const IpGenAddr before = read(row, other);
+        row.setColumn(written, value, kFixed);
+        EXPECT_EQ(read(row, written), value);
+        EXPECT_EQ(read(row, other), before);
+      }
+    }
+  }
+}
+
 TEST(AddressColumn, Order_IsUnsetThenIpv4ThenIpv6ThenBytewise) {
   const IpGenAddr ordered[] = {kUnset,
                                IpGenAddr::ipv4({1, 2, 3, 4}),
