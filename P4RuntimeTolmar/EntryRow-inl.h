@@ -45,6 +45,12 @@ void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fill(co
 }
 
 template <class Row, class Entry, class... FieldType, class... KeyType>
+Row EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::clone() const {
+  columnBytes<Entry>(*this);
+  return Row{Copied{BaseRow::clone()}};
+}
+
+template <class Row, class Entry, class... FieldType, class... KeyType>
 Entry EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::entry() const {
   Entry entry;
   readInto(entry);

@@ -87,7 +87,9 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   /// The key record of the row. Throws LmNullRow.
   KeyRecord keyRecord() const;
 
-  Row clone() const { return Row(BaseRow::clone()); }
+  /// A writable copy in a buffer of exactly rowLength() bytes, whatever row type has been written into the
+  /// row. Throws LmNullRow, Cairn::AssertionException for a row cleared to less than the class's fixed data.
+  Row clone() const;
   /// Hash over the key columns; operator== and < below go by them too. All throw LmNullRow.
   std::uint32_t hash() const { return KeyColumns<Entry>::hash(bytes()); }
 
@@ -120,6 +122,11 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   explicit EntryRow(Probe probe) : BaseRow(Layout::kFixedLength, lengthWith(probe.storedSize)) {
     storeFreshType();
   }
+  /// A copy of a row of this class.
+  struct Copied {
+    BaseRow row;
+  };
+  explicit EntryRow(Copied copy) : BaseRow(std::move(copy.row)) {}
   static len_t lengthWith(std::size_t storedSize) {
     return static_cast<len_t>(Layout::kFixedLength + storedSize);
   }

@@ -1,5 +1,7 @@
 #include "rows/BaseRow.h"
 
+#include <algorithm>
+
 #include "cairn/Assert.h"
 
 namespace Lumen {
@@ -93,8 +95,13 @@ void BaseRow::installBuffer(LmRowBufPtr buffer) noexcept {
 void BaseRow::makeWritable(len_t fixedLength) {
   Cairn::require(fixedLength != 0, "fdLen != 0", "setColumn");
   if (buffer_ && (!buffer_.unique() || sharedContents_)) {
-    // The copy has room for the row and no more: a row cleared to less than the column needs is refused here.
-    Cairn::require(fixedLength <= rowLength(), "fdLen <= row length", "setColumn");
+    // The copy has room for the row and no more: a row cleared to less than its class or the column needs is
+    // refused here, so that a handle's class always fits its buffer.
+    const len_t needed = isFullyDefined() ? std::max(fixedLength, baseRowLength()) : fixedLength;
+    if (needed > rowLength()) {
+      if (readOnly_) throw LmPermissionViolation();
+      Cairn::assertionFailed("fdLen <= row length", "setColumn");
+    }
     installBuffer(copiedBytes());
   }
   if (readOnly_) throw LmPermissionViolation();

@@ -2,8 +2,9 @@
 //
 // Thread safety: a handle is used by one thread at a time. Handles of several threads may share a buffer.
 // Invariants: a handle with neither sharer nor shared-contents flag is the only one that sees its bytes. A
-// handle of a row class lies over a row that holds the class's fixed data and slots (checked once, when it is
-// made from a generic row), so its columns are read without further checks.
+// handle of a row class lies over a buffer that holds the class's fixed data (checked once, when it is made
+// from a generic row), so its fixed columns are read without further checks; slots are checked when followed.
+// Assigning a generic row to a handle of a row class through a BaseRow& is the one way around, and an error.
 // Failures leave the row as it was, except that a copy made before a write stays in place.
 #pragma once
 
@@ -99,7 +100,8 @@ class BaseRow {
   std::uint32_t bufferUseCount() const noexcept { return buffer_.useCount(); }
 
   /// Zeroes `fixedLength` bytes and makes them the row: type 0, nothing in the variable area. A row whose
-  /// buffer is shared gets a new one of the same length. `fixedLength` is lm_contentOffset to bufferLength().
+  /// buffer is shared gets a new one of the same length. `fixedLength` is lm_contentOffset to bufferLength();
+  /// a row of a class that is cleared to less than the class's fixed data can be written in place, not copied.
   void clear(len_t fixedLength);
 
   /// Writes the column at `offset`. `fixedLength` is the length of the row's fixed data, in which the column

@@ -81,6 +81,34 @@ TYPED_TEST(EntryRowOf, ClearRow_KeepsClassAndLeavesNullRowsAlone) {
   EXPECT_TRUE(null.isNull());
 }
 
+TYPED_TEST(EntryRowOf, Clone_IsOfTheClassWhateverTypeWasWritten) {
+  TypeParam row = Pinned<TypeParam>::row();
+  row.rowTypeIs(99);
+  const TypeParam clone = row.clone();
+  EXPECT_EQ(clone.rowType(), 99);
+  EXPECT_EQ(clone.entry(), Pinned<TypeParam>::entry());
+  row.clear(row.baseRowLength());
+  EXPECT_EQ(row.clone().entry(), typename TypeParam::EntryType());
+}
+
+// A copy would have room for the header alone.
+TYPED_TEST(EntryRowOf, RowClearedToLessThanItsClass_IsNotCopied) {
+  TypeParam row;
+  row.clear(4);
+  EXPECT_EQ(row.rowLength(), 4);
+  TypeParam sharer = row;
+  EXPECT_THROW(sharer.rowTypeIs(5), Cairn::AssertionException);
+  EXPECT_THROW(sharer.setColumn(4, true, 4), Cairn::AssertionException);
+  EXPECT_THROW(row.clone(), Cairn::AssertionException);
+  EXPECT_EQ(sharer.bufferLength(), row.baseRowLength());
+  EXPECT_EQ(row.bufferUseCount(), 2u);
+  sharer.readOnlyIs(true);
+  EXPECT_THROW(sharer.rowTypeIs(5), Lumen::LmPermissionViolation);
+  sharer = BaseRow();
+  row.rowTypeIs(5);
+  EXPECT_EQ(row.rowType(), 5);
+}
+
 TYPED_TEST(EntryRowOf, NullRow_FailsEveryComparison) {
   const TypeParam null{BaseRow()};
   const TypeParam row = Pinned<TypeParam>::row();

@@ -186,6 +186,8 @@ const Case kCases[] = {
      kAssertion, "fdLen != 0"},
     {"null write without length", readOnlyNullRow, Sharing::none, [](BaseRow& r) { r.setColumn(9, true, 0); },
      kAssertion, "fdLen != 0"},
+    {"write beyond a shared read-only row", readOnlyRow, Sharing::shared,
+     [](BaseRow& r) { r.setColumn(20, true, 21); }, kPermission, kReadOnlyText},
     {"write beyond a shared row", plainRow, Sharing::shared, [](BaseRow& r) { r.setColumn(20, true, 21); },
      kAssertion, "fdLen <= row length"},
 
