@@ -28,20 +28,17 @@ Row EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fromEntr
 
 template <class Row, class Entry, class... FieldType, class... KeyType>
 void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fill(const Entry& entry) {
-  if (isNull()) {
-    *this = fromEntry(entry);
+  if (readOnly()) throw Lumen::LmPermissionViolation();
+  const std::size_t length = std::apply(
+      [&](const auto&... column) { return Layout::kFixedLength + (storedSize(entry.*column.member) + ... + 0); },
+      Layout::kColumns);
+  // A new row is made before the old one is touched: there may be no memory for it.
+  if (bufferUseCount() != 1 || sharedContents() || bytes().available < length) {
+    BaseRow::operator=(fromEntry(entry));
     return;
   }
-  clearRow();
-  // Cleared, so writable: only addresses, which may need a larger buffer, go through a column write.
-  forEachIndex<Layout::kCount>([&]<std::size_t I>() {
-    const auto& value = entry.*std::get<I>(Layout::kColumns).member;
-    if constexpr (Layout::template EncodingAt<I>::kVariable) {
-      setColumn(Layout::kOffsets[I], value, Layout::kFixedLength);
-    } else {
-      Layout::template EncodingAt<I>::store(writableBytes() + Layout::kOffsets[I], value);
-    }
-  });
+  EntryRow::clearRow();
+  std::apply([&](const auto&... column) { storeFresh<0>(entry.*column.member...); }, Layout::kColumns);
 }
 
 template <class Row, class Entry, class... FieldType, class... KeyType>

@@ -79,7 +79,8 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
 
   /// A row of the entry's fields.
   static Row fromEntry(const Entry& entry);
-  /// Makes this row one of the entry's fields, in the buffer it has if nobody shares it.
+  /// Makes this row one of the entry's fields, in the buffer it has if nobody shares it and it is large enough.
+  /// Throws LmPermissionViolation, Cairn::MemoryResourceException; the row is then as it was.
   void fill(const Entry& entry);
   /// Reads every column into the field of the same name. Throws LmNullRow.
   void readInto(Entry& entry) const { readColumns<0>(entry, Layout::kColumns); }
@@ -136,7 +137,8 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   /// Bytes that a value takes in the variable area.
   template <class T>
   static std::size_t storedSize(const T& value);
-  /// Stores values into the columns from number `First` on of a row that was just made with room for them.
+  /// Stores values into the columns from number `First` on of a row that was just made or cleared, is nobody
+  /// else's and has room for them.
   template <std::size_t First, class... T>
   void storeFresh(const T&... value);
   template <class T>

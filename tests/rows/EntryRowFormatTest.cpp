@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "lumen/LumenDB.h"
+#include "tests/rows/FailingAllocator.h"
 #include "tests/rows/PinnedRows.h"
 
 namespace TolmarHwLib {
@@ -106,6 +107,28 @@ TYPED_TEST(EntryRowFormat, Fill_LeavesARowThatWasHandedOutAlone) {
   TypeParam null{Lumen::BaseRow()};
   null.fill(Pinned<TypeParam>::entry());
   this->expectPinnedBytes(null);
+}
+
+TYPED_TEST(EntryRowFormat, FillThatFails_LeavesTheRowAsItWas) {
+  using Entry = typename TypeParam::EntryType;
+  TypeParam readOnly = Pinned<TypeParam>::row();
+  readOnly.readOnlyIs(true);
+  EXPECT_THROW(readOnly.fill(Entry()), Lumen::LmPermissionViolation);
+  this->expectPinnedBytes(readOnly);
+  TypeParam readOnlyNull{Lumen::BaseRow()};
+  readOnlyNull.readOnlyIs(true);
+  EXPECT_THROW(readOnlyNull.fill(Entry()), Lumen::LmPermissionViolation);
+
+  Lumen::FailingAllocator allocator;
+  TypeParam shared = Pinned<TypeParam>::row();
+  const TypeParam sharer = shared;
+  TypeParam small;
+  allocator.allow(0);
+  EXPECT_THROW(shared.fill(Entry()), Cairn::MemoryResourceException);
+  this->expectPinnedBytes(shared);
+  if (small.vcd().empty()) return;
+  EXPECT_THROW(small.fill(Pinned<TypeParam>::entry()), Cairn::MemoryResourceException);
+  EXPECT_EQ(small.entry(), Entry());
 }
 
 TYPED_TEST(EntryRowFormat, Metadata_TellsTheSameColumns) {
