@@ -9,14 +9,20 @@ namespace TolmarHwLib {
 
 template <class Row, class Entry, class... FieldType, class... KeyType>
 EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::EntryRow(const FieldType&... field)
-    : BaseRow(ToBeFilled{Layout::kFixedLength, lengthWith((storedSize(field) + ... + 0))}) {
+    : BaseRow(ToBeFilled{Layout::kFixedLength, lengthWith((storedSize(field) + ... + 0)), kCount}) {
   storeFreshType();
   storeFresh<0>(field...);
 }
 
 template <class Row, class Entry, class... FieldType, class... KeyType>
 Row EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::key(const KeyType&... key) {
-  Row row{Probe{(storedSize(key) + ... + 0)}};
+  Row row = [&] {
+    if constexpr (Layout::kVariableCount == 0) {
+      return Row();
+    } else {
+      return Row{Probe{(storedSize(key) + ... + 0)}};
+    }
+  }();
   row.template storeFresh<Layout::kKeyFirst>(key...);
   return row;
 }

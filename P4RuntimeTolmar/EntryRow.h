@@ -116,6 +116,10 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
  private:
   static constexpr std::uint16_t kRowTypeUnknown = 0xffff;
 
+  /// Rows without variable columns have no more buffer than fixed data and count so.
+  static constexpr auto kCount = Layout::kVariableCount == 0 ? &Lumen::BaseRowCounters::sized
+                                                             : &Lumen::BaseRowCounters::sizedWithBuffer;
+
   /// A zero row with room for key columns of `storedSize` bytes in the variable area.
   struct Probe {
     std::size_t storedSize;

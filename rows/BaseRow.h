@@ -145,14 +145,16 @@ class BaseRow {
   };
   explicit BaseRow(NestedIn place);
   /// For row classes: a row of `length` bytes of fixed data in a buffer of `bufferLength` bytes, none of them
-  /// written but the row length. The maker writes all others before anyone sees the row.
+  /// written but the row length; `count` is the count that it adds to. The maker writes all other bytes before
+  /// anyone sees the row.
   struct ToBeFilled {
     len_t length;
     len_t bufferLength;
+    std::uint64_t BaseRowCounters::*count;
   };
   explicit BaseRow(ToBeFilled row) : buffer_(LmRowBuf::toBeFilled(row.bufferLength)) {
     storeBytes(freshBytes() + kRowLengthOffset, row.length);
-    ++baseRowCounters.sizedWithBuffer;
+    ++(baseRowCounters.*row.count);
   }
 
   /// For a row that was just made and that nobody else has seen: its bytes, to be written without checks.

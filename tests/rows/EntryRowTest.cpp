@@ -109,6 +109,20 @@ TYPED_TEST(EntryRowOf, RowClearedToLessThanItsClass_IsNotCopied) {
   EXPECT_EQ(row.rowType(), 5);
 }
 
+TYPED_TEST(EntryRowOf, NewRows_AreCountedByTheirBuffers) {
+  const auto entry = Pinned<TypeParam>::entry();
+  const Lumen::BaseRowCounters before = Lumen::baseRowCounters;
+  const TypeParam zero;
+  const TypeParam full = TypeParam::fromEntry(entry);
+  const TypeParam probe = std::apply([&](const auto&... column) { return TypeParam::key(entry.*column.member...); },
+                                     RowSchema<typename TypeParam::EntryType>::key);
+  const Lumen::BaseRowCounters& after = Lumen::baseRowCounters;
+  const std::uint64_t roomy = zero.vcd().empty() ? 0 : 2;
+  EXPECT_EQ(after.sized - before.sized, 3 - roomy);
+  EXPECT_EQ(after.sizedWithBuffer - before.sizedWithBuffer, roomy);
+  EXPECT_EQ(after.moved + after.copied + after.defaulted, before.moved + before.copied + before.defaulted);
+}
+
 TYPED_TEST(EntryRowOf, NullRow_FailsEveryComparison) {
   const TypeParam null{BaseRow()};
   const TypeParam row = Pinned<TypeParam>::row();
