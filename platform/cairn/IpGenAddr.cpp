@@ -11,6 +11,7 @@ std::string IpGenAddr::toString() const {
 
 std::optional<IpGenAddr> IpGenAddr::parse(std::string_view text) {
   if (text.empty()) return IpGenAddr();
+  if (text.find('\0') != std::string_view::npos) return std::nullopt;  // inet_pton would stop there
   const std::string terminated(text);
   std::array<std::uint8_t, 16> bytes{};
   if (inet_pton(AF_INET, terminated.c_str(), bytes.data()) == 1) return fromBytes(kIpv4, bytes.data());

@@ -51,6 +51,7 @@ TEST(IpAddress, ReadsAndPrintsBothFamilies) {
     out << *address;
     EXPECT_EQ(out.str(), c.printed);
   }
+  EXPECT_EQ(IpGenAddr::parse(std::string_view("192.0.2.1\0junk", 14)), std::nullopt);
 }
 
 TEST(IpAddress, OrderIsUnsetThenIpv4ThenIpv6ThenBytewise) {
