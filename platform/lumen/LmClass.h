@@ -30,7 +30,8 @@ struct LmClassMetadata {
 
 class LmClass {
  public:
-  /// Throws LmMetadataError if the descriptor cannot be read.
+  /// Throws LmMetadataError if the descriptor cannot be read or names a column twice, or if the key goes
+  /// beyond the columns.
   LmClass(std::string_view name, std::uint16_t oid, const LmClassMetadata& metadata);
 
   const std::string& name() const noexcept { return name_; }

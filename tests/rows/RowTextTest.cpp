@@ -132,9 +132,15 @@ TEST(RowMetadata, UnknownOrUnreadableClass_IsAnError) {
   EXPECT_THROW(Lumen::LumenDB::tableTypeId("TolmarHwLib::NoSuchRow", true), Lumen::LmMetadataError);
   EXPECT_EQ(Lumen::LumenDB::lmClass("TolmarHwLib::NoSuchRow"), nullptr);
   for (const char* descriptor : {"", "{", "{}", R"({"a":"uint16_t")", R"({"a":"uint17_t"})",
-                                 R"({"a" :"bool"})", R"({"a":"bool","b":"bool"})"}) {
+                                 R"({"a" :"bool"})", R"({"a":"bool","b":"bool"})", R"({"a":"bool"} )",
+                                 R"({"a":"bool", "a":"uint8_t"})"}) {
     EXPECT_THROW(LmClass("X", 1, {descriptor, 0, 0}), Lumen::LmMetadataError) << descriptor;
   }
+  const char* const twoColumns = R"({"a":"bool", "b":"bool"})";
+  EXPECT_TRUE(LmClass("X", 1, {twoColumns, 1, 1}).column("b")->isKey);
+  EXPECT_THROW(LmClass("X", 1, {twoColumns, 1, 2}), Lumen::LmMetadataError);
+  EXPECT_THROW(LmClass("X", 1, {twoColumns, 3, 0}), Lumen::LmMetadataError);
+  EXPECT_THROW(LmClass("X", 1, {twoColumns, 2, ~std::size_t{0}}), Lumen::LmMetadataError);
 }
 
 }  // namespace
