@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "tests/quill/AllocationCount.h"
 #include "tests/rows/FailingAllocator.h"
 #include "tests/rows/PinnedRows.h"
 
@@ -84,15 +85,25 @@ TYPED_TEST(NestedRow, AbsentColumn_IsANullRow) {
   EXPECT_THROW(absent.columnLess<TypeParam>(kSlot, present, kSlot), Lumen::LmNullRow);
 }
 
+TEST(NestedRows, RowInAReadOnlyRow_IsReadOnly) {
+  BaseRow parent = parentOf(Pinned<L3IifTH3StatusEntryRow>::row());
+  parent.readOnlyIs(true);
+  L3IifTH3StatusEntryRow nested{BaseRow()};
+  parent.getColumnStruct(kSlot, nested);
+  EXPECT_THROW(nested.setColumn(4, std::uint64_t{0}, nested.baseRowLength()), Lumen::LmPermissionViolation);
+  EXPECT_EQ(nested.entry(), Pinned<L3IifTH3StatusEntryRow>::entry());
+}
+
 TEST(NestedRows, Reads_AllocateNothing) {
   const BaseRow parent = parentOf(Pinned<L3TunnelTH3ConfigEntryRow>::row());
-  Lumen::FailingAllocator allocator;
+  const Lumen::FailingAllocator allocator;
+  const std::size_t before = allocationCount();
   L3TunnelTH3ConfigEntryRow nested{BaseRow()};
   parent.getColumnStruct(kSlot, nested);
   EXPECT_TRUE(parent.columnEqual<L3TunnelTH3ConfigEntryRow>(kSlot, parent, kSlot));
   EXPECT_FALSE(parent.columnLess<L3TunnelTH3ConfigEntryRow>(kSlot, parent, kSlot));
   EXPECT_NE(parent.columnHash<L3TunnelTH3ConfigEntryRow>(kSlot), 0u);
-  EXPECT_EQ(allocator.allocations(), 0u);
+  EXPECT_EQ(allocator.allocations() + allocationCount() - before, 0u);
 }
 
 TEST(NestedRows, RowOfAnotherClass_IsABadCastWithItsOwnOffset) {
