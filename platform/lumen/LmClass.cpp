@@ -80,15 +80,16 @@ LmClass::LmClass(std::string_view name, std::uint16_t oid, const LmClassMetadata
   reader.expect("}");
   reader.expectEnd();
   if (metadata.keyFirst > columns_.size() || metadata.keyCount > columns_.size() - metadata.keyFirst) {
-    throw LmMetadataError("key of \"" + name_ + "\": expected columns up to " + std::to_string(columns_.size()) +
-                          ", got " + std::to_string(metadata.keyCount) + " from number " +
-                          std::to_string(metadata.keyFirst) + " on");
+    throw LmMetadataError("key of \"" + name_ + "\": expected columns up to " +
+                          std::to_string(columns_.size()) + ", got " + std::to_string(metadata.keyCount) +
+                          " from number " + std::to_string(metadata.keyFirst) + " on");
   }
 }
 
 void LmClass::addColumn(std::string_view columnName, std::string_view typeWord, bool isKey) {
   if (column(columnName) != nullptr) {
-    throw LmMetadataError("descriptor of \"" + name_ + "\": a second column \"" + std::string(columnName) + "\"");
+    throw LmMetadataError("descriptor of \"" + name_ + "\": a second column \"" + std::string(columnName) +
+                          "\"");
   }
   const auto type = std::find_if(kTypes.begin(), kTypes.end(),
                                  [&](const TypeInfo& known) { return known.word == typeWord; });

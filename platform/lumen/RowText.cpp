@@ -90,15 +90,6 @@ ColumnValue read(const BaseRow& row, const LmColumn& column) {
   });
 }
 
-void printColumns(const BaseRow& row, std::ostream& out, std::string_view quote, std::string_view assign) {
-  std::string_view separator;
-  for (const LmColumn& column : lmClassOf(row).columns()) {
-    out << separator << quote << column.name << quote << assign;
-    std::visit([&](const auto& value) { printValue(out, value); }, read(row, column));
-    separator = ", ";
-  }
-}
-
 }  // namespace
 
 const LmClass& lmClassOf(const BaseRow& row) {
@@ -128,28 +119,6 @@ BaseRow rowFromText(const LmClass& rowClass, std::span<const ColumnText> columns
   return row;
 }
 
-void setColumnText(BaseRow& row, std::string_view name, std::string_view text) {
-  const LmClass& rowClass = lmClassOf(row);
-  const LmColumn& column = columnOf(rowClass, name);
-  write(row, rowClass, column, parseColumn(column, text));
-}
-
-void setColumnValue(BaseRow& row, std::string_view name, const ColumnValue& value) {
-  const LmClass& rowClass = lmClassOf(row);
-  const LmColumn& column = columnOf(rowClass, name);
-  const auto given = static_cast<ColumnType>(value.index());
-  if (given != column.type) {
-    throw LmTextError("column \"" + column.name + "\": expected a value of type " +
-                      std::string(typeWord(column.type)) + ", got one of type " +
-                      std::string(typeWord(given)));
-  }
-  write(row, rowClass, column, value);
-}
-
-ColumnValue columnValue(const BaseRow& row, std::string_view name) {
-  return read(row, columnOf(lmClassOf(row), name));
-}
-
 ColumnValue parseColumn(const LmColumn& column, std::string_view text) {
   return visitType(column.type, [&]<class T>() -> ColumnValue {
     const std::optional<T> value = parse<T>(text);
@@ -159,24 +128,15 @@ ColumnValue parseColumn(const LmColumn& column, std::string_view text) {
   });
 }
 
-std::string printColumn(const ColumnValue& value) {
-  std::ostringstream out;
-  std::visit([&]<class T>(const T& known) { Encoding<T>::print(out, known); }, value);
-  return out.str();
-}
-
 std::string rowText(const BaseRow& row) {
   if (row.isNull()) return "len: 0, NULL";
   std::ostringstream out;
-  printColumns(row, out, "", " = ");
-  return out.str();
-}
-
-std::string rowJson(const BaseRow& row) {
-  std::ostringstream out;
-  out << '{';
-  printColumns(row, out, "\"", ":");
-  out << '}';
+  std::string_view separator;
+  for (const LmColumn& column : lmClassOf(row).columns()) {
+    out << separator << column.name << " = ";
+    std::visit([&](const auto& value) { printValue(out, value); }, read(row, column));
+    separator = ", ";
+  }
   return out.str();
 }
 

@@ -1,4 +1,4 @@
-// Rows built, changed and printed by the metadata of their class alone, for programs that have no row
+// Rows built and printed by the metadata of their class alone, for programs that have no row
 // classes. All functions that take a row find its class by the row type in its header, and check once that
 // the row is laid out as the class says. They throw LmMetadataError for a row of a type that is not loaded,
 // LmNullRow for a null row, Cairn::AssertionException for a row whose bytes are not laid out so, and
@@ -33,20 +33,11 @@ const LmClass& lmClassOf(const BaseRow& row);
 /// once.
 BaseRow rowFromText(const LmClass& rowClass, std::span<const ColumnText> columns);
 
-/// Writes one column, with the checks of a column write.
-void setColumnText(BaseRow& row, std::string_view name, std::string_view text);
-/// The same for a value, which must be of the column's type.
-void setColumnValue(BaseRow& row, std::string_view name, const ColumnValue& value);
-ColumnValue columnValue(const BaseRow& row, std::string_view name);
-
 /// The value that `text` names for `column`: true, false, 1 or 0; a decimal or 0x number in the type's range;
 /// an Ethernet address; an IPv4 or IPv6 address, or nothing for an unset one.
 ColumnValue parseColumn(const LmColumn& column, std::string_view text);
-/// The value's text as rows print it, without quotes.
-std::string printColumn(const ColumnValue& value);
 
-/// The texts that the row's class gives: name = value, joined by ", "; "len: 0, NULL" for a null row.
+/// The text that the row's class gives: name = value, joined by ", "; "len: 0, NULL" for a null row.
 std::string rowText(const BaseRow& row);
-std::string rowJson(const BaseRow& row);
 
 }  // namespace Lumen
