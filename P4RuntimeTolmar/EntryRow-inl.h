@@ -1,6 +1,5 @@
 #pragma once
 
-#include <locale>
 #include <sstream>
 
 #include "P4RuntimeTolmar/EntryRow.h"
@@ -36,7 +35,9 @@ template <class Row, class Entry, class... FieldType, class... KeyType>
 void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fill(const Entry& entry) {
   if (readOnly()) throw Lumen::LmPermissionViolation();
   const std::size_t length = std::apply(
-      [&](const auto&... column) { return Layout::kFixedLength + (storedSize(entry.*column.member) + ... + 0); },
+      [&](const auto&... column) {
+        return Layout::kFixedLength + (storedSize(entry.*column.member) + ... + 0);
+      },
       Layout::kColumns);
   // A new row is made before the old one is touched: there may be no memory for it.
   if (bufferUseCount() != 1 || sharedContents() || bytes().available < length) {

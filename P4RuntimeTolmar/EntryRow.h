@@ -79,19 +79,20 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
 
   /// A row of the entry's fields.
   static Row fromEntry(const Entry& entry);
-  /// Makes this row one of the entry's fields, in the buffer it has if nobody shares it and it is large enough.
-  /// Throws LmPermissionViolation, Cairn::MemoryResourceException; the row is then as it was.
+  /// Makes this row one of the entry's fields, in the buffer it has if nobody shares it and it is large
+  /// enough. Throws LmPermissionViolation, Cairn::MemoryResourceException; the row is then as it was.
   void fill(const Entry& entry);
-  /// Reads every column into the field of the same name. Throws LmNullRow.
+  /// Reads every column into the field of the same name. Throws LmNullRow, Cairn::AssertionException if a
+  /// slot has been written that points outside the row; `entry` may then be half read.
   void readInto(Entry& entry) const { readColumns<0>(entry, Layout::kColumns); }
   Entry entry() const;
-  /// The key record of the row. Throws LmNullRow.
+  /// The key record of the row. Throws like readInto.
   KeyRecord keyRecord() const;
 
   /// A writable copy in a buffer of exactly rowLength() bytes, whatever row type has been written into the
   /// row. Throws LmNullRow, Cairn::AssertionException for a row cleared to less than the class's fixed data.
   Row clone() const;
-  /// Hash over the key columns; operator== and < below go by them too. All throw LmNullRow.
+  /// Hash over the key columns; operator== and < below go by them too. All throw like readInto.
   std::uint32_t hash() const { return KeyColumns<Entry>::hash(bytes()); }
 
   std::span<const len_t> vcd() const override { return Layout::kVariableColumns; }
@@ -117,8 +118,8 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   static constexpr std::uint16_t kRowTypeUnknown = 0xffff;
 
   /// Rows without variable columns have no more buffer than fixed data and count so.
-  static constexpr auto kCount = Layout::kVariableCount == 0 ? &Lumen::BaseRowCounters::sized
-                                                             : &Lumen::BaseRowCounters::sizedWithBuffer;
+  static constexpr auto kCount =
+      Layout::kVariableCount == 0 ? &Lumen::BaseRowCounters::sized : &Lumen::BaseRowCounters::sizedWithBuffer;
 
   /// A zero row with room for key columns of `storedSize` bytes in the variable area.
   struct Probe {

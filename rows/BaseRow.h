@@ -101,12 +101,15 @@ class BaseRow {
 
   /// Zeroes `fixedLength` bytes and makes them the row: type 0, nothing in the variable area. A row whose
   /// buffer is shared gets a new one of the same length. `fixedLength` is lm_contentOffset to bufferLength();
-  /// a row of a class that is cleared to less than the class's fixed data can be written in place, not copied.
+  /// a row of a class that is cleared to less than the class's fixed data can be written in place, not
+  /// copied.
   void clear(len_t fixedLength);
 
   /// Writes the column at `offset`. `fixedLength` is the length of the row's fixed data, in which the column
   /// must lie. Throws LmPermissionViolation, LmNullRow, Cairn::MemoryResourceException (copy on write, or a
   /// variable column that needs a larger buffer), Cairn::AssertionException (`fixedLength` 0, row too long).
+  /// On a generic row an address that is unset, or gets longer, leaves its place behind for good: a row that
+  /// is rewritten often is to be one of a row class.
   template <class T>
   void setColumn(len_t offset, const T& value, len_t fixedLength);
   /// Reads the column at `offset`, which must lie in the row.
@@ -145,8 +148,8 @@ class BaseRow {
   };
   explicit BaseRow(NestedIn place);
   /// For row classes: a row of `length` bytes of fixed data in a buffer of `bufferLength` bytes, none of them
-  /// written but the row length; `count` is the count that it adds to. The maker writes all other bytes before
-  /// anyone sees the row.
+  /// written but the row length; `count` is the count that it adds to. The maker writes all other bytes
+  /// before anyone sees the row.
   struct ToBeFilled {
     len_t length;
     len_t bufferLength;
@@ -187,7 +190,8 @@ class BaseRow {
   bool readOnly_ = false;
 };
 
-/// A view of the row that a slot of `parent` refers to, in the parent's buffer; a write copies first.
+/// A view of the row that a slot of `parent` refers to, in the parent's buffer; a write copies first. It is
+/// read-only if the parent is.
 class SubRow : public BaseRow {
  public:
   /// Throws Cairn::AssertionException if the nested row does not lie inside the slot's bytes and those inside
@@ -196,61 +200,6 @@ class SubRow : public BaseRow {
   ~SubRow() override;
 };
 
-template <class T>
-void BaseRow::setColumn(len_t offset, const T& value, len_t fixedLength) {
-  prepareWrite(fixedLength);
-  if constexpr (Encoding<T>::kVariable) {
-    storeVariable(offset, std::as_bytes(std::span(value.bytes(), value.size())), fixedLength);
-  } else {
-    Encoding<T>::store(writableBytes() + offset, value);
-  }
-}
-
-template <NestedRow Row>
-void BaseRow::getColumnStruct(len_t offset, Row& out) const {
-  const VarSlot slot = nestedSlot(offset);
-  if (slot.length() == 0) {
-    out = Row(BaseRow());
-  } else {
-    out = Row(SubRow(*this, slot));
-  }
-}
-
-template <class T>
-std::uint32_t BaseRow::columnHash(len_t offset) const {
-  if constexpr (NestedRow<T>) {
-    T nested{BaseRow()};
-    getColumnStruct(offset, nested);
-    return nested.rowHash();
-  } else {
-    return Encoding<T>::hash(bytes(), offset);
-  }
-}
-
-template <class T>
-bool BaseRow::columnEqual(len_t offset, const BaseRow& other, len_t otherOffset) const {
-  if constexpr (NestedRow<T>) {
-    T nested{BaseRow()};
-    T otherNested{BaseRow()};
-    getColumnStruct(offset, nested);
-    other.getColumnStruct(otherOffset, otherNested);
-    return nested.rowEqual(otherNested);
-  } else {
-    return Encoding<T>::equal(bytes(), offset, other.bytes(), otherOffset);
-  }
-}
-
-template <class T>
-bool BaseRow::columnLess(len_t offset, const BaseRow& other, len_t otherOffset) const {
-  if constexpr (NestedRow<T>) {
-    T nested{BaseRow()};
-    T otherNested{BaseRow()};
-    getColumnStruct(offset, nested);
-    other.getColumnStruct(otherOffset, otherNested);
-    return nested.rowLess(otherNested);
-  } else {
-    return Encoding<T>::compare(bytes(), offset, other.bytes(), otherOffset) < 0;
-  }
-}
-
 }  // namespace Lumen
+
+#include "rows/BaseRow-inl.h"

@@ -31,7 +31,7 @@ extern constinit RowAllocator rowAllocator;
 
 }  // namespace detail
 
-/// Created by the two factories only and destroyed with its last LmRowBufPtr.
+/// Created by its factories only and destroyed with its last LmRowBufPtr.
 class LmRowBuf {
  public:
   /// A buffer of `length` zero bytes. Throws Cairn::MemoryResourceException "calloc() failed ...".
@@ -76,7 +76,6 @@ class LmRowBufPtr {
   }
 
   explicit operator bool() const noexcept { return buffer_ != nullptr; }
-  LmRowBuf* get() const noexcept { return buffer_; }
   LmRowBuf* operator->() const noexcept { return buffer_; }
   /// True if no other pointer shares the buffer. There must be one.
   bool unique() const noexcept { return count(*buffer_) == 1; }

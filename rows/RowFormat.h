@@ -10,7 +10,7 @@
 //
 //   0             2     offset of the value, counted from the start of the row
 //   2             2     length of the value in the low 15 bits, 0 for an absent value; the top bit is
-//   reserved
+//                       reserved
 #pragma once
 
 #include <bit>

@@ -21,8 +21,8 @@ void BaseRow::storeVariable(len_t offset, std::span<const std::byte> value, len_
   storeBytes(writableBytes() + offset, slot);
 }
 
-/// Bytes from the place of the slot at `offset` to the next place; none if another column's value stands there,
-/// as it may in bytes from outside. Without a row class only the slot's own value is known.
+/// Bytes from the place of the slot at `offset` to the next place; none if another column's value stands
+/// there, as it may in bytes from outside. Without a row class only the slot's own value is known.
 std::size_t BaseRow::placeLength(len_t offset, VarSlot slot, len_t fixedLength) const {
   const RowBytes row = bytes();
   if (slot.offset < fixedLength || !slotInRow(row, slot)) return 0;
