@@ -134,6 +134,19 @@ struct L3IifTH3StatusEntry : StatusBookkeeping, L3IifTH3Key {
   friend bool operator==(const L3IifTH3StatusEntry&, const L3IifTH3StatusEntry&) = default;
 };
 
+template <class T>
+concept EntryRecord = requires(const T& record) {
+  record.key();
+};
+
+// An entry would pass for its key in these: whoever means the key asks for it.
+template <EntryRecord Entry, class Other>
+bool operator==(const Entry&, const Other&) = delete;
+template <EntryRecord Entry, class Other>
+std::strong_ordering operator<=>(const Entry&, const Other&) = delete;
+template <EntryRecord Entry>
+std::ostream& operator<<(std::ostream&, const Entry&) = delete;
+
 std::ostream& operator<<(std::ostream& out, const L3TunnelTH3Key& key);
 std::ostream& operator<<(std::ostream& out, const MyStationTcamTH3Key& key);
 std::ostream& operator<<(std::ostream& out, const L3IifTH3Key& key);

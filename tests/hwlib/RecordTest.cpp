@@ -55,6 +55,24 @@ TYPED_TEST(RecordOf, KeyFieldsAlone_MakeTheKey) {
   });
 }
 
+template <class A, class B>
+concept Equal = requires(const A& a, const B& b) {
+  a == b;
+};
+template <class T>
+concept Ordered = requires(const T& a) {
+  a < a;
+};
+
+TEST(Record, Entries_DoNotPassForTheirKeys) {
+  EXPECT_TRUE((Equal<L3IifTH3Key, L3IifTH3Key> && Equal<L3IifTH3ConfigEntry, L3IifTH3ConfigEntry>));
+  EXPECT_FALSE(
+      (Equal<L3IifTH3ConfigEntry, L3IifTH3StatusEntry> || Equal<L3IifTH3StatusEntry, L3IifTH3ConfigEntry>));
+  EXPECT_FALSE((Equal<L3IifTH3ConfigEntry, L3IifTH3Key> || Equal<L3IifTH3Key, L3IifTH3ConfigEntry>));
+  EXPECT_TRUE(Ordered<L3IifTH3Key>);
+  EXPECT_FALSE(Ordered<L3IifTH3ConfigEntry>);
+}
+
 TEST(Record, KeyOrder_IsThatOfTheFieldsInOrder) {
   EXPECT_LT((L3TunnelTH3Key{{}, {}, 0, 0, 65535}), (L3TunnelTH3Key{{}, {}, 0, 1, 0}));
   EXPECT_LT((L3TunnelTH3Key{{}, IpGenAddr::ipv6({255}), 255, 0, 0}),
