@@ -59,6 +59,8 @@ Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
 void ChangeFollower::segmentGone() {
   for (auto& key : queue_) lost_.push_back(std::move(key));
   queue_.clear();
+  for (auto& [sequence, key] : ahead_) lost_.push_back(std::move(key));
+  ahead_.clear();
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
     if (told_[slot].present) lost_.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
     told_[slot].present = false;
@@ -77,6 +79,7 @@ bool ChangeFollower::tellNext(RowReads* reads, const KeyHandler& handler) {
       queue_.pop_front();
       const bool last = queue_.empty();
       handler(key.data());
+      if (reads != nullptr) noteIfAhead(*reads, key);
       if (last && queue_.empty()) handled_ = target_;
       return true;
     }
@@ -117,8 +120,25 @@ bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
   }
   tell(record.slot, sequence, record.written, row_.data() + 1);
   handled_ = sequence;
-  handler(keyOf(record.slot));
+  if (record.written) {
+    handler(keyOf(record.slot));
+    return true;
+  }
+  const std::vector<Word> key(keyOf(record.slot), keyOf(record.slot) + layout_.keyWords);
+  handler(key.data());
+  noteIfAhead(reads, key);
   return true;
+}
+
+// A handler looks the table up as it is now. Where a key told as gone has come back by then, the handler has
+// seen a row that no slot is told of yet; should the log be gone before that row's end is told, the next
+// comparison has to tell it.
+void ChangeFollower::noteIfAhead(RowReads& reads, const std::vector<Word>& key) {
+  while (!ahead_.empty() && !isAfter(ahead_.front().first, handled_)) ahead_.pop_front();
+  const Word published = reads.segment().load(kSequenceAt);
+  if (published == handled_) return;
+  std::uint32_t slot = 0;
+  if (reads.lookup(key.data(), row_.data(), slot)) ahead_.emplace_back(published, key);
 }
 
 // A key that is gone from its slot may have come back in another one. Then that slot's change is told, by
@@ -127,6 +147,10 @@ void ChangeFollower::compare(RowReads& reads) {
   std::vector<std::pair<Word, std::vector<Word>>> changed;
   std::vector<std::vector<Word>> gone = std::move(lost_);
   lost_.clear();
+  for (auto& [sequence, key] : ahead_) {
+    if (isAfter(sequence, handled_)) gone.push_back(std::move(key));
+  }
+  ahead_.clear();
   target_ = scan(reads, [&](std::uint32_t slot, Word version, const Word* key) {
     if (!isAfter(sequenceOf(version), told_[slot].sequence)) return;
     const bool otherKey = !isOccupied(version) || !reads.sameKey(key, keyOf(slot));

@@ -186,7 +186,7 @@ TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
   for (const Case& c : kCases) {
     SCOPED_TRACE(c.name);
     ScriptedEntity<L3IifTH3Config> damaged(folder_.path(), "damaged");
-    for (const std::uint64_t key : {1, 2}) damaged.entity->tableIs(entry(key, 5));
+    for (const std::uint64_t key : {1u, 2u}) damaged.entity->tableIs(entry(key, 5));
     damaged.table->reads = 0;
     damaged.table->damagedAtRead = c.read;
     make();

@@ -58,7 +58,7 @@ Answer answers(Vesta::VestaBase<TestKey, TestEntry>& table, const Model& model) 
               return found && entry.id == id && entry.stamp == stamp && entry.whole();
             });
   }
-  for (std::uint64_t id : {0, 1, 4, 50, 1000}) {
+  for (std::uint64_t id : {0u, 1u, 4u, 50u, 1000u}) {
     right = right && guarded([&] {
               bool found = true;
               table.directLookup(TestKey{id}, found, nullptr);
