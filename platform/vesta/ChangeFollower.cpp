@@ -78,8 +78,7 @@ bool ChangeFollower::tellNext(RowReads* reads, const KeyHandler& handler) {
       const std::vector<Word> key = std::move(queue_.front());
       queue_.pop_front();
       const bool last = queue_.empty();
-      handler(key.data());
-      if (reads != nullptr) noteIfAhead(*reads, key);
+      tellGone(reads, key, handler);
       if (last && queue_.empty()) handled_ = target_;
       return true;
     }
@@ -125,20 +124,23 @@ bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
     return true;
   }
   const std::vector<Word> key(keyOf(record.slot), keyOf(record.slot) + layout_.keyWords);
-  handler(key.data());
-  noteIfAhead(reads, key);
+  tellGone(&reads, key, handler);
   return true;
 }
 
 // A handler looks the table up as it is now. Where a key told as gone has come back by then, the handler has
 // seen a row that no slot is told of yet; should the log be gone before that row's end is told, the next
-// comparison has to tell it.
-void ChangeFollower::noteIfAhead(RowReads& reads, const std::vector<Word>& key) {
+// comparison has to tell it. What the handler saw is known only if nothing was published meanwhile.
+void ChangeFollower::tellGone(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler) {
+  const Word before = reads != nullptr ? reads->segment().load(kSequenceAt) : handled_;
+  handler(key.data());
   while (!ahead_.empty() && !isAfter(ahead_.front().first, handled_)) ahead_.pop_front();
-  const Word published = reads.segment().load(kSequenceAt);
-  if (published == handled_) return;
+  if (reads == nullptr) return;
+  const Word published = reads->segment().load(kSequenceAt);
   std::uint32_t slot = 0;
-  if (reads.lookup(key.data(), row_.data(), slot)) ahead_.emplace_back(published, key);
+  if (published == handled_) return;
+  if (published != before || reads->lookup(key.data(), row_.data(), slot))
+    ahead_.emplace_back(published, key);
 }
 
 // A key that is gone from its slot may have come back in another one. Then that slot's change is told, by

@@ -49,14 +49,15 @@ class ChangeFollower {
   Word scan(RowReads& reads, const Visit& visit);
   void compare(RowReads& reads);
   bool tellRecord(RowReads& reads, const KeyHandler& handler);
-  void noteIfAhead(RowReads& reads, const std::vector<Word>& key);
+  void tellGone(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler);
 
   Layout layout_;
   std::vector<Told> told_;               // by slot
   std::vector<Word> keys_;               // by slot
   std::deque<std::vector<Word>> queue_;  // found by a comparison, not yet told
   std::vector<std::vector<Word>> lost_;  // told keys of a segment before this one
-  // Keys told as gone whose next row the handler may have seen already, with the change that this holds up to.
+  // Keys told as gone whose next row the handler may have seen already, with the change that this holds up
+  // to.
   std::deque<std::pair<Word, std::vector<Word>>> ahead_;
   std::vector<Word> row_;
   Word target_ = 0;  // handled once the queue is empty
