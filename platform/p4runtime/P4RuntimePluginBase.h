@@ -12,7 +12,7 @@ namespace P4Runtime {
 /// The agent's side of a plugin: its attributes, in the order below, and its start.
 class P4RuntimePluginBase : public Orrery::Mounter {
  public:
-  /// Starts with a plugin status of the same name and a default cleanup helper; all else is null.
+  /// Starts with a plugin status of the same name; all else is null. init() makes the default cleanup helper.
   explicit P4RuntimePluginBase(const Quill::Name& name);
   ~P4RuntimePluginBase() override;
   const Quill::TypeNode* fwkType() const override;

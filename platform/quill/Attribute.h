@@ -10,6 +10,7 @@ template <class Notifiee, class Value>
 void attributeIs(const PtrInterface& object, Value& attribute, const Value& value,
                  void (Notifiee::*onChange)()) {
   if (attribute == value) return;
+  const Ptr<const PtrInterface> keep(&object);  // what is released may hold the object's last reference
   attribute = value;
   object.notify<Notifiee>([onChange](Notifiee& reactor) { (reactor.*onChange)(); });
 }
