@@ -24,8 +24,8 @@ void ChangeFollower::segmentIs(RowReads& reads, InitialRows rows) {
   if (rows == InitialRows::tell) {
     compare(reads);
   } else {
-    handled_ = scan(reads, [this](std::uint32_t slot, Word version, const Word* key) {
-      tell(slot, sequenceOf(version), isOccupied(version), key);
+    handled_ = scan(reads, [this](std::uint32_t slot, Word sequence, bool occupied, bool, const Word* key) {
+      tell(slot, sequence, occupied, key);
     });
   }
 }
@@ -33,6 +33,10 @@ void ChangeFollower::segmentIs(RowReads& reads, InitialRows rows) {
 // Calls `visit` with each slot. Returns the sequence published before: a change that the slots do not show is
 // newer than that, and in the log. A published sequence that no change had is seen by its record, or by a
 // slot that is further on.
+//
+// A row may stand in its slot before the index names it and before its change is published: a handler called
+// now would not find it. Such a row is `underWay`; its slot is given the sequence before, so that the log's
+// record of the change is not left out.
 template <class Visit>
 Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
   const Segment& segment = reads.segment();
@@ -43,14 +47,18 @@ Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
   }
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
     const Word version = reads.readSlot(slot, row_.data());
-    if (isAfter(sequenceOf(version), nextSequence(published))) {
+    Word sequence = sequenceOf(version);
+    bool underWay = false;
+    if (isAfter(sequence, published)) {
       const Word newest = segment.load(kSequenceAt);
-      if (isAfter(sequenceOf(version), nextSequence(newest))) {
+      if (isAfter(sequence, nextSequence(newest))) {
         reportDamage("published sequence " + std::to_string(newest) + ": slot " + std::to_string(slot) +
-                     " was changed at " + std::to_string(sequenceOf(version)));
+                     " was changed at " + std::to_string(sequence));
       }
+      underWay = isOccupied(version) && isAfter(sequence, newest);
+      if (underWay) sequence = newest;
     }
-    visit(slot, version, row_.data() + 1);
+    visit(slot, sequence, isOccupied(version), underWay, row_.data() + 1);
   }
   return published;
 }
@@ -59,7 +67,7 @@ Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
 void ChangeFollower::segmentGone() {
   for (auto& key : queue_) lost_.push_back(std::move(key));
   queue_.clear();
-  for (auto& [sequence, key] : ahead_) lost_.push_back(std::move(key));
+  for (auto& [until, key] : ahead_) lost_.push_back(std::move(key));
   ahead_.clear();
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
     if (told_[slot].present) lost_.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
@@ -78,7 +86,7 @@ bool ChangeFollower::tellNext(RowReads* reads, const KeyHandler& handler) {
       const std::vector<Word> key = std::move(queue_.front());
       queue_.pop_front();
       const bool last = queue_.empty();
-      tellGone(reads, key, handler);
+      tellKey(reads, key, handler);
       if (last && queue_.empty()) handled_ = target_;
       return true;
     }
@@ -124,49 +132,63 @@ bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
     return true;
   }
   const std::vector<Word> key(keyOf(record.slot), keyOf(record.slot) + layout_.keyWords);
-  tellGone(&reads, key, handler);
+  tellKey(&reads, key, handler);
   return true;
 }
 
 // A handler looks the table up as it is now. Where a key told as gone has come back by then, the handler has
 // seen a row that no slot is told of yet; should the log be gone before that row's end is told, the next
-// comparison has to tell it. What the handler saw is known only if nothing was published meanwhile.
-void ChangeFollower::tellGone(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler) {
+// comparison has to tell it.
+void ChangeFollower::tellKey(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler) {
   const Word before = reads != nullptr ? reads->segment().load(kSequenceAt) : handled_;
   handler(key.data());
   while (!ahead_.empty() && !isAfter(ahead_.front().first, handled_)) ahead_.pop_front();
-  if (reads == nullptr) return;
-  const Word published = reads->segment().load(kSequenceAt);
+  if (reads != nullptr && maySee(*reads, key, before)) lookOutFor(reads->segment(), key);
+}
+
+// Whether a lookup between the load of `before`, the sequence published then, and now may have found `key`.
+// The order of the looks matters: the key is looked up first, so that a change that takes it away before that
+// is seen by the sequence or, published or not, by its record, which a writer writes before all else.
+bool ChangeFollower::maySee(RowReads& reads, const std::vector<Word>& key, Word before) {
   std::uint32_t slot = 0;
-  if (published == handled_) return;
-  if (published != before || reads->lookup(key.data(), row_.data(), slot))
-    ahead_.emplace_back(published, key);
+  if (reads.lookup(key.data(), row_.data(), slot)) return true;
+  const Segment& segment = reads.segment();
+  return segment.load(kSequenceAt) != before || isBegun(segment, nextSequence(before));
+}
+
+// Until the changes that took place so far, of which one may be unpublished, are handled.
+void ChangeFollower::lookOutFor(const Segment& segment, std::vector<Word> key) {
+  ahead_.emplace_back(nextSequence(segment.load(kSequenceAt)), std::move(key));
 }
 
 // A key that is gone from its slot may have come back in another one. Then that slot's change is told, by
-// this comparison or from the log, and the key is not told as gone.
+// this comparison or from the log, and the key is not told as gone, unless the log is gone before that.
 void ChangeFollower::compare(RowReads& reads) {
   std::vector<std::pair<Word, std::vector<Word>>> changed;
   std::vector<std::vector<Word>> gone = std::move(lost_);
   lost_.clear();
-  for (auto& [sequence, key] : ahead_) {
-    if (isAfter(sequence, handled_)) gone.push_back(std::move(key));
+  for (auto& [until, key] : ahead_) {
+    if (isAfter(until, handled_)) gone.push_back(std::move(key));
   }
   ahead_.clear();
-  target_ = scan(reads, [&](std::uint32_t slot, Word version, const Word* key) {
-    if (!isAfter(sequenceOf(version), told_[slot].sequence)) return;
-    const bool otherKey = !isOccupied(version) || !reads.sameKey(key, keyOf(slot));
-    if (told_[slot].present && otherKey) gone.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
-    if (isOccupied(version)) {
-      changed.emplace_back(sequenceOf(version), std::vector<Word>(key, key + layout_.keyWords));
-    }
-    tell(slot, sequenceOf(version), isOccupied(version), key);
-  });
+  const auto visit = [&](std::uint32_t slot, Word sequence, bool occupied, bool underWay, const Word* key) {
+    const Told told = told_[slot];
+    if (!underWay && !isAfter(sequence, told.sequence)) return;
+    const bool sameRow = occupied && reads.sameKey(key, keyOf(slot));
+    if (told.present && !sameRow) gone.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
+    if (occupied && !underWay) changed.emplace_back(sequence, std::vector<Word>(key, key + layout_.keyWords));
+    tell(slot, sequence, underWay ? told.present && sameRow : occupied, key);
+  };
+  target_ = scan(reads, visit);
   std::sort(gone.begin(), gone.end());
   gone.erase(std::unique(gone.begin(), gone.end()), gone.end());
   for (auto& key : gone) {
     std::uint32_t slot = 0;
-    if (!reads.lookup(key.data(), row_.data(), slot)) queue_.push_back(std::move(key));
+    if (reads.lookup(key.data(), row_.data(), slot)) {
+      lookOutFor(reads.segment(), std::move(key));
+    } else {
+      queue_.push_back(std::move(key));
+    }
   }
   const Word origin = handled_;
   std::sort(changed.begin(), changed.end(), [origin](const auto& a, const auto& b) {

@@ -49,15 +49,17 @@ class ChangeFollower {
   Word scan(RowReads& reads, const Visit& visit);
   void compare(RowReads& reads);
   bool tellRecord(RowReads& reads, const KeyHandler& handler);
-  void tellGone(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler);
+  void tellKey(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler);
+  bool maySee(RowReads& reads, const std::vector<Word>& key, Word before);
+  void lookOutFor(const Segment& segment, std::vector<Word> key);
 
   Layout layout_;
   std::vector<Told> told_;               // by slot
   std::vector<Word> keys_;               // by slot
   std::deque<std::vector<Word>> queue_;  // found by a comparison, not yet told
   std::vector<std::vector<Word>> lost_;  // told keys of a segment before this one
-  // Keys told as gone whose next row the handler may have seen already, with the change that this holds up
-  // to.
+  // Keys that came back, or may have, in changes not yet told, with the newest such change: told as gone, but
+  // the handler may have seen the next row already, or found elsewhere by a comparison and not told as gone.
   std::deque<std::pair<Word, std::vector<Word>>> ahead_;
   std::vector<Word> row_;
   Word target_ = 0;  // handled once the queue is empty

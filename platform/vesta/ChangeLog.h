@@ -20,6 +20,11 @@ RecordState readRecord(const Segment& segment, Word sequence, Word* row, ChangeR
 /// Copies and checks a record that nobody is writing.
 ChangeRecord checkRecord(const Segment& segment, Word sequence, Word* row);
 
+/// Whether the writer has begun the change `sequence`, which follows the newest published one.
+inline bool isBegun(const Segment& segment, Word sequence) {
+  return segment.load(segment.layout().recordAt(sequence)) >> 2 == sequence;
+}
+
 /// Whether the record of `sequence` can still be read when `published` is the newest change. The writer may
 /// already be overwriting the record that is as far back as the ring is long, less one.
 inline bool inLog(const Layout& layout, Word sequence, Word published) {

@@ -91,6 +91,47 @@ TEST_F(TableTest, Notify_OvertakenReaderIsToldOfWhatChangedAndOfNothingElse) {
   EXPECT_TRUE(table->quiesced(table->sequence()));
 }
 
+// A reader that polls within the steps of writes, now and then too late for the log, and whose handlers write
+// when the writer is not at work: what they saw last of each key must be how things are.
+TEST_F(TableTest, Notify_ReaderAtAnyStepOfAWriteEndsUpWithTheTable) {
+  std::mt19937_64 random(7);
+  std::unique_ptr<Reader> follower;
+  enum { kIdle, kWriting, kHandling } now = kIdle;
+  Vesta::AttachOptions stepped = options(8);
+  stepped.stepHook = [&](Vesta::WriteStep) {
+    if (now == kWriting && random() % 50 == 0) follower->poll(1 + random() % 8);
+  };
+  Writer table(stepped);
+  follower = reader(8);
+  std::uint64_t stamp = 0;
+  const auto change = [&] {
+    const std::uint64_t id = random() % 12;
+    if (random() % 2 == 0) {
+      table.remove(TestKey{id}, nullptr);
+    } else if (table.members() < 8) {
+      put(table, id, ++stamp);
+    }
+  };
+  std::map<std::uint64_t, std::uint64_t> known;
+  follower->onChangeIs([&](const TestKey& key) {
+    for (std::uint64_t i = random() % 40; now == kHandling && i < 5; ++i) change();
+    known.erase(key.id);
+    if (const std::uint64_t seen = stampOf(*follower, key.id)) known[key.id] = seen;
+    for (std::uint64_t i = random() % 40; now == kHandling && i < 30; ++i) change();
+  });
+  for (std::uint64_t round = 0; round < scaled(20000); ++round) {
+    now = kWriting;
+    for (std::uint64_t i = random() % 60; i > 0; --i) change();
+    now = kHandling;
+    follower->poll(20);
+    now = kIdle;
+    while (follower->poll(1000) != 0) {
+    }
+    ASSERT_EQ(known, contents(table)) << "round " << round;
+  }
+  EXPECT_GT(follower->readerCounters().overtaken, scaled(20000) / 20);
+}
+
 struct Pace {
   const char* name;
   std::uint64_t keys;       // few or all

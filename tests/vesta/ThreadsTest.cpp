@@ -63,7 +63,7 @@ void follow(Vesta::SegmentReader& table, const std::atomic<bool>& stop,
   }
 }
 
-TEST_F(Threads, DISABLED_LookupsAndFollowersBesideAWriter) {
+TEST_F(Threads, LookupsAndFollowersBesideAWriter) {
   Vesta::SegmentWriter table(shape(), options(kCapacity));
   Vesta::AttachOptions asReader = options(kCapacity);
   Vesta::SegmentReader looking(shape(), asReader, table.mapping());
