@@ -14,22 +14,22 @@ NotifieeConst* NotifieeConst::quillReactor() { return this; }
 
 void NotifieeConst::isRegisteredNotifieeIs(bool registered) {
   if (registered == registered_) return;
-  registered_ = registered;
-  if (notifier_ == nullptr) return;
-  if (registered) {
-    notifier_->notifieeList().add(this);
-  } else {
-    notifier_->notifieeList().remove(this);
+  if (notifier_ != nullptr) {
+    if (registered) {
+      notifier_->notifieeList().add(this);
+    } else {
+      notifier_->notifieeList().remove(this);
+    }
   }
+  registered_ = registered;
 }
 
 void NotifieeConst::notifierIs(const Ptr<const PtrInterface>& notifier) {
   if (notifier.get() == notifier_) return;
+  // The one step that can fail comes first: the reactor then follows its old notifier as before.
+  if (notifier && registered_) notifier->notifieeList().add(this);
+  if (notifier && hold_ == Hold::counted) notifier->referenceIs();
   const PtrInterface* const old = std::exchange(notifier_, notifier.get());
-  if (notifier_ != nullptr) {
-    if (hold_ == Hold::counted) notifier_->referenceIs();
-    if (registered_) notifier_->notifieeList().add(this);
-  }
   if (old != nullptr) {
     old->notifieeList().remove(this);
     if (hold_ == Hold::counted) old->referenceDel();

@@ -14,7 +14,8 @@ class NotifieeList {
  public:
   bool empty() const noexcept { return live_ == 0; }
   std::size_t size() const noexcept { return live_; }
-  /// Adds a reactor that is not in the list yet; it is not owned.
+  /// Adds a reactor that is not in the list yet; it is not owned. The list is as it was when there is no
+  /// memory.
   void add(NotifieeConst* reactor);
   /// Removes a reactor; one that is not in the list is no error.
   void remove(const NotifieeConst* reactor) noexcept;

@@ -78,8 +78,9 @@ class PtrInterface {
   }
 
   inline static bool threadSafePtrs_ = false;
-  // Held from the moment the last reference has gone, so that references taken and dropped by what is called
-  // then do not end the object a second time.
+  // The count from the moment the last reference has gone. Nobody holds these references: with them, those
+  // that reactors and notify() take and drop while the object ends (its destructor may still notify) cannot
+  // bring the count to 0 and end it a second time.
   static constexpr std::uint32_t kEndingReferences = 1u << 30;
 
   mutable std::atomic<std::uint32_t> references_{1};
