@@ -29,8 +29,8 @@ std::size_t vrfIdCount(const PtrInterface& object) {
   return Quill::genericObject<VrfSm>(object).vrfId().size();
 }
 
-std::unique_ptr<Quill::GenericIterator> vrfIdIterator(PtrInterface& object) {
-  return Quill::genericIterator(Quill::genericObject<VrfSm>(object).vrfIdIterator());
+std::shared_ptr<Quill::GenericIterator> vrfIdIterator(PtrInterface& object) {
+  return Quill::genericIterator(object, Quill::genericObject<VrfSm>(object).vrfIdIterator());
 }
 
 constexpr Quill::Member kMembers[] = {

@@ -4,61 +4,72 @@ namespace Quill {
 
 namespace {
 
-/// The member `name` of the object's type, which must offer `function`.
-template <class Function>
-const Member& memberWith(const Ptr<PtrInterface>& object, std::string_view name, Function Member::*function,
-                         const char* what) {
-  const PtrInterface& target = *object;
-  const TypeNode* const type = target.fwkType();
-  const std::string typeText = type == nullptr ? typeName(typeid(target)) : std::string(type->name);
+struct Offer {
+  bool made;
+  const char* what;  // in the complaint when it is not
+};
+
+Offer offer(const Member& member, GenericOp op) {
+  switch (op) {
+    case GenericOp::get:
+      return {member.get != nullptr, "read"};
+    case GenericOp::set:
+      return {member.set != nullptr, "set"};
+    case GenericOp::del:
+      return {member.del != nullptr, "removed"};
+    case GenericOp::call:
+      return {member.call != nullptr, "called"};
+    case GenericOp::count:
+      return {member.count != nullptr, "counted"};
+    case GenericOp::iterator:
+      break;
+  }
+  return {member.iterator != nullptr, "walked"};
+}
+
+/// The member `name` of the object's type, which must offer `op`.
+const Member& memberWith(const PtrInterface& object, GenericOp op, std::string_view name) {
+  const TypeNode* const type = object.fwkType();
+  const std::string typeText = type == nullptr ? typeName(typeid(object)) : std::string(type->name);
   const Member* const member = type == nullptr ? nullptr : type->member(name);
   if (member == nullptr) throw GenericIfException(typeText + " has no member \"" + std::string(name) + "\"");
-  if (member->*function == nullptr) {
+  if (const auto [made, what] = offer(*member, op); !made) {
     throw GenericIfException(typeText + ": member \"" + std::string(name) + "\" cannot be " + what);
   }
   return *member;
 }
 
-/// Runs `call`; a complaint about its arguments then names the member too.
-template <class Call>
-auto named(std::string_view member, const Call& call) {
-  try {
-    return call();
-  } catch (const GenericIfException& exception) {
-    throw GenericIfException(std::string(member) + ": " + exception.message());
+GenericValue apply(const Member& member, GenericOp op, PtrInterface& object, GenericArguments arguments) {
+  switch (op) {
+    case GenericOp::get:
+      return member.get(object, arguments);
+    case GenericOp::set:
+      return member.set(object, arguments), GenericValue();
+    case GenericOp::del:
+      return member.del(object, arguments), GenericValue();
+    case GenericOp::call:
+      return member.call(object, arguments);
+    case GenericOp::count:
+      return member.count(object);
+    case GenericOp::iterator:
+      break;
   }
+  return member.iterator(object);
 }
 
 }  // namespace
 
 GenericIfException::~GenericIfException() = default;
 
-GenericValue GenericIf::get(std::string_view member, GenericArguments key) const {
-  const Member& found = memberWith(object_, member, &Member::get, "read");
-  return named(member, [&] { return found.get(*object_, key); });
-}
-
-void GenericIf::set(std::string_view member, GenericArguments arguments) const {
-  const Member& found = memberWith(object_, member, &Member::set, "set");
-  named(member, [&] { found.set(*object_, arguments); });
-}
-
-void GenericIf::del(std::string_view member, GenericArguments key) const {
-  const Member& found = memberWith(object_, member, &Member::del, "removed");
-  named(member, [&] { found.del(*object_, key); });
-}
-
-GenericValue GenericIf::call(std::string_view member, GenericArguments arguments) const {
-  const Member& found = memberWith(object_, member, &Member::call, "called");
-  return named(member, [&] { return found.call(*object_, arguments); });
-}
-
-std::size_t GenericIf::count(std::string_view member) const {
-  return memberWith(object_, member, &Member::count, "counted").count(*object_);
-}
-
-std::unique_ptr<GenericIterator> GenericIf::iterator(std::string_view member) const {
-  return memberWith(object_, member, &Member::iterator, "walked").iterator(*object_);
+GenericValue genericIfAttributeOp(const Ptr<PtrInterface>& object, GenericOp op, std::string_view member,
+                                  GenericArguments arguments) {
+  const Ptr<PtrInterface> held = object;  // what is called may drop the caller's pointer
+  const Member& found = memberWith(*held, op, member);
+  try {
+    return apply(found, op, *held, arguments);
+  } catch (const GenericIfException& exception) {
+    throw GenericIfException(std::string(member) + ": " + exception.message());
+  }
 }
 
 namespace detail {
@@ -72,6 +83,8 @@ void argumentCountMismatch(std::size_t expected, std::size_t came) {
   throw GenericIfException("expected " + std::to_string(expected) + " arguments, got " +
                            std::to_string(came));
 }
+
+void walkIsOver() { throw GenericIfException("the walk stands on no element"); }
 
 const PtrInterface* objectIn(const GenericValue& value, bool mayBeConst, bool& held) {
   held = true;

@@ -22,21 +22,42 @@ class GenericIfException : public Cairn::Exception {
   ~GenericIfException() override;
 };
 
-/// An object reached through its type descriptor.
+/// What can be done with a member by its name.
+enum class GenericOp { get, set, del, call, count, iterator };
+
+/// Does `op` with the member `member` of `object`, by the member table of its type. `arguments` are those of
+/// a call, the values to set, or the key. Returns what was read or called for, a count as std::size_t, a walk
+/// as std::shared_ptr<GenericIterator>, else nothing. Throws GenericIfException when the member is missing,
+/// does not offer `op` or refuses the arguments; what the member itself throws passes on.
+GenericValue genericIfAttributeOp(const Ptr<PtrInterface>& object, GenericOp op, std::string_view member,
+                                  GenericArguments arguments = {});
+
+/// An object reached through its type descriptor; each call is a genericIfAttributeOp.
 class GenericIf {
  public:
   explicit GenericIf(Ptr<PtrInterface> object) : object_(std::move(object)) {}
 
   const Ptr<PtrInterface>& object() const noexcept { return object_; }
 
-  // Each throws GenericIfException when the member is missing, does not offer the call or refuses the
-  // arguments; what the member itself throws passes on.
-  GenericValue get(std::string_view member, GenericArguments key = {}) const;
-  void set(std::string_view member, GenericArguments arguments) const;
-  void del(std::string_view member, GenericArguments key = {}) const;
-  GenericValue call(std::string_view member, GenericArguments arguments = {}) const;
-  std::size_t count(std::string_view member) const;
-  std::unique_ptr<GenericIterator> iterator(std::string_view member) const;
+  GenericValue get(std::string_view member, GenericArguments key = {}) const {
+    return genericIfAttributeOp(object_, GenericOp::get, member, key);
+  }
+  void set(std::string_view member, GenericArguments arguments) const {
+    genericIfAttributeOp(object_, GenericOp::set, member, arguments);
+  }
+  void del(std::string_view member, GenericArguments key = {}) const {
+    genericIfAttributeOp(object_, GenericOp::del, member, key);
+  }
+  GenericValue call(std::string_view member, GenericArguments arguments = {}) const {
+    return genericIfAttributeOp(object_, GenericOp::call, member, arguments);
+  }
+  std::size_t count(std::string_view member) const {
+    return std::any_cast<std::size_t>(genericIfAttributeOp(object_, GenericOp::count, member));
+  }
+  std::shared_ptr<GenericIterator> iterator(std::string_view member) const {
+    return std::any_cast<std::shared_ptr<GenericIterator>>(
+        genericIfAttributeOp(object_, GenericOp::iterator, member));
+  }
 
  private:
   Ptr<PtrInterface> object_;
@@ -47,6 +68,7 @@ namespace detail {
 [[noreturn]] void argumentMismatch(std::size_t index, const std::string& expected,
                                    const std::type_info& came);
 [[noreturn]] void argumentCountMismatch(std::size_t expected, std::size_t came);
+[[noreturn]] void walkIsOver();
 
 template <class T>
 struct IsPtr : std::false_type {};
@@ -142,8 +164,6 @@ template <class Result, class Class>
 struct MethodTraits<Result (Class::*)() const noexcept> {
   using Object = Class;
 };
-template <class Result, class Class>
-struct MethodTraits<Result (Class::*)(bool) noexcept> : MethodTraits<Result (Class::*)(bool)> {};
 
 template <auto Getter>
 GenericValue getBy(const PtrInterface& object, GenericArguments) {
@@ -164,22 +184,28 @@ void setBy(PtrInterface& object, GenericArguments arguments) {
 
 }  // namespace detail
 
-/// A walk by an iterator that offers nonNull, key, value, next and del.
+/// A walk over a collection of `object` by an iterator that offers nonNull, key, value, next and del.
 template <class Iterator>
-std::unique_ptr<GenericIterator> genericIterator(Iterator iterator) {
+std::shared_ptr<GenericIterator> genericIterator(PtrInterface& object, Iterator iterator) {
   class Walk final : public GenericIterator {
    public:
-    explicit Walk(Iterator at) : at_(at) {}
+    Walk(PtrInterface& object, Iterator at) : object_(&object), at_(at) {}
     bool nonNull() const override { return at_.nonNull(); }
-    GenericValue key() const override { return at_.key(); }
-    GenericValue value() const override { return at_.value(); }
+    GenericValue key() const override { return here().key(); }
+    GenericValue value() const override { return here().value(); }
     void next() override { at_.next(); }
-    void del() override { at_.del(); }
+    void del() override { here().del(); }
 
    private:
+    Iterator here() const {
+      if (!at_.nonNull()) detail::walkIsOver();
+      return at_;
+    }
+
+    Ptr<PtrInterface> object_;  // the collection lives in it
     Iterator at_;
   };
-  return std::make_unique<Walk>(iterator);
+  return std::make_shared<Walk>(object, iterator);
 }
 
 /// An attribute that can be read.

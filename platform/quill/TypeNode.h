@@ -22,7 +22,8 @@ class GenericIf;
 using GenericValue = std::any;
 using GenericArguments = std::span<const GenericValue>;
 
-/// A walk over a collection member; good whatever is added or removed meanwhile.
+/// A walk over a collection member; good whatever is added or removed meanwhile. Holds the object. key, value
+/// and del throw GenericIfException where nonNull is false.
 class GenericIterator {
  public:
   virtual ~GenericIterator();
@@ -45,7 +46,7 @@ struct Member {
   void (*del)(PtrInterface& object, GenericArguments key) = nullptr;
   GenericValue (*call)(PtrInterface& object, GenericArguments arguments) = nullptr;
   std::size_t (*count)(const PtrInterface& object) = nullptr;
-  std::unique_ptr<GenericIterator> (*iterator)(PtrInterface& object) = nullptr;
+  std::shared_ptr<GenericIterator> (*iterator)(PtrInterface& object) = nullptr;
   std::string_view type = {};  ///< of an attribute that is an object: that object's type name
 };
 
