@@ -1,5 +1,7 @@
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 
+#include <array>
+
 #include "P4RuntimePlugin/KeyTrace.h"
 #include "P4RuntimePlugin/PendingHwProgrammingSm-inl.h"
 #include "quill/Generic.h"
@@ -8,23 +10,27 @@ namespace TolmarHwLib {
 
 namespace {
 
-template <class Tracker, class Status>
+template <auto kFactory, class Status>
 Quill::GenericIf fromCtorArgs(Quill::GenericArguments arguments) {
   using BatchStatus = Quill::Ptr<P4Runtime::BatchStatus>;
-  using StatusPtr = Quill::Ptr<const Status>;
-  const auto make = [](const BatchStatus& batchStatus, const StatusPtr& status) {
-    return Quill::allocate<Tracker>(batchStatus, status);
-  };
-  return Quill::GenericIf(Quill::genericCall<BatchStatus, StatusPtr>(make, arguments));
+  return Quill::GenericIf(Quill::genericCall<BatchStatus, Quill::Ptr<const Status>>(kFactory, arguments));
 }
 
 template <class Pattern>
-constexpr Quill::Member kMembers[] = {
-    Quill::genericReader<&Pattern::batchStatus>("batchStatus", "P4Runtime::BatchStatus"),
-    Quill::genericReader<&Pattern::status>("status"),
-    Quill::genericOperation<&Pattern::onStatusRow>("onStatusRow"),
-    Quill::genericOperation<&Pattern::onStatusRows>("onStatusRows"),
-};
+constexpr std::array<Quill::Member, 4> membersOf(std::string_view statusType) {
+  return {Quill::genericReader<&Pattern::batchStatus>("batchStatus", "P4Runtime::BatchStatus"),
+          Quill::genericReader<&Pattern::status>("status", statusType),
+          Quill::genericOperation<&Pattern::onStatusRow>("onStatusRow"),
+          Quill::genericOperation<&Pattern::onStatusRows>("onStatusRows")};
+}
+
+constexpr auto kL3IifMembers =
+    membersOf<PendingHwProgrammingSm<L3IifTH3Key, L3IifTH3Status, 16>>("TolmarHwLib::L3IifTH3Status");
+constexpr auto kMyStationTcamMembers =
+    membersOf<PendingHwProgrammingSm<MyStationTcamTH3Key, MyStationTcamTH3Status, 73>>(
+        "TolmarHwLib::MyStationTcamTH3Status");
+constexpr auto kL3TunnelMembers = membersOf<PendingHwProgrammingSm<L3TunnelTH3Key, L3TunnelTH3Status, 130>>(
+    "TolmarHwLib::L3TunnelTH3Status");
 
 }  // namespace
 
@@ -34,8 +40,8 @@ template class PendingHwProgrammingSm<L3TunnelTH3Key, L3TunnelTH3Status, 130>;
 
 constinit const Quill::TypeNode L3IifTH3PendingHwProgrammingSm::_quillType{
     .name = "TolmarHwLib::L3IifTH3PendingHwProgrammingSm",
-    .members = kMembers<PendingHwProgrammingSm<L3IifTH3Key, L3IifTH3Status, 16>>,
-    .genericIfFromCtorArgs = &fromCtorArgs<L3IifTH3PendingHwProgrammingSm, L3IifTH3Status>};
+    .members = kL3IifMembers,
+    .genericIfFromCtorArgs = &fromCtorArgs<&l3IifTH3PendingHwProgrammingSmFactory, L3IifTH3Status>};
 
 void L3IifTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
   Quill::deallocate(memory, quillAllocTrackTypeInfo_);
@@ -57,8 +63,9 @@ Quill::Ptr<L3IifTH3PendingHwProgrammingSm> l3IifTH3PendingHwProgrammingSmFactory
 
 constinit const Quill::TypeNode MyStationTcamTH3PendingHwProgrammingSm::_quillType{
     .name = "TolmarHwLib::MyStationTcamTH3PendingHwProgrammingSm",
-    .members = kMembers<PendingHwProgrammingSm<MyStationTcamTH3Key, MyStationTcamTH3Status, 73>>,
-    .genericIfFromCtorArgs = &fromCtorArgs<MyStationTcamTH3PendingHwProgrammingSm, MyStationTcamTH3Status>};
+    .members = kMyStationTcamMembers,
+    .genericIfFromCtorArgs =
+        &fromCtorArgs<&myStationTcamTH3PendingHwProgrammingSmFactory, MyStationTcamTH3Status>};
 
 void MyStationTcamTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
   Quill::deallocate(memory, quillAllocTrackTypeInfo_);
@@ -84,8 +91,8 @@ Quill::Ptr<MyStationTcamTH3PendingHwProgrammingSm> myStationTcamTH3PendingHwProg
 
 constinit const Quill::TypeNode L3TunnelTH3PendingHwProgrammingSm::_quillType{
     .name = "TolmarHwLib::L3TunnelTH3PendingHwProgrammingSm",
-    .members = kMembers<PendingHwProgrammingSm<L3TunnelTH3Key, L3TunnelTH3Status, 130>>,
-    .genericIfFromCtorArgs = &fromCtorArgs<L3TunnelTH3PendingHwProgrammingSm, L3TunnelTH3Status>};
+    .members = kL3TunnelMembers,
+    .genericIfFromCtorArgs = &fromCtorArgs<&l3TunnelTH3PendingHwProgrammingSmFactory, L3TunnelTH3Status>};
 
 void L3TunnelTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
   Quill::deallocate(memory, quillAllocTrackTypeInfo_);
