@@ -87,16 +87,10 @@ class Loader {
 
   LoaderInitCaller* initCaller(std::size_t i) const { return initCallers_.at(i).get(); }
 
-  /// Runs the callers at [first, last), in order of registration. What a plugin throws passes on.
-  void runInitCallers(std::size_t first, std::size_t last) {
-    for (std::size_t i = first; i < last; ++i) (*initCallers_.at(i))();
-  }
-
-  /// Drops the callers at [first, last) and their registrations.
-  void initCallersDel(std::size_t first, std::size_t last) {
-    for (std::size_t i = first; i < last; ++i) impl_.registrationDel(initCallers_[i].get());
-    const auto begin = initCallers_.begin();
-    initCallers_.erase(begin + static_cast<std::ptrdiff_t>(first), begin + static_cast<std::ptrdiff_t>(last));
+  /// Drops the caller and the registrations made through it.
+  void initCallerDel(const LoaderInitCaller* caller) {
+    impl_.registrationDel(caller);
+    std::erase_if(initCallers_, [caller](const auto& owned) { return owned.get() == caller; });
   }
 
  private:

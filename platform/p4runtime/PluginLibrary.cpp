@@ -25,10 +25,16 @@ std::vector<T> added(const std::vector<T>& before, const std::vector<T>& after) 
   return result;
 }
 
-std::vector<std::string> servedTables(const PluginContext& context) {
+std::vector<Plugin::LoaderInitCaller*> initCallers() {
+  std::vector<Plugin::LoaderInitCaller*> callers(DefaultPluginLoader().initCallers());
+  for (std::size_t i = 0; i < callers.size(); ++i) callers[i] = DefaultPluginLoader().initCaller(i);
+  return callers;
+}
+
+std::vector<std::string> servedTables(const PluginContext* context) {
   std::vector<std::string> names;
-  if (!context.lumenDb()) return names;
-  for (const auto& table : context.lumenDb()->tables()) {
+  if (context == nullptr || !context->lumenDb()) return names;
+  for (const auto& table : context->lumenDb()->tables()) {
     if (table->implementation()) names.push_back(table->name());
   }
   return names;
@@ -36,8 +42,8 @@ std::vector<std::string> servedTables(const PluginContext& context) {
 
 }  // namespace
 
-PluginLibrary::PluginLibrary(const std::string& path)
-    : path_(path), firstCaller_(DefaultPluginLoader().initCallers()) {
+PluginLibrary::PluginLibrary(const std::string& path) : path_(path) {
+  const auto callers = initCallers();
   const auto generators = Lumen::rowOpsGeneratorNames();
   const auto typeNodes = Quill::typeNodes();
   handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -46,7 +52,7 @@ PluginLibrary::PluginLibrary(const std::string& path)
     throw Cairn::Exception("plugin library \"" + path +
                            "\": " + (reason != nullptr ? reason : "unknown error"));
   }
-  lastCaller_ = DefaultPluginLoader().initCallers();
+  callers_ = added(callers, initCallers());
   generators_ = added(generators, Lumen::rowOpsGeneratorNames());
   typeNodes_ = added(typeNodes, Quill::typeNodes());
 }
@@ -55,8 +61,7 @@ PluginLibrary::~PluginLibrary() { unload(); }
 
 std::vector<std::string> PluginLibrary::plugins() const {
   std::vector<std::string> names;
-  for (std::size_t i = firstCaller_; i < lastCaller_; ++i) {
-    const Plugin::LoaderInitCaller* const caller = DefaultPluginLoader().initCaller(i);
+  for (const Plugin::LoaderInitCaller* const caller : callers_) {
     for (const auto& entry : DefaultPluginLoader().impl().registrations()) {
       if (entry.caller == caller) names.push_back(entry.plugin);
     }
@@ -65,15 +70,25 @@ std::vector<std::string> PluginLibrary::plugins() const {
 }
 
 void PluginLibrary::init(const Quill::Ptr<PluginContext>& context) {
-  if (context && !context_) servedBefore_ = servedTables(*context);
   if (context) context_ = context;
   DefaultPluginLoader().contextIs(context.get());
-  DefaultPluginLoader().runInitCallers(firstCaller_, lastCaller_);
+  const auto before = servedTables(context.get());
+  const auto noteTables = [&] {
+    for (std::string& name : added(before, servedTables(context.get()))) tables_.push_back(std::move(name));
+  };
+  try {
+    for (Plugin::LoaderInitCaller* const caller : callers_) (*caller)();
+  } catch (...) {
+    noteTables();
+    throw;
+  }
+  noteTables();
 }
 
 void PluginLibrary::requestCleanup(const PluginContext& context) {
-  const std::vector<P4RuntimePluginBase*> plugins = context.plugins();
-  for (const P4RuntimePluginBase* plugin : plugins) {
+  std::vector<Quill::Ptr<P4RuntimePluginBase>> plugins;  // held: a cleanup may let any of them go
+  for (P4RuntimePluginBase* const plugin : context.plugins()) plugins.emplace_back(plugin);
+  for (const auto& plugin : plugins) {
     const auto helper =
         plugin->pluginCleanupHelper() ? plugin->pluginCleanupHelper() : plugin->defaultPluginCleanupHelper();
     if (helper) helper->handleCleanupRequest();
@@ -82,12 +97,10 @@ void PluginLibrary::requestCleanup(const PluginContext& context) {
 
 void PluginLibrary::unload() {
   if (handle_ == nullptr) return;
-  if (context_) {
-    dropCleanupHelpers();
-    dropTableImplementations();
-  }
+  if (context_) dropCleanupHelpers();
+  for (const std::string& name : tables_) context_->lumenDb()->tableImplementationDel(name);
   auto& loader = DefaultPluginLoader();
-  loader.initCallersDel(firstCaller_, lastCaller_);
+  for (const Plugin::LoaderInitCaller* const caller : callers_) loader.initCallerDel(caller);
   if (loader.context() == context_.get()) loader.contextIs(nullptr);
   for (const std::string& name : generators_) Lumen::uninstallRowOpsGenerator(Lumen::rowOpsGenerator(name));
   for (const Quill::TypeNode* type : typeNodes_) Quill::typeNodeDel(type);
@@ -104,12 +117,6 @@ void PluginLibrary::dropCleanupHelpers() const {
     if (ours) held.emplace_back(plugin);
   }
   for (const auto& plugin : held) plugin->pluginCleanupHelperIs(nullptr);
-}
-
-void PluginLibrary::dropTableImplementations() const {
-  for (const std::string& name : added(servedBefore_, servedTables(*context_))) {
-    context_->lumenDb()->tableImplementationDel(name);
-  }
 }
 
 }  // namespace P4Runtime

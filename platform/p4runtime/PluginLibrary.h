@@ -1,11 +1,13 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
 #include "p4runtime/PluginContext.h"
 
+namespace Plugin {
+class LoaderInitCaller;
+}
 namespace Quill {
 struct TypeNode;
 }
@@ -37,22 +39,20 @@ class PluginLibrary {
   static void requestCleanup(const PluginContext& context);
 
   /// Lets go of everything of the library, in this order: the cleanup helpers of its plugins, the table
-  /// implementations that the row database has had since init(), callers, row-operations generators, type
+  /// implementations that the row database got during init(), callers, row-operations generators, type
   /// descriptors; then unloads it. No plugin of it may be held by anybody else.
   void unload();
 
  private:
   void dropCleanupHelpers() const;
-  void dropTableImplementations() const;
 
   std::string path_;
   void* handle_ = nullptr;
-  Quill::Ptr<PluginContext> context_;              // null before init
-  std::size_t firstCaller_;                        // the library's callers start here
-  std::size_t lastCaller_;                         // and end before this one
-  std::vector<std::string> generators_;            // row type names
-  std::vector<const Quill::TypeNode*> typeNodes_;  // not owned
-  std::vector<std::string> servedBefore_;          // names of tables with an implementation before init
+  Quill::Ptr<PluginContext> context_;               // null before init
+  std::vector<Plugin::LoaderInitCaller*> callers_;  // not owned
+  std::vector<std::string> generators_;             // row type names
+  std::vector<const Quill::TypeNode*> typeNodes_;   // not owned
+  std::vector<std::string> tables_;                 // names of those that got their implementation in init
 };
 
 }  // namespace P4Runtime
