@@ -13,6 +13,8 @@ namespace {
 
 using P4Runtime::P4RuntimePluginHelper;
 
+constexpr const char* kSource = "./P4RuntimePlugin/P4RuntimeTolmarPlugin";
+
 /// The mount helper; the row database is the plugin's own context's, wherever the entity manager comes from.
 /// No plugin works without a row database, so a missing one stops the process.
 P4RuntimePluginHelper mountHelper(const P4Runtime::PluginContext* own, const P4Runtime::PluginContext* given,
@@ -55,12 +57,12 @@ Quill::Ptr<TolmarP4RuntimePlugin> tolmarP4RuntimePluginFactory(const Quill::Name
 }
 
 void TolmarP4RuntimePlugin::doMountsComplete(Orrery::MountStatus, const Quill::Ptr<Orrery::EntityManager>&) {
-  static constinit const TracePoint trace{0, kPluginSource, __LINE__, "doMountsComplete", "doMountsComplete"};
+  static constinit const TracePoint trace{0, kSource, __LINE__, "doMountsComplete", "doMountsComplete"};
   trace(pluginTrace());
 }
 
 void TolmarP4RuntimePlugin::pluginInit(const Quill::Ptr<P4Runtime::PluginContext>& context) {
-  static constinit const TracePoint trace{0, kPluginSource, __LINE__, "pluginInit", "pluginInit"};
+  static constinit const TracePoint trace{0, kSource, __LINE__, "pluginInit", "pluginInit"};
   trace(pluginTrace());
   P4RuntimePluginHelper helper = mountHelper(pluginContext().get(), context.get(), "pluginInit");
   setUpTables(helper);
@@ -105,7 +107,7 @@ void TolmarP4RuntimePlugin::wireComponents(const Quill::Ptr<P4Runtime::PluginCon
 }
 
 void TolmarP4RuntimePlugin::doCleanup() {
-  static constinit const TracePoint trace{4, kPluginSource, __LINE__, "doCleanup",
+  static constinit const TracePoint trace{4, kSource, __LINE__, "doCleanup",
                                           "TolmarP4RuntimePlugin::doCleanup"};
   trace(pluginTrace());
   P4RuntimePluginHelper helper = mountHelper(pluginContext().get(), pluginContext().get(), "doCleanup");

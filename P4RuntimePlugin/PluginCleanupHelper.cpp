@@ -8,6 +8,8 @@ namespace P4RuntimeTolmar {
 
 namespace {
 
+constexpr const char* kSource = "./P4RuntimePlugin/PluginCleanupHelper";
+
 constexpr Quill::Member kMembers[] = {
     Quill::genericReader<&P4Runtime::PluginCleanupHelper::allPluginConfig>("allPluginConfig",
                                                                            "P4Runtime::AllPluginConfig"),
@@ -42,7 +44,7 @@ const Quill::TypeNode* PluginCleanupHelper::fwkType() const { return &_quillType
 Quill::Name PluginCleanupHelper::name() const { return parent_ ? parent_->name() : Quill::Name(); }
 
 void PluginCleanupHelper::handleCleanupRequest() {
-  static constinit const TracePoint trace{4, kPluginSource, __LINE__, "handleCleanupRequest",
+  static constinit const TracePoint trace{4, kSource, __LINE__, "handleCleanupRequest",
                                           "TolmarP4RuntimePlugin::handleCleanupRequest"};
   trace(pluginTrace());
   // The plugin is held for its call alone, and no member is used after the base operation: the agent may let

@@ -4,8 +4,6 @@
 
 namespace P4RuntimeTolmar {
 
-inline constexpr const char* kPluginSource = "./P4RuntimePlugin/P4RuntimeTolmarPlugin";
-
 /// The library's trace handle, made on first use.
 const Quill::TraceHandle& pluginTrace();
 

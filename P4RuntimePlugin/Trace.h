@@ -2,6 +2,7 @@
 // the text is built only while the level is on.
 #pragma once
 
+#include <locale>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -36,6 +37,7 @@ class TracePoint {
   [[gnu::noinline, gnu::cold]] void toHandle(const Quill::TraceHandle& handle,
                                              const Values&... values) const {
     std::ostringstream text;
+    text.imbue(std::locale::classic());  // filters look for plain digits, whatever the program's locale
     std::string_view rest = format_;
     (writeNext(text, rest, values), ...);
     text << rest;
