@@ -23,7 +23,8 @@ std::uint32_t AllPluginConfig::cleanupsRequested(const Quill::Name& plugin) cons
 void AllPluginConfig::cleanupsRequestedIs(const Quill::Name& plugin, std::uint32_t count) {
   if (cleanupsRequested(plugin) == count) return;
   cleanupsRequested_[plugin.stringValue()] = count;
-  notify<NotifieeConst>([&plugin](NotifieeConst& reactor) { reactor.onCleanupsRequested(plugin); });
+  const Quill::Name name = plugin;  // may be that of a plugin that goes in its cleanup
+  notify<NotifieeConst>([&name](NotifieeConst& reactor) { reactor.onCleanupsRequested(name); });
 }
 
 }  // namespace P4Runtime
