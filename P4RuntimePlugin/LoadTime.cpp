@@ -1,7 +1,7 @@
-// All objects of the plugin that act when the library is loaded, in the order in which they act: agents and
-// tools see this order, and objects spread over several sources keep theirs only by the linker's grace. The
-// row-operations generators come before, from the row classes' own source. At unload the order is reversed,
-// so whatever the plugin object needs until its end stands above the loader.
+// All objects of the plugin that register something when the library is loaded, in the order in which they
+// do: agents and tools see this order, and objects spread over several sources keep theirs only by the
+// linker's grace. The row-operations generators come before, from the row classes' own source. At unload the
+// order is reversed, so what the plugin object needs until its end stands above the loader.
 #include "P4RuntimePlugin/LoadTime.h"
 
 #include "P4RuntimePlugin/P4RuntimeTolmarPluginLoader.h"

@@ -2,8 +2,8 @@
 // ring in a mapped file (RingFormat.h) that can be read while the process runs and after it has died
 // (TraceReader.h).
 //
-//   static constinit const Skein::Site site{"./P4RuntimePlugin/VrfSm", 24, "handleL3IifTH3ConfigEntry", "add
-//   vrf %s"}; Skein::message(site, entry->vrf);
+//   static constinit const Skein::Site site{"./P4RuntimePlugin/VrfSm", 24, "handleEntry", "add vrf %s"};
+//   Skein::message(site, entry->vrf);
 //
 // Thread safety: one thread of a process traces. A message neither allocates nor locks nor throws; after a
 // fork the child goes on in a ring of its own.
