@@ -44,7 +44,7 @@ std::vector<std::string> servedTables(const PluginContext* context) {
 
 PluginLibrary::PluginLibrary(const std::string& path) : path_(path) {
   const auto callers = initCallers();
-  const auto generators = Lumen::rowOpsGeneratorNames();
+  const std::size_t generators = Lumen::rowOpsGeneratorNames().size();
   const auto typeNodes = Quill::typeNodes();
   handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle_ == nullptr) {
@@ -53,7 +53,11 @@ PluginLibrary::PluginLibrary(const std::string& path) : path_(path) {
                            "\": " + (reason != nullptr ? reason : "unknown error"));
   }
   callers_ = added(callers, initCallers());
-  generators_ = added(generators, Lumen::rowOpsGeneratorNames());
+  // Known by name, of which the latest counts: this library's, even when another has the same names.
+  const auto names = Lumen::rowOpsGeneratorNames();
+  for (std::size_t i = generators; i < names.size(); ++i) {
+    generators_.push_back(Lumen::rowOpsGenerator(names[i]));
+  }
   typeNodes_ = added(typeNodes, Quill::typeNodes());
 }
 
@@ -102,7 +106,7 @@ void PluginLibrary::unload() {
   auto& loader = DefaultPluginLoader();
   for (const Plugin::LoaderInitCaller* const caller : callers_) loader.initCallerDel(caller);
   if (loader.context() == context_.get()) loader.contextIs(nullptr);
-  for (const std::string& name : generators_) Lumen::uninstallRowOpsGenerator(Lumen::rowOpsGenerator(name));
+  for (const Lumen::RowOpsGenerator* generator : generators_) Lumen::uninstallRowOpsGenerator(generator);
   for (const Quill::TypeNode* type : typeNodes_) Quill::typeNodeDel(type);
   ::dlclose(handle_);
   handle_ = nullptr;

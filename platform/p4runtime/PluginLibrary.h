@@ -5,6 +5,9 @@
 
 #include "p4runtime/PluginContext.h"
 
+namespace Lumen {
+class RowOpsGenerator;
+}
 namespace Plugin {
 class LoaderInitCaller;
 }
@@ -48,11 +51,11 @@ class PluginLibrary {
 
   std::string path_;
   void* handle_ = nullptr;
-  Quill::Ptr<PluginContext> context_;               // null before init
-  std::vector<Plugin::LoaderInitCaller*> callers_;  // not owned
-  std::vector<std::string> generators_;             // row type names
-  std::vector<const Quill::TypeNode*> typeNodes_;   // not owned
-  std::vector<std::string> tables_;                 // names of those that got their implementation in init
+  Quill::Ptr<PluginContext> context_;                // null before init
+  std::vector<Plugin::LoaderInitCaller*> callers_;   // not owned
+  std::vector<Lumen::RowOpsGenerator*> generators_;  // not owned
+  std::vector<const Quill::TypeNode*> typeNodes_;    // not owned
+  std::vector<std::string> tables_;                  // names of those that got their implementation in init
 };
 
 }  // namespace P4Runtime
