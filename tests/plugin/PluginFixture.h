@@ -1,19 +1,21 @@
+// What the plugin works with, real in all it does, with one log of all calls; and what it traces.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
+#include <functional>
+#include <sstream>
 
-#include "RuntimeFolder.h"
-#include "quill/AllocTrack.h"
-#include "quill/PtrInterface.h"
+#include "p4runtime/PluginContext.h"
+#include "p4runtime/PluginStatus.h"
+#include "quill/EventLoop.h"
 #include "quill/TraceHandle.h"
 #include "skein/Skein.h"
 #include "skein/TraceReader.h"
+#include "tests/NothingLeft.h"
+#include "tests/RecordingPlatform.h"
+#include "tests/RuntimeFolder.h"
 
 /// All tests run a second time with atomic counting, asked for by the environment.
 inline const bool threadSafePtrs = [] {
@@ -22,88 +24,112 @@ inline const bool threadSafePtrs = [] {
   return asked;
 }();
 
-/// Checks after every test that no counted object is left.
+class RecordingBatchStatus final : public P4Runtime::BatchStatus {
+ public:
+  explicit RecordingBatchStatus(Log& log) : log_(log) {}
+
+  std::function<void()> onCompleted;  ///< runs in the middle of a tracker's work; may be empty
+
+  void completedTransactionStatusIs(const P4Runtime::BatchStatusEntry& entry) override {
+    log_.push_back("completed " + std::to_string(entry.entryHandle) + " " + std::to_string(entry.errorCode));
+    BatchStatus::completedTransactionStatusIs(entry);
+    if (onCompleted) onCompleted();
+  }
+
+ private:
+  Log& log_;
+};
+
 class PluginFixture : public ::testing::Test {
  protected:
-  void TearDown() override {
-    Quill::TraceHandle::sinkIs(nullptr);
-    for (const auto& count : Quill::AllocTrackTypeInfo::counts()) {
-      const auto before = liveBefore_.find(count.type);
-      EXPECT_EQ(count.live, before == liveBefore_.end() ? 0 : before->second) << count.type;
-    }
+  // A wrapper holds the database that holds it.
+  ~PluginFixture() override {
+    for (const auto& table : lumenDb_->tables()) lumenDb_->tableImplementationDel(table->name());
   }
 
-  RuntimeFolder folder_;
+  Log taken() { return std::exchange(log_, {}); }
+
+  const NothingLeft nothingLeft_;
+  const RuntimeFolder folder_;
+  Log log_;
+  Quill::EventLoop loop_;
+  const Quill::Ptr<RecordingEntityManager> entityManager_ =
+      Quill::allocate<RecordingEntityManager>(folder_.path(), loop_, log_);
+  const std::shared_ptr<RecordingLumenDB> lumenDb_ = std::make_shared<RecordingLumenDB>(log_);
+  const Quill::Ptr<RecordingBatchStatus> batch_ = Quill::allocate<RecordingBatchStatus>(log_);
+  const Quill::Ptr<P4Runtime::VrfIdCollection> vrfs_ = Quill::allocate<P4Runtime::VrfIdCollection>();
+  const Quill::Ptr<P4Runtime::PluginContext> context_ =
+      Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batch_, vrfs_);
+};
+
+/// Told when an object loses its last reference or, on a plugin status, when a cleanup is completed.
+class Watcher final : public P4Runtime::PluginStatus::NotifieeConst {
+ public:
+  using Call = std::function<void()>;
+  Watcher(Call ended, Call completed)
+      : NotifieeConst(Hold::uncounted), ended_(std::move(ended)), completed_(std::move(completed)) {}
+  static Quill::Ptr<Watcher> on(const Quill::Ptr<const Quill::PtrInterface>& object, const Call& ended,
+                                const Call& completed = {}) {
+    const auto watcher = Quill::allocate<Watcher>(ended, completed);
+    watcher->hasNotificationActiveIs(static_cast<bool>(completed));
+    watcher->notifierIs(object);
+    watcher->isRegisteredNotifieeIs(true);
+    return watcher;
+  }
+  void onZeroReferences() override {
+    if (ended_) ended_();
+  }
+  void onCleanupsCompleted() override { completed_(); }
+
+  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
 
  private:
-  static std::map<std::string, std::int64_t> live() {
-    std::map<std::string, std::int64_t> result;
-    for (const auto& count : Quill::AllocTrackTypeInfo::counts()) result[count.type] = count.live;
-    return result;
-  }
-  const std::map<std::string, std::int64_t> liveBefore_ = live();
+  Call ended_;
+  Call completed_;
 };
 
-/// One trace line with everything that a filter may go by.
-struct TraceLine {
-  std::string handle;
-  int level;
-  std::string source;
-  int line;
-  std::string function;
-  std::string text;
-  friend bool operator==(const TraceLine&, const TraceLine&) = default;
-  friend std::ostream& operator<<(std::ostream& out, const TraceLine& l) {
-    return out << l.handle << "/" << l.level << " " << l.source << ":" << l.line << " " << l.function << ": "
-               << l.text;
-  }
-};
-
-/// What a trace handle writes at one level, from here to the end of the object.
-class HandleLines {
+/// What is traced from here on, by the one handle at the one level and on the fast trace, as
+/// "source:line function: text"; on the fast trace with "|value" behind it for each value.
+class Traces {
  public:
-  HandleLines(std::string name, int level) : name_(std::move(name)), level_(level) {
-    Quill::TraceHandle::levelIs(name_, level_, true);
+  Traces(const RuntimeFolder& folder, const char* handle, int level)
+      : ring_(folder.path() + "/ring"), handle_(handle), level_(level) {
+    Skein::ringIs(ring_, 64 * 1024);
+    before_ = Skein::readTrace(ring_).size();
+    Quill::TraceHandle::levelIs(handle_, level_, true);
     Quill::TraceHandle::sinkIs([this](const Quill::TraceHandle::Line& l) {
-      lines.push_back({std::string(l.handle), l.level, std::string(l.source), l.line, std::string(l.function),
-                       std::string(l.text)});
+      EXPECT_EQ(l.handle, handle_);
+      EXPECT_EQ(l.level, level_);
+      std::ostringstream line;
+      line << l.source << ":" << l.line << " " << l.function << ": " << l.text;
+      ofHandle.push_back(line.str());
     });
   }
-  ~HandleLines() {
-    Quill::TraceHandle::levelIs(name_, level_, false);
+  ~Traces() {
+    Quill::TraceHandle::levelIs(handle_, level_, false);
     Quill::TraceHandle::sinkIs(nullptr);
   }
-  HandleLines(const HandleLines&) = delete;
-  HandleLines& operator=(const HandleLines&) = delete;
+  Traces(const Traces&) = delete;
+  Traces& operator=(const Traces&) = delete;
 
-  std::vector<std::string> texts() const {
-    std::vector<std::string> all;
-    for (const TraceLine& line : lines) all.push_back(line.text);
-    return all;
+  Log ofHandle;
+  Log fast() const {
+    Log lines;
+    const auto records = Skein::readTrace(ring_);
+    for (std::size_t i = before_; i < records.size(); ++i) {
+      const Skein::TraceSite& site = *records[i].site;
+      std::ostringstream line;
+      line << site.source << ":" << site.line << " " << site.function << ": " << records[i].text();
+      for (const std::string& value : records[i].values) line << "|" << value;
+      lines.push_back(line.str());
+    }
+    return lines;
   }
 
-  std::vector<TraceLine> lines;
-
  private:
-  std::string name_;
+  std::string ring_;
+  const char* handle_;
   int level_;
-};
-
-/// The fast trace of one source, from here on.
-class FastTrace {
- public:
-  explicit FastTrace(const RuntimeFolder& folder) : path_(folder.path() + "/ring") {
-    Skein::ringIs(path_, 64 * 1024);
-    before_ = Skein::readTrace(path_).size();
-  }
-
-  std::vector<Skein::TraceRecord> records() const {
-    auto all = Skein::readTrace(path_);
-    all.erase(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(before_));
-    return all;
-  }
-
- private:
-  std::string path_;
   std::size_t before_ = 0;
 };

@@ -1,9 +1,9 @@
 // A table in memory behind a real map, which can be told at which of its next reads it is found damaged.
 #pragma once
 
-#include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,39 +16,25 @@ template <class Key, class Entry>
 class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
  public:
   using Row = Vesta::Value<Key, Entry>;
+  using Hint = Vesta::IterHint;
 
   explicit ScriptedTable(Vesta::RootPath path) : path_(std::move(path)) {}
 
-  std::size_t reads = 0;
-  std::size_t damagedAtRead = 0;         ///< counted from 1; 0 for a sound table
-  std::function<void()> justBeforehand;  ///< called when the damage is met; may be empty
+  std::size_t damagedIn = 0;          ///< reads until the damage is met, that one included; 0 for never
+  std::function<void()> onDamageMet;  ///< called just before; may be empty
 
   bool initialize() override { return true; }
   void detach() override {}
-  bool write(const Row& value, bool) override {
-    Row* const present = find(value.key);
-    if (present != nullptr) {
-      *present = value;
-    } else {
-      rows_.push_back(value);
-    }
-    return true;
-  }
-  bool remove(const Key& key, Row*) override {
-    return std::erase_if(rows_, [&key](const Row& row) { return row.key == key; }) != 0;
-  }
-  const Row& lookup(const Key& key, bool& found, Vesta::IterHint*) override {
+  bool write(const Row& value, bool) override { return rows_[value.key] = value, true; }
+  bool remove(const Key& key, Row*) override { return rows_.erase(key) != 0; }
+  const Row& lookup(const Key& key, bool& found, Hint*) override {
     read();
-    const Row* const row = find(key);
-    found = row != nullptr;
-    return found ? *row : empty_;
+    const auto row = rows_.find(key);
+    found = row != rows_.end();
+    return found ? row->second : empty_;
   }
-  bool first(Row& value, Vesta::IterHint&) override { return at(0, value); }
-  bool next(const Key& key, Row& value, Vesta::IterHint&) override {
-    const auto here =
-        std::find_if(rows_.begin(), rows_.end(), [&key](const Row& row) { return row.key == key; });
-    return at(static_cast<std::size_t>(here - rows_.begin()) + 1, value);
-  }
+  bool first(Row& value, Hint&) override { return at(rows_.begin(), value); }
+  bool next(const Key& key, Row& value, Hint&) override { return at(rows_.upper_bound(key), value); }
   std::size_t members() override { return rows_.size(); }
   std::size_t minSize() override { return 0; }
   std::size_t maxSize() override { return 8192; }
@@ -60,24 +46,19 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
 
  private:
   void read() {
-    if (++reads != damagedAtRead) return;
-    if (justBeforehand) justBeforehand();
+    if (damagedIn == 0 || --damagedIn != 0) return;
+    if (onDamageMet) onDamageMet();
     throw Cairn::CorruptionDetectedException("row 3: bad checksum");
   }
-  bool at(std::size_t index, Row& value) {
+  bool at(typename std::map<Key, Row>::const_iterator row, Row& value) {
     read();
-    if (index >= rows_.size()) return false;
-    value = rows_[index];
+    if (row == rows_.end()) return false;
+    value = row->second;
     return true;
-  }
-  Row* find(const Key& key) {
-    const auto row =
-        std::find_if(rows_.begin(), rows_.end(), [&key](const Row& one) { return one.key == key; });
-    return row == rows_.end() ? nullptr : &*row;
   }
 
   Vesta::RootPath path_;
-  std::vector<Row> rows_;
+  std::map<Key, Row> rows_;
   Row empty_{};
 };
 
@@ -89,8 +70,7 @@ struct ScriptedEntity {
   explicit ScriptedEntity(const std::string& folder, const char* name = "table")
       : entity(Quill::allocate<Entity>(Quill::Name(name))) {
     auto handler = std::make_shared<Cairn::DebugHandler>();
-    handler->sinkIs(
-        [this](const Cairn::DebugHandler::Message& message) { messages.emplace_back(message.text); });
+    handler->sinkIs([this](const Cairn::DebugHandler::Message& m) { messages.emplace_back(m.text); });
     std::filesystem::create_directory(folder + "/tables");
     auto made = std::make_unique<Table>(Vesta::RootPath(folder, "tables", name));
     table = made.get();
@@ -100,7 +80,7 @@ struct ScriptedEntity {
   ScriptedEntity(const ScriptedEntity&) = delete;
   ScriptedEntity& operator=(const ScriptedEntity&) = delete;
 
-  Quill::Ptr<Entity> entity;
+  const Quill::Ptr<Entity> entity;
   Table* table;  // owned by the entity's map, also behind the placeholder
   std::vector<std::string> messages;
 };

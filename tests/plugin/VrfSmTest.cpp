@@ -5,7 +5,6 @@
 
 #include "PluginFixture.h"
 #include "ScriptedTable.h"
-#include "orrery/EntityManager.h"
 
 namespace {
 
@@ -13,64 +12,58 @@ using P4Runtime::VrfId;
 using P4RuntimeTolmar::VrfSm;
 using TolmarHwLib::L3IifTH3Config;
 using TolmarHwLib::L3IifTH3ConfigEntry;
-using TolmarHwLib::L3IifTH3Key;
 
 using Counts = std::map<unsigned, unsigned>;      // by VRF
 using Lines = std::map<std::uint64_t, unsigned>;  // VRF by key
 
-L3IifTH3ConfigEntry entry(std::uint64_t l3Iif, std::uint16_t vrf, bool valid = true) {
-  L3IifTH3ConfigEntry result;
-  result.l3Iif = l3Iif;
-  result.vrf = vrf;
-  result.valid = valid;
-  return result;
-}
+class CallingVrfs final : public P4Runtime::VrfIdCollection {
+ public:
+  std::function<void()> onInc;  ///< runs in the middle of the tracker's work; may be empty
+  std::uint32_t vrfIdRefCountInc(VrfId id, unsigned int n) override {
+    if (onInc) onInc();
+    return VrfIdCollection::vrfIdRefCountInc(id, n);
+  }
+};
 
 class Vrf : public PluginFixture {
  protected:
-  void SetUp() override { make(); }
-  void TearDown() override {
-    tracker_ = nullptr;
-    config_.entity = nullptr;
-    other_.entity = nullptr;
-    context_ = nullptr;
-    vrfs_ = nullptr;
-    PluginFixture::TearDown();
+  /// An entry that is not valid, which is nothing to the tracker.
+  static L3IifTH3ConfigEntry entry(std::uint64_t l3Iif, std::uint16_t vrf) {
+    L3IifTH3ConfigEntry result;
+    result.l3Iif = l3Iif;
+    result.vrf = vrf;
+    return result;
   }
-
-  void make() {
-    vrfs_ = Quill::allocate<P4Runtime::VrfIdCollection>();
-    context_ = Quill::allocate<P4Runtime::PluginContext>(nullptr, nullptr, nullptr, vrfs_);
-    tracker_ = VrfSm::VrfSmIs(config_.entity, context_);
+  /// A tracker over `table` whose counts start from nothing.
+  void make(const VrfSm::L3IifTH3ConfigPtr& table) {
+    tracker_ = nullptr;
+    ids_ = Quill::allocate<CallingVrfs>();
+    tracker_ = P4RuntimeTolmar::vrfSmFactory(
+        table, Quill::allocate<P4Runtime::PluginContext>(nullptr, nullptr, nullptr, ids_));
   }
   Counts counts() const {
     Counts result;
-    vrfs_->forEachVrfId([&result](VrfId id, std::uint32_t count) { result[id.value()] = count; });
+    ids_->forEachVrfId([&result](VrfId id, std::uint32_t count) { result[id.value()] = count; });
     return result;
   }
   Lines lines() const {
     Lines result;
-    for (auto line = tracker_->vrfIdIterator(); line.nonNull(); line.next())
-      result[line.key().l3Iif] = line.value();
+    tracker_->vrfId().forEach([&result](const auto& key, unsigned vrf) { result[key.l3Iif] = vrf; });
     return result;
   }
 
   ScriptedEntity<L3IifTH3Config> config_{folder_.path()};
   ScriptedEntity<L3IifTH3Config> other_{folder_.path(), "other"};
-  Quill::Ptr<P4Runtime::VrfIdCollection> vrfs_;
-  Quill::Ptr<P4Runtime::PluginContext> context_;
+  Quill::Ptr<CallingVrfs> ids_;
   Quill::Ptr<VrfSm> tracker_;
 };
 
-struct Step {
-  enum { add, addInvalid, del, notify } what;
-  std::uint64_t l3Iif;
-  std::uint16_t vrf;
-};
+constexpr int kGone = -1;
+constexpr int kAgain = -2;  // notified once more
 
 struct CountCase {
   const char* name;
-  std::vector<Step> steps;
+  std::vector<std::pair<std::uint64_t, int>> steps;  // key; VRF it is written with, or one of the above
   Counts counts;
   Lines lines;
 };
@@ -78,97 +71,70 @@ struct CountCase {
 TEST_F(Vrf, Counts_FollowTheNumberOfAddNotifications) {
   constexpr std::uint64_t kHigh = std::uint64_t{1} << 32;
   static const CountCase kCases[] = {
-      {"two keys of one VRF", {{Step::add, 1, 5}, {Step::add, 2, 5}}, {{5, 2}}, {{1, 5}, {2, 5}}},
-      {"one of two gone", {{Step::add, 1, 5}, {Step::add, 2, 5}, {Step::del, 1, 0}}, {{5, 1}}, {{2, 5}}},
-      {"both gone", {{Step::add, 1, 5}, {Step::add, 2, 5}, {Step::del, 1, 0}, {Step::del, 2, 0}}, {}, {}},
-      {"VRF 0", {{Step::add, 1, 0}}, {}, {}},
-      {"VRF 0 gone", {{Step::add, 1, 0}, {Step::del, 1, 0}}, {}, {}},
-      {"largest VRF", {{Step::add, 1, 65535}}, {{65535, 1}}, {{1, 65535}}},
-      {"not valid, yet present", {{Step::addInvalid, 1, 7}}, {{7, 1}}, {{1, 7}}},
-      {"written twice", {{Step::add, 1, 7}, {Step::add, 1, 7}}, {{7, 2}}, {{1, 7}}},
-      {"written twice, gone", {{Step::add, 1, 7}, {Step::add, 1, 7}, {Step::del, 1, 0}}, {{7, 1}}, {}},
-      {"notified again", {{Step::add, 1, 7}, {Step::notify, 1, 0}}, {{7, 2}}, {{1, 7}}},
-      {"moved to another VRF", {{Step::add, 1, 5}, {Step::add, 1, 6}}, {{5, 1}, {6, 1}}, {{1, 6}}},
-      {"moved and gone", {{Step::add, 1, 5}, {Step::add, 1, 6}, {Step::del, 1, 0}}, {{5, 1}}, {}},
-      {"moved to VRF 0", {{Step::add, 1, 5}, {Step::add, 1, 0}}, {{5, 1}}, {{1, 5}}},
-      {"moved to VRF 0 and gone", {{Step::add, 1, 5}, {Step::add, 1, 0}, {Step::del, 1, 0}}, {}, {}},
-      {"never seen, gone", {{Step::notify, 9, 0}}, {}, {}},
-      {"gone twice", {{Step::add, 1, 5}, {Step::del, 1, 0}, {Step::notify, 1, 0}}, {}, {}},
-      {"keys alike in 32 bits",
-       {{Step::add, 1, 5}, {Step::add, kHigh + 1, 6}, {Step::del, 1, 0}},
-       {{6, 1}},
-       {{kHigh + 1, 6}}},
+      {"two keys of one VRF", {{1, 5}, {2, 5}}, {{5, 2}}, {{1, 5}, {2, 5}}},
+      {"one of two gone", {{1, 5}, {2, 5}, {1, kGone}}, {{5, 1}}, {{2, 5}}},
+      {"VRF 0, and gone", {{1, 0}, {1, kGone}}, {}, {}},
+      {"largest VRF", {{1, 65535}}, {{65535, 1}}, {{1, 65535}}},
+      {"written twice", {{1, 7}, {1, 7}}, {{7, 2}}, {{1, 7}}},
+      {"notified again, gone", {{1, 7}, {1, kAgain}, {1, kGone}}, {{7, 1}}, {}},
+      {"moved to another VRF", {{1, 5}, {1, 6}}, {{5, 1}, {6, 1}}, {{1, 6}}},
+      {"moved and gone", {{1, 5}, {1, 6}, {1, kGone}}, {{5, 1}}, {}},
+      {"moved to VRF 0", {{1, 5}, {1, 0}}, {{5, 1}}, {{1, 5}}},
+      {"moved to VRF 0 and gone", {{1, 5}, {1, 0}, {1, kGone}}, {}, {}},
+      {"gone twice", {{1, 5}, {1, kGone}, {1, kAgain}}, {}, {}},
+      {"keys alike in 32 bits", {{1, 5}, {kHigh + 1, 6}, {1, kGone}}, {{6, 1}}, {{kHigh + 1, 6}}},
   };
   for (const CountCase& c : kCases) {
     SCOPED_TRACE(c.name);
-    make();
-    for (const Step& step : c.steps) {
-      if (step.what == Step::del) {
-        config_.entity->tableDel({step.l3Iif});
-      } else if (step.what == Step::notify) {
-        tracker_->handleL3IifTH3ConfigEntry({step.l3Iif});
-      } else {
-        config_.entity->tableIs(entry(step.l3Iif, step.vrf, step.what == Step::add));
-      }
+    make(config_.entity);
+    for (const auto& [key, vrf] : c.steps) {
+      if (vrf >= 0) config_.entity->tableIs(entry(key, static_cast<std::uint16_t>(vrf)));
+      if (vrf == kGone) config_.entity->tableDel({key});
+      if (vrf == kAgain) tracker_->handleL3IifTH3ConfigEntry({key});
     }
     EXPECT_EQ(counts(), c.counts);
     EXPECT_EQ(lines(), c.lines);
+    tracker_->vrfIdDelAll();
+    EXPECT_TRUE(lines().empty());
     tracker_ = nullptr;
+    EXPECT_EQ(counts(), c.counts) << "neither gives anything back";
     config_.entity->tableDelAll();
   }
 }
 
 TEST_F(Vrf, Start_CountsEveryRowThatIsThereOnceAndAgainOnRequest) {
-  tracker_ = nullptr;
   for (std::uint16_t i = 1; i <= 100; ++i) config_.entity->tableIs(entry(i, i % 2 == 0 ? 4 : 0));
-  make();
+  make(config_.entity);
   EXPECT_EQ(counts(), (Counts{{4, 50}}));
   EXPECT_EQ(lines().size(), 50u);
+  ids_->onInc = [this] {  // the walk goes on when its row and the next go under it
+    for (const std::uint64_t gone : {2u, 4u}) config_.entity->tableDel({gone});
+  };
+  tracker_->hasNotificationActiveIs(false);
   tracker_->handleInitialized();
-  EXPECT_EQ(counts(), (Counts{{4, 100}}));
-}
-
-TEST_F(Vrf, Start_IgnoresNotificationsUntilInitialized) {
+  EXPECT_EQ(counts(), (Counts{{4, 99}}));
   tracker_->initializedIs(false);
-  HandleLines handle("VrfSm", 7);
-  config_.entity->tableIs(entry(1, 5));
-  EXPECT_TRUE(handle.lines.empty());
-  EXPECT_TRUE(counts().empty());
-}
-
-TEST_F(Vrf, End_GivesNothingBack) {
-  config_.entity->tableIs(entry(1, 5));
-  tracker_ = nullptr;
-  EXPECT_EQ(counts(), (Counts{{5, 1}}));
-  EXPECT_TRUE(config_.entity->notifieeList().empty());
-}
-
-TEST_F(Vrf, Map_ChangedByHandTouchesNoCount) {
-  config_.entity->tableIs(entry(1, 5));
-  tracker_->vrfIdIs({1}, 6);
-  tracker_->vrfIdIs({2}, 7);
-  tracker_->vrfIdDel({3});
-  EXPECT_EQ(lines(), (Lines{{1, 6}, {2, 7}}));
-  tracker_->vrfIdDelAll();
-  EXPECT_TRUE(lines().empty());
-  EXPECT_EQ(counts(), (Counts{{5, 1}}));
+  tracker_->handleL3IifTH3ConfigEntry({6});
+  EXPECT_EQ(counts(), (Counts{{4, 99}}));
 }
 
 TEST_F(Vrf, Binding_NewTableIsFollowedButNotCounted) {
   other_.entity->tableIs(entry(1, 9));
-  config_.entity->tableIs(entry(1, 5));
+  make(config_.entity);
   tracker_->l3IifTH3ConfigIs(other_.entity);
-  EXPECT_EQ(counts(), (Counts{{5, 1}}));
   config_.entity->tableIs(entry(2, 5));
+  EXPECT_EQ(counts(), Counts{});
   other_.entity->tableIs(entry(2, 9));
-  EXPECT_EQ(counts(), (Counts{{5, 1}, {9, 1}}));
+  EXPECT_EQ(counts(), (Counts{{9, 1}}));
   tracker_->l3IifTH3ConfigDel();
   other_.entity->tableIs(entry(3, 9));
-  EXPECT_EQ(counts(), (Counts{{5, 1}, {9, 1}}));
   tracker_->l3IifTH3ConfigIs(config_.entity);
+  tracker_->hasNotificationActiveIs(false);
+  config_.entity->tableIs(entry(3, 5));
+  tracker_->hasNotificationActiveIs(true);
   tracker_->quillDoZombieReactors(true);
   config_.entity->tableIs(entry(4, 5));
-  EXPECT_EQ(counts(), (Counts{{5, 1}, {9, 1}}));
+  EXPECT_EQ(counts(), (Counts{{9, 1}}));
 }
 
 TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
@@ -182,60 +148,43 @@ TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
                                 {"VRF of the first row", 3, {}},
                                 {"step to the second row", 4, {{5, 1}}},
                                 {"VRF of the second row", 6, {{5, 1}}},
-                                {"end of the walk", 7, {{5, 2}}}};
+                                {"end of the walk", 7, {{5, 2}}},
+                                {"presence of a counted row that is notified again", 8, {{5, 1}}},
+                                {"VRF of such a row", 9, {{5, 2}}}};
   for (const Case& c : kCases) {
     SCOPED_TRACE(c.name);
     ScriptedEntity<L3IifTH3Config> damaged(folder_.path(), "damaged");
     for (const std::uint64_t key : {1u, 2u}) damaged.entity->tableIs(entry(key, 5));
-    damaged.table->reads = 0;
-    damaged.table->damagedAtRead = c.read;
-    make();
-    const auto tracker = VrfSm::VrfSmIs(damaged.entity, context_);
+    damaged.table->damagedIn = c.read;
+    make(damaged.entity);
+    if (c.read > 7) tracker_->handleL3IifTH3ConfigEntry({2});
     EXPECT_FALSE(damaged.entity->attached());
     EXPECT_EQ(counts(), c.counts);
-    EXPECT_TRUE(tracker->hasNotificationActive());
   }
 }
 
 TEST_F(Vrf, Trace_TextsLinesAndValues) {
-  const FastTrace fast(folder_);
-  HandleLines handle("VrfSm", 7);
+  make(config_.entity);
+  const Traces traces(folder_, "VrfSm", 7);
   tracker_->handleInitialized();
-  config_.entity->tableIs(entry(1, 5));
+  config_.entity->tableIs(entry(1234567, 5));
   config_.entity->tableIs(entry(2, 0));
-  config_.entity->tableDel({1});
-  struct Expected {
-    int line;
-    std::string function;
-    std::string text;
-    std::vector<std::string> values;
-  };
-  const std::string f = "handleL3IifTH3ConfigEntry";
-  const std::vector<Expected> expected = {
-      {40, "handleInitialized", "handleInitialized", {}},
-      {14, f, f, {}},
-      {17, f, f + "  add key 1", {"1"}},
-      {24, f, f + " add vrf 5 refCount 1", {"5", "1"}},
-      {14, f, f, {}},
-      {17, f, f + "  add key 2", {"2"}},
-      {14, f, f, {}},
-      {27, f, f + " del key 1", {"1"}},
-      {32, f, f + " del vrf 5 refCount 0", {"5", "0"}},
-  };
-  const auto records = fast.records();
-  ASSERT_EQ(handle.lines.size(), expected.size());
-  ASSERT_EQ(records.size(), expected.size());
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    SCOPED_TRACE(i);
-    const Expected& e = expected[i];
-    EXPECT_EQ(handle.lines[i],
-              (TraceLine{"VrfSm", 7, "./P4RuntimePlugin/VrfSm", e.line, e.function, e.text}));
-    EXPECT_EQ(records[i].text(), e.text);
-    EXPECT_EQ(records[i].values, e.values);
-    EXPECT_EQ(records[i].site->source, "./P4RuntimePlugin/VrfSm");
-    EXPECT_EQ(records[i].site->line, static_cast<std::uint32_t>(e.line));
-    EXPECT_EQ(records[i].site->function, e.function);
-  }
+  config_.entity->tableDel({1234567});
+  const std::string source = "./P4RuntimePlugin/VrfSm";
+  const std::string entry = " handleL3IifTH3ConfigEntry: handleL3IifTH3ConfigEntry";
+  Log expected = {source + ":40 handleInitialized: handleInitialized",
+                  source + ":14" + entry,
+                  source + ":17" + entry + "  add key 1234567",
+                  source + ":24" + entry + " add vrf 5 refCount 1",
+                  source + ":14" + entry,
+                  source + ":17" + entry + "  add key 2",
+                  source + ":14" + entry,
+                  source + ":27" + entry + " del key 1234567",
+                  source + ":32" + entry + " del vrf 5 refCount 0"};
+  EXPECT_EQ(traces.ofHandle, expected);
+  const char* const values[] = {"", "", "|1234567", "|5|1", "", "|2", "", "|1234567", "|5|0"};
+  for (std::size_t i = 0; i < expected.size(); ++i) expected[i] += values[i];
+  EXPECT_EQ(traces.fast(), expected);
 }
 
 }  // namespace

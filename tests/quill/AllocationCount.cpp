@@ -1,3 +1,4 @@
+// A source of its own: inlined into their callers, these would look like mismatched pairs to the compiler.
 #include "AllocationCount.h"
 
 #include <atomic>
@@ -7,13 +8,15 @@
 namespace {
 
 std::atomic<std::size_t> allocations{0};
+std::atomic<std::size_t> failing{0};
 
 }  // namespace
 
 std::size_t allocationCount() { return allocations; }
+void allocationFailureIs(std::size_t n) { failing = n == 0 ? 0 : allocations + n; }
 
 void* operator new(std::size_t size) {
-  ++allocations;
+  if (++allocations == failing) throw std::bad_alloc();
   if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
 }
