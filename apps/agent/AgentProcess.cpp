@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "cairn/Exception.h"
+
 namespace Agent {
 
 namespace {
@@ -27,6 +29,9 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const Options& options)
             turn();
           }) {
   library_->init(context_);
+  if (library_->plugins().empty()) {
+    throw Cairn::Exception("plugin library \"" + options.plugin + "\": expected a plugin, found none in it");
+  }
   core_ = std::make_unique<AgentCore>(lumenDb_, batchStatus_,
                                       AgentCore::Settings{wallClockNanoseconds(), options.timeout});
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] {

@@ -1,9 +1,7 @@
 #include "apps/agent/Options.h"
 
-#include <getopt.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <filesystem>
 #include <string_view>
 
@@ -50,93 +48,51 @@ std::string pluginBesideProgram() {
   return (program.parent_path() / "TolmarP4RuntimePlugin.so").string();
 }
 
-std::chrono::milliseconds timeoutOf(std::string_view text) {
-  double seconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  if (error != std::errc{} || end != text.data() + text.size() || !(seconds >= 0.001 && seconds <= 3600)) {
-    throw Cairn::Exception("--timeout: expected seconds from 0.001 to 3600, got \"" + std::string(text) +
-                           "\"");
-  }
-  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+std::chrono::milliseconds timeoutOf(const std::string& text) {
+  const auto seconds = Process::numberIn(text, 0.001, 3600.0);
+  if (seconds) return std::chrono::milliseconds(static_cast<std::int64_t>(*seconds * 1000));
+  throw Cairn::Exception("--timeout: expected seconds from 0.001 to 3600, got \"" + text + "\"");
 }
 
-bool colourOf(std::string_view when) {
+bool colourOf(const std::string& when) {
   if (when != "always" && when != "never" && when != "auto") {
-    throw Cairn::Exception("--color: expected always, never or auto, got \"" + std::string(when) + "\"");
+    throw Cairn::Exception("--color: expected always, never or auto, got \"" + when + "\"");
   }
   return when == "always" || (when == "auto" && ::isatty(STDOUT_FILENO) != 0);
 }
 
-std::pair<std::string, int> traceOf(std::string_view text) {
-  const std::size_t colon = text.rfind(':');
-  const std::string_view level = colon == std::string_view::npos ? "" : text.substr(colon + 1);
-  unsigned number = 0;
-  const auto [end, error] = std::from_chars(level.data(), level.data() + level.size(), number);
-  if (colon == 0 || error != std::errc{} || end != level.data() + level.size() || number > 31) {
-    throw Cairn::Exception("--trace: expected HANDLE:LEVEL with a level from 0 to 31, got \"" +
-                           std::string(text) + "\"");
-  }
-  return {std::string(text.substr(0, colon)), static_cast<int>(number)};
+std::pair<std::string, int> traceOf(const std::string& text) {
+  const std::size_t colon = std::min(text.rfind(':'), text.size());
+  const auto level =
+      Process::numberIn(std::string_view(text).substr(std::min(colon + 1, text.size())), 0, 31);
+  if (colon != 0 && level) return {text.substr(0, colon), *level};
+  throw Cairn::Exception("--trace: expected HANDLE:LEVEL with a level from 0 to 31, got \"" + text + "\"");
 }
-
-constexpr option kOptions[] = {
-    {"plugin", required_argument, nullptr, 'p'},  {"runtime-folder", required_argument, nullptr, 'r'},
-    {"socket", required_argument, nullptr, 's'},  {"send", required_argument, nullptr, 'S'},
-    {"timeout", required_argument, nullptr, 't'}, {"color", required_argument, nullptr, 'c'},
-    {"trace", required_argument, nullptr, 'T'},   {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},       {nullptr, 0, nullptr, 0}};
 
 }  // namespace
 
-Options readOptions(int count, char* const* arguments) {
-  Options options;
+Process::Action readOptions(int count, char* const* arguments, Options& options) {
   options.plugin = pluginBesideProgram();
   options.runtimeFolder = Process::defaultRuntimeFolder();
   options.colour = colourOf("auto");
-  optind = 0;
-  opterr = 0;
-  for (int letter = 0;
-       (letter = ::getopt_long(count, arguments, ":p:r:s:S:t:c:T:hV", kOptions, nullptr)) != -1;) {
-    switch (letter) {
-      case 'p':
-        options.plugin = optarg;
-        break;
-      case 'r':
-        options.runtimeFolder = optarg;
-        break;
-      case 's':
-        options.socket = optarg;
-        break;
-      case 'S':
-        options.action = Options::Action::send;
-        options.socket = optarg;
-        break;
-      case 't':
-        options.timeout = timeoutOf(optarg);
-        break;
-      case 'c':
-        options.colour = colourOf(optarg);
-        break;
-      case 'T':
-        options.traces.push_back(traceOf(optarg));
-        break;
-      case 'h':
-        options.action = Options::Action::help;
-        return options;
-      case 'V':
-        options.action = Options::Action::version;
-        return options;
-      case ':':
-        throw Cairn::Exception(std::string("expected a value after ") + arguments[optind - 1] + ", got none");
-      default:
-        throw Cairn::Exception(std::string("expected an option of --help, got ") + arguments[optind - 1]);
-    }
+  const Process::Option known[] = {
+      {'p', "plugin", [&](const std::string& value) { options.plugin = value; }},
+      {'r', "runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; }},
+      {'s', "socket", [&](const std::string& value) { options.serveAt = value; }},
+      {'S', "send", [&](const std::string& value) { options.sendTo = value; }},
+      {'t', "timeout", [&](const std::string& value) { options.timeout = timeoutOf(value); }},
+      {'c', "color", [&](const std::string& value) { options.colour = colourOf(value); }},
+      {'T', "trace", [&](const std::string& value) { options.traces.push_back(traceOf(value)); }},
+  };
+  const Process::Action action = Process::readCommandLine(count, arguments, known, options.scripts);
+  if (action != Process::Action::run) return action;
+  if (!options.serveAt.empty() && !options.sendTo.empty()) {
+    throw Cairn::Exception("expected --socket or --send, got both");
   }
-  options.scripts.assign(arguments + optind, arguments + count);
-  if (options.scripts.empty() && (options.action == Options::Action::send || options.socket.empty())) {
+  if (options.scripts.empty() && options.serveAt.empty()) {
     throw Cairn::Exception("expected a script (\"-\" for standard input) or --socket, got neither");
   }
-  return options;
+  return action;
 }
 
 }  // namespace Agent

@@ -5,23 +5,23 @@
 #include <utility>
 #include <vector>
 
+#include "apps/process/CommandLine.h"
+
 namespace Agent {
 
 struct Options {
-  enum class Action { run, send, help, version };
-
-  Action action = Action::run;
   std::string plugin;                ///< path of the plugin library
   std::string runtimeFolder;         ///< of the shared-memory tables
-  std::string socket;                ///< served (run) or spoken to (send); empty: none
+  std::string serveAt;               ///< Unix socket on which scripts are taken; empty: none
+  std::string sendTo;                ///< Unix socket of the agent that the scripts are sent to; empty: none
   std::vector<std::string> scripts;  ///< files in order, "-" for standard input
   std::chrono::milliseconds timeout{10'000};
   std::vector<std::pair<std::string, int>> traces;  ///< handles ("*": all) and levels whose lines are printed
   bool colour = false;  ///< results in colour and progress in place, as on a terminal
 };
 
-/// Reads the command line. Throws Cairn::Exception saying what was expected and what came.
-Options readOptions(int count, char* const* arguments);
+/// Reads the command line into `options`. Throws Cairn::Exception saying what was expected and what came.
+Process::Action readOptions(int count, char* const* arguments, Options& options);
 
 /// What --help prints.
 extern const char* const kHelp;

@@ -1,13 +1,10 @@
 // The agent's process.
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <deque>
-#include <exception>
-#include <fstream>
 #include <functional>
-#include <iostream>
-#include <iterator>
 #include <optional>
 
 #include "apps/agent/AgentProcess.h"
@@ -17,18 +14,11 @@
 #include "apps/process/StopSignals.h"
 #include "cairn/Exception.h"
 #include "quill/TraceHandle.h"
-#include "skein/Skein.h"
 
 namespace {
 
 using Agent::Options;
 using Agent::ResultTable;
-
-constexpr std::size_t kTraceBytes = 1u << 20;
-
-std::string readAll(std::istream& in) {
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 struct Script {
   std::string name;
@@ -39,13 +29,18 @@ struct Script {
 std::deque<Script> readScripts(const std::vector<std::string>& paths) {
   std::deque<Script> scripts;
   for (const std::string& path : paths) {
-    if (path == "-") {
-      scripts.push_back({"standard input", readAll(std::cin)});
-      continue;
+    const std::string name = path == "-" ? "standard input" : path;
+    std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "re");
+    if (file == nullptr) throw Cairn::SystemException("script " + name, errno);
+    std::string text;
+    std::array<char, 65536> bytes;
+    while (const std::size_t length = std::fread(bytes.data(), 1, bytes.size(), file)) {
+      text.append(bytes.data(), length);
     }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw Cairn::SystemException("script " + path, errno);
-    scripts.push_back({path, readAll(file)});
+    const int error = std::ferror(file) != 0 ? errno : 0;
+    if (file != stdin) std::fclose(file);
+    if (error != 0) throw Cairn::SystemException("script " + name, error);
+    scripts.push_back({name, std::move(text)});
   }
   return scripts;
 }
@@ -88,23 +83,23 @@ class ScriptQueue {
 
 /// True when every result was as expected.
 bool runAgent(const Options& options) {
+  std::deque<Script> scripts = readScripts(options.scripts);  // while signals still end the process
   Quill::EventLoop loop;
   const Process::StopSignals stop(loop, [&loop] { loop.stop(); });
-  std::deque<Script> scripts = readScripts(options.scripts);
   Process::requireRuntimeFolder(options.runtimeFolder);
   for (const auto& [handle, level] : options.traces) Quill::TraceHandle::levelIs(handle, level, true);
   Agent::AgentProcess agent(loop, options);
   // Not before the tables are this process's own: another agent's trace would be set aside.
-  Skein::ringIs(options.runtimeFolder + "/p4rt-agent.trace", kTraceBytes);
+  Process::traceInto(options.runtimeFolder, "p4rt-agent");
   std::optional<Agent::ScriptServer> server;
-  if (!options.socket.empty()) {
-    server.emplace(loop, options.socket,
+  if (!options.serveAt.empty()) {
+    server.emplace(loop, options.serveAt,
                    [&agent](const std::string& script, Agent::ScriptServer::Client& client) {
                      agent.run(
                          script, [&client](std::string_view text) { client.write(text); },
                          ResultTable::Style::plain, [&client](bool) { client.end(); });
                    });
-    print("p4rt-agent: serving " + options.socket + "\n");
+    print("p4rt-agent: serving " + options.serveAt + "\n");
   }
   if (scripts.empty()) {
     loop.run();
@@ -124,7 +119,7 @@ bool send(const Options& options) {
   bool asExpected = true;
   for (const Script& script : readScripts(options.scripts)) {
     std::string lastLine;
-    Agent::sendScript(options.socket, script.text, [&lastLine](std::string_view text) {
+    Agent::sendScript(options.sendTo, script.text, [&lastLine](std::string_view text) {
       print(text);
       lastLine += text;
       const std::size_t end = lastLine.rfind('\n', lastLine.size() < 2 ? 0 : lastLine.size() - 2);
@@ -135,28 +130,11 @@ bool send(const Options& options) {
   return asExpected;
 }
 
-int usageError(const std::exception& error) {
-  std::fprintf(stderr, "p4rt-agent: %s\n", error.what());
-  return 2;
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
   Options options;
-  try {
-    options = Agent::readOptions(count, arguments);
-  } catch (const std::exception& error) {
-    return usageError(error);
-  }
-  if (options.action == Options::Action::help) return std::fputs(Agent::kHelp, stdout) < 0 ? 1 : 0;
-  if (options.action == Options::Action::version) {
-    return std::puts("p4rt-agent " TOLMAR_VERSION) < 0 ? 1 : 0;
-  }
-  try {
-    return (options.action == Options::Action::send ? send(options) : runAgent(options)) ? 0 : 1;
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "p4rt-agent: %s\n", error.what());
-    return 1;
-  }
+  return Process::run(
+      "p4rt-agent", Agent::kHelp, [&] { return Agent::readOptions(count, arguments, options); },
+      [&] { return options.sendTo.empty() ? runAgent(options) : send(options); });
 }

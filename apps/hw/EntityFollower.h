@@ -32,14 +32,23 @@ class EntityPair final : public TablePair<typename ConfigEntity::Key, typename C
         status_(mounted<StatusEntity>(place, "Status", "status", QuillVesta::QuillVestaType::writer)) {}
 
   const Quill::Ptr<ConfigEntity>& configEntity() const { return config_; }
+  /// Called when one of the tables is found damaged; may be empty.
+  void damagedIs(const std::function<void()>& damaged) const {
+    config_->table().readyCallbackIs(damaged);
+    status_->table().readyCallbackIs(damaged);
+  }
 
-  bool configReadable() const override { return config_->attached(); }
+  bool readable() const override { return config_->attached() && status_->attached(); }
   std::optional<Config> config(const Key& key) const override { return found<Config>(*config_, key); }
   std::optional<Status> status(const Key& key) const override { return found<Status>(*status_, key); }
   void eachConfig(const std::function<void(const Config&)>& visit) const override { each(*config_, visit); }
   void eachStatus(const std::function<void(const Status&)>& visit) const override { each(*status_, visit); }
-  void statusIs(const Status& status) override { status_->tableIs(status); }
-  void statusDel(const Key& key) override { status_->tableDel(key); }
+  void statusIs(const Status& status) override {
+    guarded(*status_, [&] { status_->tableIs(status); });
+  }
+  void statusDel(const Key& key) override {
+    guarded(*status_, [&] { status_->tableDel(key); });
+  }
   std::uint64_t statusSequence() const override { return writer().sequence(); }
   bool readersHandled(std::uint64_t sequence) const override { return writer().quiesced(sequence); }
 
@@ -55,28 +64,34 @@ class EntityPair final : public TablePair<typename ConfigEntity::Key, typename C
   }
 
   /// Damage is reported to the table, which then reads as empty.
-  template <class Entry, class Entity>
-  static std::optional<Entry> found(const Entity& entity, const Key& key) {
+  template <class Entity, class Call>
+  static void guarded(const Entity& entity, const Call& call) {
     try {
-      bool present = false;
-      const Entry& entry = entity.directLookup(key, present);
-      if (present) return entry;
+      call();
     } catch (const Cairn::CorruptionDetectedException& damage) {
       entity.corruptionDetected(damage.message());
     }
-    return std::nullopt;
+  }
+
+  template <class Entry, class Entity>
+  static std::optional<Entry> found(const Entity& entity, const Key& key) {
+    std::optional<Entry> result;
+    guarded(entity, [&] {
+      bool present = false;
+      const Entry& entry = entity.directLookup(key, present);
+      if (present) result = entry;
+    });
+    return result;
   }
 
   template <class Entity, class Visit>
   static void each(const Entity& entity, const Visit& visit) {
-    try {
+    guarded(entity, [&] {
       typename Entity::Map::Row row;
       Vesta::IterHint hint;
       auto& map = entity.table();
       for (bool more = map.first(row, hint); more; more = map.next(row.key, row, hint)) visit(row.entry);
-    } catch (const Cairn::CorruptionDetectedException& damage) {
-      entity.corruptionDetected(damage.message());
-    }
+    });
   }
 
   auto& writer() const {
@@ -96,7 +111,7 @@ class EntityFollower final : public TableFollower {
   using Key = typename Pair::Key;
   using Clock = std::chrono::steady_clock;
 
-  EntityFollower(const TablePlace& place, const Settings& settings)
+  EntityFollower(const TablePlace& place, const Settings& settings, const std::function<void()>& damaged)
       : loop_(place.entityManager->eventLoop()),
         pair_(place),
         programmer_(pair_, Faults<typename Pair::Config>(place.name, settings.fails, settings.failEvery),
@@ -105,16 +120,19 @@ class EntityFollower final : public TableFollower {
         reactor_(Quill::allocate<Reactor>(*this)) {
     reactor_->notifierIs(pair_.configEntity());
     reactor_->isRegisteredNotifieeIs(true);
+    pair_.damagedIs(damaged);
     programmer_.reconcile(Clock::now());
     arm();
   }
   ~EntityFollower() override {
+    pair_.damagedIs({});
     reactor_->isRegisteredNotifieeIs(false);
     reactor_->notifierIs(nullptr);
     if (timer_ != 0) loop_.timerDel(timer_);
   }
 
   std::uint64_t answers() const override { return programmer_.answers(); }
+  bool attached() const override { return pair_.readable(); }
 
  private:
   class Reactor final : public ConfigEntity::NotifieeConst {
@@ -143,6 +161,7 @@ class EntityFollower final : public TableFollower {
 
   void advance() {
     timer_ = 0;
+    if (!pair_.readable()) return;
     // Readers that do not move are asked ever more rarely.
     pause_ = programmer_.advance(Clock::now()) ? kShortestPause : std::min(pause_ * 2, kLongestPause);
     arm();
@@ -161,8 +180,9 @@ class EntityFollower final : public TableFollower {
 };
 
 template <class ConfigEntity, class StatusEntity>
-std::unique_ptr<TableFollower> followEntities(const TablePlace& place, const Settings& settings) {
-  return std::make_unique<EntityFollower<ConfigEntity, StatusEntity>>(place, settings);
+std::unique_ptr<TableFollower> followEntities(const TablePlace& place, const Settings& settings,
+                                              std::function<void()> damaged) {
+  return std::make_unique<EntityFollower<ConfigEntity, StatusEntity>>(place, settings, damaged);
 }
 
 }  // namespace HwAgent

@@ -9,6 +9,7 @@
 #include "P4RuntimeTolmar/Schema.h"
 #include "apps/hw/FaultOption.h"
 #include "cairn/Exception.h"
+#include "lumen/LmErrors.h"
 #include "lumen/LumenDB.h"
 #include "lumen/RowText.h"
 
@@ -69,13 +70,17 @@ class Faults {
       if (field == nullptr || !field->isKey) {
         throw Cairn::Exception("--fail: expected a key field of " + fail.table + ", got \"" + name + "\"");
       }
-      const Lumen::ColumnValue value = Lumen::parseColumn(*field, text);
-      eachColumn([&, &name = name](const auto& column, unsigned bit) {
-        using Value = std::remove_cvref_t<decltype(pattern.key.*column.member)>;
-        if (column.name != name) return;
-        pattern.key.*column.member = std::get<Value>(value);
-        pattern.fields |= bit;
-      });
+      try {
+        const Lumen::ColumnValue value = Lumen::parseColumn(*field, text);
+        eachColumn([&, &name = name](const auto& column, unsigned bit) {
+          using Value = std::remove_cvref_t<decltype(pattern.key.*column.member)>;
+          if (column.name != name) return;
+          pattern.key.*column.member = std::get<Value>(value);
+          pattern.fields |= bit;
+        });
+      } catch (const Lumen::LmTextError& error) {
+        throw Cairn::Exception("--fail: " + error.message());
+      }
     }
     return pattern;
   }

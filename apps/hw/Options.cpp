@@ -1,10 +1,5 @@
 #include "apps/hw/Options.h"
 
-#include <getopt.h>
-
-#include <charconv>
-#include <string_view>
-
 #include "apps/process/RuntimeFolder.h"
 #include "cairn/Exception.h"
 
@@ -34,59 +29,27 @@ const char* const kHelp =
 
 namespace {
 
-std::chrono::milliseconds delayOf(std::string_view text) {
-  std::uint32_t milliseconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), milliseconds);
-  if (error != std::errc{} || end != text.data() + text.size() || milliseconds > 3'600'000) {
-    throw Cairn::Exception("--delay: expected milliseconds from 0 to 3600000, got \"" + std::string(text) +
-                           "\"");
-  }
-  return std::chrono::milliseconds(milliseconds);
+std::chrono::milliseconds delayOf(const std::string& text) {
+  const auto milliseconds = Process::numberIn<std::uint32_t>(text, 0, 3'600'000);
+  if (milliseconds) return std::chrono::milliseconds(*milliseconds);
+  throw Cairn::Exception("--delay: expected milliseconds from 0 to 3600000, got \"" + text + "\"");
 }
-
-constexpr option kOptions[] = {{"runtime-folder", required_argument, nullptr, 'r'},
-                               {"fail", required_argument, nullptr, 'f'},
-                               {"fail-every", required_argument, nullptr, 'e'},
-                               {"delay", required_argument, nullptr, 'd'},
-                               {"help", no_argument, nullptr, 'h'},
-                               {"version", no_argument, nullptr, 'V'},
-                               {nullptr, 0, nullptr, 0}};
 
 }  // namespace
 
-Options readOptions(int count, char* const* arguments) {
-  Options options;
+Process::Action readOptions(int count, char* const* arguments, Options& options) {
   options.runtimeFolder = Process::defaultRuntimeFolder();
-  optind = 0;
-  opterr = 0;
-  for (int letter = 0; (letter = ::getopt_long(count, arguments, ":r:f:e:d:hV", kOptions, nullptr)) != -1;) {
-    switch (letter) {
-      case 'r':
-        options.runtimeFolder = optarg;
-        break;
-      case 'f':
-        options.settings.fails.push_back(readFail(optarg));
-        break;
-      case 'e':
-        options.settings.failEvery = readFailEvery(optarg);
-        break;
-      case 'd':
-        options.settings.delay = delayOf(optarg);
-        break;
-      case 'h':
-        options.action = Options::Action::help;
-        return options;
-      case 'V':
-        options.action = Options::Action::version;
-        return options;
-      case ':':
-        throw Cairn::Exception(std::string("expected a value after ") + arguments[optind - 1] + ", got none");
-      default:
-        throw Cairn::Exception(std::string("expected an option of --help, got ") + arguments[optind - 1]);
-    }
-  }
-  if (optind < count) throw Cairn::Exception(std::string("expected options only, got ") + arguments[optind]);
-  return options;
+  const Process::Option known[] = {
+      {'r', "runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; }},
+      {'f', "fail", [&](const std::string& value) { options.settings.fails.push_back(readFail(value)); }},
+      {'e', "fail-every",
+       [&](const std::string& value) { options.settings.failEvery = readFailEvery(value); }},
+      {'d', "delay", [&](const std::string& value) { options.settings.delay = delayOf(value); }},
+  };
+  std::vector<std::string> operands;
+  const Process::Action action = Process::readCommandLine(count, arguments, known, operands);
+  if (!operands.empty()) throw Cairn::Exception("expected options only, got " + operands[0]);
+  return action;
 }
 
 }  // namespace HwAgent

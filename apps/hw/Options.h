@@ -3,19 +3,17 @@
 #include <string>
 
 #include "apps/hw/Tables.h"
+#include "apps/process/CommandLine.h"
 
 namespace HwAgent {
 
 struct Options {
-  enum class Action { run, help, version };
-
-  Action action = Action::run;
   std::string runtimeFolder;
   Settings settings;
 };
 
-/// Reads the command line. Throws Cairn::Exception saying what was expected and what came.
-Options readOptions(int count, char* const* arguments);
+/// Reads the command line into `options`. Throws Cairn::Exception saying what was expected and what came.
+Process::Action readOptions(int count, char* const* arguments, Options& options);
 
 /// What --help prints.
 extern const char* const kHelp;

@@ -8,6 +8,7 @@
 #include "apps/hw/Faults.h"
 #include "apps/hw/TablePair.h"
 #include "cairn/Exception.h"
+#include "skein/Skein.h"
 
 namespace HwAgent {
 
@@ -94,8 +95,8 @@ class Programmer {
 
   void answer(const Key& key) {
     const std::optional<Config> config = tables_.config(key);
-    if (!tables_.configReadable()) return;  // asked after the read that may find the damage
     const std::optional<Status> status = tables_.status(key);
+    if (!tables_.readable()) return;  // asked after the reads that may find the damage
     if (config) {
       const bool answered = status && !status->deleted && status->entryHandle == config->entryHandle &&
                             status->genId == config->genId;
@@ -113,6 +114,9 @@ class Programmer {
     status.errorCode = config.valid ? faults_.codeFor(config.key()) : std::uint16_t{0};
     try {
       tables_.statusIs(status);
+      static constinit const Skein::Site site{"./apps/hw/Programmer", 128, "answerPresent",
+                                              "handle %s genId %s error %s"};
+      Skein::message(site, status.entryHandle, status.genId, status.errorCode);
       if (config.valid) faults_.answered();
       ++answers_;
       ++moves_;
@@ -125,6 +129,8 @@ class Programmer {
     status.errorCode = 0;
     status.deleted = true;
     tables_.statusIs(status);
+    static constinit const Skein::Site site{"./apps/hw/Programmer", 143, "answerDeleted", "handle %s"};
+    Skein::message(site, status.entryHandle);
     removals_.push_back({status.key(), status.entryHandle, tables_.statusSequence()});
     ++answers_;
     ++moves_;

@@ -17,8 +17,9 @@ class TablePair {
 
   virtual ~TablePair() = default;
 
-  /// False once the config table was found damaged: it then reads as empty, which says nothing of its rows.
-  virtual bool configReadable() const = 0;
+  /// False once one of the tables was found damaged: it then reads as empty, which says nothing of its rows,
+  /// and writes are dropped.
+  virtual bool readable() const = 0;
   virtual std::optional<Config> config(const Key& key) const = 0;
   virtual std::optional<Status> status(const Key& key) const = 0;
   virtual void eachConfig(const std::function<void(const Config&)>& visit) const = 0;

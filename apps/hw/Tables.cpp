@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "P4RuntimeTolmar/Entities.h"
 #include "apps/hw/EntityFollower.h"
+#include "apps/process/CommandLine.h"
 
 namespace HwAgent {
 
@@ -26,7 +28,8 @@ struct Table {
   std::string_view name;
   std::string_view typePrefix;
   unsigned capacity;
-  std::unique_ptr<TableFollower> (*follow)(const TablePlace& place, const Settings& settings);
+  std::unique_ptr<TableFollower> (*follow)(const TablePlace& place, const Settings& settings,
+                                           std::function<void()> damaged);
 };
 
 constexpr std::array<Table, 4> kTables = {{
@@ -40,35 +43,63 @@ constexpr std::array<Table, 4> kTables = {{
 }};
 
 void requireKnownTables(const Settings& settings) {
+  std::vector<std::string> names;
+  for (const Table& table : kTables) names.emplace_back(table.name);
   for (const FailOption& fail : settings.fails) {
-    const std::vector<std::string> names = tableNames();
     if (std::find(names.begin(), names.end(), fail.table) != names.end()) continue;
-    std::string list;
-    for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
-    throw Cairn::Exception("--fail: expected a table (" + list + "), got \"" + fail.table + "\"");
+    throw Cairn::Exception("--fail: expected a table (" + Process::listed(names) + "), got \"" + fail.table +
+                           "\"");
   }
 }
 
 }  // namespace
 
-std::vector<std::string> tableNames() {
-  std::vector<std::string> names;
-  names.reserve(kTables.size());
-  for (const Table& table : kTables) names.emplace_back(table.name);
-  return names;
+Tables::Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings, Report report)
+    : entityManager_(std::move(entityManager)),
+      settings_(std::move(settings)),
+      report_(std::move(report)),
+      followed_(kTables.size()) {
+  requireKnownTables(settings_);
+  follow();
 }
 
-std::vector<std::unique_ptr<TableFollower>> followTables(
-    const Quill::Ptr<const Orrery::EntityManager>& entityManager, const Settings& settings) {
-  requireKnownTables(settings);
-  std::vector<std::unique_ptr<TableFollower>> followers;
-  followers.reserve(kTables.size());
-  for (const Table& table : kTables) {
-    const TablePlace place{entityManager, std::string(table.name), std::string(table.typePrefix),
-                           std::string(kPathPrefix) + std::string(table.name) + "Table/", table.capacity};
-    followers.push_back(table.follow(place, settings));
+Tables::~Tables() {
+  if (timer_ != 0) entityManager_->eventLoop().timerDel(timer_);
+}
+
+std::uint64_t Tables::answers() const {
+  std::uint64_t sum = answersBefore_;
+  for (const Followed& followed : followed_) sum += followed.follower ? followed.follower->answers() : 0;
+  return sum;
+}
+
+void Tables::follow() {
+  for (std::size_t i = 0; i < kTables.size(); ++i) {
+    const Table& table = kTables[i];
+    const std::string name(table.name);
+    auto& [follower, waitedFor] = followed_[i];
+    if (follower && follower->attached()) continue;
+    if (follower) answersBefore_ += follower->answers();
+    follower.reset();
+    const TablePlace place{entityManager_, name, std::string(table.typePrefix),
+                           std::string(kPathPrefix) + name + "Table/", table.capacity};
+    try {
+      follower = table.follow(place, settings_, [this] { followLater(); });
+      if (std::exchange(waitedFor, false)) report_(name + ": followed again");
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      // The table's writer has been told and replaces it at its next write.
+      if (!std::exchange(waitedFor, true)) report_(name + ": waiting for a sound table: " + damage.message());
+      followLater();
+    }
   }
-  return followers;
+}
+
+void Tables::followLater() {
+  if (timer_ != 0) return;
+  timer_ = entityManager_->eventLoop().timerIs(kPause, [this] {
+    timer_ = 0;
+    follow();
+  });
 }
 
 }  // namespace HwAgent

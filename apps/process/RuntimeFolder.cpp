@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "cairn/Exception.h"
+#include "skein/Skein.h"
 
 namespace Process {
 
@@ -37,6 +38,11 @@ void requireRuntimeFolder(const std::string& path) {
            "one of user " + std::to_string(status.st_uid));
   }
   if ((status.st_mode & 07777u) != 0700u) refuse(path, "rights 0700", octal(status.st_mode));
+}
+
+void traceInto(const std::string& runtimeFolder, const std::string& program) {
+  constexpr std::size_t kBytes = 1u << 20;
+  Skein::ringIs(runtimeFolder + "/" + program + ".trace", kBytes);
 }
 
 }  // namespace Process

@@ -11,4 +11,8 @@ std::string defaultRuntimeFolder();
 /// is missing. Throws Cairn::Exception saying what was expected and what is there.
 void requireRuntimeFolder(const std::string& path);
 
+/// Keeps this process's fast trace in `program`.trace in that folder, beside that of the run before. Throws
+/// what Skein::ringIs throws.
+void traceInto(const std::string& runtimeFolder, const std::string& program);
+
 }  // namespace Process

@@ -19,7 +19,7 @@ class FakePair final : public TablePair<L3IifTH3Key, L3IifTH3ConfigEntry, L3IifT
  public:
   explicit FakePair(std::size_t capacity) : capacity_(capacity) {}
 
-  bool configReadable() const override { return readable; }
+  bool readable() const override { return readable_; }
   std::optional<Config> config(const Key& key) const override { return found(configs, key); }
   std::optional<Status> status(const Key& key) const override { return found(statuses, key); }
   void eachConfig(const std::function<void(const Config&)>& visit) const override {
@@ -67,7 +67,7 @@ class FakePair final : public TablePair<L3IifTH3Key, L3IifTH3ConfigEntry, L3IifT
   std::map<Key, Config> configs;
   std::map<Key, Status> statuses;
   std::uint64_t handled = 0;
-  bool readable = true;
+  bool readable_ = true;
   Strings log;
 
  private:
@@ -168,7 +168,7 @@ TEST(Programmer, Start_AnswersWhatDiffersAndLeavesEqualRowsAlone) {
 TEST(Programmer, DamagedConfigTable_IsNotTakenForRemovals) {
   FakePair pair(4);
   pair.oldStatusIs(1, 101, 1);
-  pair.readable = false;
+  pair.readable_ = false;
   TestProgrammer programmer(pair, {}, 0s);
   programmer.reconcile(kNow);
   programmer.changed({1}, kNow);
@@ -224,8 +224,8 @@ TEST(FaultOptions, SayWhatWasExpected) {
   const std::pair<const char*, const char*> cases[] = {
       {"l3IifTH3", "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE, got \"l3IifTH3\""},
       {"l3IifTH3:7", "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE, got \"l3IifTH3:7\""},
-      {"l3IifTH3:l3Iif=1:0", "--fail: expected a code above 0, got \"0\""},
-      {"l3IifTH3:l3Iif=1:65536", "--fail: expected a code above 0, got \"65536\""},
+      {"l3IifTH3:l3Iif=1:0", "--fail: expected a code from 1 to 65535, got \"0\""},
+      {"l3IifTH3:l3Iif=1:65536", "--fail: expected a code from 1 to 65535, got \"65536\""},
       {"l3IifTH3::7", "--fail: expected at least one FIELD=VALUE, got \"l3IifTH3::7\""},
       {"l3IifTH3:l3Iif:7", "--fail: expected FIELD=VALUE, got \"l3Iif\""},
   };
