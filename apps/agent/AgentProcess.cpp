@@ -22,8 +22,9 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const Options& options)
       context_(Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batchStatus_,
                                                          vrfIdCollection_)),
       library_(std::make_unique<P4Runtime::PluginLibrary>(options.plugin)),
+      tables_(entityManager_),
       hardwareWatch_(
-          entityManager_, [this] { return core_->overdue() != 0; },
+          loop_, tables_, [this] { return core_->overdue() != 0; },
           [this] {
             core_->hardwareRestarted();
             turn();
@@ -32,8 +33,11 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const Options& options)
   if (library_->plugins().empty()) {
     throw Cairn::Exception("plugin library \"" + options.plugin + "\": expected a plugin, found none in it");
   }
-  core_ = std::make_unique<AgentCore>(lumenDb_, batchStatus_,
-                                      AgentCore::Settings{wallClockNanoseconds(), options.timeout});
+  core_ = std::make_unique<AgentCore>(
+      lumenDb_, batchStatus_,
+      AgentCore::Settings{wallClockNanoseconds(), options.timeout,
+                          [this](const std::string& table) { return tables_.readable(table); }});
+  core_->answersOwed(tables_.owedHandles());
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] {
     core_->completionsReady();
     turn();

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "apps/agent/HardwareWatch.h"
+#include "apps/agent/MountedTables.h"
 #include "apps/agent/Options.h"
 #include "apps/agent/ScriptServer.h"
 #include "apps/core/AgentCore.h"
@@ -51,6 +52,7 @@ class AgentProcess {
   Quill::Ptr<P4Runtime::PluginContext> context_;
   std::unique_ptr<P4Runtime::PluginLibrary> library_;
   std::unique_ptr<AgentCore> core_;
+  MountedTables tables_;
   HardwareWatch hardwareWatch_;
   std::list<Running> running_;
   std::optional<Quill::EventLoop::TimerId> deadlineTimer_;

@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "orrery/EntityManager.h"
+#include "apps/agent/MountedTables.h"
 #include "quill/EventLoop.h"
 
 namespace Agent {
@@ -14,7 +14,8 @@ namespace Agent {
 class HardwareWatch {
  public:
   /// `needed` tells whether answers are still overdue; `restarted` is called when none of them will come.
-  HardwareWatch(Quill::Ptr<Orrery::EntityManager> entityManager, std::function<bool()> needed,
+  /// Neither `loop` nor `tables` is owned.
+  HardwareWatch(Quill::EventLoop& loop, const MountedTables& tables, std::function<bool()> needed,
                 std::function<void()> restarted);
   ~HardwareWatch();
   HardwareWatch(const HardwareWatch&) = delete;
@@ -27,10 +28,10 @@ class HardwareWatch {
   static constexpr std::chrono::milliseconds kInterval{200};
   static constexpr int kGraceIntervals = 5;
 
-  std::vector<pid_t> writers() const;
   void look();
 
-  Quill::Ptr<Orrery::EntityManager> entityManager_;
+  Quill::EventLoop& loop_;       // not owned
+  const MountedTables& tables_;  // not owned
   std::function<bool()> needed_;
   std::function<void()> restarted_;
   std::vector<pid_t> before_;  // the tables' writers when the watch began

@@ -120,6 +120,9 @@ void AgentCore::attempt(const Operation& operation) {
       if (stored) return answer(operation, {Code::alreadyExists, 0, "the entry exists"});
       write(operation, nextHandle_++);
     } else {
+      if (!stored && !settings_.readable(update.table->name())) {
+        return answer(operation, {Code::internal, 0, "the table was found damaged"});
+      }
       if (!stored) return answer(operation, {Code::notFound, 0, "there is no such entry"});
       write(operation, *stored);
     }
@@ -192,6 +195,11 @@ void AgentCore::expire(Clock::time_point now) {
       if (!batch->answered[i]) answer({batch.get(), i}, {Code::deadlineExceeded, 0, "no answer in time"});
     }
   }
+}
+
+void AgentCore::answersOwed(const std::vector<std::uint64_t>& handles) {
+  for (const std::uint64_t handle : handles) byHandle_.try_emplace(handle);
+  overdue_ = byHandle_.size();
 }
 
 void AgentCore::hardwareRestarted() {

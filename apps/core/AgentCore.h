@@ -47,6 +47,9 @@ class AgentCore {
   struct Settings {
     std::uint64_t firstHandle;  ///< handles and genIds count up from here; the wall clock in nanoseconds
     Clock::duration timeout;    ///< from the start of a batch to DEADLINE_EXCEEDED
+    /// Whether the table of that short name is sound: one found damaged reads as empty, which says nothing of
+    /// its entries.
+    std::function<bool(const std::string& table)> readable;
   };
 
   /// Serves the tables registered in `lumenDb` whose names are "Lumen", a short name and "ConfigTable".
@@ -68,6 +71,9 @@ class AgentCore {
   void completionsReady();
   /// Answers DEADLINE_EXCEEDED to what is out of time.
   void expire(Clock::time_point now);
+  /// The hardware owes answers for these handles to an earlier process: they are in flight as if out of time,
+  /// so that none is taken for the answer to an update of this one. To be called before the first batch.
+  void answersOwed(const std::vector<std::uint64_t>& handles);
   /// Gives up the answers still owed to updates that are out of time.
   void hardwareRestarted();
   /// Hands out the results of the batches that are complete and returns how many those are. To be called
@@ -93,9 +99,9 @@ class AgentCore {
   };
   /// An entry with an update in flight.
   struct Entry {
-    ConfigTable* table;  // not owned
+    ConfigTable* table = nullptr;  // not owned; with its key, set for an update of this process
     Lumen::BaseRow key;
-    bool removed;  // the update in flight is its removal
+    bool removed = false;  // the update in flight is its removal
     Operation current;
     std::vector<Operation> waiting;
   };

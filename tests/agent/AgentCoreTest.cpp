@@ -22,7 +22,9 @@ class AgentCoreTest : public testing::Test {
   /// A new core over the tables as they are: the agent restarted.
   void start(std::uint64_t firstHandle) {
     core_.reset();
-    core_ = std::make_unique<AgentCore>(database_, batchStatus_, AgentCore::Settings{firstHandle, 1s});
+    core_ = std::make_unique<AgentCore>(
+        database_, batchStatus_,
+        AgentCore::Settings{firstHandle, 1s, [this](const std::string&) { return !table_->broken; }});
   }
 
   /// "+5" inserts entry 5, "~5" modifies and "-5" removes it.

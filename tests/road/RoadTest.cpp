@@ -65,6 +65,14 @@ class Road : public testing::Test {
     std::ifstream file(std::string(EXAMPLES) + "/" + name);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   }
+  /// Overwrites all rows of a table of l3IifTH3 and its index.
+  void damage(const std::string& side) const {
+    std::fstream file(folder_.path() + "/p4runtime/outputTables/tolmar/l3IifTH3Table/" + side + "/table",
+                      std::ios::in | std::ios::out | std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    for (std::size_t at = 8192; at < bytes.size(); ++at) bytes[at] ^= 0x5a;
+    file.seekp(0).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
   static bool has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
   }
@@ -203,17 +211,37 @@ TEST_F(Road, NoHardware_IsDeadlineExceededAndGoesOnWhenItComes) {
 }
 
 TEST_F(Road, AnswerThatNeverComes_IsGivenUpOnceTheHardwareHasRestarted) {
-  {
-    const auto served = agent({"--timeout", "0.1"});
-    send("insert l3IifTH3 l3Iif=1 vrf=1 expect DEADLINE_EXCEEDED\n");
-    stop(*served);
-  }
   const auto served = agent({"--timeout", "4"});
+  auto hw = hardware();
+  send("insert l3IifTH3 l3Iif=1 vrf=1\n");
+  stop(*hw);
   const auto removal = sending("delete l3IifTH3 l3Iif=1 expect DEADLINE_EXCEEDED\n");
   EXPECT_EQ(removal->exitCode(), 0) << removal->output();
+  damage("status");
   // Nothing is left of the entry in either table: the hardware agent cannot know that an answer is owed.
-  const auto hw = hardware();
+  hw = hardware();
+  EXPECT_TRUE(hw->says("set aside")) << hw->output();
   send("insert l3IifTH3 l3Iif=1 vrf=1\n");
+}
+
+TEST_F(Road, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem) {
+  auto served = agent();
+  auto hw = hardware();
+  send(inserts(1, 10));
+  damage("status");
+  send("modify l3IifTH3 l3Iif=1 vrf=2\n");  // the hardware agent meets the damage and replaces its table
+  EXPECT_TRUE(hw->says("set aside")) << hw->output();
+  stop(*hw);
+  damage("config");
+  hw = hardware();
+  EXPECT_TRUE(has(hw->output(), "l3IifTH3: waiting for a sound table: ")) << hw->output();
+  send(
+      "insert l3IifTH3 l3Iif=11 expect INTERNAL\nmodify l3IifTH3 l3Iif=1 vrf=3 expect INTERNAL\n"
+      "insert l3TunnelIpv4TH3 sip=192.0.2.1 dip=192.0.2.2 protocol=17 l4DestPort=4789 l4SrcPort=0\n");
+  stop(*served);
+  served = agent();
+  EXPECT_TRUE(hw->says("l3IifTH3: followed again")) << hw->output();
+  send(inserts(1, 10));
 }
 
 TEST_F(Road, Traces_GoToTheTerminalOnRequestAndToTheRingAlways) {
