@@ -68,12 +68,13 @@ void AgentProcess::turn() {
   if (turnTimer_) loop_.timerDel(*turnTimer_);
   turnTimer_.reset();
   bool more = true;
-  for (int step = 0; more && step < kSteps; ++step) {
-    for (const Running& running : running_) running.run->proceed();
+  bool pause = false;
+  for (int step = 0; more && !pause && step < kSteps; ++step) {
+    for (const Running& running : running_) pause = running.run->proceed() || pause;
     more = core_->finish() > 0;
   }
   core_->reportProgress();
-  if (more) turnTimer_ = loop_.timerIs({}, [this] { turn(); });
+  if (more || pause) turnTimer_ = loop_.timerIs({}, [this] { turn(); });
   std::list<Running> finished;
   for (auto running = running_.begin(); running != running_.end();) {
     const auto next = std::next(running);

@@ -1,5 +1,6 @@
 #include "apps/agent/ScriptServer.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -78,7 +79,7 @@ int listenAt(const std::string& path) {
 
 ScriptServer::ScriptServer(Quill::EventLoop& loop, std::string path, Run run)
     : loop_(loop), path_(std::move(path)), run_(std::move(run)), listener_(listenAt(path_)) {
-  loop_.descriptorIs(listener_, [this] { accept(); });
+  listen();
 }
 
 ScriptServer::~ScriptServer() {
@@ -87,15 +88,24 @@ ScriptServer::~ScriptServer() {
   ::unlink(path_.c_str());
 }
 
+void ScriptServer::listen() {
+  loop_.descriptorIs(listener_, [this] { accept(); });
+}
+
 void ScriptServer::accept() {
   const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (socket < 0) return;
+  if (socket < 0) {
+    // Without a descriptor to spare, the others wait in the backlog until a client goes.
+    if (errno == EMFILE && !clients_.empty()) loop_.descriptorDel(listener_);
+    return;
+  }
   Client& client = clients_.emplace_back(*this, socket);
   loop_.descriptorIs(socket, [&client] { client.readable(); });
 }
 
 void ScriptServer::drop(const Client* client) {
   clients_.remove_if([client](const Client& candidate) { return &candidate == client; });
+  listen();
 }
 
 ScriptServer::Client::~Client() {
@@ -115,7 +125,12 @@ void ScriptServer::Client::readable() {
   }
   server_.loop_.descriptorDel(socket_);
   reading_ = false;
-  if (length == 0) return server_.run_(std::move(script_), *this);
+  if (length == 0) {
+    // A client that is gone altogether has most likely died over its script: half a script is not run.
+    pollfd end{socket_, 0, 0};
+    if (::poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0) return server_.drop(this);
+    return server_.run_(std::move(script_), *this);
+  }
   write("expected a script of at most " + std::to_string(kMaxScript) + " bytes, got more\n");
   end();
 }
@@ -159,6 +174,7 @@ void sendScript(const std::string& path, std::string_view script,
   while (!script.empty()) {
     const ssize_t length = ::send(socket.get(), script.data(), script.size(), MSG_NOSIGNAL);
     if (length < 0 && errno == EINTR) continue;
+    if (length < 0 && errno == EPIPE) break;  // it takes no more, and says why
     if (length < 0) throw Cairn::SystemException("socket " + path, errno);
     script.remove_prefix(static_cast<std::size_t>(length));
   }

@@ -9,7 +9,7 @@
 namespace Agent {
 
 /// Takes scripts on a Unix socket. A client writes its script, shuts down its writing side and reads the
-/// results until the end.
+/// results until the end; the script of one that closes the connection instead is not run.
 class ScriptServer {
  public:
   static constexpr std::size_t kMaxScript = 16u << 20;
@@ -55,6 +55,7 @@ class ScriptServer {
   ScriptServer& operator=(const ScriptServer&) = delete;
 
  private:
+  void listen();
   void accept();
   void drop(const Client* client);
 

@@ -6,6 +6,7 @@
 namespace Agent {
 
 namespace {
+constexpr std::size_t kLongestMessage = 400;
 constexpr const char* kGreen = "\033[32m";
 constexpr const char* kYellow = "\033[33m";
 constexpr const char* kRed = "\033[1;31m";
@@ -18,8 +19,18 @@ std::string joined(std::initializer_list<std::string_view> pieces) {
   return text;
 }
 
+/// What came from a script, fit for a terminal.
+std::string printable(std::string text) {
+  for (char& c : text) c = static_cast<unsigned char>(c) < 0x20 || c == 0x7f ? '?' : c;
+  return text;
+}
+
+std::string cut(std::string text, std::size_t width) {
+  return text.size() > width ? text.substr(0, width - 2) + ".." : text;
+}
+
 std::string padded(std::string text, std::size_t width) {
-  if (text.size() > width) text = text.substr(0, width - 2) + "..";
+  text = cut(std::move(text), width);
   text.resize(width, ' ');
   return text;
 }
@@ -47,7 +58,7 @@ std::string inSeconds(double seconds) {
 
 std::string row(const std::string& line, const std::string& type, const std::string& table,
                 const std::string& entry) {
-  return padded(line, 6) + padded(type, 8) + padded(table, 18) + padded(entry, 50) + " ";
+  return padded(line, 7) + padded(type, 8) + padded(table, 18) + padded(entry, 50) + " ";
 }
 }  // namespace
 
@@ -97,9 +108,10 @@ void ResultTable::update(const ScriptUpdate& update, const Result& result) {
   const bool readable = update.malformed.empty();
   std::string text =
       row(std::to_string(update.line), readable ? std::string(updateTypeName(update.type)) : "-",
-          readable ? std::string(update.table) : "-", readable ? fieldsOf(update) : "(malformed line)");
+          readable ? printable(std::string(update.table)) : "-",
+          readable ? printable(fieldsOf(update)) : "(malformed line)");
   text += coloured(!expected ? kRed : result.code == Code::ok ? kGreen : kYellow, resultText(result));
-  if (!result.message.empty()) text += joined({": ", result.message});
+  if (!result.message.empty()) text += ": " + cut(printable(result.message), kLongestMessage);
   if (!expected) text += coloured(kRed, joined({" (expected ", update.expectation.toString(), ")"}));
   output_(text + "\n");
 }
@@ -124,7 +136,7 @@ void ResultTable::summary(const std::vector<ScriptUpdate>& updates, const std::v
 
 void ResultTable::text(std::string_view line) {
   clearProgress();
-  output_(std::string(line) + "\n");
+  output_(printable(std::string(line)) + "\n");
 }
 
 void ResultTable::totals(double seconds, std::size_t failedSteps) {

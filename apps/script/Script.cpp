@@ -1,6 +1,6 @@
 #include "apps/script/Script.h"
 
-#include <charconv>
+#include "apps/process/CommandLine.h"
 
 namespace Agent {
 
@@ -56,12 +56,10 @@ Expectation takeExpectation(std::vector<std::string_view>& words) {
     if (!code) throw ScriptError("expected one of " + codeNames() + got(after.empty() ? "" : after[0]));
     expectation.code = *code;
     if (after.size() == 1) return expectation;
-    std::uint16_t number = 0;
-    const auto [end, error] = std::from_chars(after[1].data(), after[1].data() + after[1].size(), number);
-    if (error != std::errc{} || end != after[1].data() + after[1].size() || *code != Code::hardwareError) {
+    expectation.hardwareCode = Process::numberIn<std::uint16_t>(after[1], 0, 65535);
+    if (!expectation.hardwareCode || *code != Code::hardwareError) {
       throw ScriptError("expected the end of the line, or 0 to 65535 after HARDWARE_ERROR" + got(after[1]));
     }
-    expectation.hardwareCode = number;
     if (after.size() > 2) throw ScriptError("expected the end of the line" + got(after[2]));
     return expectation;
   }
@@ -88,6 +86,7 @@ class Parser {
   }
 
  private:
+  static constexpr std::size_t kMaxDepth = 32;  // so that no script can exhaust the stack
   enum class Block { script, batch, loop, unreadableLoop };
   struct OpenBlock {
     Block kind;
@@ -171,6 +170,10 @@ class Parser {
     const std::string_view bounds = words.size() > 3 ? words[3] : std::string_view();
     const std::size_t dots = bounds.find("..");
     try {
+      if (open_.size() > kMaxDepth) {
+        throw ScriptError("expected at most " + std::to_string(kMaxDepth) +
+                          " blocks inside each other, got more");
+      }
       if (words.size() != 4 || words[2] != "in" || dots == std::string_view::npos) {
         throw ScriptError("expected \"for VARIABLE in FIRST..LAST\", got " + std::to_string(words.size()) +
                           " words");

@@ -41,7 +41,9 @@ ScriptCursor::ScriptCursor(const std::vector<Statement>& script) {
 }
 
 ScriptStep ScriptCursor::next() {
+  rounds_ = 0;
   while (advance()) {
+    if (rounds_ > kMaxRounds) return BatchStep{};
     const Statement& statement = (*frames_.back().body)[frames_.back().at++];
     BatchStep batch;
     if (const auto* loop = std::get_if<LoopStatement>(&statement.what)) {
@@ -69,6 +71,7 @@ bool ScriptCursor::advance() {
     Frame& frame = frames_.back();
     if (frame.isLoop && variables_.back() < frame.last) {
       ++variables_.back();
+      ++rounds_;
       frame.at = 0;
       continue;
     }
@@ -106,9 +109,13 @@ void ScriptCursor::expand(const Statement& statement, BatchStep& batch) {
       const auto [first, last] = boundsOf(*loop, variables_);
       variables_.push_back(first);
       for (; variables_.back() <= last && batch.updates.size() <= kMaxBatch; ++variables_.back()) {
+        if (++rounds_ > kMaxRounds) break;
         expandAll(loop->body, batch);
       }
       variables_.pop_back();
+      if (rounds_ > kMaxRounds)
+        throw ScriptError("expected loops of at most " + std::to_string(kMaxRounds) +
+                          " rounds in a batch, got more");
     } catch (const ScriptError& error) {
       batch.updates.push_back(malformed(statement, error.what(), {}));
     }

@@ -41,12 +41,13 @@ class ScriptCursor {
  public:
   /// Updates beyond this number in one batch are refused; they stand as one malformed update.
   static constexpr std::size_t kMaxBatch = 100'000;
-  /// Rounds of one loop; a loop beyond it is refused.
+  /// Rounds of one loop, and of all loops in one batch; those beyond are refused.
   static constexpr std::int64_t kMaxRounds = 1'000'000;
 
   /// `script` is not owned and outlives the cursor and every step it hands out.
   explicit ScriptCursor(const std::vector<Statement>& script);
-  /// The next step; EndStep once the script is through, and from then on.
+  /// The next step; EndStep once the script is through, and from then on. A batch without updates stands for
+  /// many rounds of loops without any step.
   ScriptStep next();
 
  private:
@@ -65,6 +66,7 @@ class ScriptCursor {
 
   std::vector<Frame> frames_;
   VariableValues variables_;
+  std::int64_t rounds_ = 0;  // since the last step
 };
 
 }  // namespace Agent

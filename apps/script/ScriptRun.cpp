@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "apps/process/CommandLine.h"
 #include "cairn/Exception.h"
 
 namespace Agent {
@@ -9,12 +10,6 @@ namespace Agent {
 namespace {
 double secondsSince(ScriptRun::Clock::time_point begin) {
   return std::chrono::duration<double>(ScriptRun::Clock::now() - begin).count();
-}
-
-std::string listed(const std::vector<std::string>& names) {
-  std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
-  return text;
 }
 }  // namespace
 
@@ -26,10 +21,13 @@ ScriptRun::ScriptRun(std::string_view script, AgentCore& core, ResultTable::Outp
       table_(std::move(output), style),
       cleanup_(std::move(cleanup)) {}
 
-void ScriptRun::proceed() {
-  while (batchSize_ == 0 && !finished_) {
+bool ScriptRun::proceed() {
+  constexpr int kSteps = 256;
+  for (int steps = 0; batchSize_ == 0 && !finished_; ++steps) {
+    if (steps == kSteps) return true;
     ScriptStep step = cursor_.next();
     if (auto* batch = std::get_if<BatchStep>(&step)) {
+      if (batch->updates.empty()) return true;
       submit(std::move(*batch));
     } else if (const auto* print = std::get_if<PrintStep>(&step)) {
       table_.text(print->text);
@@ -42,6 +40,7 @@ void ScriptRun::proceed() {
       table_.totals(secondsSince(started_), failedSteps_);
     }
   }
+  return false;
 }
 
 void ScriptRun::submit(BatchStep step) {
@@ -69,7 +68,7 @@ Update ScriptRun::updateOf(const ScriptUpdate& from) {
   update.table = core_.table(from.table);
   try {
     if (update.table == nullptr) {
-      throw Cairn::Exception("expected a table (" + listed(core_.tableNames()) + "), got \"" +
+      throw Cairn::Exception("expected a table (" + Process::listed(core_.tableNames()) + "), got \"" +
                              std::string(from.table) + "\"");
     }
     std::vector<Lumen::ColumnText> fields;
@@ -85,7 +84,8 @@ void ScriptRun::show(const std::string& tableName) {
   const ConfigTable* table = core_.table(tableName);
   if (table == nullptr) {
     ++failedSteps_;
-    table_.text("show: expected a table (" + listed(core_.tableNames()) + "), got \"" + tableName + "\"");
+    table_.text("show: expected a table (" + Process::listed(core_.tableNames()) + "), got \"" + tableName +
+                "\"");
     return;
   }
   std::size_t rows = 0;

@@ -18,9 +18,10 @@ class ScriptRun {
   ScriptRun(std::string_view script, AgentCore& core, ResultTable::Output output, ResultTable::Style style,
             std::function<void()> cleanup);
 
-  /// Goes on up to the next batch that is not answered yet. To be called at the start and after each
-  /// AgentCore::finish(); what it submits needs another finish().
-  void proceed();
+  /// Goes on up to the next batch that is not answered yet, or for a bounded number of steps, and returns
+  /// whether there is more to do at once. To be called at the start and after each AgentCore::finish(); what
+  /// it submits needs another finish().
+  bool proceed();
 
   bool finished() const { return finished_; }
   /// Whether every update so far came out as the script expects.
