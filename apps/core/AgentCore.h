@@ -49,7 +49,7 @@ class AgentCore {
     Clock::duration timeout;    ///< from the start of a batch to DEADLINE_EXCEEDED
     /// Whether the table of that short name is sound: one found damaged reads as empty, which says nothing of
     /// its entries.
-    std::function<bool(const std::string& table)> readable;
+    std::function<bool(const std::string& table)> readable = [](const std::string&) { return true; };
   };
 
   /// Serves the tables registered in `lumenDb` whose names are "Lumen", a short name and "ConfigTable".
