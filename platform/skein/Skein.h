@@ -77,6 +77,9 @@ class Message {
   /// Adds one value; cut at the end of the room there is.
   template <class Value>
   void value(const Value& value) noexcept {
+    if constexpr (std::unsigned_integral<Value> && !std::same_as<Value, bool>) {
+      if (end_ - at_ >= kNumberBytes) return number(value);
+    }
     if (end_ - at_ < 2) return;
     char* const length = at_;
     at_ += 2;
@@ -95,6 +98,12 @@ class Message {
   void put(std::uint64_t number) noexcept;
 
  private:
+  static constexpr std::ptrdiff_t kNumberBytes = sizeof(Braid::kNumberValue) + sizeof(std::uint64_t);
+  void number(std::uint64_t value) noexcept {
+    std::memcpy(at_, &Braid::kNumberValue, sizeof Braid::kNumberValue);
+    std::memcpy(at_ + sizeof Braid::kNumberValue, &value, sizeof value);
+    at_ += kNumberBytes;
+  }
   // Most values are short, and two copies of fixed size cost less than one call.
   static void copyShort(char* to, const char* from, std::size_t bytes) noexcept {
     if (bytes > 16) {
