@@ -30,12 +30,19 @@ void ChangeFollower::segmentIs(RowReads& reads, InitialRows rows) {
   }
 }
 
+// Whether a lookup finds the key of the row in row_.
+bool ChangeFollower::isFound(RowReads& reads) {
+  std::vector<Word> row(row_.size());
+  std::uint32_t slot = 0;
+  return reads.lookup(row_.data() + 1, row.data(), slot);
+}
+
 // Calls `visit` with each slot. Returns the sequence published before: a change that the slots do not show is
 // newer than that, and in the log. A published sequence that no change had is seen by its record, or by a
 // slot that is further on.
 //
-// A row may stand in its slot before the index names it and before its change is published: a handler called
-// now would not find it. Such a row is `underWay`; its slot is given the sequence before, so that the log's
+// A row stands in its slot before the index names it and its change is published: a handler called in between
+// would not find it. Such a row is `underWay`; its slot is given the sequence before, so that the log's
 // record of the change is not left out.
 template <class Visit>
 Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
@@ -55,7 +62,7 @@ Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
         reportDamage("published sequence " + std::to_string(newest) + ": slot " + std::to_string(slot) +
                      " was changed at " + std::to_string(sequence));
       }
-      underWay = isOccupied(version) && isAfter(sequence, newest);
+      underWay = isOccupied(version) && isAfter(sequence, newest) && !isFound(reads);
       if (underWay) sequence = newest;
     }
     visit(slot, sequence, isOccupied(version), underWay, row_.data() + 1);

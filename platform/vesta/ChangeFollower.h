@@ -47,6 +47,7 @@ class ChangeFollower {
   void tell(std::uint32_t slot, Word sequence, bool present, const Word* key);
   template <class Visit>
   Word scan(RowReads& reads, const Visit& visit);
+  bool isFound(RowReads& reads);
   void compare(RowReads& reads);
   bool tellRecord(RowReads& reads, const KeyHandler& handler);
   void tellKey(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler);
