@@ -1,9 +1,11 @@
-// How keys and entries stand in shared memory: the columns in order, packed, integers little-endian, each at
-// a fixed size. An address is its family code and 16 bytes, those not used zero; all unset addresses are
-// stored alike, since they are equal.
+// How keys and entries stand in shared memory: the columns packed, integers little-endian and widest first,
+// each at a fixed size. An address is its family code and 16 bytes, those not used zero; all unset addresses
+// are stored alike, since they are equal.
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -37,20 +39,38 @@ struct PackedField<IpGenAddr> {
 
 template <class Record, const auto& Columns>
 struct RecordCodec {
-  static constexpr std::size_t size = std::apply(
-      []<class... C>(const C&...) { return (PackedField<typename C::Type>::size + ...); }, Columns);
+  static constexpr std::size_t kCount = std::tuple_size_v<std::remove_cvref_t<decltype(Columns)>>;
+  template <std::size_t I>
+  using FieldAt = PackedField<typename std::tuple_element_t<I, std::remove_cvref_t<decltype(Columns)>>::Type>;
+
+  /// Where the columns stand: the widest integers first, so that none lies across two words, and what is no
+  /// integer last.
+  static constexpr auto kOffsets = [] {
+    std::array<std::size_t, kCount> sizes{};
+    forEachIndex<kCount>([&]<std::size_t I>() { sizes[I] = FieldAt<I>::size; });
+    const auto rank = [&](std::size_t i) { return std::has_single_bit(sizes[i]) ? sizes[i] : 0; };
+    std::array<std::size_t, kCount> offsets{};
+    for (std::size_t i = 0; i < kCount; ++i) {
+      for (std::size_t j = 0; j < kCount; ++j) {
+        if (rank(j) > rank(i) || (rank(j) == rank(i) && j < i)) offsets[i] += sizes[j];
+      }
+    }
+    return offsets;
+  }();
+  static constexpr std::size_t size = []<std::size_t... I>(std::index_sequence<I...>) {
+    return (FieldAt<I>::size + ...);
+  }
+  (std::make_index_sequence<kCount>());
   static constexpr std::string_view text = ColumnsDescriptor<Columns>::text();
 
   static void encode(const Record& record, std::uint8_t* bytes) {
-    forEachColumn(Columns, [&]<class C>(const C& column) {
-      PackedField<typename C::Type>::encode(record.*column.member, bytes);
-      bytes += PackedField<typename C::Type>::size;
+    forEachIndex<kCount>([&]<std::size_t I>() {
+      FieldAt<I>::encode(record.*std::get<I>(Columns).member, bytes + kOffsets[I]);
     });
   }
   static void decode(const std::uint8_t* bytes, Record& record) {
-    forEachColumn(Columns, [&]<class C>(const C& column) {
-      record.*column.member = PackedField<typename C::Type>::decode(bytes);
-      bytes += PackedField<typename C::Type>::size;
+    forEachIndex<kCount>([&]<std::size_t I>() {
+      record.*std::get<I>(Columns).member = FieldAt<I>::decode(bytes + kOffsets[I]);
     });
   }
 };

@@ -28,7 +28,7 @@ TEST(RecordCodec, Sizes_AreThoseOfTheSegmentFormat) {
   EXPECT_EQ(Vesta::Codec<L3IifTH3StatusEntry>::size, 27u);
 }
 
-TEST(RecordCodec, Bytes_StandInColumnOrderLittleEndian) {
+TEST(RecordCodec, Bytes_WidestIntegersFirstLittleEndian) {
   L3IifTH3StatusEntry status;
   status.genId = 0x0102030405060708;
   status.entryHandle = 0x1112131415161718;
@@ -36,8 +36,8 @@ TEST(RecordCodec, Bytes_StandInColumnOrderLittleEndian) {
   status.deleted = true;
   status.l3Iif = 0x3132333435363738;
   const std::array<std::uint8_t, 27> expected{8,    7,    6,    5,    4,    3,    2,    1,    0x18,
-                                              0x17, 0x16, 0x15, 0x14, 0x13, 0x12, 0x11, 0x22, 0x21,
-                                              1,    0x38, 0x37, 0x36, 0x35, 0x34, 0x33, 0x32, 0x31};
+                                              0x17, 0x16, 0x15, 0x14, 0x13, 0x12, 0x11, 0x38, 0x37,
+                                              0x36, 0x35, 0x34, 0x33, 0x32, 0x31, 0x22, 0x21, 1};
   EXPECT_EQ(encoded(status), expected);
 }
 
@@ -47,10 +47,10 @@ TEST(RecordCodec, Addresses_KeepFamilyAndBytes) {
   key.dip = *IpGenAddr::parse("2001:db8::2");
   key.protocol = 47;
   const auto bytes = encoded(key);
-  EXPECT_EQ(bytes[0], 1);
-  EXPECT_EQ(bytes[1], 192);
-  EXPECT_EQ(bytes[5], 0) << "unused address bytes are zero";
-  EXPECT_EQ(bytes[17], 2);
+  EXPECT_EQ(bytes[5], 1) << "addresses stand last";
+  EXPECT_EQ(bytes[6], 192);
+  EXPECT_EQ(bytes[10], 0) << "unused address bytes are zero";
+  EXPECT_EQ(bytes[22], 2);
   L3TunnelTH3Key back;
   Vesta::Codec<L3TunnelTH3Key>::decode(bytes.data(), back);
   EXPECT_EQ(back, key);
