@@ -48,10 +48,14 @@ bool slotIn(const std::string& message, unsigned long& slot) {
   return end != digits;
 }
 
-std::string dumpText(const unsigned char* bytes, std::size_t count, std::size_t position) {
+std::string dumpText(int file, std::size_t word, std::size_t words) {
+  std::vector<unsigned char> bytes(words * sizeof(Word));
+  const std::size_t position = word * sizeof(Word);
+  const ssize_t got = pread(file, bytes.data(), bytes.size(), static_cast<off_t>(position));
+  if (got <= 0) return "cannot be read\n";
   std::string text;
   char piece[24];
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(got); ++i) {
     if (i % 16 == 0) {
       std::snprintf(piece, sizeof piece, "%s%08zx ", i == 0 ? "" : "\n", position + i);
       text += piece;
@@ -71,12 +75,10 @@ std::string slotText(int file, const std::array<Word, kHeaderWords>& header, uns
                          shape.keySize <= 4096 && shape.entrySize >= 1 && shape.entrySize <= 4096;
   if (!plausible || slot >= shape.capacity) return "slot " + std::to_string(slot) + ": not in this segment\n";
   const Layout layout(shape);
-  std::string bytes(layout.slotWords * sizeof(Word), '\0');
-  const std::size_t at = layout.slotAt(static_cast<std::uint32_t>(slot)) * sizeof(Word);
-  const ssize_t got = pread(file, bytes.data(), bytes.size(), static_cast<off_t>(at));
-  if (got <= 0) return "slot " + std::to_string(slot) + ": cannot be read\n";
+  const auto number = static_cast<std::uint32_t>(slot);
   return "slot " + std::to_string(slot) + " as read:\n" +
-         dumpText(reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<std::size_t>(got), at);
+         dumpText(file, layout.slotAt(number), layout.sizes().slot()) + "copy 1:\n" +
+         dumpText(file, layout.copyAt(number, 1), layout.sizes().secondCopy());
 }
 
 std::string segmentText(const RootPath& path, const std::string& message) {

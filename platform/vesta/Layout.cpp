@@ -30,12 +30,12 @@ Layout::Layout(const Shape& of) : shape(of) {
   }
   keyWords = wordsFor(shape.keySize);
   rowWords = keyWords + wordsFor(shape.entrySize);
-  slotWords = sizes().slot();
-  cells = std::bit_ceil(std::max(4 * shape.capacity, 16u));
+  cells = std::bit_ceil(std::max(2 * shape.capacity, 16u));
   records = std::bit_ceil(std::max(2 * shape.capacity, 16u));
   recordWords = sizes().record();
   slotsAt = kTablesAt + 2 * std::size_t{cells};
-  logAt = slotsAt + std::size_t{shape.capacity} * slotWords;
+  secondCopiesAt = slotAt(shape.capacity);
+  logAt = copyAt(shape.capacity, 1);
   words = roundUp(logAt + std::size_t{records} * recordWords, kPageWords);
 }
 

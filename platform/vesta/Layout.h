@@ -1,6 +1,7 @@
 // Where everything stands in a segment; docs/segment_format.md draws it. One page for the header, which never
 // changes after creation, one that only the writer writes, one that only readers write, then the two indexes,
-// the slots and the change log. Offsets are in words of 8 bytes from the start of the segment.
+// the slots, their second copies and the change log. Offsets are in words of 8 bytes from the start of the
+// segment.
 #pragma once
 
 #include <cstddef>
@@ -19,6 +20,9 @@ constexpr std::uint32_t wordsFor(std::size_t bytes) {
 
 constexpr std::size_t kPageWords = 512;
 constexpr std::uint32_t kLineWords = 8;
+constexpr std::uint32_t wholeLines(std::uint32_t words) {
+  return (words + kLineWords - 1) / kLineWords * kLineWords;
+}
 
 // Header page.
 enum HeaderWord : std::size_t {
@@ -83,10 +87,10 @@ struct BasicRowSizes {
 
   constexpr std::uint32_t key() const { return keyWords; }
   constexpr std::uint32_t row() const { return rowWords; }
-  /// A slot: version and two copies, each a checksum and the row, filled up to whole cache lines.
-  constexpr std::uint32_t slot() const {
-    return (1 + 2 * (1 + row()) + kLineWords - 1) / kLineWords * kLineWords;
-  }
+  /// A slot: the version and copy 0, which is a checksum and the row, filled up to whole cache lines.
+  constexpr std::uint32_t slot() const { return wholeLines(2 + row()); }
+  /// Copy 1, likewise.
+  constexpr std::uint32_t secondCopy() const { return wholeLines(1 + row()); }
   /// A log record: sequence, slot and checksum, the key.
   constexpr std::uint32_t record() const { return 2 + key(); }
 };
@@ -100,11 +104,17 @@ struct Layout {
   explicit Layout(const Shape& shape);
 
   std::size_t indexAt(unsigned which) const { return kTablesAt + which * std::size_t{cells}; }
-  std::size_t slotAt(std::uint32_t slot) const { return slotsAt + slot * std::size_t{slotWords}; }
-  /// Word 0 of a copy is its checksum; the row follows.
-  std::size_t copyAt(std::uint32_t slot, unsigned copy) const {
-    return slotAt(slot) + 1 + copy * std::size_t{rowWords + 1};
+  template <class Sizes>
+  std::size_t slotAt(const Sizes& sizes, std::uint32_t slot) const {
+    return slotsAt + slot * std::size_t{sizes.slot()};
   }
+  /// Word 0 of a copy is its checksum; the row follows.
+  template <class Sizes>
+  std::size_t copyAt(const Sizes& sizes, std::uint32_t slot, unsigned copy) const {
+    return copy == 0 ? slotAt(sizes, slot) + 1 : secondCopiesAt + slot * std::size_t{sizes.secondCopy()};
+  }
+  std::size_t slotAt(std::uint32_t slot) const { return slotAt(sizes(), slot); }
+  std::size_t copyAt(std::uint32_t slot, unsigned copy) const { return copyAt(sizes(), slot, copy); }
   /// Word 0 of a record is sequence << 2 | written, word 1 slot << 32 | checksum; the key follows.
   std::size_t recordAt(Word sequence) const {
     return logAt + static_cast<std::size_t>(sequence & (records - 1)) * recordWords;
@@ -115,11 +125,11 @@ struct Layout {
   Shape shape;
   std::uint32_t keyWords;
   std::uint32_t rowWords;  // key and entry
-  std::uint32_t slotWords;
-  std::uint32_t cells;    // of each index; a power of two, at least four times the capacity
-  std::uint32_t records;  // of the log; a power of two, at least twice the capacity
+  std::uint32_t cells;     // of each index; a power of two, at least twice the capacity
+  std::uint32_t records;   // of the log; a power of two, at least twice the capacity
   std::uint32_t recordWords;
   std::size_t slotsAt;
+  std::size_t secondCopiesAt;
   std::size_t logAt;
   std::size_t words;
 };

@@ -84,7 +84,6 @@ class RowReads {
   const Layout layout_;
   Word* const words_;  // the segment's; not owned, and so those that follow
   const Word* const indexes_[2];
-  const Word* const slots_;
   const std::uint32_t cellMask_;
   std::chrono::milliseconds yieldTime_{2000};
   std::uint64_t retries_ = 0;
@@ -115,10 +114,11 @@ RowReads::Probe RowReads::probe(unsigned which, Word hash, const Matches& matche
 // to such an overwrite, its acquire load makes the version that preceded it visible, and the second load of
 // the version differs from the first.
 template <class Sizes>
-RowReads::Copied RowReads::copyOut(const Sizes& sizes, std::uint32_t slot, Word* row) const {
-  const Word* words = slots_ + slot * std::size_t{sizes.slot()};
+[[gnu::always_inline]] inline RowReads::Copied RowReads::copyOut(const Sizes& sizes, std::uint32_t slot,
+                                                                 Word* row) const {
+  const Word* words = words_ + layout_.slotAt(sizes, slot);
   const Word version = loadAcquire(words[0]);
-  const Word* copy = words + 1 + copyOf(version) * (1 + sizes.row());
+  const Word* copy = words_ + layout_.copyAt(sizes, slot, copyOf(version));
   const Word found = loadAcquire(copy[0]);
   row[0] = version;
   eachWord(sizes.rowWords, [&](std::size_t i) { row[1 + i] = loadAcquire(copy[1 + i]); });
@@ -144,7 +144,8 @@ Word RowReads::readSlot(const Sizes& sizes, std::uint32_t slot, Word* row) {
 // row. A row that is right proves itself, so nothing else is asked; with any doubt the whole protocol
 // decides.
 template <class Sizes>
-bool RowReads::lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
+[[gnu::always_inline]] inline bool RowReads::lookup(const Sizes& sizes, const Word* key, Word* row,
+                                                    std::uint32_t& slot) {
   const Word hash = hashOf(key, sizes.keyWords);
   const Word* cells = indexes_[loadAcquire(words_[kIndexAt]) & 1];
   const std::uint32_t wanted = usedCell(hash, 0) >> kSlotBits;

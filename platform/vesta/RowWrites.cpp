@@ -12,7 +12,7 @@ void RowWrites::prepareInsertion(RowReads::Probe& place, const Word* key, Word h
   }
   const std::size_t cell = layout_.indexAt(index_) + place.cell;
   if (cellState(segment_.unsealed(cell, "index cell")) == CellState::empty &&
-      cellsTaken_ >= layout_.cells / 8 * 3) {
+      cellsTaken_ >= layout_.cells / 4 * 3) {
     rebuildIndex();
     place = find(reads_.sizes(), key, hash);
   }

@@ -98,9 +98,9 @@ bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
 template <class Sizes>
 RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) {
   return reads_.probe(index_, hash, [&](std::uint32_t slot) {
-    const Word* words = words_ + layout_.slotsAt + slot * std::size_t{sizes.slot()};
-    const Word* copy = words + 1 + copyOf(words[0]) * (1 + sizes.row());
-    if (isOccupied(words[0]) && RowReads::sameKey(sizes, copy + 1, key)) [[likely]]
+    const Word version = words_[layout_.slotAt(sizes, slot)];
+    const Word* copy = words_ + layout_.copyAt(sizes, slot, copyOf(version));
+    if (isOccupied(version) && RowReads::sameKey(sizes, copy + 1, key)) [[likely]]
       return true;
     reads_.readSlot(slot, scratch_.data());
     return false;
@@ -126,15 +126,15 @@ void RowWrites::putRecord(const Sizes& sizes, Word* row, std::uint32_t slot, boo
 // Pairs with RowReads::readSlot.
 template <class Sizes>
 void RowWrites::putSlot(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied) {
-  Word* words = words_ + layout_.slotsAt + slot * std::size_t{sizes.slot()};
-  const unsigned copy = 1 - copyOf(words[0]);
+  Word& version = words_[layout_.slotAt(sizes, slot)];
+  const unsigned copy = 1 - copyOf(version);
   row[0] = makeVersion(nextSequence(sequence_), copy, occupied);
-  Word* to = words + 1 + copy * (1 + sizes.row());
+  Word* to = words_ + layout_.copyAt(sizes, slot, copy);
   eachWord(sizes.rowWords, [&](std::size_t i) { storeRelease(to[1 + i], row[1 + i]); });
   step(WriteStep::copyHalf);
   storeRelease(to[0], checksumOf(row, sizes.rowWords, slot));
   step(WriteStep::copied);
-  storeRelease(words[0], row[0]);
+  storeRelease(version, row[0]);
   step(WriteStep::versionMoved);
 }
 

@@ -183,9 +183,7 @@ const std::vector<Damage> kDamages = {
      14, true},
     {"copied slot",
      [](auto& s) {
-       for (std::size_t i = 0; i < s.layout().slotWords; ++i) {
-         s.at(s.layout().slotAt(2) + i) = s.at(s.layout().slotAt(1) + i);
-       }
+       for (std::size_t i = 0; i < 8; ++i) s.at(s.layout().slotAt(2) + i) = s.at(s.layout().slotAt(1) + i);
      },
      "slot 2 version", 15, true},
     {"newest record", [](auto& s) { s.at(s.layout().recordAt(newestSequence(s)) + 2) ^= 1; }, "log record",
