@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
+#include <utility>
 
 #include "cairn/Exception.h"
 #include "vesta/PrivateFile.h"
@@ -12,12 +14,12 @@ namespace Vesta {
 
 namespace {
 
-struct flock lockOf(short type, long byte) {
+struct flock lockOf(short type, long byte, long count = 1) {
   struct flock lock {};
   lock.l_type = type;
   lock.l_whence = SEEK_SET;
   lock.l_start = byte;
-  lock.l_len = 1;
+  lock.l_len = count;
   return lock;
 }
 
@@ -48,10 +50,24 @@ void LockFile::unlock(long byte) noexcept {
   fcntl(file_.get(), F_OFD_SETLK, &lock);
 }
 
-bool LockFile::heldElsewhere(long byte) const {
-  struct flock lock = lockOf(F_WRLCK, byte);
-  if (fcntl(file_.get(), F_OFD_GETLK, &lock) != 0) throw Cairn::SystemException("query lock " + path_, errno);
-  return lock.l_type != F_UNLCK;
+// A query names any one of the locks in its range, so the parts on both sides of that are asked about next.
+std::vector<long> LockFile::heldElsewhere(long first, long end) const {
+  std::vector<long> held;
+  std::vector<std::pair<long, long>> ranges{{first, end}};
+  while (!ranges.empty()) {
+    const auto [from, to] = ranges.back();
+    ranges.pop_back();
+    if (from >= to) continue;
+    struct flock lock = lockOf(F_WRLCK, from, to - from);
+    if (fcntl(file_.get(), F_OFD_GETLK, &lock) != 0)
+      throw Cairn::SystemException("query lock " + path_, errno);
+    if (lock.l_type == F_UNLCK) continue;
+    const long at = std::clamp(static_cast<long>(lock.l_start), from, to - 1);
+    held.push_back(at);
+    ranges.emplace_back(from, at);
+    ranges.emplace_back(at + 1, to);
+  }
+  return held;
 }
 
 CreationLock::CreationLock(LockFile& file, const std::string& path) : file_(file) {

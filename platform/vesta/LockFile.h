@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "vesta/Descriptor.h"
 
@@ -23,7 +24,9 @@ class LockFile {
   bool lockWithin(long byte, std::chrono::milliseconds bound);
   void unlock(long byte) noexcept;
   /// Whether another object holds it.
-  bool heldElsewhere(long byte) const;
+  bool heldElsewhere(long byte) const { return !heldElsewhere(byte, byte + 1).empty(); }
+  /// Those of the bytes from `first` up to but not including `end` that other objects hold, in any order.
+  std::vector<long> heldElsewhere(long first, long end) const;
 
  private:
   std::string path_;

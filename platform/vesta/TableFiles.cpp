@@ -129,8 +129,8 @@ WakeFifo TableFiles::readerFifo(unsigned reader) const {
 }
 
 void TableFiles::wakeEveryone() const {
-  for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
-    WakeFifo::forWriter(folder(), fifoName(reader)).wake();
+  for (const long byte : lock_.heldElsewhere(LockFile::readerByte(0), LockFile::readerByte(kMaxReaders))) {
+    WakeFifo::forWriter(folder(), fifoName(static_cast<unsigned>(byte - LockFile::readerByte(0)))).wake();
   }
 }
 
