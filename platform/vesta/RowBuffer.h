@@ -22,11 +22,11 @@ class RowBuffer {
   Word version() const noexcept { return words_[0]; }
 
   void encodeKey(const Key& key) {
-    words_[kKeyWords] = 0;
+    if constexpr (Codec<Key>::size % sizeof(Word) != 0) words_[kKeyWords] = 0;
     Codec<Key>::encode(key, reinterpret_cast<std::uint8_t*>(&words_[1]));
   }
   void encodeEntry(const Entry& entry) {
-    words_[kKeyWords + kEntryWords] = 0;
+    if constexpr (Codec<Entry>::size % sizeof(Word) != 0) words_[kKeyWords + kEntryWords] = 0;
     Codec<Entry>::encode(entry, reinterpret_cast<std::uint8_t*>(&words_[1 + kKeyWords]));
   }
   void decodeKey(Key& key) const { decodeKeyFrom(&words_[1], key); }
