@@ -86,9 +86,7 @@ class TableEntityOf : public QuillVesta::TableEntity {
   pid_t writerProcess() const override {
     return map_.implementation() != nullptr ? map_.implementation()->writerProcess() : 0;
   }
-  void cleanup() override {
-    if (map_.writer() != nullptr) map_.writer()->cleanup();
-  }
+  void cleanup() override { map_.cleanup(); }
   void detach() override {
     pump_.reset();
     map_.detach();

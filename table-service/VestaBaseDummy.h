@@ -58,9 +58,8 @@ class VestaBaseDummy final : public VestaDebug, public VestaBase<Key, Entry> {
   }
   bool validateVersionAnchor(const VersionAnchor&) override {
     Cairn::assertionFailed(
-        "VestaBaseDummy::validateVersionAnchor() should never be called since it's impossible for a lookup "
-        "to "
-        "succeed",
+        "VestaBaseDummy::validateVersionAnchor() should never be called since it's impossible for a "
+        "lookup to succeed",
         "validateVersionAnchor");
   }
 

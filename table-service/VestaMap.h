@@ -32,6 +32,7 @@ class VestaMap final : private EventSource {
     Writer* plain = writer.get();
     attach(std::move(writer), plain->debugHandler());
     writer_ = plain;
+    writes_ = true;
   }
   /// Attaches as a reader; changes go to the handler set by onChangeIs, through events().
   void attachReader(const AttachOptions& options) {
@@ -53,6 +54,11 @@ class VestaMap final : private EventSource {
   }
   /// Lets go of the table without a placeholder: the orderly end. The map then reads as empty.
   void detach() { drop(); }
+  /// Removes the table's files, also when damage has detached them. Nothing happens unless attachWriter was
+  /// the last attach.
+  void cleanup() {
+    if (writes_) implementation_->cleanup();
+  }
 
   bool attached() const noexcept { return attached_; }
   /// The current implementation; null before the first attach and after detach. Owned by the map.
@@ -122,6 +128,7 @@ class VestaMap final : private EventSource {
   void drop() {
     if (implementation_ && attached_) implementation_->detach();
     attached_ = false;
+    writes_ = false;
     writer_ = nullptr;
     reader_ = nullptr;
     implementation_.reset();
@@ -132,6 +139,7 @@ class VestaMap final : private EventSource {
   Writer* writer_ = nullptr;  // not owned; the implementation when attached as writer
   Reader* reader_ = nullptr;  // not owned; the implementation when attached as reader
   bool attached_ = false;
+  bool writes_ = false;  // the implementation is the writer, or the placeholder that owns it
   bool notifying_ = true;
   Row emptyValue_{};
   std::function<void()> readyCallback_;
