@@ -5,7 +5,6 @@
 #include "cairn/Assert.h"
 #include "cairn/Exception.h"
 #include "quill/PtrInterface.h"
-#include "rows/RowErrors.h"
 
 namespace TolmarHwLib {
 
@@ -13,13 +12,6 @@ namespace detail {
 
 inline void requireFirstIndex(unsigned idx, const char* operation) {
   Cairn::require(idx == 0, "Multiple indices not supported", operation);
-}
-
-/// The row as one of class `EntryRow`; it shares the buffer.
-template <class EntryRow>
-EntryRow viewAs(const Lumen::BaseRow& row) {
-  if (row.isNull()) Lumen::throwNullRow();
-  return EntryRow(row);
 }
 
 }  // namespace detail
@@ -235,14 +227,14 @@ template <class Kind>
 Lumen::BaseRow ConfigTableWrapper<Kind>::row(const Lumen::BaseRow& keyRow, unsigned idx) {
   detail::requireFirstIndex(idx, "row");
   bool found = false;
-  return EntryRow::fromEntry(lookup(config_.get(), detail::viewAs<EntryRow>(keyRow).keyRecord(), found));
+  return EntryRow::fromEntry(lookup(config_.get(), EntryRow(keyRow).keyRecord(), found));
 }
 
 template <class Kind>
 std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::find(const Lumen::BaseRow& keyRow,
                                                                          unsigned idx) {
   detail::requireFirstIndex(idx, "find");
-  const Key key = detail::viewAs<EntryRow>(keyRow).keyRecord();
+  const Key key = EntryRow(keyRow).keyRecord();
   auto iterator = std::make_unique<typename Kind::RowIterator>(config_);
   iterator->placeAt(key);
   return iterator;
@@ -266,13 +258,13 @@ template <class Kind>
 void ConfigTableWrapper<Kind>::rowIs(const Lumen::BaseRow& row, bool) {
   static const Lumen::BaseRow nullRow;
   if (this->preWriteActive()) this->preWrite(row, nullRow);
-  const Entry entry = detail::viewAs<EntryRow>(row).entry();
+  const Entry entry = EntryRow(row).entry();
   writable("rowIs").tableIs(entry);  // what is recorded comes back through the reactor
 }
 
 template <class Kind>
 void ConfigTableWrapper<Kind>::rowDel(const Lumen::BaseRow& keyRow) {
-  const Key key = detail::viewAs<EntryRow>(keyRow).keyRecord();
+  const Key key = EntryRow(keyRow).keyRecord();
   writable("rowDel").tableDel(key);
 }
 

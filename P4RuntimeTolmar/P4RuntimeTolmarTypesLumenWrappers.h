@@ -23,6 +23,7 @@ struct Kind {
   using RowIterator = TableLumenWrapperIterator;
   using ChangeIterator = TableLumenWrapperChangeIterator;
   using Reactor = ReactorForLumen;
+  using Wrapper = TableLumenWrapper;
 };
 
 class TableLumenWrapperIterator final : public ConfigRowIterator<Kind> {
@@ -76,6 +77,7 @@ struct Kind {
   using RowIterator = TableLumenWrapperIterator;
   using ChangeIterator = TableLumenWrapperChangeIterator;
   using Reactor = ReactorForLumen;
+  using Wrapper = TableLumenWrapper;
 };
 
 class TableLumenWrapperIterator final : public ConfigRowIterator<Kind> {
@@ -129,6 +131,7 @@ struct Kind {
   using RowIterator = TableLumenWrapperIterator;
   using ChangeIterator = TableLumenWrapperChangeIterator;
   using Reactor = ReactorForLumen;
+  using Wrapper = TableLumenWrapper;
 };
 
 class TableLumenWrapperIterator final : public ConfigRowIterator<Kind> {
