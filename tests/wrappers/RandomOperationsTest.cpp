@@ -2,44 +2,26 @@
 #include <cstdlib>
 #include <map>
 #include <random>
-#include <stdexcept>
 
 #include "tests/wrappers/RowTable.h"
 
 namespace WrapperTest {
 namespace {
 
-constexpr std::uint32_t kKeys = 60;
-
-unsigned seed() {
-  const char* const given = std::getenv("TOLMAR_SEED");
-  return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
-}
+template <class Kind>
+using Model = std::map<typename Kind::Key, typename Kind::Entry>;
 
 /// Follows at its own pace, now and then throwing, or writing rows itself.
-template <class Sample>
+template <class Kind>
 struct Follower : Lumen::LmTableObserver {
-  using Rows = RowTable<Sample>;
-  explicit Follower(unsigned own) : random(own) {}
+  explicit Follower(unsigned own) : random(own), throws(own % 3 == 0), writes(own % 3 == 1) {}
 
-  void onReset() override {
-    copy.clear();
-    const auto implementation = this->table()->implementation();
-    walked = latest = implementation->latestChangeIdx();
-  }
+  void onReset() override { copy.clear(); }
   void onChange(const Lumen::BasicLmTableChange& change) override {
     if (throws && random() % 8 == 0) throw std::runtime_error("at random");
-    // The rows of a walk carry the index as of which they are read; changes come once, in ascending order.
-    if (change.index != walked || latest != walked) {
-      EXPECT_GT(change.index, latest);
-    }
-    latest = change.index;
-    const auto entry = Rows::entryOf(change.row);
-    if (change.kind == Lumen::ChangeKind::written) {
-      copy.insert_or_assign(entry.entryHandle - 1000, entry);
-    } else {
-      std::erase_if(copy, [&](const auto& known) { return known.second.key() == entry.key(); });
-    }
+    const auto entry = RowTable<Kind>::entryOf(change.row);
+    copy.erase(entry.key());
+    if (change.kind == Lumen::ChangeKind::written) copy.emplace(entry.key(), entry);
     if (writes && random() % 16 == 0) write();
   }
   void onChangesWaiting() override {
@@ -48,138 +30,100 @@ struct Follower : Lumen::LmTableObserver {
   void onException(const std::exception&) override {}
 
   std::mt19937 random;
-  bool throws = false;
-  bool writes = false;
+  bool throws, writes;
   std::function<void()> write;
-  std::map<std::uint64_t, typename Sample::Kind::Entry> copy;
-  std::uint64_t walked = 0;
-  std::uint64_t latest = 0;
+  Model<Kind> copy;
 };
 
-template <class Sample>
-struct RandomOperations : RowTableTest<Sample> {
-  using Entry = typename Sample::Kind::Entry;
-  using Observer = Follower<Sample>;
-
-  std::uint32_t anyKey() { return static_cast<std::uint32_t>(random() % kKeys); }
-
-  void write(bool foreign) {
-    const std::uint32_t n = anyKey();
-    const Entry entry = this->rowTable.entry(n, ++stamp);
-    model.insert_or_assign(n, entry);  // before: an observer may write the same key from within
-    if (foreign) {
-      this->rowTable.config->tableIs(entry);
-    } else {
-      this->rowTable.table->rowIs(Sample::Kind::EntryRow::fromEntry(entry));
-    }
-  }
-  void del(bool foreign) {
-    const std::uint32_t n = anyKey();
-    model.erase(n);
-    if (foreign) {
-      this->rowTable.config->tableDel(this->rowTable.key(n));
-    } else {
-      this->rowTable.table->rowDel(this->rowTable.row(n));
-    }
-  }
-  void attach() {
-    if (observers.size() >= 6) return;
-    auto observer = std::make_shared<Observer>(static_cast<unsigned>(random()));
-    observer->throws = random() % 3 == 0;
-    observer->writes = random() % 3 == 0;
-    observer->write = [this] { write(random() % 2 == 0); };
-    this->rowTable.table->observerIs(observer);
-    observers.push_back(std::move(observer));
-  }
-  void drop() {
-    if (observers.empty()) return;
-    const auto at = observers.begin() + static_cast<std::ptrdiff_t>(random() % observers.size());
-    this->rowTable.table->observerDel(**at);
-    observers.erase(at);
+template <class Kind>
+struct RandomOperations : RowTableTest<Kind> {
+  void change(bool written, bool foreign) {
+    const auto entry = rows.entry(static_cast<std::uint32_t>(random() % 60), ++stamp);
+    const auto row = Kind::EntryRow::fromEntry(entry);
+    // The model first: an observer may write the key from within.
+    model.erase(entry.key());
+    if (written) model.emplace(entry.key(), entry);
+    if (foreign) return written ? rows.config->tableIs(entry) : rows.config->tableDel(entry.key());
+    return written ? rows.table->rowIs(row) : rows.table->rowDel(row);
   }
   void delAll() {
     // Observers that write would fill the table up again while it is emptied.
     for (const auto& observer : observers) observer->writes = false;
     model.clear();
-    this->rowTable.table->rowDelAll();
+    rows.table->rowDelAll();
   }
-  /// A fresh wrapper over the same config table; its indices start anew.
-  void replace() {
-    auto& rows = this->rowTable;
-    rows.wrapper =
-        std::make_shared<typename Sample::Wrapper>(rows.config, rows.db, nullptr, true, true, false);
-    rows.db->tableImplementationIs(rows.table->name(), rows.wrapper);
-    oldest = latest = 0;
+  void attach() {
+    observers.push_back(std::make_shared<Follower<Kind>>(static_cast<unsigned>(random())));
+    observers.back()->write = [this] { change(true, random() % 2 == 0); };
+    rows.table->observerIs(observers.back());
+    if (observers.size() <= 6) return;
+    rows.table->observerDel(*observers.front());
+    observers.erase(observers.begin());
   }
   void step() {
-    switch (const auto dice = random() % 100; dice) {
-      case 0:
-        return delAll();
-      case 1:
-      case 2:
-      case 3:
-        return attach();
-      case 4:
-      case 5:
-        return drop();
-      case 6:
-        return this->rowTable.wrapper->cleanChangeMap(std::max<std::uint64_t>(
-            this->rowTable.table->oldestChangeIdx(), this->rowTable.table->latestChangeIdx() / 2));
-      case 7:
-        return replace();
-      default:
-        return dice < 70 ? write(dice % 3 == 0) : del(dice % 3 == 0);
+    const auto dice = random() % 100;
+    if (dice == 0) {
+      delAll();
+    } else if (dice < 3) {
+      attach();
+    } else if (dice == 3) {
+      rows.wrapper->cleanChangeMap(std::max(oldest, rows.table->latestChangeIdx() / 2));
+    } else {
+      change(dice < 70, dice % 3 == 0);
     }
+    EXPECT_LE(std::exchange(oldest, rows.table->oldestChangeIdx()), rows.table->oldestChangeIdx());
+    EXPECT_LE(std::exchange(latest, rows.table->latestChangeIdx()), rows.table->latestChangeIdx());
   }
   void check() {
-    const auto changes = this->rowTable.changes();
-    EXPECT_EQ(this->rowTable.table->size(), model.size());
-    EXPECT_LE(oldest, this->rowTable.table->oldestChangeIdx());
-    EXPECT_LE(latest, this->rowTable.table->latestChangeIdx());
-    oldest = this->rowTable.table->oldestChangeIdx();
-    latest = this->rowTable.table->latestChangeIdx();
-    std::vector<bool> seen(65);
-    std::uint64_t before = oldest;
-    for (const auto& change : changes) {
-      EXPECT_GT(change.index, before);
-      before = change.index;
-      EXPECT_FALSE(seen[change.n]) << "two changes of one key";
-      seen[change.n] = true;
-      EXPECT_EQ(model.contains(change.n), change.kind == Lumen::ChangeKind::written);
+    EXPECT_EQ(rows.table->size(), model.size());
+    for (std::uint32_t n = 0; n < 60; ++n) {
+      const bool found = static_cast<bool>(rows.table->find(rows.row(n)));
+      EXPECT_EQ(found, model.contains(rows.key(n)));
+      EXPECT_EQ(rows.entryOf(rows.table->row(rows.row(n))),
+                found ? model[rows.key(n)] : typename Kind::Entry{});
+    }
+    std::set<typename Kind::Key> seen;
+    for (const auto& [index, kind, key] : rows.changes()) {
+      EXPECT_GT(index, oldest);
+      EXPECT_TRUE(seen.insert(key).second) << "two changes of one key";
+      EXPECT_EQ(kind, model.contains(key) ? 1u : 2u);
     }
   }
 
-  unsigned started = seed();
-  std::mt19937 random{started};
-  std::uint64_t stamp = 0;
-  std::uint64_t oldest = 0;
-  std::uint64_t latest = 0;
-  std::map<std::uint64_t, Entry> model;
-  std::vector<std::shared_ptr<Observer>> observers;
+  RowTable<Kind>& rows = this->rowTable;
+  const char* const given = std::getenv("TOLMAR_SEED");
+  const unsigned seed = given == nullptr ? std::random_device()() : static_cast<unsigned>(std::stoul(given));
+  std::mt19937 random{seed};
+  std::uint64_t stamp = 0, oldest = 0, latest = 0;
+  Model<Kind> model;
+  std::vector<std::shared_ptr<Follower<Kind>>> observers;
 };
 TYPED_TEST_SUITE(RandomOperations, AllKinds);
 
 TYPED_TEST(RandomOperations, EveryObserverEndsWithTheTablesContent) {
-  std::printf("TOLMAR_SEED=%u\n", this->started);
-  SCOPED_TRACE("TOLMAR_SEED=" + std::to_string(this->started));
+  std::printf("TOLMAR_SEED=%u\n", this->seed);
   for (int i = 0; i < 6000; ++i) {
     this->step();
     if (i % 50 == 0) this->check();
-    if (this->HasFailure()) FAIL() << "at operation " << i;
+    ASSERT_FALSE(this->HasFailure()) << "TOLMAR_SEED=" << this->seed << " at operation " << i;
   }
   this->attach();
-  for (const auto& observer : this->observers) observer->throws = observer->writes = false;
   for (const auto& observer : this->observers) {
+    observer->throws = observer->writes = false;
     observer->consume();
-    EXPECT_EQ(observer->copy, this->model);
   }
-  std::map<std::uint64_t, typename TypeParam::Kind::Entry> walked;
-  for (auto at = this->rowTable.table->begin(); at; ++at) {
-    const auto entry = this->rowTable.entryOf(*at);
-    EXPECT_TRUE(walked.emplace(entry.entryHandle - 1000, entry).second);
+  for (const auto& observer : this->observers) EXPECT_EQ(observer->copy, this->model);
+  Model<TypeParam> walked;
+  for (auto at = this->rows.table->begin(); at != this->rows.table->end(); ++at) {
+    const auto entry = this->rows.entryOf(*at);
+    EXPECT_TRUE(walked.emplace(entry.key(), entry).second);
+    auto from = this->rows.table->find(*at);
+    this->rows.table->rowDel(from);  // both walks go on after it
+    std::size_t after = 0;
+    while (++from) ++after;
+    EXPECT_EQ(after, this->model.size() - walked.size());
   }
   EXPECT_EQ(walked, this->model);
-  for (const auto& observer : this->observers) this->rowTable.table->observerDel(*observer);
 }
 
 }  // namespace
