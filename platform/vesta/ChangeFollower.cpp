@@ -1,6 +1,7 @@
 #include "vesta/ChangeFollower.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 
 namespace Vesta {
@@ -74,6 +75,8 @@ Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
 void ChangeFollower::segmentGone() {
   for (auto& key : queue_) lost_.push_back(std::move(key));
   queue_.clear();
+  for (auto& [sequence, key] : changed_) lost_.push_back(std::move(key));
+  changed_.clear();
   for (auto& [until, key] : ahead_) lost_.push_back(std::move(key));
   ahead_.clear();
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
@@ -83,14 +86,14 @@ void ChangeFollower::segmentGone() {
 }
 
 bool ChangeFollower::hasPending(const Segment* segment) const {
-  if (!queue_.empty()) return true;
-  return segment != nullptr ? segment->load(kSequenceAt) != handled_ : !lost_.empty();
+  if (!queue_.empty() || !lost_.empty() || !changed_.empty()) return true;
+  return segment != nullptr && segment->load(kSequenceAt) != handled_;
 }
 
 bool ChangeFollower::tellNext(RowReads* reads, const KeyHandler& handler) {
   for (;;) {
     if (!queue_.empty()) {
-      const std::vector<Word> key = std::move(queue_.front());
+      const Key key = std::move(queue_.front());
       queue_.pop_front();
       const bool last = queue_.empty();
       tellKey(reads, key, handler);
@@ -108,6 +111,10 @@ bool ChangeFollower::tellNext(RowReads* reads, const KeyHandler& handler) {
     }
     const Segment& segment = reads->segment();
     const Word published = segment.load(kSequenceAt);
+    if (!lost_.empty() || !changed_.empty()) {  // of a comparison that a read cut short
+      compare(*reads);
+      continue;
+    }
     if (published == handled_) return false;
     if (sequenceDistance(handled_, published) > kSequenceMask / 2) {
       reportDamage("published sequence: found " + std::to_string(published) + " after " +
@@ -138,7 +145,7 @@ bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
     handler(keyOf(record.slot));
     return true;
   }
-  const std::vector<Word> key(keyOf(record.slot), keyOf(record.slot) + layout_.keyWords);
+  const Key key(keyOf(record.slot), keyOf(record.slot) + layout_.keyWords);
   tellKey(&reads, key, handler);
   return true;
 }
@@ -146,7 +153,7 @@ bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
 // A handler looks the table up as it is now. Where a key told as gone has come back by then, the handler has
 // seen a row that no slot is told of yet; should the log be gone before that row's end is told, the next
 // comparison has to tell it.
-void ChangeFollower::tellKey(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler) {
+void ChangeFollower::tellKey(RowReads* reads, const Key& key, const KeyHandler& handler) {
   const Word before = reads != nullptr ? reads->segment().load(kSequenceAt) : handled_;
   handler(key.data());
   while (!ahead_.empty() && !isAfter(ahead_.front().first, handled_)) ahead_.pop_front();
@@ -154,54 +161,56 @@ void ChangeFollower::tellKey(RowReads* reads, const std::vector<Word>& key, cons
 }
 
 // Whether a lookup between the load of `before`, the sequence published then, and now may have found `key`.
-// The order of the looks matters: the key is looked up first, so that a change that takes it away before that
-// is seen by the sequence or, published or not, by its record, which a writer writes before all else.
-bool ChangeFollower::maySee(RowReads& reads, const std::vector<Word>& key, Word before) {
+// The order of the looks is what makes a no certain. A lookup that misses the key because its removal has
+// taken place also makes that change's record visible. So either the record is there, or one that overwrote
+// it, and whoever has seen that one sees a newer sequence too.
+bool ChangeFollower::maySee(RowReads& reads, const Key& key, Word before) {
   std::uint32_t slot = 0;
   if (reads.lookup(key.data(), row_.data(), slot)) return true;
-  const Segment& segment = reads.segment();
-  return segment.load(kSequenceAt) != before || isBegun(segment, nextSequence(before));
+  if (isBegun(reads.segment(), nextSequence(before))) return true;
+  return reads.segment().load(kSequenceAt) != before;
 }
 
 // Until the changes that took place so far, of which one may be unpublished, are handled.
-void ChangeFollower::lookOutFor(const Segment& segment, std::vector<Word> key) {
+void ChangeFollower::lookOutFor(const Segment& segment, Key key) {
   ahead_.emplace_back(nextSequence(segment.load(kSequenceAt)), std::move(key));
 }
 
 // A key that is gone from its slot may have come back in another one. Then that slot's change is told, by
 // this comparison or from the log, and the key is not told as gone, unless the log is gone before that.
+//
+// A read may throw at any point. What the slots are told of by then is in changed_ and lost_, so the next
+// call goes on from there.
 void ChangeFollower::compare(RowReads& reads) {
-  std::vector<std::pair<Word, std::vector<Word>>> changed;
-  std::vector<std::vector<Word>> gone = std::move(lost_);
-  lost_.clear();
   for (auto& [until, key] : ahead_) {
-    if (isAfter(until, handled_)) gone.push_back(std::move(key));
+    if (isAfter(until, handled_)) lost_.push_back(std::move(key));
   }
   ahead_.clear();
   const auto visit = [&](std::uint32_t slot, Word sequence, bool occupied, bool underWay, const Word* key) {
     const Told told = told_[slot];
     if (!underWay && !isAfter(sequence, told.sequence)) return;
     const bool sameRow = occupied && reads.sameKey(key, keyOf(slot));
-    if (told.present && !sameRow) gone.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
-    if (occupied && !underWay) changed.emplace_back(sequence, std::vector<Word>(key, key + layout_.keyWords));
+    if (told.present && !sameRow) lost_.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
+    if (occupied && !underWay) changed_.emplace_back(sequence, Key(key, key + layout_.keyWords));
     tell(slot, sequence, underWay ? told.present && sameRow : occupied, key);
   };
-  target_ = scan(reads, visit);
-  std::sort(gone.begin(), gone.end());
-  gone.erase(std::unique(gone.begin(), gone.end()), gone.end());
-  for (auto& key : gone) {
+  const Word target = scan(reads, visit);
+  std::sort(lost_.begin(), lost_.end());
+  lost_.erase(std::unique(lost_.begin(), lost_.end()), lost_.end());
+  const auto cameBack = std::partition(lost_.begin(), lost_.end(), [&](const Key& key) {
     std::uint32_t slot = 0;
-    if (reads.lookup(key.data(), row_.data(), slot)) {
-      lookOutFor(reads.segment(), std::move(key));
-    } else {
-      queue_.push_back(std::move(key));
-    }
-  }
+    return !reads.lookup(key.data(), row_.data(), slot);
+  });
+  std::for_each(cameBack, lost_.end(), [&](Key& key) { lookOutFor(reads.segment(), std::move(key)); });
+  std::move(lost_.begin(), cameBack, std::back_inserter(queue_));
+  lost_.clear();
   const Word origin = handled_;
-  std::sort(changed.begin(), changed.end(), [origin](const auto& a, const auto& b) {
+  std::sort(changed_.begin(), changed_.end(), [origin](const auto& a, const auto& b) {
     return sequenceDistance(origin, a.first) < sequenceDistance(origin, b.first);
   });
-  for (auto& [sequence, key] : changed) queue_.push_back(std::move(key));
+  for (auto& [sequence, key] : changed_) queue_.push_back(std::move(key));
+  changed_.clear();
+  target_ = target;
   if (queue_.empty()) handled_ = target_;
 }
 

@@ -13,7 +13,10 @@ namespace Vesta {
 
 /// Turns the change log into calls, one for each change, in order. When the log has gone past it, it compares
 /// the slots with what it has told of them: it tells each row changed since, and each key told of that is
-/// gone, and no other.
+/// gone, and no other; a key that changes while its own handler runs may be told once more.
+///
+/// What handlers look up under the key they were called with is accounted for. Other rows that the owner
+/// happens to read ahead of their changes are not: of those, a removal in an overtaken log goes untold.
 ///
 /// For each slot it keeps the sequence and key of the change last told. A change in the log that is not newer
 /// than that was told by such a comparison and is left out.
@@ -38,6 +41,7 @@ class ChangeFollower {
   std::uint64_t overtaken() const noexcept { return overtaken_; }
 
  private:
+  using Key = std::vector<Word>;
   struct Told {
     Word sequence = 0;
     bool present = false;  // it held a row, whose key is in keys_
@@ -50,18 +54,19 @@ class ChangeFollower {
   bool isFound(RowReads& reads);
   void compare(RowReads& reads);
   bool tellRecord(RowReads& reads, const KeyHandler& handler);
-  void tellKey(RowReads* reads, const std::vector<Word>& key, const KeyHandler& handler);
-  bool maySee(RowReads& reads, const std::vector<Word>& key, Word before);
-  void lookOutFor(const Segment& segment, std::vector<Word> key);
+  void tellKey(RowReads* reads, const Key& key, const KeyHandler& handler);
+  bool maySee(RowReads& reads, const Key& key, Word before);
+  void lookOutFor(const Segment& segment, Key key);
 
   Layout layout_;
-  std::vector<Told> told_;               // by slot
-  std::vector<Word> keys_;               // by slot
-  std::deque<std::vector<Word>> queue_;  // found by a comparison, not yet told
-  std::vector<std::vector<Word>> lost_;  // told keys of a segment before this one
+  std::vector<Told> told_;                     // by slot
+  std::vector<Word> keys_;                     // by slot
+  std::deque<Key> queue_;                      // found by a comparison, not yet told
+  std::vector<Key> lost_;                      // told keys that the next comparison has to look for
+  std::vector<std::pair<Word, Key>> changed_;  // rows that a comparison under way has found changed
   // Keys that came back, or may have, in changes not yet told, with the newest such change: told as gone, but
   // the handler may have seen the next row already, or found elsewhere by a comparison and not told as gone.
-  std::deque<std::pair<Word, std::vector<Word>>> ahead_;
+  std::deque<std::pair<Word, Key>> ahead_;
   std::vector<Word> row_;
   Word target_ = 0;  // handled once the queue is empty
   Word handled_ = 0;
