@@ -12,9 +12,12 @@
 
 namespace Vesta {
 
-/// What becomes of the rows of a segment found damaged at attach. Either way the file is set aside first.
+/// What becomes of the rows of a segment found damaged at attach. Either way the file is set aside. One found
+/// damaged while its writer is attached is replaced by one with all sound rows.
 enum class OnDamage { keepSoundRows, startEmpty };
-/// Whether a reader is told of the rows that are there when it attaches, as if they were just written.
+/// Whether a reader is told of the rows that are there when it attaches, as if they were just written. One
+/// that skips them and walks the table instead should follow soon: see ChangeFollower for what it may have
+/// read ahead.
 enum class InitialRows { tell, skip };
 
 struct AttachOptions {

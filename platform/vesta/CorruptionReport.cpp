@@ -81,8 +81,8 @@ std::string slotText(int file, const std::array<Word, kHeaderWords>& header, uns
          dumpText(file, layout.copyAt(number, 1), layout.sizes().secondCopy());
 }
 
-std::string segmentText(const RootPath& path, const std::string& message) {
-  const Descriptor file(open(path.text().c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+std::string segmentText(const std::string& name, const std::string& message) {
+  const Descriptor file(open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (!file) return std::string("segment cannot be opened: ") + std::strerror(errno) + "\n";
   struct stat status {};
   std::array<Word, kHeaderWords> header{};
@@ -96,13 +96,26 @@ std::string segmentText(const RootPath& path, const std::string& message) {
   return text;
 }
 
+// The newest of the segments set aside, or "". A writer at work may have replaced the damaged one by now.
+std::string setAside(const RootPath& path) {
+  std::string newest;
+  for (unsigned number = 1;; ++number) {
+    const std::string name = path.text() + ".retired." + std::to_string(number);
+    if (access(name.c_str(), F_OK) != 0) return newest;
+    newest = name;
+  }
+}
+
 }  // namespace
 
 std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const RootPath& path,
                                   const std::string& message) {
-  const std::string text = "corruption report\ntable: " + path.text() + "\nmessage: " + message +
-                           "\ntime: " + timeText() + "\npid: " + std::to_string(getpid()) + "\n" +
-                           segmentText(path, message);
+  std::string text = "corruption report\ntable: " + path.text() + "\nmessage: " + message +
+                     "\ntime: " + timeText() + "\npid: " + std::to_string(getpid()) + "\n" +
+                     segmentText(path.text(), message);
+  if (const std::string aside = setAside(path); !aside.empty()) {
+    text += "set aside: " + aside + "\n" + segmentText(aside, message);
+  }
   for (unsigned number = 1;; ++number) {
     const std::string name = path.text() + ".report." + std::to_string(number);
     const Descriptor file(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));

@@ -5,6 +5,8 @@
 
 namespace Vesta {
 
+constexpr std::chrono::milliseconds kDefaultYieldTime{2000};
+
 /// Bounds the retries of a read that the writer keeps getting in the way of.
 class Patience {
  public:

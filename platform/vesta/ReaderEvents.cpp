@@ -3,9 +3,11 @@
 
 namespace Vesta {
 
-void SegmentReader::handledIs(Word sequence) {
-  if (options_.observer) return;
-  reads_->segment().store(readerLineAt(number_) + kReaderHandledAt, sequence);
+// Whatever ended the handler, the change that it was called for is handled.
+void SegmentReader::publishProgress() {
+  if (options_.observer || !reads_ || published_ == follower_.handled()) return;
+  published_ = follower_.handled();
+  reads_->segment().store(readerLineAt(number_) + kReaderHandledAt, published_);
 }
 
 // A handler may detach this reader; the segment then lives until the handler has returned.
@@ -14,15 +16,17 @@ std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
   while (told < limit && !detached_) {
     if (reads_ && reads_->segment().retired()) followReplacement();
     const std::shared_ptr<RowReads> reads = reads_;
-    const Word before = follower_.handled();
     bool one = false;
     try {
       one = follower_.tellNext(reads.get(), handler);
     } catch (const Cairn::CorruptionDetectedException&) {
-      if (reads == reads_) reportToWriter();
+      if (reads && reads == reads_) reportToWriter(reads->segment());
+      throw;
+    } catch (...) {
+      publishProgress();
       throw;
     }
-    if (reads_ && reads == reads_ && follower_.handled() != before) handledIs(follower_.handled());
+    publishProgress();
     if (!one) break;
     ++told;
     ++counters_.notifications;
@@ -61,7 +65,11 @@ void SegmentReader::descriptorReadable() {
 // wakes this reader; creating one here would undo its removal.
 void SegmentReader::followReplacement() {
   const TableFiles::Found found = files_.open(layout_, options_.observer ? Access::observer : Access::reader);
-  if (found.missing || !found.segment) {
+  if (found.fault.damaged) {
+    if (found.segment) reportToWriter(*found.segment);
+    throw Cairn::CorruptionDetectedException(files_.path().text() + ": " + found.fault.text);
+  }
+  if (found.missing || !found.fault.text.empty()) {
     if (reads_) follower_.segmentGone();
     reads_.reset();
     return;

@@ -6,18 +6,19 @@
 namespace Vesta {
 
 // Frees the line of a reader that is gone. Should a new reader have taken it meanwhile, its identity is
-// another and the line stays.
+// another, half of it being random, and the line stays.
 bool SegmentWriter::isGone(unsigned reader, Word identity) {
   if (files_.lock().heldElsewhere(LockFile::readerByte(reader))) return false;
   std::atomic_ref<Word> line(rows_->reads().segment().at(readerLineAt(reader) + kReaderIdentityAt));
   return line.compare_exchange_strong(identity, 0, std::memory_order_acq_rel);
 }
 
-bool SegmentWriter::isStalled(unsigned reader, Word handled) {
+bool SegmentWriter::isStalled(unsigned reader, Word identity, Word handled) {
   ReaderNote& note = notes_[reader];
   const auto now = std::chrono::steady_clock::now();
-  if (note.handled != handled || note.movedAt.time_since_epoch().count() == 0) {
+  if (note.handled != handled || note.watched != identity || note.movedAt.time_since_epoch().count() == 0) {
     note.handled = handled;
+    note.watched = identity;
     note.movedAt = now;
   }
   return now - note.movedAt >= std::chrono::seconds(1);
@@ -32,17 +33,25 @@ bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
     const Word identity = segment.load(line + kReaderIdentityAt);
     const Word handled = segment.load(line + kReaderHandledAt);
     if (identity == 0 || !isAfter(sequence, handled)) continue;
-    if (!isGone(reader, identity) && counts(reader, handled)) return false;
+    if (!isGone(reader, identity) && counts(reader, identity, handled)) return false;
+  }
+  // A reader that has its number but is not in this segment yet has handled nothing of it.
+  for (const long byte :
+       files_.lock().heldElsewhere(LockFile::readerByte(0), LockFile::readerByte(kMaxReaders))) {
+    const auto reader = static_cast<unsigned>(byte - LockFile::readerByte(0));
+    if (segment.load(readerLineAt(reader) + kReaderIdentityAt) == 0 && counts(reader, 0, 0)) return false;
   }
   return true;
 }
 
 bool SegmentWriter::quiesced(std::uint64_t sequence) {
-  return allHandled(sequence, [](unsigned, Word) { return true; });
+  return allHandled(sequence, [](unsigned, Word, Word) { return true; });
 }
 
 bool SegmentWriter::movingReadersQuiesced(std::uint64_t sequence) {
-  return allHandled(sequence, [this](unsigned reader, Word handled) { return !isStalled(reader, handled); });
+  return allHandled(sequence, [this](unsigned reader, Word identity, Word handled) {
+    return !isStalled(reader, identity, handled);
+  });
 }
 
 bool SegmentWriter::clientQuiesced(const std::string& name) {

@@ -7,14 +7,6 @@ namespace Vesta {
 
 namespace {
 
-void say(const AttachOptions& options, const std::string& text) {
-  const auto handler =
-      options.debugHandler ? options.debugHandler : std::make_shared<const Cairn::DebugHandler>();
-  if (handler->wants(Cairn::DebugHandler::kErrorFlag)) {
-    handler->log(1, "VestaSegment", 0, "attach", options.path.text() + " " + text);
-  }
-}
-
 // Every row that still passes its check, older first, so that of two rows with one key the newer stays.
 std::vector<std::vector<Word>> soundRows(const std::shared_ptr<Segment>& segment) {
   RowReads reads(segment);
@@ -38,17 +30,28 @@ std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout
   const TableFiles::Unnamed created = files.create(layout, options.firstSequence);
   auto writes = std::make_unique<RowWrites>(created.segment, options.stepHook);
   for (auto& row : rows) writes->write(row.data(), false);
-  if (inPlaceOfOther) files.setAside();
-  files.name(created);
-  if (inPlaceOfOther) files.wakeEveryone();
+  if (inPlaceOfOther) {
+    files.replace(created);
+    files.wakeEveryone();
+  } else {
+    files.name(created);
+  }
   return writes;
 }
 
 }  // namespace
 
+void logError(const AttachOptions& options, const std::string& text) {
+  const auto handler =
+      options.debugHandler ? options.debugHandler : std::make_shared<const Cairn::DebugHandler>();
+  if (handler->wants(Cairn::DebugHandler::kErrorFlag)) {
+    handler->log(1, "VestaSegment", 0, "attach", options.path.text() + " " + text);
+  }
+}
+
 std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, std::shared_ptr<Segment> damaged,
                                           const std::string& reason, const AttachOptions& options) {
-  say(options, "is damaged and set aside: " + reason);
+  logError(options, "is damaged and set aside: " + reason);
   std::vector<std::vector<Word>> rows;
   if (options.onDamage == OnDamage::keepSoundRows) rows = soundRows(damaged);
   return createSegment(files, damaged->layout(), options, std::move(rows), true);
@@ -58,9 +61,9 @@ std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
                                         const AttachOptions& options) {
   TableFiles::Found found = files.open(layout, Access::writer);
   if (found.missing) return createSegment(files, layout, options, {}, false);
-  if (!found.segment) {
-    say(options, std::string(found.fault.damaged ? "is damaged" : "is of another kind") +
-                     " and set aside: " + found.fault.text);
+  if (!found.fault.text.empty()) {
+    logError(options, std::string(found.fault.damaged ? "is damaged" : "is of another kind") +
+                          " and set aside: " + found.fault.text);
     return createSegment(files, layout, options, {}, true);
   }
   if (found.segment->load(kStateAt) != kLive) {

@@ -14,8 +14,12 @@ namespace Vesta {
 std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
                                         const AttachOptions& options);
 
-/// Replaces a damaged segment by a new one, with its sound rows if `options` says so.
+/// Replaces a damaged segment by a new one that goes on from the sequence `options` give, with its sound rows
+/// if they say so.
 std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, std::shared_ptr<Segment> damaged,
                                           const std::string& reason, const AttachOptions& options);
+
+/// Tells the log of an error concerning the table.
+void logError(const AttachOptions& options, const std::string& text);
 
 }  // namespace Vesta

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "vesta/ChangeLog.h"
+
 namespace Vesta {
 
 RowReads::RowReads(std::shared_ptr<Segment> segment)
@@ -68,6 +70,15 @@ std::size_t RowReads::validate() {
     rows += isOccupied(readSlot(slot, row.data())) ? 1 : 0;
   }
   validateIndex();
+  const Segment& segment = *segment_;
+  const HeaderFault fault = headerFault(&segment.at(0), layout_);
+  if (!fault.text.empty()) reportDamage(fault.text);
+  if (segment.load(kStateAt) != kLive && !segment.retired()) {
+    reportDamage("state: found " + hexText(segment.load(kStateAt)));
+  }
+  ChangeRecord record{};
+  const Word published = segment.load(kSequenceAt);
+  if (published != segment.firstSequence()) readRecord(segment, published, row.data(), record);
   return rows;
 }
 

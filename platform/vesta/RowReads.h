@@ -85,7 +85,7 @@ class RowReads {
   Word* const words_;  // the segment's; not owned, and so those that follow
   const Word* const indexes_[2];
   const std::uint32_t cellMask_;
-  std::chrono::milliseconds yieldTime_{2000};
+  std::chrono::milliseconds yieldTime_{kDefaultYieldTime};
   std::uint64_t retries_ = 0;
 };
 

@@ -87,18 +87,19 @@ void RowWrites::rebuildIndex() {
   for (std::size_t at = base; at < base + layout_.cells; ++at) segment_.store(at, sealed(0, at));
   step(WriteStep::rebuildCleared);
   cellsTaken_ = 0;
+  std::vector<std::uint32_t> filled(
+      layout_.cells);  // what is read back comes from here, not from the segment
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
     if (slot == layout_.shape.capacity / 2) step(WriteStep::rebuildHalf);
     if (!known_[slot].occupied) continue;
     const Word hash = known_[slot].hash;
-    std::size_t at = static_cast<std::uint32_t>(hash) & mask;
-    for (;; at = (at + 1) & mask) {
-      const auto value = static_cast<std::uint32_t>(words_[base + at]);
-      if (cellState(value) != CellState::used) break;
-      if (known_[cellSlot(value)].hash == hash) [[unlikely]]
-        requireOtherKey(cellSlot(value), slot);
+    std::uint32_t at = static_cast<std::uint32_t>(hash) & mask;
+    for (; cellState(filled[at]) == CellState::used; at = (at + 1) & mask) {
+      if (known_[cellSlot(filled[at])].hash == hash) [[unlikely]]
+        requireOtherKey(cellSlot(filled[at]), slot);
     }
-    segment_.store(base + at, sealed(usedCell(hash, slot), base + at));
+    filled[at] = usedCell(hash, slot);
+    segment_.store(base + at, sealed(filled[at], base + at));
     ++cellsTaken_;
   }
   step(WriteStep::rebuildFilled);

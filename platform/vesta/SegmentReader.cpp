@@ -48,7 +48,7 @@ void SegmentReader::observe() {
   if (found.missing) throw Cairn::SystemException("open " + files_.path().text(), ENOENT);
   const std::string problem = start(found);
   if (problem.empty()) return;
-  if (!found.segment && !found.fault.damaged) throw Cairn::Exception(problem);
+  if (!found.fault.text.empty() && !found.fault.damaged) throw Cairn::Exception(problem);
   throw Cairn::CorruptionDetectedException(problem);
 }
 
@@ -62,45 +62,57 @@ void SegmentReader::attach() {
   std::string problem = start(found);
   if (!problem.empty() && !files_.lock().heldElsewhere(LockFile::kWriter)) {
     soundSegment(files_, layout_, options_);
+    files_.wakeEveryone();
     found = files_.open(layout_, Access::reader);
     problem = start(found);
   }
   if (problem.empty()) return;
-  if (found.segment || found.fault.damaged) throw Cairn::CorruptionDetectedException(problem);
+  if (!found.missing && (found.fault.text.empty() || found.fault.damaged))
+    throw Cairn::CorruptionDetectedException(problem);
   throw Cairn::Exception(problem + "; its writer is process " + std::to_string(files_.writerPid()));
 }
 
 // Says why it could not start on what was found; empty when it did.
 std::string SegmentReader::start(const TableFiles::Found& found) {
   if (found.missing) return files_.path().text() + " is missing";
-  if (!found.segment) return files_.path().text() + ": " + found.fault.text;
+  if (!found.fault.text.empty()) {
+    if (found.segment && found.fault.damaged) reportToWriter(*found.segment);
+    return files_.path().text() + ": " + found.fault.text;
+  }
   if (found.segment->load(kStateAt) != kLive) {
+    reportToWriter(*found.segment);
     return files_.path().text() + ": state: found " + hexText(found.segment->load(kStateAt));
   }
   try {
     startOn(found.segment);
   } catch (const Cairn::CorruptionDetectedException& damage) {
-    reportToWriter();
-    reads_.reset();
     return files_.path().text() + ": " + damage.message();
   }
   return {};
 }
 
 void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
-  reads_ = std::make_shared<RowReads>(std::move(segment));
-  reads_->validateIndex();
-  follower_.segmentIs(*reads_, options_.initialRows);
+  auto reads = std::make_shared<RowReads>(std::move(segment));
+  reads->yieldTimeIs(yieldTime_);
+  try {
+    reads->validateIndex();
+    follower_.segmentIs(*reads, options_.initialRows);
+  } catch (const Cairn::CorruptionDetectedException&) {
+    reportToWriter(reads->segment());
+    throw;
+  }
+  if (reads_) earlierRetries_ += reads_->retries();
+  reads_ = std::move(reads);
   writeDown();
 }
 
 void SegmentReader::writeDown() {
   if (options_.observer) return;
-  static std::atomic<std::uint32_t> attaches{0};
   Segment& segment = reads_->segment();
   const std::size_t line = readerLineAt(number_);
   segment.store(line + kReaderIdentityAt, 0);
-  segment.store(line + kReaderHandledAt, follower_.handled());
+  published_ = follower_.handled();
+  segment.store(line + kReaderHandledAt, published_);
   char name[4 * sizeof(Word)] = {};
   std::memcpy(name, options_.name.data(), std::min(options_.name.size(), sizeof name));
   for (std::size_t i = 0; i < 4; ++i) {
@@ -109,12 +121,12 @@ void SegmentReader::writeDown() {
     segment.store(line + kReaderNameAt + i, word);
   }
   sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
-  const Word count = ++attaches;
-  segment.store(line + kReaderIdentityAt, count << 32 | static_cast<std::uint32_t>(getpid()));
+  // A restarted process may have the pid of the one before.
+  segment.store(line + kReaderIdentityAt, randomWord() << 32 | static_cast<std::uint32_t>(getpid()));
 }
 
-void SegmentReader::reportToWriter() noexcept {
-  if (!options_.observer && reads_) sleepers().fetch_or(kDamageReported, std::memory_order_seq_cst);
+void SegmentReader::reportToWriter(Segment& segment) noexcept {
+  if (!options_.observer) sleepersOf(segment).fetch_or(kDamageReported, std::memory_order_seq_cst);
 }
 
 bool SegmentReader::rowFrom(std::uint32_t& slot, Word* row) {
@@ -147,11 +159,12 @@ void SegmentReader::detach() {
 }
 
 void SegmentReader::yieldTimeIs(std::chrono::milliseconds time) {
+  yieldTime_ = time;
   if (reads_) reads_->yieldTimeIs(time);
 }
 
 const ReaderCounters& SegmentReader::counters() noexcept {
-  if (reads_) counters_.retries = reads_->retries();
+  counters_.retries = earlierRetries_ + (reads_ ? reads_->retries() : 0);
   counters_.overtaken = follower_.overtaken();
   return counters_;
 }

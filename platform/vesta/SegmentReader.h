@@ -17,8 +17,8 @@ namespace Vesta {
 /// The byte-level side of one reader.
 ///
 /// Thread safety: one thread. Takes no lock while reading or following; the writer may be at work or dead.
-/// Damage that any operation meets is also reported to the writer, who replaces the segment at its next
-/// write.
+/// Damage that any operation meets is also reported to the writer, who looks for it at its next write and
+/// replaces the segment.
 class SegmentReader {
  public:
   using KeyHandler = ChangeFollower::KeyHandler;
@@ -69,19 +69,22 @@ class SegmentReader {
   std::string start(const TableFiles::Found& found);
   void startOn(std::shared_ptr<Segment> segment);
   void writeDown();
-  void handledIs(Word sequence);
   void followReplacement();
-  void reportToWriter() noexcept;
+  void publishProgress();
+  void reportToWriter(Segment& segment) noexcept;
   template <class Call>
   auto reporting(const Call& call) {
     try {
       return call();
     } catch (const Cairn::CorruptionDetectedException&) {
-      reportToWriter();
+      if (reads_) reportToWriter(reads_->segment());
       throw;
     }
   }
-  std::atomic_ref<Word> sleepers() { return std::atomic_ref<Word>(reads_->segment().at(kSleepersAt)); }
+  static std::atomic_ref<Word> sleepersOf(Segment& segment) {
+    return std::atomic_ref<Word>(segment.at(kSleepersAt));
+  }
+  std::atomic_ref<Word> sleepers() { return sleepersOf(reads_->segment()); }
   Word ownBit() const noexcept { return Word{1} << number_; }
 
   Layout layout_;
@@ -91,6 +94,9 @@ class SegmentReader {
   WakeFifo fifo_;
   ChangeFollower follower_;
   std::shared_ptr<RowReads> reads_;  // null while there is no segment
+  Word published_ = 0;               // progress last written down
+  std::chrono::milliseconds yieldTime_{kDefaultYieldTime};
+  std::uint64_t earlierRetries_ = 0;  // of segments before this one
   bool detached_ = false;
   ReaderCounters counters_;
 };

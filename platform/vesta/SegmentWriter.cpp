@@ -8,19 +8,21 @@ namespace Vesta {
 
 SegmentWriter::SegmentWriter(const Shape& shape, const AttachOptions& options)
     : layout_(shape), options_(options), files_(options.path) {
-  if (!files_.lock().tryLock(LockFile::kWriter)) {
-    throw Cairn::Exception(files_.path().text() + " has a writer already: process " +
-                           std::to_string(files_.writerPid()));
-  }
   takeTable();
 }
 
 SegmentWriter::~SegmentWriter() { detach(); }
 
-// A predecessor may have died between publishing a change and waking its readers, so everyone is woken once.
+// The writer's lock is taken under the creation lock: whoever finds no segment there and no writer knows that
+// none is about to make one. A predecessor may have died between publishing a change and waking its readers,
+// so everyone is woken once.
 void SegmentWriter::takeTable() {
   {
     const CreationLock creation(files_.lock(), files_.path().text());
+    if (!files_.lock().tryLock(LockFile::kWriter)) {
+      throw Cairn::Exception(files_.path().text() + " has a writer already: process " +
+                             std::to_string(files_.writerPid()));
+    }
     rowsAre(soundSegment(files_, layout_, options_));
   }
   files_.wakeEveryone();
@@ -36,7 +38,7 @@ void SegmentWriter::refuse() const {
 }
 
 bool SegmentWriter::remove(const Word* key) {
-  if (!rows().remove(key)) return false;
+  if (!despiteDamage([&] { return rows().remove(key); })) return false;
   ++counters_.removals;
   lookAfterReaders();
   return true;
@@ -64,17 +66,35 @@ void SegmentWriter::wake(Word sleepers) {
     note.fifo.wake();
     ++counters_.wakeups;
     ++counters_.systemCalls;
+    if (!note.fifo && files_.lock().heldElsewhere(LockFile::readerByte(reader))) {
+      // No descriptor was to be had: the next write tries again.
+      std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(Word{1} << reader);
+    }
   }
 }
 
 // A reader has met damage. It may have been that reader's own; if it is in the segment, a new one takes over.
+// The change that this follows has taken place, so a replacement that fails is left to the next one.
 void SegmentWriter::replaceIfDamaged() {
   try {
     rows_->reads().validate();
   } catch (const Cairn::CorruptionDetectedException& damage) {
-    const CreationLock creation(files_.lock(), files_.path().text());
-    rowsAre(replaceDamaged(files_, mapping(), damage.message(), options_));
+    try {
+      replaceSegment(damage.message());
+    } catch (const std::exception& failure) {
+      logError(options_, std::string("could not be replaced: ") + failure.what());
+      std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(kDamageReported);
+    }
   }
+}
+
+// Sequences go on, so that what its owner waits for in terms of them keeps its meaning.
+void SegmentWriter::replaceSegment(const std::string& reason) {
+  AttachOptions with = options_;
+  with.onDamage = OnDamage::keepSoundRows;
+  with.firstSequence = rows_->sequence();
+  const CreationLock creation(files_.lock(), files_.path().text());
+  rowsAre(replaceDamaged(files_, mapping(), reason, with));
 }
 
 bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {
@@ -90,14 +110,17 @@ void SegmentWriter::detach() {
 
 // Also after a detach, as long as nobody else writes: whoever takes a table down does not keep it attached.
 void SegmentWriter::cleanup() {
+  const CreationLock creation(files_.lock(), files_.path().text());
   if (!rows_ && !files_.lock().tryLock(LockFile::kWriter)) {
     throw Cairn::Exception(files_.path().text() + " has a writer: process " +
                            std::to_string(files_.writerPid()));
   }
   rows_.reset();
-  {
-    const CreationLock creation(files_.lock(), files_.path().text());
+  try {
     files_.remove();
+  } catch (...) {
+    files_.lock().unlock(LockFile::kWriter);
+    throw;
   }
   files_.lock().unlock(LockFile::kWriter);
 }

@@ -28,7 +28,7 @@ class SegmentWriter {
   /// See VestaBase::write.
   template <class Sizes>
   bool write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
-    if (!rows().write(sizes, row, onlyIfPresent)) return false;
+    if (!despiteDamage([&] { return rows().write(sizes, row, onlyIfPresent); })) return false;
     ++counters_.writes;
     lookAfterReaders();
     return true;
@@ -65,7 +65,8 @@ class SegmentWriter {
   struct ReaderNote {
     Word identity = 0;  // whose FIFO is open
     WakeFifo fifo;
-    Word handled = 0;  // when last looked at
+    Word watched = 0;  // identity when last looked at
+    Word handled = 0;  // likewise
     std::chrono::steady_clock::time_point movedAt{};
   };
 
@@ -85,9 +86,20 @@ class SegmentWriter {
   }
   void wakeSleepers();
   void wake(Word sleepers);
+  // A change that meets damage is done again in a new segment with all sound rows.
+  template <class Change>
+  bool despiteDamage(const Change& change) {
+    try {
+      return change();
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      replaceSegment(damage.message());
+      return change();
+    }
+  }
   void replaceIfDamaged();
+  void replaceSegment(const std::string& reason);
   bool isGone(unsigned reader, Word identity);
-  bool isStalled(unsigned reader, Word handled);
+  bool isStalled(unsigned reader, Word identity, Word handled);
   template <class Counts>
   bool allHandled(std::uint64_t sequence, const Counts& counts);
 

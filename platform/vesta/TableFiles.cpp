@@ -16,12 +16,6 @@ namespace Vesta {
 
 namespace {
 
-Word randomWord() {
-  Word word = 0;
-  if (getrandom(&word, sizeof word, 0) != sizeof word || word == 0) word = static_cast<Word>(getpid());
-  return word;
-}
-
 std::size_t sizeOf(int file, const std::string& path) {
   struct stat status {};
   if (fstat(file, &status) != 0) throw Cairn::SystemException("inspect " + path, errno);
@@ -33,6 +27,12 @@ HeaderFault sizeFault(std::size_t expected, std::size_t found) {
 }
 
 }  // namespace
+
+Word randomWord() noexcept {
+  Word word = 0;
+  if (getrandom(&word, sizeof word, 0) != sizeof word || word == 0) word = static_cast<Word>(getpid());
+  return word;
+}
 
 TableFiles::TableFiles(const RootPath& path)
     : path_(path),
@@ -55,8 +55,8 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   }
   HeaderFault fault = headerFault(header.data(), layout);
   if (fault.text.empty() && size != layout.bytes()) fault = sizeFault(layout.bytes(), size);
-  if (!fault.text.empty()) return {nullptr, false, std::move(fault)};
-  return {std::make_shared<Segment>(file.get(), layout, access), false, {}};
+  if (size != layout.bytes()) return {nullptr, false, std::move(fault)};
+  return {std::make_shared<Segment>(file.get(), layout, access), false, std::move(fault)};
 }
 
 TableFiles::Unnamed TableFiles::create(const Layout& layout, Word firstSequence) const {
@@ -74,10 +74,30 @@ TableFiles::Unnamed TableFiles::create(const Layout& layout, Word firstSequence)
   return created;
 }
 
-void TableFiles::name(const Unnamed& created) const {
+void TableFiles::link(const Unnamed& created, const std::string& name) const {
   const std::string unnamed = "/proc/self/fd/" + std::to_string(created.file.get());
-  if (linkat(AT_FDCWD, unnamed.c_str(), folder(), path_.collection().c_str(), AT_SYMLINK_FOLLOW) != 0) {
-    throw Cairn::SystemException("name segment " + path_.text(), errno);
+  if (linkat(AT_FDCWD, unnamed.c_str(), folder(), name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+    throw Cairn::SystemException("name segment " + path_.folder() + "/" + name, errno);
+  }
+}
+
+void TableFiles::name(const Unnamed& created) const { link(created, path_.collection()); }
+
+// The new segment is linked under the name that the old one is to have, and the two change names: at no
+// moment is there none, whoever looks and whoever dies. The mark comes first, so that a writer who dies
+// before the exchange leaves a segment that its successor replaces.
+void TableFiles::replace(const Unnamed& created) const {
+  constexpr unsigned kKept = 8;
+  std::string aside;
+  for (unsigned number = 1;; ++number) {
+    aside = path_.collection() + ".retired." + std::to_string(number);
+    if (number == kKept) unlinkat(folder(), aside.c_str(), 0);
+    if (number == kKept || faccessat(folder(), aside.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) break;
+  }
+  link(created, aside);
+  markRetired(openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text()).get());
+  if (renameat2(folder(), aside.c_str(), folder(), path_.collection().c_str(), RENAME_EXCHANGE) != 0) {
+    throw Cairn::SystemException("exchange segments " + path_.text() + " and " + aside, errno);
   }
 }
 
@@ -88,17 +108,7 @@ void TableFiles::markRetired(int segment) const {
     (void)!pwrite(segment, &mark, sizeof mark, at);
 }
 
-void TableFiles::setAside() const {
-  markRetired(openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text()).get());
-  for (unsigned number = 1;; ++number) {
-    const std::string aside = path_.collection() + ".retired." + std::to_string(number);
-    if (renameat2(folder(), path_.collection().c_str(), folder(), aside.c_str(), RENAME_NOREPLACE) == 0)
-      return;
-    if (errno != EEXIST) throw Cairn::SystemException("set segment " + path_.text() + " aside", errno);
-  }
-}
-
-void TableFiles::remove() const {
+void TableFiles::remove() {
   try {
     markRetired(openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text()).get());
   } catch (const Cairn::SystemException& failure) {
@@ -110,14 +120,18 @@ void TableFiles::remove() const {
   }
   wakeEveryone();
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
-    if (!lock_.heldElsewhere(LockFile::readerByte(reader))) unlinkat(folder(), fifoName(reader).c_str(), 0);
+    if (!lock_.tryLock(LockFile::readerByte(reader))) continue;  // no reader can take this number meanwhile
+    unlinkat(folder(), fifoName(reader).c_str(), 0);
+    lock_.unlock(LockFile::readerByte(reader));
   }
 }
 
 void TableFiles::validate(const Layout& layout) const {
   const Found found = open(layout, Access::observer);
   if (found.missing) throw Cairn::SystemException("open " + path_.text(), ENOENT);
-  if (!found.segment) throw Cairn::CorruptionDetectedException(path_.text() + ": " + found.fault.text);
+  if (!found.fault.text.empty()) {
+    throw Cairn::CorruptionDetectedException(path_.text() + ": " + found.fault.text);
+  }
 }
 
 std::string TableFiles::fifoName(unsigned reader) const {

@@ -10,6 +10,9 @@
 
 namespace Vesta {
 
+/// Never 0.
+Word randomWord() noexcept;
+
 /// The files of one table in its folder: the segment <collection>, the lock file <collection>.lock, the FIFO
 /// vesta.<collection>.<n> of each reader, and segments set aside, <collection>.retired.<n>.
 class TableFiles {
@@ -20,9 +23,9 @@ class TableFiles {
   LockFile& lock() noexcept { return lock_; }
   int folder() const noexcept { return folder_.get(); }
 
-  /// The segment under its name, mapped; or why there is none to be had.
+  /// The file under the table's name: missing, or sound as far as its header and size say, or at fault.
   struct Found {
-    std::shared_ptr<Segment> segment;
+    std::shared_ptr<Segment> segment;  ///< mapped when the size is right
     bool missing = false;
     HeaderFault fault;
   };
@@ -37,11 +40,11 @@ class TableFiles {
   Unnamed create(const Layout& layout, Word firstSequence) const;
   /// Gives it the table's name, whole or not at all. The name must be free.
   void name(const Unnamed& created) const;
-
-  /// Marks whatever has the table's name retired and moves it to a name that no file had.
-  void setAside() const;
+  /// Gives it the table's name and that segment, marked retired, the name <collection>.retired.<n>, in one
+  /// step. Of the segments set aside the first seven and the last are kept.
+  void replace(const Unnamed& created) const;
   /// Marks the segment retired and removes it, and the FIFOs of readers that are gone.
-  void remove() const;
+  void remove();
   /// Throws unless the file under the table's name is private, whole and of this layout.
   void validate(const Layout& layout) const;
 
@@ -53,6 +56,7 @@ class TableFiles {
   int writerPid() const;
 
  private:
+  void link(const Unnamed& created, const std::string& name) const;
   void markRetired(int segment) const;
 
   RootPath path_;

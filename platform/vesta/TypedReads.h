@@ -43,7 +43,12 @@ class TypedReads : public VestaBase<Key, Entry> {
   std::size_t capacity() override { return bytes().capacity(); }
   std::uint64_t sequence() override { return bytes().sequence(); }
   bool connected() override { return bytes().connected(); }
-  void yieldTimeIs(std::chrono::milliseconds time) override { bytes().yieldTimeIs(time); }
+  void yieldTimeIs(std::chrono::milliseconds time) override {
+    if (time < std::chrono::milliseconds(1) || time > std::chrono::minutes(1)) {
+      throw Cairn::Exception("yield time: expected 1 to 60000 ms, got " + std::to_string(time.count()));
+    }
+    bytes().yieldTimeIs(time);
+  }
   RootPath rootPath() override { return bytes().rootPath(); }
   std::string vestaName() override { return bytes().rootPath().vestaName(); }
   MountStatus mountStatus() override {

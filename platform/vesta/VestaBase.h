@@ -133,9 +133,9 @@ class VestaBase {
   }
   /// Whether changes are handed to a handler.
   virtual bool notifying() { return false; }
-  /// How long a read may go on retrying a row that keeps changing; 1 ms to 1 minute.
+  /// How long a read may go on retrying a row that keeps changing; 1 ms to 1 minute, or Cairn::Exception.
   virtual void yieldTimeIs(std::chrono::milliseconds time) { (void)time; }
-  /// Every n-th read is checked twice; 0 for none. For diagnosis.
+  /// Every n-th read to be checked twice, 0 for none. Tables that check every read ignore it.
   virtual void sampleIs(std::uint32_t every) { (void)every; }
   /// Sequence of the newest change: +1 for each write and each removal.
   virtual std::uint64_t sequence() { return 0; }
@@ -155,7 +155,7 @@ class VestaBase {
   virtual MountStatus mountStatus() = 0;
   /// The process that writes the table; 0 when none does.
   virtual pid_t writerProcess() { return 0; }
-  /// Whether the row that `anchor` names is unchanged.
+  /// Whether the row that `anchor` names is unchanged. Offered by no table so far, like the next.
   virtual bool validateVersionAnchor(const VersionAnchor& anchor) {
     (void)anchor;
     throw Cairn::UnimplementedException("validateVersionAnchor() not implemented");

@@ -30,8 +30,9 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
     row_.encodeKey(key);
     if (removed != nullptr) {
       bool found = false;
-      *removed = this->lookup(key, found, nullptr);
+      const Row& row = this->lookup(key, found, nullptr);
       if (!found) return false;
+      *removed = row;
     }
     return writer_.remove(row_.key());
   }
