@@ -26,8 +26,9 @@ class Generic : public PluginFixture {
  protected:
   ~Generic() override { plugin_->pluginCleanupHelperIs(nullptr); }
 
-  const Ptr<TolmarP4RuntimePlugin> plugin_ = Quill::allocate<TolmarP4RuntimePlugin>(Quill::Name("Tolmar"));
-  const GenericIf generic_{plugin_};
+  const GenericIf generic_ =
+      TolmarP4RuntimePlugin::_quillType.genericIfFromCtorArgs(Values{Quill::Name("Tolmar")});
+  const Ptr<TolmarP4RuntimePlugin> plugin_ = Quill::ptrCast<TolmarP4RuntimePlugin>(generic_.object());
   const GenericValue null_ = genericValue(Ptr<PtrInterface>());
 };
 
@@ -58,12 +59,14 @@ TEST_F(Generic, Surface_MembersInOrderInheritedOnesFirst) {
 }
 
 TEST_F(Generic, Plugin_StartsCleansUpAndIsReadByName) {
+  EXPECT_TRUE(plugin_->hasNotificationActive());
   generic_.set("pluginContext", Values{genericValue(context_)});
   generic_.call("pluginInit", Values{genericValue(context_)});
   EXPECT_EQ(taken().size(), 24u);
   generic_.call("doMountsComplete", Values{Orrery::MountStatus::failed, genericValue(entityManager_)});
   EXPECT_EQ(taken(), Log{});
   EXPECT_EQ(std::any_cast<Quill::String>(generic_.get("pluginName")), "Tolmar");
+  EXPECT_EQ(plugin_->fwkType()->newEntityForDir(Quill::Name("d"), plugin_)->name(), Quill::Name("d"));
   const GenericIf tracker(pointer(generic_.get("l3IifTH3PhpSm")));
   EXPECT_EQ(pointer(tracker.get("batchStatus")), batch_);
   const auto vrfSm = plugin_->vrfSm();
@@ -78,15 +81,6 @@ TEST_F(Generic, Plugin_StartsCleansUpAndIsReadByName) {
   helper.call("handleCleanupRequest");
   EXPECT_EQ(taken().size(), 8u);
   EXPECT_EQ(plugin_->pluginStatus()->cleanupsCompleted(), 1u);
-}
-
-TEST_F(Generic, Plugin_IsMadeByNameAndForADirectory) {
-  const GenericIf made = TolmarP4RuntimePlugin::_quillType.genericIfFromCtorArgs(Values{Quill::Name("made")});
-  EXPECT_EQ(made.object()->fwkType(), &TolmarP4RuntimePlugin::_quillType);
-  EXPECT_EQ(std::any_cast<Quill::Name>(made.get("name")), Quill::Name("made"));
-  EXPECT_TRUE(made.object()->hasNotificationActive());
-  const auto inDirectory = TolmarP4RuntimePlugin::_quillType.newEntityForDir(Quill::Name("d"), plugin_);
-  EXPECT_EQ(inDirectory->name(), Quill::Name("d"));
 }
 
 TEST_F(Generic, VrfSm_MapByName) {
@@ -125,34 +119,21 @@ TEST_F(Generic, VrfSm_MapByName) {
 
 TEST_F(Generic, Complaints_SayWhatWasExpectedAndWhatCame) {
   using Op = Quill::GenericOp;
-  struct Case {
-    Op op;
-    const char* member;
-    Values arguments;
-    const char* text;
-  };
-  const Case cases[] = {
-      {Op::get, "vrf", {}, "P4RuntimeTolmar::TolmarP4RuntimePlugin has no member \"vrf\""},
-      {Op::set,
-       "doCleanup",
-       {},
-       "P4RuntimeTolmar::TolmarP4RuntimePlugin: member \"doCleanup\" cannot be set"},
+  const std::string plugin = "P4RuntimeTolmar::TolmarP4RuntimePlugin";
+  const std::string expected = "l3IifTH3Config: argument 1: expected TolmarHwLib::L3IifTH3Config, got ";
+  const std::tuple<Op, const char*, Values, std::string> cases[] = {
+      {Op::get, "vrf", {}, plugin + " has no member \"vrf\""},
+      {Op::set, "doCleanup", {}, plugin + ": member \"doCleanup\" cannot be set"},
       {Op::call, "pluginInit", {}, "pluginInit: expected 1 arguments, got 0"},
-      {Op::set,
-       "l3IifTH3Config",
-       {genericValue(context_)},
-       "l3IifTH3Config: argument 1: expected TolmarHwLib::L3IifTH3Config, got P4Runtime::PluginContext"},
-      {Op::set,
-       "l3IifTH3Config",
-       {7},
-       "l3IifTH3Config: argument 1: expected TolmarHwLib::L3IifTH3Config, got int"},
+      {Op::set, "l3IifTH3Config", {genericValue(context_)}, expected + "P4Runtime::PluginContext"},
+      {Op::set, "l3IifTH3Config", {7}, expected + "int"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [op, member, arguments, text] : cases) {
     try {
-      Quill::genericIfAttributeOp(plugin_, c.op, c.member, c.arguments);
-      ADD_FAILURE() << "no complaint: " << c.text;
+      Quill::genericIfAttributeOp(plugin_, op, member, arguments);
+      ADD_FAILURE() << "no complaint: " << text;
     } catch (const GenericIfException& complaint) {
-      EXPECT_STREQ(complaint.what(), c.text);
+      EXPECT_EQ(complaint.what(), text);
     }
   }
 }

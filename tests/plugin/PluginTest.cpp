@@ -29,21 +29,20 @@ Log tableLog(const std::string& type, const std::string& table, const std::strin
           "serve Lumen" + name + "ConfigTable"};
 }
 
-const Log kInitLog =
-    tableLog("L3TunnelTH3", "l3TunnelIpv4TH3", "8192") + tableLog("L3TunnelTH3", "l3TunnelIpv6TH3", "4096") +
-    tableLog("MyStationTcamTH3", "myStationTcamTH3", "512") + tableLog("L3IifTH3", "l3IifTH3", "8192") +
-    Log{"on l3TunnelIpv4TH3PhpSm",
-        "on l3TunnelIpv6TH3PhpSm",
-        "on l3IifTH3PhpSm",
-        "on myStationTcamTH3PhpSm",
-        "on vrfSm",
-        "on pluginCleanupHelper"};
-const Log kCleanupLog = {
-    "cleanup ~l3TunnelIpv4TH3Table/config",  "unmount ~l3TunnelIpv4TH3Table/config",
-    "cleanup ~l3TunnelIpv6TH3Table/config",  "unmount ~l3TunnelIpv6TH3Table/config",
-    "cleanup ~l3IifTH3Table/config",         "unmount ~l3IifTH3Table/config",
-    "cleanup ~myStationTcamTH3Table/config", "unmount ~myStationTcamTH3Table/config",
-};
+const Log kWiringLog = {"on l3TunnelIpv4TH3PhpSm",
+                        "on l3TunnelIpv6TH3PhpSm",
+                        "on l3IifTH3PhpSm",
+                        "on myStationTcamTH3PhpSm",
+                        "on vrfSm",
+                        "on pluginCleanupHelper"};
+const Log kInitLog = tableLog("L3TunnelTH3", "l3TunnelIpv4TH3", "8192") +
+                     tableLog("L3TunnelTH3", "l3TunnelIpv6TH3", "4096") +
+                     tableLog("MyStationTcamTH3", "myStationTcamTH3", "512") +
+                     tableLog("L3IifTH3", "l3IifTH3", "8192") + kWiringLog;
+const Log kCleanupLog = {"cleanup ~l3TunnelIpv4TH3Table/config",  "unmount ~l3TunnelIpv4TH3Table/config",
+                         "cleanup ~l3TunnelIpv6TH3Table/config",  "unmount ~l3TunnelIpv6TH3Table/config",
+                         "cleanup ~l3IifTH3Table/config",         "unmount ~l3IifTH3Table/config",
+                         "cleanup ~myStationTcamTH3Table/config", "unmount ~myStationTcamTH3Table/config"};
 
 class Plugin : public PluginFixture {
  protected:
@@ -136,15 +135,6 @@ TEST_F(Plugin, MissingRowDatabase_StopsTheProcessBeforeAnythingIsMounted) {
     EXPECT_EQ(taken(), Log{});
   }
   Cairn::fatalHandlerIs(nullptr);
-}
-
-TEST_F(Plugin, Init_FailureOnTheWayKeepsWhatIsDone) {
-  entityManager_->refused = kInitLog[13];
-  EXPECT_THROW(init(), Cairn::Exception);
-  EXPECT_TRUE(plugin_->l3TunnelIpv6TH3Status());
-  EXPECT_FALSE(plugin_->myStationTcamTH3Config());
-  EXPECT_FALSE(plugin_->l3TunnelIpv4TH3PhpSm());
-  EXPECT_EQ(lumenDb_->tables().size(), 2u);
 }
 
 TEST_F(Plugin, VrfSm_IsMadeAnewForAnotherTableOrContextOnly) {

@@ -1,4 +1,4 @@
-// A table in memory behind a real map, which can be told at which of its next reads it is found damaged.
+// A table in memory behind a real map, whose reads a test can spoil.
 #pragma once
 
 #include <filesystem>
@@ -20,8 +20,17 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
 
   explicit ScriptedTable(Vesta::RootPath path) : path_(std::move(path)) {}
 
-  std::size_t damagedIn = 0;          ///< reads until the damage is met, that one included; 0 for never
-  std::function<void()> onDamageMet;  ///< called just before; may be empty
+  /// Calls `call` in each read from now on with its number, from 1 on.
+  void onReadIs(std::function<void(std::size_t)> call) {
+    onRead_ = std::move(call);
+    reads_ = 0;
+  }
+  /// Has the table found damaged in the n-th read from now.
+  void damageIs(std::size_t n) {
+    onReadIs([n](std::size_t read) {
+      if (read == n) throw Cairn::CorruptionDetectedException("row 3: bad checksum");
+    });
+  }
 
   bool initialize() override { return true; }
   void detach() override {}
@@ -46,9 +55,7 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
 
  private:
   void read() {
-    if (damagedIn == 0 || --damagedIn != 0) return;
-    if (onDamageMet) onDamageMet();
-    throw Cairn::CorruptionDetectedException("row 3: bad checksum");
+    if (onRead_) onRead_(++reads_);
   }
   bool at(typename std::map<Key, Row>::const_iterator row, Row& value) {
     read();
@@ -59,6 +66,8 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
 
   Vesta::RootPath path_;
   std::map<Key, Row> rows_;
+  std::function<void(std::size_t)> onRead_;
+  std::size_t reads_ = 0;
   Row empty_{};
 };
 

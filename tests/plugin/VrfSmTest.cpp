@@ -16,15 +16,6 @@ using TolmarHwLib::L3IifTH3ConfigEntry;
 using Counts = std::map<unsigned, unsigned>;      // by VRF
 using Lines = std::map<std::uint64_t, unsigned>;  // VRF by key
 
-class CallingVrfs final : public P4Runtime::VrfIdCollection {
- public:
-  std::function<void()> onInc;  ///< runs in the middle of the tracker's work; may be empty
-  std::uint32_t vrfIdRefCountInc(VrfId id, unsigned int n) override {
-    if (onInc) onInc();
-    return VrfIdCollection::vrfIdRefCountInc(id, n);
-  }
-};
-
 class Vrf : public PluginFixture {
  protected:
   /// An entry that is not valid, which is nothing to the tracker.
@@ -37,13 +28,13 @@ class Vrf : public PluginFixture {
   /// A tracker over `table` whose counts start from nothing.
   void make(const VrfSm::L3IifTH3ConfigPtr& table) {
     tracker_ = nullptr;
-    ids_ = Quill::allocate<CallingVrfs>();
+    vrfIds_ = Quill::allocate<P4Runtime::VrfIdCollection>();
     tracker_ = P4RuntimeTolmar::vrfSmFactory(
-        table, Quill::allocate<P4Runtime::PluginContext>(nullptr, nullptr, nullptr, ids_));
+        table, Quill::allocate<P4Runtime::PluginContext>(nullptr, nullptr, nullptr, vrfIds_));
   }
   Counts counts() const {
     Counts result;
-    ids_->forEachVrfId([&result](VrfId id, std::uint32_t count) { result[id.value()] = count; });
+    vrfIds_->forEachVrfId([&result](VrfId id, std::uint32_t count) { result[id.value()] = count; });
     return result;
   }
   Lines lines() const {
@@ -54,7 +45,7 @@ class Vrf : public PluginFixture {
 
   ScriptedEntity<L3IifTH3Config> config_{folder_.path()};
   ScriptedEntity<L3IifTH3Config> other_{folder_.path(), "other"};
-  Quill::Ptr<CallingVrfs> ids_;
+  Quill::Ptr<P4Runtime::VrfIdCollection> vrfIds_;
   Quill::Ptr<VrfSm> tracker_;
 };
 
@@ -107,15 +98,16 @@ TEST_F(Vrf, Start_CountsEveryRowThatIsThereOnceAndAgainOnRequest) {
   make(config_.entity);
   EXPECT_EQ(counts(), (Counts{{4, 50}}));
   EXPECT_EQ(lines().size(), 50u);
-  ids_->onInc = [this] {  // the walk goes on when its row and the next go under it
-    for (const std::uint64_t gone : {2u, 4u}) config_.entity->tableDel({gone});
-  };
   tracker_->hasNotificationActiveIs(false);
+  config_.table->onReadIs([this](std::size_t read) {  // in the second row, it and the fourth go
+    if (read == 6) config_.entity->tableDel({2});
+    if (read == 7) config_.entity->tableDel({4});
+  });
   tracker_->handleInitialized();
-  EXPECT_EQ(counts(), (Counts{{4, 99}}));
+  EXPECT_EQ(counts(), (Counts{{4, 98}}));
   tracker_->initializedIs(false);
   tracker_->handleL3IifTH3ConfigEntry({6});
-  EXPECT_EQ(counts(), (Counts{{4, 99}}));
+  EXPECT_EQ(counts(), (Counts{{4, 98}}));
 }
 
 TEST_F(Vrf, Binding_NewTableIsFollowedButNotCounted) {
@@ -126,40 +118,31 @@ TEST_F(Vrf, Binding_NewTableIsFollowedButNotCounted) {
   EXPECT_EQ(counts(), Counts{});
   other_.entity->tableIs(entry(2, 9));
   EXPECT_EQ(counts(), (Counts{{9, 1}}));
-  tracker_->l3IifTH3ConfigDel();
-  other_.entity->tableIs(entry(3, 9));
-  tracker_->l3IifTH3ConfigIs(config_.entity);
   tracker_->hasNotificationActiveIs(false);
-  config_.entity->tableIs(entry(3, 5));
+  other_.entity->tableIs(entry(3, 9));
   tracker_->hasNotificationActiveIs(true);
   tracker_->quillDoZombieReactors(true);
-  config_.entity->tableIs(entry(4, 5));
+  other_.entity->tableIs(entry(3, 9));
+  tracker_->quillDoZombieReactors(false);
+  tracker_->l3IifTH3ConfigDel();
+  other_.entity->tableIs(entry(3, 9));
   EXPECT_EQ(counts(), (Counts{{9, 1}}));
 }
 
 TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
-  struct Case {
-    const char* name;
-    std::size_t read;  // at start, each row takes three: the walk's step, its presence, its VRF
-    Counts counts;
-  };
-  static const Case kCases[] = {{"first row", 1, {}},
-                                {"presence of the first row", 2, {}},
-                                {"VRF of the first row", 3, {}},
-                                {"step to the second row", 4, {{5, 1}}},
-                                {"VRF of the second row", 6, {{5, 1}}},
-                                {"end of the walk", 7, {{5, 2}}},
-                                {"presence of a counted row that is notified again", 8, {{5, 1}}},
-                                {"VRF of such a row", 9, {{5, 2}}}};
-  for (const Case& c : kCases) {
-    SCOPED_TRACE(c.name);
+  // At start each of the two rows takes three reads: the walk's step, its presence, its VRF; the 7th is the
+  // end of the walk. Then the second row is notified again.
+  const std::pair<std::size_t, Counts> cases[] = {{1, {}},       {2, {}},       {3, {}},       {4, {{5, 1}}},
+                                                  {6, {{5, 1}}}, {7, {{5, 2}}}, {8, {{5, 1}}}, {9, {{5, 2}}}};
+  for (const auto& [read, expected] : cases) {
+    SCOPED_TRACE(read);
     ScriptedEntity<L3IifTH3Config> damaged(folder_.path(), "damaged");
     for (const std::uint64_t key : {1u, 2u}) damaged.entity->tableIs(entry(key, 5));
-    damaged.table->damagedIn = c.read;
+    damaged.table->damageIs(read);
     make(damaged.entity);
-    if (c.read > 7) tracker_->handleL3IifTH3ConfigEntry({2});
+    if (read > 7) tracker_->handleL3IifTH3ConfigEntry({2});
     EXPECT_FALSE(damaged.entity->attached());
-    EXPECT_EQ(counts(), c.counts);
+    EXPECT_EQ(counts(), expected);
   }
 }
 
