@@ -11,7 +11,8 @@ namespace {
 
 using namespace TolmarHwLib;
 using P4RuntimeTolmar::TolmarP4RuntimePlugin;
-using P4RuntimeTolmar::VrfSm;
+using Op = Quill::GenericOp;
+using Values = std::vector<Quill::GenericValue>;
 
 Log operator+(Log a, const Log& b) {
   a.insert(a.end(), b.begin(), b.end());
@@ -44,6 +45,10 @@ const Log kCleanupLog = {"cleanup ~l3TunnelIpv4TH3Table/config",  "unmount ~l3Tu
                          "cleanup ~l3IifTH3Table/config",         "unmount ~l3IifTH3Table/config",
                          "cleanup ~myStationTcamTH3Table/config", "unmount ~myStationTcamTH3Table/config"};
 
+Quill::Ptr<Quill::PtrInterface> pointer(const Quill::GenericValue& value) {
+  return std::any_cast<Quill::Ptr<Quill::PtrInterface>>(value);
+}
+
 class Plugin : public PluginFixture {
  protected:
   ~Plugin() override {
@@ -51,12 +56,8 @@ class Plugin : public PluginFixture {
   }
 
   void note(std::string_view attribute) { log_.push_back("on " + std::string(attribute)); }
-  /// pluginInit with `context_`, and nobody told of what comes before it. Returns what it logs.
-  Log init() {
-    plugin_->pluginContextIs(context_);
-    taken();
-    plugin_->pluginInit(context_);
-    return taken();
+  void byName(Op op, std::string_view member, const Values& arguments = {}) const {
+    Quill::genericIfAttributeOp(plugin_, op, member, arguments);
   }
   /// Logs the completion of cleanups, then does `then`.
   void followStatus(const std::function<void()>& then = [] {}) {
@@ -66,8 +67,8 @@ class Plugin : public PluginFixture {
     }));
   }
 
-  Quill::Ptr<TolmarP4RuntimePlugin> plugin_ =
-      P4RuntimeTolmar::tolmarP4RuntimePluginFactory(Quill::Name("Tolmar"));
+  Quill::Ptr<TolmarP4RuntimePlugin> plugin_ = Quill::ptrCast<TolmarP4RuntimePlugin>(
+      TolmarP4RuntimePlugin::_quillType.newEntityForDir(Quill::Name("Tolmar"), nullptr));
   const Quill::Ptr<P4Runtime::AllPluginConfig> config_ =
       Quill::allocate<P4Runtime::AllPluginConfig>(Quill::Name("allPluginConfig"));
   // Hears every notification of the plugin by its attribute's name.
@@ -79,7 +80,7 @@ class Plugin : public PluginFixture {
 TEST_F(Plugin, Init_MountsRegistersAndWiresInOrder) {
   context_->allPluginConfigIs(config_);
   plugin_->cliConfigIs(Quill::allocate<P4Runtime::CliCommandConfig>(Quill::Name("cli")));
-  plugin_->init(context_);
+  byName(Op::call, "init", {genericValue(context_)});
   EXPECT_EQ(taken(), (Log{"on cliConfig", "on pluginContext", "on allPluginConfig", "on pluginCleanupSm",
                           "on defaultPluginCleanupHelper"} +
                       kInitLog));
@@ -95,20 +96,20 @@ TEST_F(Plugin, Init_MountsRegistersAndWiresInOrder) {
   EXPECT_NE(plugin_->l3TunnelIpv4TH3Status(), plugin_->l3TunnelIpv6TH3Status());
   EXPECT_EQ(plugin_->vrfSm()->l3IifTH3Config(), plugin_->l3IifTH3Config());
   EXPECT_TRUE(plugin_->vrfSm()->hasNotificationActive());
-  const auto helper = Quill::ptrCast<P4RuntimeTolmar::PluginCleanupHelper>(plugin_->pluginCleanupHelper());
-  EXPECT_EQ(helper->references(), 2u) << "the plugin's and the test's";
-  EXPECT_FALSE(helper->cliConfig());
-  EXPECT_EQ(helper->allPluginConfig(), config_);
-  EXPECT_EQ(helper->pluginStatus(), plugin_->pluginStatus());
-  EXPECT_EQ(helper->parent(), plugin_);
-  EXPECT_TRUE(helper->hasNotificationActive());
+  EXPECT_EQ(plugin_->pluginCleanupHelper()->references(), 1u);
+  EXPECT_TRUE(plugin_->pluginCleanupHelper()->hasNotificationActive());
+  const Quill::GenericIf helper(plugin_->pluginCleanupHelper());
+  EXPECT_EQ(std::any_cast<Quill::Ptr<const Quill::PtrInterface>>(helper.get("allPluginConfig")), config_);
+  EXPECT_EQ(pointer(helper.get("pluginStatus")), plugin_->pluginStatus());
+  EXPECT_EQ(pointer(helper.get("cliConfig")), nullptr) << "never the plugin's own";
+  EXPECT_EQ(pointer(helper.get("parent")), plugin_);
 }
 
 TEST_F(Plugin, Init_TakesDatabaseFromAttributeAndTheRestFromTheArgument) {
   const auto otherBatch = Quill::allocate<P4Runtime::BatchStatus>();
   plugin_->pluginContextIs(Quill::allocate<P4Runtime::PluginContext>(nullptr, lumenDb_, nullptr, nullptr));
   const auto given = Quill::allocate<P4Runtime::PluginContext>(entityManager_, nullptr, otherBatch, vrfs_);
-  plugin_->pluginInit(given);
+  byName(Op::call, "pluginInit", {genericValue(given)});
   EXPECT_EQ(lumenDb_->tables().size(), 4u);
   EXPECT_EQ(entityManager_->mountedPaths().size(), 8u);
   EXPECT_EQ(plugin_->l3IifTH3PhpSm()->batchStatus(), otherBatch);
@@ -130,7 +131,7 @@ TEST_F(Plugin, MissingRowDatabase_StopsTheProcessBeforeAnythingIsMounted) {
     EXPECT_THROW(plugin_->pluginInit(given), Stopped);
     EXPECT_EQ(traces.ofHandle.size(), 1u);
     if (given) {
-      EXPECT_THROW(plugin_->doCleanup(), Stopped);
+      EXPECT_THROW(byName(Op::call, "doCleanup"), Stopped);
     }
     EXPECT_EQ(taken(), Log{});
   }
@@ -138,34 +139,37 @@ TEST_F(Plugin, MissingRowDatabase_StopsTheProcessBeforeAnythingIsMounted) {
 }
 
 TEST_F(Plugin, VrfSm_IsMadeAnewForAnotherTableOrContextOnly) {
-  init();
+  byName(Op::set, "vrfSm", {genericValue(Quill::Ptr<Quill::PtrInterface>()), genericValue(context_)});
   const auto first = plugin_->vrfSm();
-  EXPECT_EQ(plugin_->vrfSmIs(plugin_->l3IifTH3Config(), context_), first);
+  EXPECT_EQ(taken(), Log{"on vrfSm"});
+  EXPECT_EQ(plugin_->vrfSmIs(nullptr, context_), first);
   EXPECT_EQ(taken(), Log{});
   const auto other = Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batch_, vrfs_);
-  const auto second = plugin_->vrfSmIs(plugin_->l3IifTH3Config(), other);
+  const auto second = plugin_->vrfSmIs(nullptr, other);
   EXPECT_NE(second, first);
   EXPECT_EQ(plugin_->vrfSm(), second);
   EXPECT_TRUE(first->hasNotificationActive());
-  const auto third = plugin_->vrfSmIs(nullptr, other);
+  const auto third = plugin_->vrfSmIs(Quill::allocate<L3IifTH3Config>(Quill::Name("table")), other);
   EXPECT_NE(third, second);
   EXPECT_EQ(taken(), (Log{"on vrfSm", "on vrfSm"}));
-  EXPECT_EQ(plugin_->vrfSmDel(), third);
+  byName(Op::del, "vrfSm");
   EXPECT_FALSE(third->hasNotificationActive());
   EXPECT_FALSE(plugin_->vrfSmDel());
   EXPECT_EQ(taken(), Log{"on vrfSm"});
 }
 
 TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
-  init();
+  plugin_->init(context_);
   followStatus();
+  taken();
   const auto references = plugin_->references();
+  const Quill::GenericIf helper(plugin_->pluginCleanupHelper());
   for (int request = 0; request < 2; ++request) {
-    plugin_->pluginCleanupHelper()->handleCleanupRequest();
+    helper.call("handleCleanupRequest");
     EXPECT_EQ(taken(), kCleanupLog + Log{"completed"});
   }
   entityManager_->refused = kCleanupLog[5];
-  EXPECT_THROW(plugin_->pluginCleanupHelper()->handleCleanupRequest(), Cairn::Exception);
+  EXPECT_THROW(helper.call("handleCleanupRequest"), Cairn::Exception);
   EXPECT_EQ(taken(), Log(kCleanupLog.begin(), kCleanupLog.begin() + 6));
   const auto mounted = entityManager_->mountedPaths();
   EXPECT_EQ(mounted.size(), 4u);
@@ -208,7 +212,9 @@ TEST_F(Plugin, Trace_FourEntryPointsOnBothTraces) {
     }
   };
   const std::string source = "./P4RuntimePlugin/P4RuntimeTolmarPlugin ";
-  const auto complete = [this] { plugin_->doMountsComplete(Orrery::MountStatus::failed, nullptr); };
+  const auto complete = [this] {
+    byName(Op::call, "doMountsComplete", {Orrery::MountStatus::failed, genericValue(entityManager_)});
+  };
   expectTraced(0, complete, {source + "doMountsComplete: doMountsComplete"});
   entityManager_->refused = kInitLog[0];
   const auto start = [this] { EXPECT_THROW(plugin_->init(context_), Cairn::Exception); };
@@ -228,14 +234,14 @@ TEST_F(Plugin, Attributes_NotifyOfEachChangeAndAreReleasedInOrder) {
   for (const Quill::Member& member : TolmarP4RuntimePlugin::_quillType.members) {
     if (member.kind != Quill::Member::Kind::attribute) continue;
     const std::string name(member.name);
-    std::vector<Quill::GenericValue> value = {null, genericValue(context_)};
+    Values value = {null, genericValue(context_)};
     if (const Quill::TypeNode* const type = Quill::typeNode(member.type); name.ends_with("PhpSm")) {
       value = {genericValue(type->genericIfFromCtorArgs(std::vector{genericValue(batch_), null}).object())};
     } else if (name != "vrfSm") {
       value = {genericValue(type->newEntityForDir(Quill::Name(name), nullptr))};
     }
-    for (int i = 0; i < 2; ++i) genericIfAttributeOp(plugin_, Quill::GenericOp::set, name, value);
-    const auto set = genericIfAttributeOp(plugin_, Quill::GenericOp::get, name);
+    for (int i = 0; i < 2; ++i) byName(Op::set, name, value);
+    const auto set = genericIfAttributeOp(plugin_, Op::get, name);
     watchers_.push_back(Watcher::on(std::any_cast<Quill::Ptr<Quill::PtrInterface>>(set),
                                     [this, name] { log_.push_back("end " + name); }));
     notified.push_back("on " + name);
@@ -250,7 +256,8 @@ TEST_F(Plugin, Attributes_NotifyOfEachChangeAndAreReleasedInOrder) {
 }
 
 TEST_F(Plugin, End_ByAnAttributeThatHoldsItsLastReference) {
-  init();
+  plugin_->init(context_);
+  taken();
   auto* const plugin = plugin_.get();
   plugin_ = nullptr;
   plugin->pluginCleanupHelperIs(nullptr);
