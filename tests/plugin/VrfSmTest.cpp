@@ -1,6 +1,7 @@
 // The VRF tracker: how counts and the map follow the config table, with the traces; and what it leaves alone.
 #include "P4RuntimePlugin/VrfSm.h"
 
+#include <locale>
 #include <map>
 
 #include "PluginFixture.h"
@@ -146,8 +147,14 @@ TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
   }
 }
 
+/// A locale that writes 1234567 as 1,234,567; no trace may.
+struct Grouping final : std::numpunct<char> {
+  std::string do_grouping() const override { return "\3"; }
+};
+
 TEST_F(Vrf, Trace_TextsLinesAndValues) {
   make(config_.entity);
+  const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
   const Traces traces(folder_, "VrfSm", 7);
   tracker_->handleInitialized();
   config_.entity->tableIs(entry(1234567, 5));
@@ -164,6 +171,7 @@ TEST_F(Vrf, Trace_TextsLinesAndValues) {
                   source + ":14" + entry,
                   source + ":27" + entry + " del key 1234567",
                   source + ":32" + entry + " del vrf 5 refCount 0"};
+  std::locale::global(before);
   EXPECT_EQ(traces.ofHandle, expected);
   const char* const values[] = {"", "", "|1234567", "|5|1", "", "|2", "", "|1234567", "|5|0"};
   for (std::size_t i = 0; i < expected.size(); ++i) expected[i] += values[i];
