@@ -147,7 +147,7 @@ TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
   }
 }
 
-/// A locale that writes 1234567 as 1,234,567; no trace may.
+/// A locale that writes 65000 as 65,000; no trace may.
 struct Grouping final : std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
@@ -157,7 +157,7 @@ TEST_F(Vrf, Trace_TextsLinesAndValues) {
   const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
   const Traces traces(folder_, "VrfSm", 7);
   tracker_->handleInitialized();
-  config_.entity->tableIs(entry(1234567, 5));
+  config_.entity->tableIs(entry(1234567, 65000));
   config_.entity->tableIs(entry(2, 0));
   config_.entity->tableDel({1234567});
   const std::string source = "./P4RuntimePlugin/VrfSm";
@@ -165,15 +165,15 @@ TEST_F(Vrf, Trace_TextsLinesAndValues) {
   Log expected = {source + ":40 handleInitialized: handleInitialized",
                   source + ":14" + entry,
                   source + ":17" + entry + "  add key 1234567",
-                  source + ":24" + entry + " add vrf 5 refCount 1",
+                  source + ":24" + entry + " add vrf 65000 refCount 1",
                   source + ":14" + entry,
                   source + ":17" + entry + "  add key 2",
                   source + ":14" + entry,
                   source + ":27" + entry + " del key 1234567",
-                  source + ":32" + entry + " del vrf 5 refCount 0"};
+                  source + ":32" + entry + " del vrf 65000 refCount 0"};
   std::locale::global(before);
   EXPECT_EQ(traces.ofHandle, expected);
-  const char* const values[] = {"", "", "|1234567", "|5|1", "", "|2", "", "|1234567", "|5|0"};
+  const char* const values[] = {"", "", "|1234567", "|65000|1", "", "|2", "", "|1234567", "|65000|0"};
   for (std::size_t i = 0; i < expected.size(); ++i) expected[i] += values[i];
   EXPECT_EQ(traces.fast(), expected);
 }
