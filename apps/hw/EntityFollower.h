@@ -1,113 +1,18 @@
-// Ties a programmer to the entities of one table pair: reads and writes go to them, changes come from them.
+// Follows the entities of one table pair: their changes go to a programmer, which answers them.
 #pragma once
 
 #include <memory>
-#include <optional>
-#include <string>
-#include <utility>
 
 #include "apps/hw/Programmer.h"
+#include "apps/hw/TablePair.h"
 #include "apps/hw/Tables.h"
 
 namespace HwAgent {
 
-struct TablePlace {
-  Quill::Ptr<const Orrery::EntityManager> entityManager;
-  std::string name;
-  std::string typePrefix;  ///< of the entity types, without "Config" and "Status"
-  std::string path;        ///< of the mounts, without "config" and "status"
-  unsigned capacity;
-};
-
-template <class ConfigEntity, class StatusEntity>
-class EntityPair final : public TablePair<typename ConfigEntity::Key, typename ConfigEntity::Entry,
-                                          typename StatusEntity::Entry> {
- public:
-  using Key = typename ConfigEntity::Key;
-  using Config = typename ConfigEntity::Entry;
-  using Status = typename StatusEntity::Entry;
-
-  explicit EntityPair(const TablePlace& place)
-      : config_(mounted<ConfigEntity>(place, "Config", "config", QuillVesta::QuillVestaType::reader)),
-        status_(mounted<StatusEntity>(place, "Status", "status", QuillVesta::QuillVestaType::writer)) {}
-
-  const Quill::Ptr<ConfigEntity>& configEntity() const { return config_; }
-  /// Called when one of the tables is found damaged; may be empty.
-  void damagedIs(const std::function<void()>& damaged) const {
-    config_->table().readyCallbackIs(damaged);
-    status_->table().readyCallbackIs(damaged);
-  }
-
-  bool readable() const override { return config_->attached() && status_->attached(); }
-  std::optional<Config> config(const Key& key) const override { return found<Config>(*config_, key); }
-  std::optional<Status> status(const Key& key) const override { return found<Status>(*status_, key); }
-  void eachConfig(const std::function<void(const Config&)>& visit) const override { each(*config_, visit); }
-  void eachStatus(const std::function<void(const Status&)>& visit) const override { each(*status_, visit); }
-  void statusIs(const Status& status) override {
-    guarded(*status_, [&] { status_->tableIs(status); });
-  }
-  void statusDel(const Key& key) override {
-    guarded(*status_, [&] { status_->tableDel(key); });
-  }
-  std::uint64_t statusSequence() const override { return writer().sequence(); }
-  bool readersHandled(std::uint64_t sequence) const override { return writer().quiesced(sequence); }
-
- private:
-  template <class Entity>
-  static Quill::Ptr<Entity> mounted(const TablePlace& place, const char* typeSuffix, const char* pathSuffix,
-                                    QuillVesta::QuillVestaType type) {
-    QuillVesta::MountDescription description(type);
-    description.collectionIs("table", place.capacity);
-    const auto entity = QuillVesta::Mount(place.entityManager)
-                            .doMount(place.path + pathSuffix, place.typePrefix + typeSuffix, description);
-    return Quill::ptrCast<Entity>(entity);
-  }
-
-  /// Damage is reported to the table, which then reads as empty.
-  template <class Entity, class Call>
-  static void guarded(const Entity& entity, const Call& call) {
-    try {
-      call();
-    } catch (const Cairn::CorruptionDetectedException& damage) {
-      entity.corruptionDetected(damage.message());
-    }
-  }
-
-  template <class Entry, class Entity>
-  static std::optional<Entry> found(const Entity& entity, const Key& key) {
-    std::optional<Entry> result;
-    guarded(entity, [&] {
-      bool present = false;
-      const Entry& entry = entity.directLookup(key, present);
-      if (present) result = entry;
-    });
-    return result;
-  }
-
-  template <class Entity, class Visit>
-  static void each(const Entity& entity, const Visit& visit) {
-    guarded(entity, [&] {
-      typename Entity::Map::Row row;
-      Vesta::IterHint hint;
-      auto& map = entity.table();
-      for (bool more = map.first(row, hint); more; more = map.next(row.key, row, hint)) visit(row.entry);
-    });
-  }
-
-  auto& writer() const {
-    auto* const implementation = status_->table().implementation();
-    Cairn::require(implementation != nullptr, "status table is not attached", "EntityPair");
-    return *implementation;
-  }
-
-  Quill::Ptr<ConfigEntity> config_;
-  Quill::Ptr<StatusEntity> status_;
-};
-
 template <class ConfigEntity, class StatusEntity>
 class EntityFollower final : public TableFollower {
  public:
-  using Pair = EntityPair<ConfigEntity, StatusEntity>;
+  using Pair = TablePair<ConfigEntity, StatusEntity>;
   using Key = typename Pair::Key;
   using Clock = std::chrono::steady_clock;
 

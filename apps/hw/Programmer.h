@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <chrono>
 #include <deque>
+#include <optional>
 
 #include "apps/hw/Faults.h"
-#include "apps/hw/TablePair.h"
 #include "cairn/Exception.h"
 #include "skein/Skein.h"
 

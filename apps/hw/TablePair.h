@@ -1,38 +1,113 @@
-// The two tables of one kind as the hardware agent sees them: it reads the config table and writes the status
+// The two tables of one kind as the hardware agent has them: it reads the config table and writes the status
 // table.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
+
+#include "orrery/Mount.h"
+#include "vesta/VestaBase.h"
 
 namespace HwAgent {
 
-template <class KeyType, class ConfigType, class StatusType>
+struct TablePlace {
+  Quill::Ptr<const Orrery::EntityManager> entityManager;
+  std::string name;
+  std::string typePrefix;  ///< of the entity types, without "Config" and "Status"
+  std::string path;        ///< of the mounts, without "config" and "status"
+  unsigned capacity;
+};
+
+template <class ConfigEntity, class StatusEntity>
 class TablePair {
  public:
-  using Key = KeyType;
-  using Config = ConfigType;
-  using Status = StatusType;
+  using Key = typename ConfigEntity::Key;
+  using Config = typename ConfigEntity::Entry;
+  using Status = typename StatusEntity::Entry;
 
-  virtual ~TablePair() = default;
+  explicit TablePair(const TablePlace& place)
+      : config_(mounted<ConfigEntity>(place, "Config", "config", QuillVesta::QuillVestaType::reader)),
+        status_(mounted<StatusEntity>(place, "Status", "status", QuillVesta::QuillVestaType::writer)) {}
+
+  const Quill::Ptr<ConfigEntity>& configEntity() const { return config_; }
+  /// Called when one of the tables is found damaged; may be empty.
+  void damagedIs(const std::function<void()>& damaged) const {
+    config_->table().readyCallbackIs(damaged);
+    status_->table().readyCallbackIs(damaged);
+  }
 
   /// False once one of the tables was found damaged: it then reads as empty, which says nothing of its rows,
   /// and writes are dropped.
-  virtual bool readable() const = 0;
-  virtual std::optional<Config> config(const Key& key) const = 0;
-  virtual std::optional<Status> status(const Key& key) const = 0;
-  virtual void eachConfig(const std::function<void(const Config&)>& visit) const = 0;
-  virtual void eachStatus(const std::function<void(const Status&)>& visit) const = 0;
-
+  bool readable() const { return config_->attached() && status_->attached(); }
+  std::optional<Config> config(const Key& key) const { return found<Config>(*config_, key); }
+  std::optional<Status> status(const Key& key) const { return found<Status>(*status_, key); }
+  void eachConfig(const std::function<void(const Config&)>& visit) const { each(*config_, visit); }
+  void eachStatus(const std::function<void(const Status&)>& visit) const { each(*status_, visit); }
   /// Writes the status row of its key. Throws Cairn::ResourceExhaustedException, and stores nothing, when the
   /// key is new and the table full.
-  virtual void statusIs(const Status& status) = 0;
-  virtual void statusDel(const Key& key) = 0;
+  void statusIs(const Status& status) {
+    guarded(*status_, [&] { status_->tableIs(status); });
+  }
+  void statusDel(const Key& key) {
+    guarded(*status_, [&] { status_->tableDel(key); });
+  }
   /// The number of the status table's last change.
-  virtual std::uint64_t statusSequence() const = 0;
+  std::uint64_t statusSequence() const { return writer().sequence(); }
   /// Whether every living reader has handled the status table's changes up to `sequence`.
-  virtual bool readersHandled(std::uint64_t sequence) const = 0;
+  bool readersHandled(std::uint64_t sequence) const { return writer().quiesced(sequence); }
+
+ private:
+  template <class Entity>
+  static Quill::Ptr<Entity> mounted(const TablePlace& place, const char* typeSuffix, const char* pathSuffix,
+                                    QuillVesta::QuillVestaType type) {
+    QuillVesta::MountDescription description(type);
+    description.collectionIs("table", place.capacity);
+    const auto entity = QuillVesta::Mount(place.entityManager)
+                            .doMount(place.path + pathSuffix, place.typePrefix + typeSuffix, description);
+    return Quill::ptrCast<Entity>(entity);
+  }
+
+  /// Damage is reported to the table, which then reads as empty.
+  template <class Entity, class Call>
+  static void guarded(const Entity& entity, const Call& call) {
+    try {
+      call();
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      entity.corruptionDetected(damage.message());
+    }
+  }
+
+  template <class Entry, class Entity>
+  static std::optional<Entry> found(const Entity& entity, const Key& key) {
+    std::optional<Entry> result;
+    guarded(entity, [&] {
+      bool present = false;
+      const Entry& entry = entity.directLookup(key, present);
+      if (present) result = entry;
+    });
+    return result;
+  }
+
+  template <class Entity, class Visit>
+  static void each(const Entity& entity, const Visit& visit) {
+    guarded(entity, [&] {
+      typename Entity::Map::Row row;
+      Vesta::IterHint hint;
+      auto& map = entity.table();
+      for (bool more = map.first(row, hint); more; more = map.next(row.key, row, hint)) visit(row.entry);
+    });
+  }
+
+  auto& writer() const {
+    auto* const implementation = status_->table().implementation();
+    Cairn::require(implementation != nullptr, "status table is not attached", "TablePair");
+    return *implementation;
+  }
+
+  Quill::Ptr<ConfigEntity> config_;
+  Quill::Ptr<StatusEntity> status_;
 };
 
 }  // namespace HwAgent
