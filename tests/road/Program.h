@@ -2,16 +2,13 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
 
 /// One program started by a test, its standard output and error caught together. Killed, if it still runs,
-/// when the object goes. Every wait ends after kPatience at the latest, with what the program said so far.
+/// when the object or the test goes: a wait that never ends is ended with the test, by CTest.
 class Program {
  public:
-  static constexpr std::chrono::seconds kPatience{60};
-
   /// Starts arguments[0] with `input` on its standard input.
   explicit Program(const std::vector<std::string>& arguments, const std::string& input = "");
   ~Program();
@@ -19,7 +16,7 @@ class Program {
   Program& operator=(const Program&) = delete;
 
   pid_t pid() const { return pid_; }
-  /// Reads until the output holds `text`. False when the program ends or patience does before.
+  /// Reads until the output holds `text`. False when the program ends before.
   bool says(const std::string& text);
   void signal(int number) const;
   /// Waits for the end and returns the exit code, 128 plus the signal's number for a program that was killed.
@@ -28,7 +25,7 @@ class Program {
   const std::string& output() const { return output_; }
 
  private:
-  bool readMore(std::chrono::steady_clock::time_point until);
+  bool readMore();
 
   pid_t pid_;
   int pipe_;

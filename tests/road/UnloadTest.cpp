@@ -28,15 +28,11 @@ TEST(Unload, AgentsEnd_LeavesNothingOfThePluginInTheProcess) {
       Quill::EventLoop loop;
       Agent::AgentProcess agent(loop, options);
       EXPECT_TRUE(loaded());
-      bool shown = false;
-      const auto ignore = [](std::string_view) {};
-      agent.run("show l3IifTH3\n", ignore, Agent::ResultTable::Style::plain,
-                [&shown](bool ok) { shown = ok; });
-      while (!shown) loop.step(std::chrono::seconds(1));
       // The agent ends while an update waits for its answer.
-      agent.run("insert l3IifTH3 l3Iif=" + std::to_string(round), ignore, Agent::ResultTable::Style::plain,
-                {});
-      loop.step(std::chrono::seconds(1));
+      std::string shown;
+      agent.run("show l3IifTH3\ninsert l3IifTH3 l3Iif=" + std::to_string(round),
+                [&shown](std::string_view text) { shown += text; }, Agent::ResultTable::Style::plain, {});
+      while (shown.empty()) loop.step(std::chrono::seconds(1));
     }
     EXPECT_FALSE(loaded()) << "round " << round;
     EXPECT_EQ(Quill::AllocTrackTypeInfo::liveTotal(), objects);
