@@ -4,11 +4,13 @@
 
 #include <sys/eventfd.h>
 
+#include <new>
 #include <optional>
 
 #include "PluginFixture.h"
 #include "ScriptedTable.h"
 #include "quill/Generic.h"
+#include "tests/quill/AllocationCount.h"
 
 namespace {
 
@@ -128,6 +130,25 @@ TEST_F(Tracker, Binding_MovesOneReactorThatKeepsToTheTrackersFlagAndMark) {
   EXPECT_TRUE(reactor()->quillMarkedForDeletion());
   tracker_->quillDoZombieReactors(false);
   EXPECT_EQ(write(status_, 6), Log{"completed 6 0"});
+}
+
+TEST_F(Tracker, Binding_StaysWhenThereIsNoMemoryToMove) {
+  allocationFailureIs(1);
+  EXPECT_THROW(tracker_->statusIs(other_.entity), std::bad_alloc);
+  EXPECT_EQ(tracker_->status(), status_.entity);
+  EXPECT_TRUE(other_.entity->notifieeList().empty());
+  EXPECT_EQ(write(status_, 1), Log{"completed 1 0"});
+  tracker_->statusIs(other_.entity);
+  EXPECT_TRUE(status_.entity->notifieeList().empty());
+}
+
+TEST_F(Tracker, Completion_OfAKnownHandleAllocatesNothing) {
+  const auto batch = Quill::allocate<P4Runtime::BatchStatus>();  // keeps no log
+  const auto tracker = l3IifTH3PendingHwProgrammingSmFactory(batch, other_.entity);
+  for (std::uint64_t i = 0; i < 100; ++i) other_.entity->tableIs(row(i, i));
+  const std::size_t before = allocationCount();
+  for (std::uint64_t i = 0; i < 100; ++i) tracker->onStatusRow({i});
+  EXPECT_EQ(allocationCount(), before);
 }
 
 TEST_F(Tracker, Reentry_HandlersMayUnbindRebindAndDropTheTrackerItself) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <sstream>
 
+#include "RecordingPlatform.h"
 #include "p4runtime/PluginContext.h"
 #include "p4runtime/PluginStatus.h"
 #include "quill/EventLoop.h"
@@ -14,7 +15,6 @@
 #include "skein/Skein.h"
 #include "skein/TraceReader.h"
 #include "tests/NothingLeft.h"
-#include "tests/RecordingPlatform.h"
 #include "tests/RuntimeFolder.h"
 
 /// All tests run a second time with atomic counting, asked for by the environment.

@@ -6,6 +6,7 @@
 #include "PluginFixture.h"
 #include "cairn/Assert.h"
 #include "quill/Generic.h"
+#include "tests/quill/AllocationCount.h"
 
 namespace {
 
@@ -136,6 +137,34 @@ TEST_F(Plugin, MissingRowDatabase_StopsTheProcessBeforeAnythingIsMounted) {
     EXPECT_EQ(taken(), Log{});
   }
   Cairn::fatalHandlerIs(nullptr);
+}
+
+/// Makes the i-th allocation of `make` fail, for every i until none is left to fail. Returns how many did.
+std::size_t failEach(const std::function<void()>& make) {
+  for (std::size_t i = 1;; ++i) {
+    const NothingLeft nothingLeft;
+    allocationFailureIs(i);
+    try {
+      make();
+      allocationFailureIs(0);
+      return i - 1;
+    } catch (const std::bad_alloc&) {
+      allocationFailureIs(0);
+    }
+  }
+}
+
+TEST_F(Plugin, MissingMemory_LeavesNothingOfWhatWasBeingMade) {
+  plugin_->init(context_);
+  L3IifTH3ConfigEntry entry;
+  for (entry.vrf = 1; entry.vrf < 40; entry.l3Iif = ++entry.vrf) plugin_->l3IifTH3Config()->tableIs(entry);
+  const auto& config = plugin_->l3IifTH3Config();
+  const auto& status = plugin_->l3IifTH3Status();
+  const Quill::Name name("a name too long to be short");
+  EXPECT_GE(failEach([&] { P4RuntimeTolmar::tolmarP4RuntimePluginFactory(name); }), 3u);
+  EXPECT_GE(failEach([&] { l3IifTH3PendingHwProgrammingSmFactory(batch_, status); }), 2u);
+  EXPECT_GE(failEach([&] { P4RuntimeTolmar::vrfSmFactory(config, context_); }), 5u);
+  EXPECT_EQ(status->notifieeList().size(), 1u);
 }
 
 TEST_F(Plugin, VrfSm_IsMadeAnewForAnotherTableOrContextOnly) {
