@@ -7,79 +7,125 @@
 
 namespace {
 
-using QuillVesta::Mount;
-using QuillVesta::MountDescription;
-using QuillVesta::QuillVestaType;
-using TolmarHwLib::L3IifTH3Config;
+using namespace TolmarHwLib;
 
 constexpr const char* kPath = "p4runtime/outputTables/tolmar/l3IifTH3Table/config";
 constexpr const char* kType = "TolmarHwLib::L3IifTH3Config";
 
-MountDescription description(QuillVestaType type, unsigned capacity) {
-  MountDescription result(type);
+QuillVesta::MountDescription description(int type, unsigned capacity = 8) {
+  QuillVesta::MountDescription result(QuillVesta::QuillVestaType{type});
   result.collectionIs("table", capacity);
   return result;
 }
+const auto kWriter = description(0);
+const auto kReader = description(1);
 
-class MountTest : public testing::Test {
- protected:
-  RuntimeFolder folder_;
-  Quill::EventLoop loop_;
-  Quill::Ptr<const Orrery::EntityManager> manager_ =
-      Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_);
-  const Mount mount_{manager_};
+L3IifTH3ConfigEntry entry(std::uint64_t l3Iif, std::uint16_t vrf = 1) {
+  L3IifTH3ConfigEntry result;
+  result.l3Iif = l3Iif;
+  result.vrf = vrf;
+  return result;
+}
+
+/// The keys that a table's reactor was told of, each with the VRF that the table held then; -1 for none.
+using Calls = std::vector<std::pair<std::uint64_t, int>>;
+
+struct Listener final : L3IifTH3Config::NotifieeConst {
+  explicit Listener(const L3IifTH3Config::Ptr& table) {
+    notifierIs(table);
+    isRegisteredNotifieeIs(true);
+    hasNotificationActiveIs(true);
+  }
+  using TableNotifieeConst::onTable;
+  void onTable(const L3IifTH3Key& key) override {
+    bool found = false;
+    const auto& present = notifier()->directLookup(key, found);
+    calls.emplace_back(key.l3Iif, found ? present.vrf : -1);
+  }
+  Calls calls;
 };
 
-TEST_F(MountTest, Mount_FoundByPathUntilUnmounted) {
-  EXPECT_FALSE(mount_.getEntity(kPath));
-  const auto entity = mount_.doMount(kPath, kType, description(QuillVestaType::writer, 16));
-  EXPECT_TRUE(Quill::ptrCast<L3IifTH3Config>(entity));
-  EXPECT_EQ(mount_.getEntity(kPath), entity);
-  EXPECT_EQ(mount_.doMount(kPath, kType, description(QuillVestaType::writer, 16)), entity);
+/// One process's view of the table: its own event loop and entity manager.
+struct Side {
+  Side(const RuntimeFolder& folder, const QuillVesta::MountDescription& description)
+      : manager(Quill::allocate<Orrery::EntityManager>(folder.path(), loop)),
+        table(Quill::ptrCast<L3IifTH3Config>(mount.doMount(kPath, kType, description))) {}
+  /// Steps the loop until nothing is ready any more.
+  void settle() {
+    for (int idle = 0; idle < 3;) idle = loop.step(std::chrono::milliseconds(0)) == 0 ? idle + 1 : 0;
+  }
+  Quill::EventLoop loop;
+  Quill::Ptr<Orrery::EntityManager> manager;
+  const QuillVesta::Mount mount{manager};
+  L3IifTH3Config::Ptr table;
+};
 
-  mount_.doUnmount(kPath);
-  EXPECT_FALSE(mount_.getEntity(kPath));
-  EXPECT_FALSE(entity->attached());
-  EXPECT_GT(folder_.files(), 0u) << "letting go of a table keeps its rows";
-  mount_.doUnmount(kPath);
+struct MountTest : testing::Test {
+  const RuntimeFolder folder;
+  Side writer{folder, kWriter};
+};
+
+TEST_F(MountTest, Table_IsFoundByPathUntilUnmountedThenReadsAsEmpty) {
+  writer.table->tableIs(entry(5));
+  EXPECT_EQ(writer.mount.getEntity(kPath), writer.table);
+  EXPECT_EQ(writer.mount.doMount(kPath, kType, kWriter), writer.table);
+  Side(folder, kReader).mount.cleanup(kPath);  // of no effect
+  for (int i = 0; i < 2; ++i) writer.mount.doUnmount(kPath);
+  EXPECT_FALSE(writer.mount.getEntity(kPath));
+  bool found = true;
+  EXPECT_EQ(writer.table->directLookup({5}, found), L3IifTH3ConfigEntry{});
+  EXPECT_FALSE(found);
+  EXPECT_THROW(writer.table->tableIs(entry(6)), Cairn::Exception);
+  EXPECT_EQ(Side(folder, kWriter).table->table().members(), 1u) << "letting go of a table keeps its rows";
 }
 
 TEST_F(MountTest, Mount_RefusesWhatDoesNotFit) {
-  mount_.doMount(kPath, kType, description(QuillVestaType::writer, 16));
-  const struct {
-    const char* name;
-    const char* path;
-    const char* type;
-    MountDescription wanted;
-  } cases[] = {
-      {"unknown type", "a/b", "TolmarHwLib::NoSuchTable", description(QuillVestaType::writer, 16)},
-      {"another type", kPath, "TolmarHwLib::L3IifTH3Status", description(QuillVestaType::writer, 16)},
-      {"another side", kPath, kType, description(QuillVestaType::reader, 16)},
-      {"another capacity", kPath, kType, description(QuillVestaType::writer, 17)},
-      {"a path that climbs", "../elsewhere", kType, description(QuillVestaType::writer, 16)},
+  const std::tuple<const char*, const char*, QuillVesta::MountDescription> cases[] = {
+      {"a/b", "TolmarHwLib::NoSuchTable", kWriter},
+      {kPath, "TolmarHwLib::L3IifTH3Status", kWriter},
+      {kPath, kType, kReader},
+      {kPath, kType, description(0, 17)},
+      {"../elsewhere", kType, kWriter},
   };
-  for (const auto& c : cases) {
-    EXPECT_THROW(mount_.doMount(c.path, c.type, c.wanted), Cairn::Exception) << c.name;
+  for (const auto& [path, type, wanted] : cases) {
+    EXPECT_THROW(writer.mount.doMount(path, type, wanted), Cairn::Exception) << path << " " << type;
   }
-  EXPECT_EQ(manager_->mountedPaths(), std::vector<Quill::String>{kPath});
+  EXPECT_EQ(writer.manager->mountedPaths(), std::vector<Quill::String>{kPath});
 }
 
-TEST_F(MountTest, Cleanup_RemovesTheRowsOfTheWriterOnly) {
-  const auto entity =
-      Quill::ptrCast<L3IifTH3Config>(mount_.doMount(kPath, kType, description(QuillVestaType::writer, 16)));
-  entity->tableIs(TolmarHwLib::L3IifTH3ConfigEntry{});
+TEST_F(MountTest, Writer_IsToldAtOnceAndOfEveryWriteThatIsStored) {
+  Listener listener(writer.table);
+  for (int i = 0; i < 2; ++i) writer.table->tableIs(entry(5, 1));
+  writer.table->tableDel(L3IifTH3Key{7});
+  writer.table->tableDel(L3IifTH3Key{5});
+  EXPECT_EQ(listener.calls, (Calls{{5, 1}, {5, 1}, {5, -1}}));
+  for (std::uint64_t i = 0; i < 8; ++i) writer.table->tableIs(entry(i));
+  listener.calls.clear();
+  try {
+    writer.table->tableIs(entry(99));
+    FAIL() << "a full table took another entry";
+  } catch (const Cairn::ResourceExhaustedException& full) {
+    EXPECT_NE(full.message().find("used 8 of 8"), std::string::npos) << full.message();
+  }
+  writer.table->tableIs(entry(3, 9));
+  EXPECT_EQ(listener.calls, (Calls{{3, 9}}));
+  writer.table->tableDelAll();
+  EXPECT_EQ(listener.calls.size(), 9u);
+}
 
-  Quill::EventLoop readerLoop;
-  const Mount reader{Quill::allocate<Orrery::EntityManager>(folder_.path(), readerLoop)};
-  reader.doMount(kPath, kType, description(QuillVestaType::reader, 16));
-  reader.cleanup(kPath);
-  EXPECT_EQ(entity->table().members(), 1u);
-
-  mount_.cleanup(kPath);
-  mount_.doUnmount(kPath);
-  const auto again =
-      Quill::ptrCast<L3IifTH3Config>(mount_.doMount(kPath, kType, description(QuillVestaType::writer, 16)));
-  EXPECT_EQ(again->table().members(), 0u);
+TEST_F(MountTest, Reader_HearsOfChangesAfterItsMountThroughItsLoop) {
+  writer.table->tableIs(entry(4));
+  Side reader(folder, kReader);
+  Listener listener(reader.table);
+  reader.settle();
+  EXPECT_EQ(reader.table->table().members(), 1u);
+  writer.table->tableIs(entry(5, 1));
+  writer.table->tableIs(entry(6, 2));
+  writer.table->tableDel(L3IifTH3Key{6});
+  EXPECT_TRUE(listener.calls.empty());
+  reader.settle();
+  EXPECT_EQ(listener.calls, (Calls{{5, 1}, {6, -1}, {6, -1}}));
+  EXPECT_THROW(reader.table->tableIs(entry(1)), Cairn::NoPermissionException);
 }
 
 }  // namespace
