@@ -221,7 +221,7 @@ TEST_F(Road, Cleanup_RemovesTheTablesAndEndsWriting) {
   const auto served = agent();
   send("insert l3IifTH3 l3Iif=1 vrf=1\n");
   EXPECT_TRUE(std::filesystem::exists(config));
-  send("cleanup\ninsert l3IifTH3 l3Iif=2 vrf=1 expect INTERNAL\n");
+  send("cleanup\ninsert l3IifTH3 l3Iif=2 expect INTERNAL\ndelete l3IifTH3 l3Iif=1 expect INTERNAL\n");
   EXPECT_FALSE(std::filesystem::exists(config));
   stop(*served);
 }
