@@ -105,13 +105,14 @@ bool runAgent(const Options& options) {
     loop.run();
     return true;
   }
-  bool asExpected = false;  // until the scripts are through
+  std::optional<bool> asExpected;  // none until the scripts are through
   const ScriptQueue queue(agent, std::move(scripts), options.colour, [&](bool result) {
     asExpected = result;
     if (!server) loop.stop();
   });
   loop.run();
-  return asExpected;
+  if (!asExpected) throw Cairn::Exception("stopped before the scripts were through");
+  return *asExpected;
 }
 
 /// True when the agent says of every script that all results were as expected.

@@ -40,12 +40,14 @@ AgentCore::AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runti
     : lumenDb_(std::move(lumenDb)),
       batchStatus_(std::move(batchStatus)),
       settings_(settings),
-      nextHandle_(settings.firstHandle),
-      nextGenId_(settings.firstHandle) {
+      nextHandle_(settings_.firstHandle) {
   for (const auto& registered : lumenDb_->tables()) {
     const std::string shortName = shortNameOf(registered->name());
-    if (!shortName.empty()) tables_.push_back(std::make_unique<ConfigTable>(shortName, registered));
+    if (shortName.empty()) continue;
+    tables_.push_back(std::make_unique<ConfigTable>(shortName, registered));
+    nextHandle_ = std::max(nextHandle_, tables_.back()->greatestNumber() + 1);
   }
+  nextGenId_ = nextHandle_;
 }
 
 AgentCore::~AgentCore() = default;

@@ -45,8 +45,10 @@ class AgentCore {
   using Progress = std::function<void(std::size_t answered)>;
 
   struct Settings {
-    std::uint64_t firstHandle;  ///< handles and genIds count up from here; the wall clock in nanoseconds
-    Clock::duration timeout;    ///< from the start of a batch to DEADLINE_EXCEEDED
+    /// Handles and genIds count up from here: the wall clock in nanoseconds. Should the clock have been set
+    /// back, from above those in the tables.
+    std::uint64_t firstHandle;
+    Clock::duration timeout;  ///< from the start of a batch to DEADLINE_EXCEEDED
     /// Whether the table of that short name is sound: one found damaged reads as empty, which says nothing of
     /// its entries.
     std::function<bool(const std::string& table)> readable = [](const std::string&) { return true; };

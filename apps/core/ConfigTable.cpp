@@ -85,6 +85,18 @@ void ConfigTable::write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t 
   table_->rowIs(row);
 }
 
+std::uint64_t ConfigTable::greatestNumber() const {
+  std::uint64_t greatest = 0;
+  eachRow([&](const Lumen::BaseRow& row) {
+    for (const Lumen::len_t offset : {genIdOffset_, handleOffset_}) {
+      std::uint64_t number = 0;
+      row.getColumn(offset, number);
+      greatest = std::max(greatest, number);
+    }
+  });
+  return greatest;
+}
+
 void ConfigTable::eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const {
   for (Lumen::LmRowIterator at = table_->begin(); at; ++at) visit(*at);
 }

@@ -38,6 +38,8 @@ class ConfigTable {
   /// Writes the row with these bookkeeping columns and `valid` set. Throws what the table throws.
   void write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t handle);
   void remove(const Lumen::BaseRow& row) { table_->rowDel(row); }
+  /// The greatest genId or handle in the table; 0 when it is empty.
+  std::uint64_t greatestNumber() const;
   void eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const;
 
   /// The entries whose removal the hardware has not answered yet: the handle under the key of `row`, or

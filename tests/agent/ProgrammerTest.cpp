@@ -170,8 +170,8 @@ TEST_F(ProgrammerTest, Faults_HitKeysAndEveryNthButNoInvalidEntryAndNoRemoval) {
 }
 
 TEST(FaultOptions, MatchOnTheFieldsGivenAlone) {
-  const FailOption option = readFail("v6:sip=2001:DB8::1,l4DestPort=6081:65535");
-  const Faults<TolmarHwLib::L3TunnelTH3ConfigEntry> faults("v6", {option}, {});
+  using TunnelFaults = Faults<TolmarHwLib::L3TunnelTH3ConfigEntry>;
+  const TunnelFaults faults("v6", {readFail("v6:sip=2001:DB8::1,l4DestPort=6081:65535")}, {});
   const IpGenAddr address = *IpGenAddr::parse("2001:db8::1");
   EXPECT_EQ(faults.codeFor({address, address, 17, 6081, 4}), 65535);
   EXPECT_EQ(faults.codeFor({address, address, 17, 4789, 4}), 0);
