@@ -39,6 +39,7 @@ using Rows = std::map<std::uint64_t, std::uint64_t>;
 
 /// Walks a map; `make` gives what an element stands for. A walk over rows goes on when its row was erased,
 /// one over changes must not.
+/// No `override` here: the two bases do not have the same operations.
 template <class Base, class Value>
 struct MapIterator : Base {
   static constexpr bool strict = std::is_same_v<Base, Lumen::LmChangeIteratorImpl>;
@@ -48,19 +49,17 @@ struct MapIterator : Base {
   std::optional<std::uint64_t> keyAt(Rows::const_iterator where) const {
     return where == map.end() ? std::nullopt : std::optional(where->first);
   }
-  bool operator==(const Base& other) const override {
-    return at == dynamic_cast<const MapIterator&>(other).at;
-  }
-  bool operator!=(const Base& other) const override { return !(*this == other); }
+  bool operator==(const Base& other) const { return at == dynamic_cast<const MapIterator&>(other).at; }
+  bool operator!=(const Base& other) const { return !(*this == other); }
   explicit operator bool() const { return at.has_value(); }
   Value operator*() const { return make(*map.find(at.value())); }
   Value operator*() { return make(*map.find(at.value())); }
-  MapIterator& operator++() override {
+  MapIterator& operator++() {
     if (strict) static_cast<void>(map.at(at.value()));
     at = keyAt(map.upper_bound(at.value()));
     return *this;
   }
-  std::unique_ptr<Base> clone() const override { return std::make_unique<MapIterator>(*this); }
+  std::unique_ptr<Base> clone() const { return std::make_unique<MapIterator>(*this); }
   const Rows& map;
   std::optional<std::uint64_t> at;
   Make make;
