@@ -1,187 +1,147 @@
-#include <poll.h>
+// Writers and readers that are stopped or killed, at each step and at random moments.
 #include <signal.h>
-#include <sys/mman.h>
+#include <sys/ptrace.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <random>
 #include <set>
 #include <thread>
 
+#include "DamagedRow.h"
 #include "Support.h"
 
 namespace VestaTest {
 namespace {
 
 using Vesta::WriteStep;
-using Model = std::map<std::uint64_t, std::uint64_t>;
-
-/// What a process that is about to die tells its parent: memory that both see.
-struct Progress {
-  std::atomic<std::uint64_t> done{0};
-};
-
-class SharedProgress {
- public:
-  SharedProgress() {
-    void* memory = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    progress_ = new (memory) Progress;
-  }
-  ~SharedProgress() { munmap(progress_, sizeof(Progress)); }
-  Progress* operator->() const { return progress_; }
-
- private:
-  Progress* progress_;
-};
-
-struct Kind {
-  const char* name;
-  // What the n-th write of this kind does, to a table or to the model of one.
-  std::function<void(std::uint64_t n, const std::function<void(std::uint64_t, std::uint64_t)>& put,
-                     const std::function<void(std::uint64_t)>& remove)>
-      change;
-  std::set<WriteStep> steps;  // those it passes through
-};
 
 constexpr std::uint32_t kCapacity = 16;
 constexpr std::uint64_t kRows = 8;  // ids 1 to 8, stamp 1, before the first change
 
-const std::set<WriteStep> kEveryWrite = {
-    WriteStep::begun,     WriteStep::recordHalf,      WriteStep::recorded,
-    WriteStep::copyHalf,  WriteStep::copied,          WriteStep::versionMoved,
-    WriteStep::published, WriteStep::sleepersCleared, WriteStep::woken};
-
-std::set<WriteStep> with(std::set<WriteStep> steps, const std::set<WriteStep>& more) {
-  steps.insert(more.begin(), more.end());
+std::set<WriteStep> with(std::set<WriteStep> steps, WriteStep more) {
+  steps.insert(more);
   return steps;
 }
 
-// Writing over and over to a nearly full table, each time another key, leaves marks until a rebuild is due.
-const std::vector<Kind> kKinds = {
-    {"insert", [](auto n, const auto& put, const auto&) { put(100 + n, 7); },
-     with(kEveryWrite, {WriteStep::cellMoved, WriteStep::membersMoved})},
-    {"replace", [](auto n, const auto& put, const auto&) { put(1 + n % kRows, 7 + n); }, kEveryWrite},
-    {"remove", [](auto n, const auto&, const auto& remove) { remove(1 + n); },
-     with(kEveryWrite, {WriteStep::cellMoved, WriteStep::membersMoved})},
-    {"churn",
-     [](auto n, const auto& put, const auto& remove) {
-       if (n % 2 == 0) {
-         put(1000 + n, 7);
-       } else {
-         remove(1000 + n - 1);
-       }
-     },
-     with(kEveryWrite, {WriteStep::cellMoved, WriteStep::membersMoved, WriteStep::rebuildCleared,
-                        WriteStep::rebuildHalf, WriteStep::rebuildFilled, WriteStep::rebuildSwitched})},
+std::set<WriteStep> steps(WriteStep first, WriteStep last, std::set<WriteStep> without = {}) {
+  std::set<WriteStep> all;
+  for (int step = static_cast<int>(first); step <= static_cast<int>(last); ++step) {
+    if (!without.contains(static_cast<WriteStep>(step))) all.insert(static_cast<WriteStep>(step));
+  }
+  return all;
+}
+
+struct Change {
+  std::uint64_t id;
+  std::uint64_t stamp;
 };
+
+struct Kind {
+  const char* name;
+  Change (*change)(std::uint64_t n);  // the n-th write of this kind
+  std::uint64_t changes;              // 0: the writer ends while it takes the table over
+  std::set<WriteStep> steps;          // those it passes through
+};
+
+// Writing over and over to a nearly full table, each time another key, leaves marks until a rebuild is due.
+const Kind kKinds[] = {
+    {"insert",
+     [](std::uint64_t n) {
+       return Change{100 + n, 7};
+     },
+     kRows, steps(WriteStep::begun, WriteStep::woken)},
+    {"replace",
+     [](std::uint64_t n) {
+       return Change{1 + n, 7 + n};
+     },
+     kRows, steps(WriteStep::begun, WriteStep::woken, {WriteStep::cellMoved, WriteStep::membersMoved})},
+    {"remove",
+     [](std::uint64_t n) {
+       return Change{1 + n, 0};
+     },
+     kRows, steps(WriteStep::begun, WriteStep::woken)},
+    {"churn",
+     [](std::uint64_t n) {
+       return Change{1000 + n / 2, n % 2 == 0 ? 7u : 0u};
+     },
+     400, steps(WriteStep::rebuildCleared, WriteStep::woken)},
+    {"take over",
+     [](std::uint64_t) {
+       return Change{1, 1};
+     },
+     0, with(steps(WriteStep::rebuildCleared, WriteStep::rebuildSwitched), WriteStep::membersMoved)},
+};
+
+template <class Table>
+void change(Table& table, const Kind& kind, std::uint64_t n) {
+  put(table, kind.change(n).id, kind.change(n).stamp);
+}
 
 Model after(const Kind& kind, std::uint64_t changes) {
   Model model;
   for (std::uint64_t id = 1; id <= kRows; ++id) model[id] = 1;
-  for (std::uint64_t n = 0; n < changes; ++n) {
-    kind.change(
-        n, [&](std::uint64_t id, std::uint64_t stamp) { model[id] = stamp; },
-        [&](std::uint64_t id) { model.erase(id); });
-  }
+  for (std::uint64_t n = 0; n < changes; ++n) change(model, kind, n);
   return model;
-}
-
-bool readable(int descriptor) {
-  pollfd waiting{descriptor, POLLIN, 0};
-  return poll(&waiting, 1, 0) == 1;
 }
 
 class Death : public TableTest {
  protected:
-  void prepare() {
-    const auto table = writer(kCapacity);
-    for (std::uint64_t id = 1; id <= kRows; ++id) put(*table, id, 1);
+  /// A table whose next change carries sequence 0 and whose next index generations wrap.
+  void prepare() const {
+    Vesta::AttachOptions start = options(kCapacity);
+    start.firstSequence = Vesta::kSequenceMask - kRows;
+    Writer table(start);
+    for (std::uint64_t id = 1; id <= kRows; ++id) put(table, id, 1);
+    Vesta::Segment& segment = *table.segment().mapping();
+    const auto which = static_cast<std::uint32_t>(segment.load(Vesta::kIndexAt) & 1);
+    segment.store(Vesta::kIndexAt, Vesta::sealed(0xfffffffc | which, Vesta::kIndexAt));
   }
-  /// Changes the table in a child until it dies at `step`. False when it never passed it.
-  bool dieAt(const Kind& kind, WriteStep step, SharedProgress& progress);
-  /// What must hold however far the dead writer came: its finished changes and maybe the one under way.
-  Model expectSurvivor(Reader& follower, const Kind& kind, std::uint64_t done);
 };
 
-bool Death::dieAt(const Kind& kind, WriteStep step, SharedProgress& progress) {
-  Child child([&] {
-    bool armed = false;
-    Vesta::AttachOptions with = options(kCapacity);
-    with.stepHook = [&](WriteStep now) {
-      if (armed && now == step) raise(SIGKILL);
-    };
-    Writer table(with);
-    armed = true;
-    for (std::uint64_t n = 0; n < kRows; ++n) {
-      kind.change(
-          n, [&](std::uint64_t id, std::uint64_t stamp) { put(table, id, stamp); },
-          [&](std::uint64_t id) { table.remove(TestKey{id}, nullptr); });
-      ++progress->done;
-    }
-    for (std::uint64_t n = kRows; n < 400 && std::string(kind.name) == "churn"; ++n) {
-      kind.change(
-          n, [&](std::uint64_t id, std::uint64_t stamp) { put(table, id, stamp); },
-          [&](std::uint64_t id) { table.remove(TestKey{id}, nullptr); });
-      ++progress->done;
-    }
-    return 0;
-  });
-  const int end = child.wait();
-  EXPECT_TRUE(end == 0 || end == -SIGKILL) << end;
-  return end == -SIGKILL;
-}
-
-Model Death::expectSurvivor(Reader& follower, const Kind& kind, std::uint64_t done) {
-  const Model without = after(kind, done);
-  const Model withLast = after(kind, done + 1);
-  const Model found = contents(follower);
-  EXPECT_TRUE(found == without || found == withLast);
-  for (const auto& [id, stamp] : without) {
-    if (withLast.contains(id) && withLast.at(id) == stamp) {
-      EXPECT_EQ(stampOf(follower, id), stamp) << id;
-    }
-  }
-  return found;
-}
-
-TEST_F(Death, Writer_KilledAtEachStepOfEachKindOfWrite) {
+TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
   for (const Kind& kind : kKinds) {
     std::set<WriteStep> passed;
-    for (int at = 0; at <= static_cast<int>(WriteStep::woken); ++at) {
-      SCOPED_TRACE(std::string(kind.name) + " at step " + std::to_string(at));
-      std::filesystem::remove_all(folder_ + "/some");
+    for (const WriteStep step : steps(WriteStep::rebuildCleared, WriteStep::woken)) {
+      SCOPED_TRACE(std::string(kind.name) + " at step " + std::to_string(static_cast<int>(step)));
+      startOver();
       prepare();
       const auto follower = reader(kCapacity);
-      told(*follower);
+      Model known;
+      told(*follower, &known);
       ASSERT_TRUE(follower->maySleep());
-      SharedProgress progress;
-      if (!dieAt(kind, static_cast<WriteStep>(at), progress)) continue;
-      passed.insert(static_cast<WriteStep>(at));
-      const Model survived = expectSurvivor(*follower, kind, progress->done);
+      auto& done = sharedCount(0);
+      Child child([&] {
+        bool armed = kind.changes == 0;
+        Vesta::AttachOptions stepped = options(kCapacity);
+        stepped.stepHook = [&](WriteStep now) {
+          if (armed && now == step) raise(SIGSTOP);
+        };
+        Writer table(stepped);
+        armed = true;
+        for (; done < kind.changes; ++done) change(table, kind, done);
+        return 0;
+      });
+      if (child.wait() == 0) continue;
+      passed.insert(step);
+      const Model survived = contents(*follower);  // beside a writer that has stopped
+      EXPECT_TRUE(follower->connected());
+      EXPECT_TRUE(survived == after(kind, done) || survived == after(kind, done + 1));
+      for (const auto& [id, stamp] : after(kind, done)) {
+        EXPECT_TRUE(id == kind.change(done).id || stampOf(*follower, id) == stamp) << id;
+      }
+      child.signal(SIGKILL);
+      ASSERT_EQ(child.wait(), -SIGKILL);
 
       const auto next = writer(kCapacity);
-      EXPECT_TRUE(readable(follower->wakeDescriptor()))
-          << "a new writer wakes whom the dead one may not have";
-      const Model repaired = contents(*next);
-      EXPECT_EQ(repaired, survived) << "what readers have seen stays";
-      EXPECT_EQ(contents(*follower), repaired);
-      EXPECT_EQ(next->members(), repaired.size());
-      for (const auto& [id, stamp] : repaired) ASSERT_EQ(stampOf(*follower, id), stamp);
-      EXPECT_TRUE(next->validate());
-
-      // Told of the last state of everything that changed; and the table goes on.
-      std::map<std::uint64_t, std::uint64_t> known = after(kind, 0);
-      for (const std::uint64_t id : told(*follower)) {
-        const std::uint64_t stamp = stampOf(*follower, id);
-        if (stamp == 0) {
-          known.erase(id);
-        } else {
-          known[id] = stamp;
-        }
-      }
-      EXPECT_EQ(known, repaired);
+      EXPECT_TRUE(readable(follower->wakeDescriptor())) << "it wakes whom the dead one may not have";
+      EXPECT_EQ(contents(*next), survived) << "what readers have seen stays";
+      EXPECT_EQ(contents(*follower), survived);
+      for (const auto& [id, stamp] : survived) ASSERT_EQ(stampOf(*follower, id), stamp);
+      EXPECT_TRUE(next->validate() && next->members() == survived.size());
+      told(*follower, &known);
+      EXPECT_EQ(known, survived);
       put(*next, 5000, 3);
-      next->remove(TestKey{2}, nullptr);
+      put(*next, 2, 0);
       EXPECT_EQ(stampOf(*follower, 5000), 3u);
       EXPECT_EQ(stampOf(*follower, 2), 0u);
     }
@@ -189,88 +149,65 @@ TEST_F(Death, Writer_KilledAtEachStepOfEachKindOfWrite) {
   }
 }
 
-TEST_F(Death, Writer_KilledWhileTakingOver) {
-  for (const WriteStep step : {WriteStep::rebuildCleared, WriteStep::rebuildHalf, WriteStep::rebuildFilled,
-                               WriteStep::rebuildSwitched, WriteStep::membersMoved}) {
-    std::filesystem::remove_all(folder_ + "/some");
-    prepare();
-    const auto follower = reader(kCapacity);
-    Child child([&] {
-      Vesta::AttachOptions with = options(kCapacity);
-      with.stepHook = [&](WriteStep now) {
-        if (now == step) raise(SIGKILL);
-      };
-      Writer table(with);
-      return 0;
-    });
-    ASSERT_EQ(child.wait(), -SIGKILL);
-    EXPECT_EQ(contents(*follower).size(), kRows);
-    for (std::uint64_t id = 1; id <= kRows; ++id) EXPECT_EQ(stampOf(*follower, id), 1u);
-    EXPECT_EQ(contents(*writer(kCapacity)).size(), kRows);
-  }
-}
-
-// At any instruction: the parent kills a writer at full speed at a random moment.
-TEST_F(Death, Writer_KilledAtRandomMoments) {
-  std::mt19937_64 random(3);
-  const auto follower = reader(kCapacity);
-  std::uint64_t stamp = 0;
-  for (std::uint64_t round = 0; round < scaled(200); ++round) {
-    SharedProgress progress;
-    progress->done = stamp;
-    Child child([&] {
-      Writer table(options(kCapacity));
-      for (std::uint64_t n = stamp + 1;; ++n) {
-        if (n % 24 < 16) {
-          put(table, n % 12, n);
-        } else {
-          table.remove(TestKey{n % 12}, nullptr);
-        }
-        progress->done = n;
+// Creation, removal and replacement of a segment, killed on the way into and out of each system call. Readers
+// never miss a sound row, and whoever comes next finds all of them.
+TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
+  const struct {
+    const char* name;
+    std::function<void()> work;
+    std::uint64_t rows;  // from id 2 on, kept throughout
+  } works[] = {{"create", [&] { startOver(), writer(kCapacity); }, 0},
+               {"clean up", [&] { writer(kCapacity)->cleanup(); }, 0},
+               {"replace",
+                [&] {
+                  const auto table = writer(kCapacity);
+                  damageRow(*table, TestKey{1});
+                  EXPECT_NE(failure([&] { reader(kCapacity); }), "");
+                  put(*table, 2, 1);
+                },
+                kRows - 1}};
+  for (const auto& work : works) {
+    int end = -SIGKILL;
+    for (int calls = 0; end != 0; ++calls) {
+      SCOPED_TRACE(std::string(work.name) + ", system call " + std::to_string(calls));
+      startOver();
+      prepare();
+      const auto follower = reader(kCapacity);
+      Model known;
+      told(*follower, &known);
+      Child child([&] {
+        ptrace(PTRACE_TRACEME, 0, 0, 0);
+        raise(SIGSTOP);
+        work.work();
+        return 0;
+      });
+      end = child.wait();
+      for (int i = 0; i < calls && end < 0; ++i) {
+        ptrace(PTRACE_SYSCALL, child.pid(), 0, 0);
+        end = child.wait();
       }
-      return 0;
-    });
-    while (progress->done == stamp) std::this_thread::yield();
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 500));
-    child.signal(SIGKILL);
-    ASSERT_EQ(child.wait(), -SIGKILL);
-    const std::uint64_t done = progress->done;
-    Model model;
-    for (std::uint64_t n = done > 48 ? done - 48 : 1; n <= done; ++n) {
-      if (n % 24 < 16) {
-        model[n % 12] = n;
-      } else {
-        model[n % 12] = 0;
-      }
-    }
-    const auto next = writer(kCapacity);
-    for (const auto& [id, expected] : model) {
-      const std::uint64_t found = stampOf(*follower, id);
-      if (id == (done + 1) % 12 && found != expected) {
-        EXPECT_EQ(found, (done + 1) % 24 < 16 ? done + 1 : 0) << "the one change under way";
-      } else {
-        ASSERT_EQ(found, expected) << id;
-      }
-    }
-    told(*follower);
-    ASSERT_TRUE(next->quiesced(next->sequence()));
-    stamp = (done / 24 + 1) * 24;
-    for (std::uint64_t n = stamp - 23; n <= stamp; ++n) {  // a known state for the next round
-      if (n % 24 < 16) {
-        put(*next, n % 12, n);
-      } else {
-        next->remove(TestKey{n % 12}, nullptr);
-      }
+      ASSERT_TRUE(end == 0 || end == -SIGTRAP || end == -SIGSTOP) << end;
+      child.signal(SIGKILL);
+      ASSERT_TRUE(end == 0 || child.wait() == -SIGKILL);
+      told(*follower, &known);
+      for (std::uint64_t id = 2; id < 2 + work.rows; ++id) ASSERT_EQ(stampOf(*follower, id), 1u) << id;
+      const auto next = writer(kCapacity);
+      Model found = contents(*next);
+      EXPECT_EQ(contents(*reader(kCapacity)), found);
+      if (std::string(work.name) == "create") continue;
+      told(*follower, &known);
+      EXPECT_EQ(known, found);
+      found.erase(1);
+      EXPECT_TRUE(found.size() == kRows - 1 || found.size() == work.rows) << found.size();
     }
   }
 }
 
-// Many times more readers than there are places, all killed: places come back, the writer never waits.
-TEST_F(Death, Readers_KilledAtRandomMomentsGiveTheirPlacesBack) {
+// More readers than there are places, all killed at random moments: places come back, the writer never waits.
+TEST_F(Death, Readers_KilledGiveTheirPlacesBack) {
   const auto table = writer(kCapacity);
   std::mt19937_64 random(5);
-  std::uint64_t stamp = 1;
-  for (std::uint64_t round = 0; round < 130; ++round) {
+  for (std::uint64_t round = 1; round <= Vesta::kMaxReaders + 10; ++round) {
     Pipe ready;
     Child child([&] {
       const auto follower = reader(kCapacity);
@@ -283,10 +220,10 @@ TEST_F(Death, Readers_KilledAtRandomMomentsGiveTheirPlacesBack) {
       return 0;
     });
     ready.await();
-    for (std::uint64_t i = 0; i < 50 + random() % 1000; ++i) put(*table, i % 10, ++stamp);
+    for (std::uint64_t i = 0; i < 50 + random() % 1000; ++i) put(*table, i % 10, round);
     child.signal(SIGKILL);
     ASSERT_EQ(child.wait(), -SIGKILL);
-    put(*table, 3, ++stamp);
+    put(*table, 3, round);
     ASSERT_TRUE(table->quiesced(table->sequence())) << "the dead do not count";
     ASSERT_TRUE(table->readers().empty());
   }
@@ -299,9 +236,8 @@ TEST_F(Death, Readers_StoppedHoldNobodyUp) {
   Child child([&] {
     const auto follower = reader(kCapacity);
     ready.say();
-    while (follower->segment().sequence() < 10002) follower->poll(100);
-    while (follower->poll(100) != 0) {
-    }
+    while (stampOf(*follower, 2) == 0) follower->poll(100);
+    told(*follower);
     EXPECT_EQ(stampOf(*follower, 1), 10001u);
     done.say();
     pause();

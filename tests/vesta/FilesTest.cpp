@@ -1,26 +1,25 @@
-#include "Support.h"
-
+// Creation of segments, what stands in its way, and their removal.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
+
+#include "Support.h"
+#include "vesta/LockFile.h"
 
 namespace VestaTest {
 namespace {
+
+using Names = std::vector<std::string>;
 
 mode_t modeOf(const std::string& file) {
   struct stat status {};
   EXPECT_EQ(lstat(file.c_str(), &status), 0) << file;
   return status.st_mode & 07777;
-}
-
-std::string failure(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const Cairn::Exception& exception) {
-    return exception.what();
-  }
-  return "";
 }
 
 TEST_F(TableTest, Files_ArePrivate) {
@@ -29,7 +28,7 @@ TEST_F(TableTest, Files_ArePrivate) {
   const auto follower = reader();
   EXPECT_EQ(modeOf(folder_ + "/some"), 0700u);
   EXPECT_EQ(modeOf(folder_ + "/some/place"), 0700u);
-  EXPECT_EQ(files(), (std::vector<std::string>{"table", "table.lock", "vesta.table.0"}));
+  EXPECT_EQ(files(), (Names{"table", "table.lock", "vesta.table.0"}));
   for (const std::string& file : files()) EXPECT_EQ(modeOf(path().folder() + "/" + file), 0600u) << file;
   EXPECT_TRUE(table->validateFiles());
 }
@@ -38,7 +37,7 @@ TEST_F(TableTest, Files_OneWriterAtATimeBetweenProcesses) {
   const auto table = writer();
   Child second([this] {
     EXPECT_EQ(failure([this] { writer(); }),
-              path().text() + " has a writer already: process " + std::to_string(getppid()));
+              file() + " has a writer already: process " + std::to_string(getppid()));
     return 0;
   });
   EXPECT_EQ(second.wait(), 0);
@@ -53,66 +52,170 @@ TEST_F(TableTest, Files_EitherSideStartsFirstAndRestarts) {
   EXPECT_TRUE(follower->connected());
   EXPECT_EQ(follower->writerProcess(), getpid());
   put(*table, 1, 1);
-  EXPECT_EQ(told(*follower), std::vector<std::uint64_t>{1});
+  EXPECT_EQ(told(*follower), Ids{1});
   table.reset();
   EXPECT_FALSE(follower->connected());
   table = writer();  // goes on with the rows
   EXPECT_EQ(stampOf(*table, 1), 1u);
   put(*table, 2, 1);
-  EXPECT_EQ(told(*follower), std::vector<std::uint64_t>{2});
+  EXPECT_EQ(told(*follower), Ids{2});
   follower = reader();
   EXPECT_EQ(contents(*follower).size(), 2u);
 }
 
-struct Obstacle {
-  const char* name;
-  std::function<void(const std::string& folder)> place;
-  const char* expected;
-};
-
-class FilesObstacle : public TableTest, public ::testing::WithParamInterface<Obstacle> {};
-
-TEST_P(FilesObstacle, Files_InTheWayAreRefusedNotFollowed) {
-  writer()->detach();
-  GetParam().place(path().folder());
-  EXPECT_THAT(failure([this] { writer(); }), ::testing::HasSubstr(GetParam().expected));
-  EXPECT_THAT(failure([this] { reader(); }), ::testing::HasSubstr(GetParam().expected));
+TEST_F(TableTest, Files_InTheWayAreRefusedNotFollowed) {
+  const std::string folder = path().folder();
+  const auto linked = [](const std::string& name) {
+    std::filesystem::rename(name, name + "2");
+    std::filesystem::create_symlink(name + "2", name);
+  };
+  const struct {
+    const char* name;
+    std::function<void()> place;
+    std::string expected;
+    bool toWriters = true;
+  } obstacles[] = {
+      {"link", [&] { linked(folder + "/table"); }, "/table: Too many levels of symbolic links"},
+      {"linked lock", [&] { linked(folder + "/table.lock"); }, ".lock: Too many levels of symbolic links"},
+      {"linked folder", [&] { linked(folder); }, "/some/place: Not a directory"},
+      {"linked FIFO", [&] { std::filesystem::create_symlink("elsewhere", folder + "/vesta.table.0"); },
+       "/vesta.table.0: Too many levels of symbolic links", false},
+      {"open folder", [&] { chmod(folder.c_str(), 0755); }, "expected mode 0700, found 0755"},
+      {"open file", [&] { chmod((folder + "/table").c_str(), 0644); }, "expected mode 0600, found 0644"},
+      {"open lock", [&] { chmod((folder + "/table.lock").c_str(), 0660); }, "expected mode 0600, found 0660"},
+      {"FIFO",
+       [&] {
+         std::filesystem::remove(folder + "/table");
+         mkfifo((folder + "/table").c_str(), 0600);
+       },
+       "expected a regular file"},
+      {"foreign file",
+       [&] {
+         if (chown((folder + "/table").c_str(), 12345, 12345) != 0) chmod((folder + "/table").c_str(), 0644);
+       },
+       geteuid() == 0 ? "expected owner 0, found 12345" : "found 0644"},
+  };
+  for (const auto& obstacle : obstacles) {
+    SCOPED_TRACE(obstacle.name);
+    startOver();
+    std::filesystem::remove_all(folder + "2");
+    writer().reset();
+    obstacle.place();
+    EXPECT_THAT(failure([this] { reader(); }), ::testing::HasSubstr(obstacle.expected));
+    EXPECT_THAT(failure([this] { writer(); }),
+                ::testing::HasSubstr(obstacle.toWriters ? obstacle.expected : ""));
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Obstacles, FilesObstacle,
-    ::testing::Values(
-        Obstacle{"Link",
-                 [](const std::string& folder) {
-                   std::filesystem::rename(folder + "/table", folder + "/elsewhere");
-                   std::filesystem::create_symlink("elsewhere", folder + "/table");
-                 },
-                 "Too many levels of symbolic links"},
-        Obstacle{"LinkedFolder",
-                 [](const std::string& folder) {
-                   std::filesystem::rename(folder, folder + "2");
-                   std::filesystem::create_directory_symlink("place2", folder);
-                 },
-                 "/some/place: Not a directory"},
-        Obstacle{"OpenFolder", [](const std::string& folder) { chmod(folder.c_str(), 0755); },
-                 "expected mode 0700, found 0755"},
-        Obstacle{"OpenFile", [](const std::string& folder) { chmod((folder + "/table").c_str(), 0644); },
-                 "expected mode 0600, found 0644"},
-        Obstacle{"OpenLock", [](const std::string& folder) { chmod((folder + "/table.lock").c_str(), 0660); },
-                 "expected mode 0600, found 0660"},
-        Obstacle{"Fifo",
-                 [](const std::string& folder) {
-                   std::filesystem::remove(folder + "/table");
-                   mkfifo((folder + "/table").c_str(), 0600);
-                 },
-                 "expected a regular file"}),
-    [](const auto& test) { return std::string(test.param.name); });
+// A table of 4096 rows: 4 MB that are not there.
+TEST_F(TableTest, Creation_OnAFullFileSystemLeavesNothingHalfMade) {
+  Child child([this] {
+    if (mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=256k") != 0) return 77;
+    EXPECT_THAT(failure([this] { writer(4096); }),
+                ::testing::MatchesRegex("create segment .*: reserve [0-9]+ bytes: No space left on device"));
+    EXPECT_EQ(files(), Names{"table.lock"});
+    EXPECT_EQ(failure([this] { writer(16); }), "") << "what fits still works";
+    umount2(folder_.c_str(), MNT_DETACH);
+    return 0;
+  });
+  const int end = child.wait();
+  if (end == 77) GTEST_SKIP() << "only root can mount";
+  EXPECT_EQ(end, 0);
+}
 
-TEST_F(TableTest, Files_AnotherOwnerIsRefused) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can give files away";
-  writer()->detach();
-  ASSERT_EQ(chown((path().folder() + "/table").c_str(), 12345, 12345), 0);
-  EXPECT_THAT(failure([this] { writer(); }), ::testing::HasSubstr("expected owner 0, found 12345"));
+TEST_F(TableTest, Creation_RefusedByTheSystemLeavesNothingHalfMade) {
+  Child child([this] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlim_t size = limit(RLIMIT_FSIZE, 65536);
+    EXPECT_THAT(failure([this] { writer(4096); }), ::testing::EndsWith("bytes: File too large"));
+    EXPECT_EQ(files(), Names{"table.lock"});
+    limit(RLIMIT_FSIZE, size);
+    for (const auto& attach :
+         std::vector<std::function<void()>>{[this] { writer(); }, [this] { reader(); }}) {
+      startOver();
+      const rlim_t before = limit(RLIMIT_NOFILE, 3);
+      std::string said = failure(attach);
+      EXPECT_NE(said, "");
+      for (rlim_t number = 4; number < 40 && !said.empty(); ++number) {
+        EXPECT_THAT(said, ::testing::EndsWith("Too many open files"));
+        limit(RLIMIT_NOFILE, 40);
+        EXPECT_THAT(files(), ::testing::Not(::testing::Contains("table")));
+        limit(RLIMIT_NOFILE, number);
+        said = failure(attach);
+      }
+      EXPECT_EQ(said, "");
+      limit(RLIMIT_NOFILE, before);
+    }
+    startOver();
+    chmod(folder_.c_str(), 0555);
+    EXPECT_TRUE(geteuid() != 0 || seteuid(12345) == 0);
+    EXPECT_EQ(failure([&] { writer(); }), "create folder " + folder_ + "/some: Permission denied");
+    EXPECT_EQ(failure([&] { reader(); }), "create folder " + folder_ + "/some: Permission denied");
+    return 0;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  chmod(folder_.c_str(), 0700);
+}
+
+// Readers of a table that is taken down: it is empty, its keys are told as gone, and a new one is found.
+TEST_F(TableTest, Removal_IsToldToReadersWhoFollowToTheNextTable) {
+  auto table = writer();
+  const auto follower = reader();
+  put(*table, 1, 1);
+  put(*table, 2, 1);
+  told(*follower);
+  ASSERT_TRUE(follower->maySleep());
+  table->cleanup();
+  EXPECT_EQ(files(), (Names{"table.lock", "vesta.table.0"})) << "the FIFO of a living reader";
+  EXPECT_TRUE(readable(follower->wakeDescriptor()));
+  follower->descriptorReadable();
+  EXPECT_EQ(told(*follower), (Ids{1, 2}));
+  EXPECT_EQ(contents(*follower).size(), 0u);
+  EXPECT_TRUE(follower->maySleep());
+  EXPECT_THROW(put(*table, 3, 1), Cairn::NoPermissionException);
+
+  table = writer();
+  EXPECT_TRUE(readable(follower->wakeDescriptor()));
+  follower->descriptorReadable();
+  put(*table, 4, 1);
+  EXPECT_EQ(told(*follower), Ids{4});
+  EXPECT_EQ(stampOf(*follower, 4), 1u);
+  EXPECT_EQ(table->readers().size(), 1u);
+}
+
+// A reader and a writer that both wait to create the table: whoever is first, the other goes on with it.
+TEST_F(TableTest, Creation_ByBothSidesAtTheSameMoment) {
+  writer()->cleanup();
+  const Vesta::Descriptor folder(open(path().folder().c_str(), O_RDONLY | O_CLOEXEC));
+  for (int round = 0; round < 20; ++round) {
+    Vesta::LockFile lock(folder.get(), "table.lock", "");
+    ASSERT_TRUE(lock.tryLock(Vesta::LockFile::kCreation));
+    Pipe begun;
+    Child reads([&] {
+      begun.say();
+      EXPECT_EQ(failure([this] { reader(); }), "");
+      return 0;
+    });
+    Child writes([&] {
+      begun.say();
+      writer();
+      return 0;
+    });
+    begun.await();
+    begun.await();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    lock.unlock(Vesta::LockFile::kCreation);
+    ASSERT_EQ(reads.wait(), 0);
+    ASSERT_EQ(writes.wait(), 0);
+    writer()->cleanup();
+  }
+}
+
+// Key and entry sizes of the hardware tables, as literals, with their capacities.
+TEST(Memory, AtMost512BytesForEachEntryOfCapacity) {
+  const Vesta::Shape kinds[] = {{39, 71, 8192, 0}, {39, 71, 4096, 0}, {39, 58, 8192, 0}, {24, 49, 512, 0},
+                                {24, 43, 512, 0},  {8, 39, 8192, 0},  {8, 27, 8192, 0}};
+  for (const Vesta::Shape& kind : kinds) EXPECT_LE(Vesta::Layout(kind).bytes(), 512u * kind.capacity);
 }
 
 }  // namespace

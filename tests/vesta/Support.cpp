@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <thread>
 
 namespace VestaTest {
 
@@ -19,7 +19,31 @@ constexpr std::uint64_t proofOf(std::uint64_t id, std::uint64_t stamp, std::uint
   return (id + 1) * 0x9e3779b97f4a7c15u ^ (stamp + i) * 0xd6e8feb86659fd93u;
 }
 
+constexpr std::size_t kPage = 4096;
+void* trapped = nullptr;  // the page of the trap that is set
+std::function<void()> onTrap;
+
+void touched(int, siginfo_t* info, void*) {
+  const auto page = reinterpret_cast<std::uintptr_t>(info->si_addr) / kPage * kPage;
+  if (trapped == nullptr || page != reinterpret_cast<std::uintptr_t>(trapped)) {
+    ::signal(SIGSEGV, SIG_DFL);  // a fault that is none of ours happens again, and ends the process
+    return;
+  }
+  mprotect(std::exchange(trapped, nullptr), kPage, PROT_READ);
+  std::exchange(onTrap, {})();
+}
+
 }  // namespace
+
+void onTouch(const Vesta::Word& word, std::function<void()> then) {
+  struct sigaction action {};
+  action.sa_sigaction = touched;
+  action.sa_flags = SA_SIGINFO | SA_NODEFER;
+  sigaction(SIGSEGV, &action, nullptr);
+  onTrap = std::move(then);
+  trapped = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(&word) / kPage * kPage);
+  mprotect(trapped, kPage, PROT_NONE);
+}
 
 TestEntry TestEntry::make(std::uint64_t id, std::uint64_t stamp) {
   return {id, stamp, {proofOf(id, stamp, 0), proofOf(id, stamp, 1), proofOf(id, stamp, 2)}};
@@ -28,14 +52,6 @@ TestEntry TestEntry::make(std::uint64_t id, std::uint64_t stamp) {
 bool TestEntry::whole() const {
   const TestEntry expected = make(id, stamp);
   return std::memcmp(this, &expected, sizeof expected) == 0;
-}
-
-Log::Log() {
-  handler->sinkIs([this](const Cairn::DebugHandler::Message& message) {
-    lines.push_back(std::to_string(message.level) + " " + std::string(message.source) + ":" +
-                    std::to_string(message.line) + " " + std::string(message.function) + " " +
-                    std::string(message.text));
-  });
 }
 
 TableTest::TableTest() {
@@ -48,8 +64,14 @@ TableTest::~TableTest() { std::filesystem::remove_all(folder_); }
 
 Vesta::AttachOptions TableTest::options(std::uint32_t capacity) const {
   Vesta::AttachOptions options{.path = path(), .capacity = capacity};
-  options.debugHandler = log_->handler;
+  options.debugHandler = std::make_shared<Cairn::DebugHandler>(0);
   return options;
+}
+
+Vesta::AttachOptions TableTest::observer(std::uint32_t capacity) const {
+  Vesta::AttachOptions with = options(capacity);
+  with.observer = true;
+  return with;
 }
 
 std::unique_ptr<Writer> TableTest::writer(std::uint32_t capacity) const {
@@ -62,6 +84,7 @@ std::unique_ptr<Reader> TableTest::reader(std::uint32_t capacity) const {
 
 std::vector<std::string> TableTest::files() const {
   std::vector<std::string> names;
+  if (!std::filesystem::exists(path().folder())) return names;
   for (const auto& file : std::filesystem::directory_iterator(path().folder())) {
     names.push_back(file.path().filename());
   }
@@ -69,19 +92,30 @@ std::vector<std::string> TableTest::files() const {
   return names;
 }
 
+void TableTest::startOver() const { std::filesystem::remove_all(folder_ + "/some"); }
+
 void put(Writer& table, std::uint64_t id, std::uint64_t stamp) {
-  table.write(Row{{id}, TestEntry::make(id, stamp)}, false);
+  if (stamp != 0) {
+    table.write(Row{{id}, TestEntry::make(id, stamp)}, false);
+  } else {
+    table.remove(TestKey{id}, nullptr);
+  }
 }
 
-std::uint64_t stampOf(Vesta::VestaBase<TestKey, TestEntry>& table, std::uint64_t id) {
+void put(Model& model, std::uint64_t id, std::uint64_t stamp) {
+  model[id] = stamp;
+  if (stamp == 0) model.erase(id);
+}
+
+std::uint64_t stampOf(Table& table, std::uint64_t id) {
   bool found = false;
   const TestEntry& entry = table.directLookup(TestKey{id}, found, nullptr);
   EXPECT_TRUE(!found || (entry.whole() && entry.id == id));
   return found ? entry.stamp : 0;
 }
 
-std::map<std::uint64_t, std::uint64_t> contents(Vesta::VestaBase<TestKey, TestEntry>& table) {
-  std::map<std::uint64_t, std::uint64_t> rows;
+Model contents(Table& table) {
+  Model rows;
   Row row;
   Vesta::IterHint hint;
   for (bool more = table.first(row, hint); more; more = table.next(row.key, row, hint)) {
@@ -91,17 +125,35 @@ std::map<std::uint64_t, std::uint64_t> contents(Vesta::VestaBase<TestKey, TestEn
   return rows;
 }
 
-std::vector<std::uint64_t> told(Reader& reader) {
-  std::vector<std::uint64_t> ids;
-  reader.onChangeIs([&ids](const TestKey& key) { ids.push_back(key.id); });
+Ids told(Reader& reader, Model* known) {
+  Ids ids;
+  reader.onChangeIs([&](const TestKey& key) {
+    ids.push_back(key.id);
+    if (known != nullptr) put(*known, key.id, stampOf(reader, key.id));
+  });
   while (reader.poll(1000) != 0) {
   }
   reader.onChangeIs({});
   return ids;
 }
 
+bool readable(int descriptor) {
+  pollfd waiting{descriptor, POLLIN, 0};
+  return poll(&waiting, 1, 0) == 1;
+}
+
+std::string failure(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const Cairn::Exception& exception) {
+    return exception.what();
+  }
+  return "";
+}
+
 Child::Child(const std::function<int()>& body) : pid_(fork()) {
   if (pid_ != 0) return;
+  alarm(60);
   int code = 98;
   try {
     code = body();
@@ -112,25 +164,14 @@ Child::Child(const std::function<int()>& body) : pid_(fork()) {
 }
 
 Child::~Child() {
-  if (pid_ <= 0) return;
-  kill(pid_, SIGKILL);
-  waitpid(pid_, nullptr, 0);
+  signal(SIGKILL);
+  if (pid_ > 0) waitpid(pid_, nullptr, 0);
 }
 
-void Child::signal(int number) const { kill(pid_, number); }
-
-int Child::wait(int seconds) {
+int Child::wait() {
   int status = 0;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  while (waitpid(pid_, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > end) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, &status, 0);
-      ADD_FAILURE() << "child hung";
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
-  }
+  waitpid(pid_, &status, WUNTRACED);
+  if (WIFSTOPPED(status)) return -WSTOPSIG(status);
   pid_ = -1;
   return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
@@ -144,13 +185,46 @@ Pipe::~Pipe() {
   close(ends_[1]);
 }
 
-void Pipe::say() const { (void)!write(ends_[1], "s", 1); }
-
 void Pipe::await() const {
   pollfd waiting{ends_[0], POLLIN, 0};
   char byte = 0;
   ASSERT_EQ(::poll(&waiting, 1, 30000), 1) << "the other side said nothing";
   (void)!read(ends_[0], &byte, 1);
+}
+
+std::atomic<std::uint64_t>& sharedCount(std::uint64_t value) {
+  void* page = mmap(nullptr, kPage, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  return *new (page) std::atomic<std::uint64_t>(value);
+}
+
+rlim_t limit(decltype(RLIMIT_NOFILE) resource, rlim_t bound) {
+  rlimit limited{};
+  getrlimit(resource, &limited);
+  std::swap(limited.rlim_cur, bound);
+  EXPECT_EQ(setrlimit(resource, &limited), 0);
+  return bound;
+}
+
+ByteReader::ByteReader(const Vesta::AttachOptions& options, std::shared_ptr<Vesta::Segment> mapping)
+    : SegmentReader(Vesta::shapeOf<TestKey, TestEntry>(options.capacity), options, std::move(mapping)) {}
+
+std::uint64_t ByteReader::stampOf(std::uint64_t id) {
+  std::uint32_t slot = 0;
+  buffer_.encodeKey(TestKey{id});
+  if (!lookup(Buffer::kSizes, buffer_.key(), row_.words(), slot)) return 0;
+  TestEntry entry;
+  row_.decodeEntry(entry);
+  EXPECT_TRUE(entry.whole() && entry.id == id);
+  return entry.stamp;
+}
+
+Ids ByteReader::tell(std::size_t limit, const std::function<void(std::uint64_t)>& handled) {
+  Ids ids;
+  poll(limit, [&](const Vesta::Word* key) {
+    ids.push_back(key[0]);
+    handled(key[0]);
+  });
+  return ids;
 }
 
 std::uint64_t scaled(std::uint64_t work) {

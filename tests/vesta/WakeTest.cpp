@@ -1,14 +1,11 @@
 #include <fcntl.h>
-#include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstddef>
 #include <thread>
 
 #include "Support.h"
@@ -18,10 +15,9 @@ namespace VestaTest {
 namespace {
 
 /// Follows a table in a loop, as the agents do, until its key 0 has a row.
-void followInLoop(Reader& follower, const std::function<void()>& handled) {
+void followInLoop(Reader& follower) {
   Quill::EventLoop loop;
   follower.onChangeIs([&](const TestKey& key) {
-    handled();
     if (key.id == 0) loop.stop();
   });
   loop.descriptorIs(follower.wakeDescriptor(), [&] { follower.descriptorReadable(); });
@@ -34,23 +30,17 @@ void followInLoop(Reader& follower, const std::function<void()>& handled) {
   loop.descriptorDel(follower.wakeDescriptor());
 }
 
-class Wake : public TableTest, public ::testing::WithParamInterface<bool> {};
-
 // One write at a time, each against a reader that has just gone to sleep or is about to. A lost wake-up would
-// leave the reader asleep for ever, since nothing else wakes it.
-TEST_P(Wake, EachSingleWriteReachesASleepingReader) {
-  const bool fifoFull = GetParam();
+// leave the reader asleep for ever, since nothing else wakes it: that is what fails here. Waits of more than
+// 100 ms happen on a machine that others use too, so a few are granted. TOLMAR_LONG_TESTS=5 makes it a
+// million writes.
+TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
   const auto table = writer();
   Pipe ready;
   Child child([&] {
     const auto follower = reader();
-    if (fifoFull) {
-      char bytes[4096] = {};
-      while (write(follower->wakeDescriptor(), bytes, sizeof bytes) > 0) {
-      }
-    }
     ready.say();
-    followInLoop(*follower, [] {});
+    followInLoop(*follower);
     return 0;
   });
   ready.await();
@@ -68,52 +58,77 @@ TEST_P(Wake, EachSingleWriteReachesASleepingReader) {
     for (std::uint64_t spin = i % 400; spin > 0; --spin) std::atomic_signal_fence(std::memory_order_seq_cst);
   }
   EXPECT_EQ(child.wait(), 0);
-  EXPECT_LE(late, writes / 10000) << "scheduling delays of a loaded machine, not more";
-  EXPECT_GT(table->writerCounters().wakeups, 0u);
+  EXPECT_LE(late, 2 * writes / 200000);
+  EXPECT_GT(table->writerCounters().wakeups, writes / 100) << "it hardly ever slept: proves nothing";
 }
 
-INSTANTIATE_TEST_SUITE_P(Fifos, Wake, ::testing::Bool(),
-                         [](const auto& test) { return std::string(test.param ? "Full" : "Empty"); });
-
-/// From now on any system call but exit ends this process.
-void forbidSystemCalls() {
-  sock_filter program[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit_group, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
-  };
-  sock_fprog filter{4, program};
-  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
-    _exit(97);
+TEST_F(TableTest, Wake_WithTheFifoFullAndWithoutDescriptors) {
+  const auto table = writer();
+  const auto follower = reader();
+  const int fifo = follower->wakeDescriptor();
+  for (std::uint64_t round = 1; round <= 1000; ++round) {
+    const char bytes[4096] = {};
+    while (write(fifo, bytes, sizeof bytes) > 0) {
+    }
+    ASSERT_TRUE(follower->maySleep());
+    put(*table, 1, round);
+    ASSERT_EQ(table->writerCounters().wakeups, round);
+    ASSERT_TRUE(readable(fifo));
+    follower->descriptorReadable();
+    ASSERT_FALSE(readable(fifo));
+    ASSERT_EQ(told(*follower), Ids{1});
   }
+  const auto late = reader();
+  told(*late);
+  ASSERT_TRUE(late->maySleep());
+  const rlim_t before = limit(RLIMIT_NOFILE, 3);
+  put(*table, 2, 1);
+  EXPECT_FALSE(readable(late->wakeDescriptor())) << "its FIFO cannot be opened";
+  limit(RLIMIT_NOFILE, before);
+  put(*table, 2, 2);
+  EXPECT_TRUE(readable(late->wakeDescriptor())) << "the next write tries again";
 }
 
+// A writer keeps the FIFO of a reader open for as long as its identity is the same, and agents in containers
+// have one process id at every start: the other half must differ.
+TEST_F(TableTest, Wake_ReadersStartedAlikeDiffer) {
+  const auto table = writer();
+  const auto identity = [&] { return table->segment().mapping()->load(Vesta::readerLineAt(0)); };
+  std::uint64_t halves[2] = {};
+  for (std::uint64_t& half : halves) {
+    Pipe attached;
+    Child child([&] {
+      const auto follower = reader();
+      attached.say();
+      return pause();
+    });
+    attached.await();
+    half = identity() >> 32;
+  }
+  EXPECT_NE(halves[0], halves[1]);
+}
+
+// In strict mode a process may do no more than read, write and end; a wake-up has to open the FIFO first.
 TEST_F(TableTest, SystemCalls_NoneWhileTheReaderIsAwake) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer makes system calls of its own";
 #endif
-  const auto awake = reader(8192);
-  Child child([&]() -> int {
-    const auto table = writer(8192);
-    forbidSystemCalls();
-    for (std::uint64_t id = 0; id < 8192; ++id) put(*table, id, 1);
-    _exit(42);
-  });
-  const int end = child.wait();
-  if (end == 97) GTEST_SKIP() << "this system does not let a process give its system calls up";
+  const auto follower = reader(8192);
+  const auto written = [this](std::uint64_t rows) {
+    Child child([&] {
+      const auto table = writer(8192);
+      if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) return 77;
+      for (std::uint64_t id = 0; id < rows; ++id) put(*table, id, 1);
+      return static_cast<int>(syscall(SYS_exit, 42));
+    });
+    return child.wait();
+  };
+  const int end = written(8192);
+  if (end == 77) GTEST_SKIP() << "this system does not let a process give its system calls up";
   EXPECT_EQ(end, 42) << "killed at a system call";
-  EXPECT_EQ(told(*awake).size(), 8192u);
-
-  ASSERT_TRUE(awake->maySleep());
-  Child waking([&]() -> int {
-    const auto table = writer(8192);
-    forbidSystemCalls();
-    put(*table, 0, 2);
-    _exit(42);
-  });
-  EXPECT_EQ(waking.wait(), -SIGSYS) << "this one has to wake: the filter does work";
+  EXPECT_EQ(told(*follower).size(), 8192u);
+  ASSERT_TRUE(follower->maySleep());
+  EXPECT_EQ(written(1), -SIGKILL) << "this one has to wake";
 }
 
 TEST_F(TableTest, SystemCalls_OneWakeUpForEachSleep) {
