@@ -127,7 +127,7 @@ template <class Derived, class KeyT, class EntryT>
 void TableEntityOf<Derived, KeyT, EntryT>::attach(const QuillVesta::MountDescription& description,
                                                   const Vesta::AttachOptions& options,
                                                   Quill::EventLoop& loop) {
-  detach();
+  pump_.reset();
   map_.readyFunctionIs([this] { pump_.reset(); });  // a table found corrupt has no more events
   if (description.type() == QuillVesta::QuillVestaType::writer) {
     map_.attachWriter(options);

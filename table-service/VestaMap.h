@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "table-service/VestaBaseDummy.h"
 #include "vesta/CorruptionReport.h"
@@ -25,9 +26,11 @@ class VestaMap final : private EventSource {
   VestaMap() = default;
   ~VestaMap() override = default;
 
-  /// Attaches as the table's one writer; see VestaWriter for errors. What was attached before is detached.
+  /// Attaches as the table's one writer; see VestaWriter for errors. What was attached before is detached,
+  /// and goes on standing for the table, placeholder or not, when attaching fails. A handler that this map
+  /// calls may attach and detach it.
   void attachWriter(const AttachOptions& options) {
-    drop();  // this map may hold the writer lock itself
+    release();  // this map may hold the writer lock itself
     auto writer = std::make_unique<Writer>(options);
     Writer* plain = writer.get();
     attach(std::move(writer), plain->debugHandler());
@@ -36,7 +39,7 @@ class VestaMap final : private EventSource {
   }
   /// Attaches as a reader; changes go to the handler set by onChangeIs, through events().
   void attachReader(const AttachOptions& options) {
-    drop();
+    release();
     auto reader = std::make_unique<Reader>(options);
     Reader* plain = reader.get();
     attach(std::move(reader), plain->debugHandler());
@@ -125,16 +128,26 @@ class VestaMap final : private EventSource {
     Cairn::require(implementation_ != nullptr, "table is not attached", "VestaMap");
     return *implementation_;
   }
-  void drop() {
+  // Leaves the segment. What stood for the table goes on standing for it until its successor is there.
+  void release() {
     if (implementation_ && attached_) implementation_->detach();
     attached_ = false;
-    writes_ = false;
     writer_ = nullptr;
     reader_ = nullptr;
-    implementation_.reset();
+  }
+  void drop() {
+    release();
+    writes_ = false;
+    if (calls_ > 0 && implementation_) {
+      leaving_.push_back(std::move(implementation_));
+    } else {
+      implementation_.reset();
+    }
   }
 
   std::unique_ptr<Base> implementation_;
+  std::vector<std::unique_ptr<Base>> leaving_;  // dropped by a handler that one of them has called
+  int calls_ = 0;                               // into the reader that are under way
   std::shared_ptr<const Cairn::DebugHandler> handler_;
   Writer* writer_ = nullptr;  // not owned; the implementation when attached as writer
   Reader* reader_ = nullptr;  // not owned; the implementation when attached as reader
@@ -186,6 +199,13 @@ template <class Key, class Entry>
 template <class Call>
 std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
   if (reader_ == nullptr) return 0;
+  struct Counted {
+    VestaMap& map;
+    explicit Counted(VestaMap& of) : map(of) { ++map.calls_; }
+    ~Counted() {
+      if (--map.calls_ == 0) map.leaving_.clear();
+    }
+  } counted(*this);
   try {
     return call();
   } catch (const Cairn::CorruptionDetectedException& damage) {

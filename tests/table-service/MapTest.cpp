@@ -134,6 +134,7 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   EXPECT_EQ(map.events().poll(10), 0u);
   EXPECT_TRUE(map.events().maySleep());
   EXPECT_THROW(map.attachReader(options()), Cairn::CorruptionDetectedException) << "still the damaged one";
+  EXPECT_EQ(map.rootPath().text(), text()) << "the placeholder stays until the table is mounted again";
   put(*table, 4, 1);
   map.attachReader(options());
   while (map.events().poll(10) != 0) {
@@ -143,6 +144,23 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   EXPECT_EQ(VestaTest::told(*bystander), (std::vector<std::uint64_t>{2, 1, 3, 4}))
       << "a reader that had not met it follows to the new segment, and hears what is gone";
   EXPECT_EQ(contents(*bystander).size(), 3u);
+}
+
+TEST_F(MapTest, Handlers_MayDetachAndAttachTheirMap) {
+  const auto table = writer();
+  map.attachReader(options());
+  for (std::uint64_t id = 1; id <= 3; ++id) put(*table, id, 1);
+  std::vector<std::uint64_t> told;
+  map.onChangeIs([&](const TestKey& key) {
+    told.push_back(key.id);
+    if (told.size() == 1) {
+      map.detach();
+      map.attachReader(options());
+    }
+  });
+  while (map.events().poll(10) != 0) {
+  }
+  EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 1, 2, 3}));
 }
 
 TEST_F(MapTest, Corruption_InTheLogIsHandledByPoll) {
