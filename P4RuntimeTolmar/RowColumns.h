@@ -27,8 +27,14 @@ struct RowColumns {
   }
 
   static bool equal(RowBytes a, RowBytes b) {
-    return [&]<std::size_t... I>(std::index_sequence<I...>) { return (equalFrom<First + I>(a, b) && ...); }
-    (std::make_index_sequence<End - First>());
+    if constexpr (Layout::kVariableCount == 0) {
+      // The columns stand side by side without gaps.
+      constexpr len_t kStart = Layout::kOffsets[First];
+      return std::memcmp(a.data + kStart, b.data + kStart, Layout::kOffsets[End] - kStart) == 0;
+    } else {
+      return [&]<std::size_t... I>(std::index_sequence<I...>) { return (equalAt<First + I>(a, b) && ...); }
+      (std::make_index_sequence<End - First>());
+    }
   }
 
   static bool less(RowBytes a, RowBytes b) {
@@ -41,43 +47,13 @@ struct RowColumns {
   }
 
  private:
-  // Columns that are not variable stand side by side without gaps, so a run of them is compared at its first.
   template <std::size_t I>
-  static bool equalFrom(RowBytes a, RowBytes b) {
-    constexpr len_t kStart = Layout::kOffsets[I];
-    if constexpr (isVariable<I>()) {
-      return Layout::template EncodingAt<I>::equal(a, kStart, b, kStart);
-    } else if constexpr (startsRun<I>()) {
-      return std::memcmp(a.data + kStart, b.data + kStart, Layout::kOffsets[runEnd<I>()] - kStart) == 0;
-    } else {
-      return true;
-    }
+  static bool equalAt(RowBytes a, RowBytes b) {
+    return Layout::template EncodingAt<I>::equal(a, Layout::kOffsets[I], b, Layout::kOffsets[I]);
   }
   template <std::size_t I>
   static std::strong_ordering compareAt(RowBytes a, RowBytes b) {
     return Layout::template EncodingAt<I>::compare(a, Layout::kOffsets[I], b, Layout::kOffsets[I]);
-  }
-  template <std::size_t I>
-  static consteval bool isVariable() {
-    return Layout::template EncodingAt<I>::kVariable;
-  }
-  template <std::size_t I>
-  static consteval bool startsRun() {
-    if constexpr (I == First) {
-      return true;
-    } else {
-      return isVariable<I - 1>();
-    }
-  }
-  template <std::size_t I>
-  static consteval std::size_t runEnd() {
-    if constexpr (I == End) {
-      return End;
-    } else if constexpr (isVariable<I>()) {
-      return I;
-    } else {
-      return runEnd<I + 1>();
-    }
   }
 };
 
