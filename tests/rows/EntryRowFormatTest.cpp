@@ -1,144 +1,186 @@
-// The six layouts against literals that the code under test has no part in.
+// What holds of each of the six row classes: layout against literals, comparisons against the records, and
+// life as a column of another row.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iomanip>
 #include <sstream>
 
 #include "lumen/LumenDB.h"
+#include "lumen/RowText.h"
+#include "tests/quill/AllocationCount.h"
 #include "tests/rows/FailingAllocator.h"
 #include "tests/rows/PinnedRows.h"
 
 namespace TolmarHwLib {
 namespace {
 
-std::string hex(const Lumen::BaseRow& row, len_t from, len_t to) {
-  std::string text;
-  for (len_t i = from; i < to; ++i) {
-    char digits[3];
-    std::snprintf(digits, sizeof digits, "%02x", std::to_integer<unsigned>(row.bytes().data[i]));
-    text += digits;
-  }
-  return text;
+using Lumen::BaseRow;
+
+std::string hex(const std::byte* bytes, int count) {
+  std::ostringstream text;
+  text << std::hex << std::setfill('0');
+  for (int i = 0; i < count; ++i) text << std::setw(2) << std::to_integer<int>(bytes[i]);
+  return text.str();
+}
+
+/// The fields of `columns`, in their order.
+template <class Record, class Columns>
+auto fieldsOf(const Record& record, const Columns& columns) {
+  return std::apply([&](const auto&... column) { return std::tie(record.*column.member...); }, columns);
 }
 
 template <class Row>
-class EntryRowFormat : public testing::Test {
- protected:
-  void expectPinnedBytes(const Row& row) {
-    EXPECT_EQ(hex(row, 0, 2), expected.lengthHex);
-    EXPECT_EQ(hex(row, 4, row.rowLength()), expected.columnsHex);
-    EXPECT_EQ(row.rowType(), Row::protRowType());
-  }
-  const PinnedRow& expected = Pinned<Row>::expected;
-};
+class EntryRowFormat : public testing::Test {};
+TYPED_TEST_SUITE(EntryRowFormat, EntryRows);
 
-using Rows =
-    testing::Types<L3TunnelTH3ConfigEntryRow, L3TunnelTH3StatusEntryRow, MyStationTcamTH3ConfigEntryRow,
-                   MyStationTcamTH3StatusEntryRow, L3IifTH3ConfigEntryRow, L3IifTH3StatusEntryRow>;
-TYPED_TEST_SUITE(EntryRowFormat, Rows);
-
-TYPED_TEST(EntryRowFormat, Fields_StandAtTheirPlaces) {
-  const TypeParam row = Pinned<TypeParam>::row();
-  this->expectPinnedBytes(row);
+TYPED_TEST(EntryRowFormat, Fields_StandAtTheirPlacesAndComeBack) {
+  const auto& pinned = kPinned<TypeParam>;
+  auto& count = pinned.numbers.variableColumns.empty() ? Lumen::baseRowCounters.sized
+                                                       : Lumen::baseRowCounters.sizedWithBuffer;
+  const std::uint64_t before = count;
+  const auto row = TypeParam::fromEntry(pinned.entry);
+  EXPECT_EQ(count, before + 1);
+  EXPECT_EQ(hex(row.bytes().data, 2) + hex(row.bytes().data + 4, row.rowLength() - 4), pinned.hex);
+  EXPECT_EQ(row.rowType(), TypeParam::protRowType());
   EXPECT_EQ(row.bufferLength(), row.rowLength());
+  EXPECT_EQ(row.entry(), pinned.entry);
+  EXPECT_EQ(row.keyRecord(), pinned.entry.key());
+  EXPECT_EQ(row.rowHash(), pinned.numbers.rowHash);
+  EXPECT_EQ(Lumen::rowText(row), row.toString());
+  // Each name is that of its own field: the columns are in the order in which the fields are declared.
+  const void* last = nullptr;
+  forEachColumn(RowLayout<typename TypeParam::EntryType>::kColumns, [&](const auto& column) {
+    const void* const field = &(pinned.entry.*column.member);
+    EXPECT_LT(std::exchange(last, field), field) << column.name;
+  });
+}
+
+TYPED_TEST(EntryRowFormat, Key_SetsTheKeyColumnsAlone) {
+  using Key = typename TypeParam::KeyRecord;
+  typename TypeParam::EntryType expected;
+  static_cast<Key&>(expected) = kPinned<TypeParam>.entry.key();
+  const TypeParam probe = std::apply(TypeParam::key, fieldsOf(expected, RowSchema<Key>::columns));
+  EXPECT_EQ(probe.entry(), expected);
+  EXPECT_EQ(probe.rowType(), TypeParam::protRowType());
+  EXPECT_EQ(probe.bufferLength(), pinnedRow<TypeParam>().bufferLength());
 }
 
 TYPED_TEST(EntryRowFormat, Class_TellsNameDescriptorAndLength) {
+  const auto& pinned = kPinned<TypeParam>;
   const TypeParam row;
-  EXPECT_EQ(TypeParam::rowTypeName(), this->expected.name);
-  EXPECT_EQ(TypeParam::lmTypeSignature(), this->expected.descriptor);
-  EXPECT_EQ(row.baseRowLength(), this->expected.fixedLength);
-  EXPECT_EQ(row.rowLength(), this->expected.fixedLength);
-  EXPECT_EQ(row.bufferLength(), this->expected.fixedLength);
-  EXPECT_EQ(std::vector<len_t>(row.vcd().begin(), row.vcd().end()), this->expected.variableColumns);
+  EXPECT_EQ(TypeParam::rowTypeName(), pinned.name);
+  EXPECT_EQ(TypeParam::lmTypeSignature(), pinned.descriptor);
+  EXPECT_EQ(row.baseRowLength(), pinned.numbers.fixedLength);
+  EXPECT_EQ(row.rowLength(), pinned.numbers.fixedLength);
+  EXPECT_EQ(row.entry(), typename TypeParam::EntryType());
+  EXPECT_EQ(std::vector(row.vcd().begin(), row.vcd().end()), pinned.numbers.variableColumns);
   EXPECT_TRUE(row.isFullyDefined());
   EXPECT_FALSE(TypeParam::isBaseRow());
-  EXPECT_EQ(sizeof(TypeParam), sizeof(Lumen::BaseRow));
+  EXPECT_EQ(sizeof row, sizeof(BaseRow));
+  EXPECT_EQ(Lumen::LumenDB::lmClass(pinned.name)->oid(), TypeParam::protRowType());
+  EXPECT_EQ(Lumen::LumenDB::lmClass(pinned.name)->descriptor(), pinned.descriptor);
 }
 
-TYPED_TEST(EntryRowFormat, Texts_NameEveryColumnInOrder) {
-  const TypeParam row = Pinned<TypeParam>::row();
-  EXPECT_EQ(row.toString(), this->expected.text);
-  EXPECT_EQ(TypeParam::browToString(Lumen::BaseRow(row)), this->expected.text);
-  EXPECT_EQ(row.toJson(), this->expected.json);
-  std::ostringstream out;
-  out << std::hex << std::showbase << row;
-  EXPECT_EQ(out.str(), this->expected.text);
-}
-
-TYPED_TEST(EntryRowFormat, NullRow_PrintsAsSuchAndHasNoJson) {
-  const TypeParam row{Lumen::BaseRow()};
-  EXPECT_TRUE(row.isNull());
-  EXPECT_EQ(row.toString(), "len: 0, NULL");
-  EXPECT_THROW(row.toJson(), Lumen::LmNullRow);
-}
-
-TYPED_TEST(EntryRowFormat, Hashes_AreTheBlockStepsOverTheColumns) {
-  const TypeParam row = Pinned<TypeParam>::row();
-  EXPECT_EQ(row.hash(), this->expected.keyHash);
-  EXPECT_EQ(row.rowHash(), this->expected.rowHash);
-  EXPECT_EQ(Pinned<TypeParam>::entry().key().hash(), this->expected.keyHash);
-}
-
-TYPED_TEST(EntryRowFormat, Entry_BecomesTheRowAndComesBack) {
-  const auto entry = Pinned<TypeParam>::entry();
-  const TypeParam row = TypeParam::fromEntry(entry);
-  this->expectPinnedBytes(row);
-  EXPECT_EQ(row.entry(), entry);
-  EXPECT_EQ(row.keyRecord(), entry.key());
-}
-
-TYPED_TEST(EntryRowFormat, Fill_RewritesAScratchRowInItsBuffer) {
-  TypeParam scratch = Pinned<TypeParam>::row();
-  const std::byte* const bytes = scratch.bytes().data;
-  for (int round = 0; round < 3; ++round) {
-    scratch.fill(typename TypeParam::EntryType());
-    EXPECT_EQ(scratch.entry(), typename TypeParam::EntryType());
-    scratch.fill(Pinned<TypeParam>::entry());
-    this->expectPinnedBytes(scratch);
+/// The sample row, and copies of it with one column changed: an address to others, a number at either end.
+template <class Row, class Layout = RowLayout<typename Row::EntryType>>
+std::vector<Row> changedRows() {
+  const Row row = pinnedRow<Row>();
+  std::vector<Row> rows{row};
+  const auto flip = [&](int at, int bits) {
+    const int byte = std::to_integer<int>(row.bytes().data[at]) ^ bits;
+    rows.emplace_back(row).setColumn(static_cast<len_t>(at), static_cast<std::uint8_t>(byte), 4);
+  };
+  for (std::size_t i = 0; i < Layout::kCount; ++i) {
+    const len_t offset = Layout::kOffsets[i];
+    if (std::ranges::count(Layout::kVariableColumns, offset) == 0) {
+      flip(offset, 1);
+      if (Layout::kOffsets[i + 1] - offset > 1) flip(Layout::kOffsets[i + 1] - 1, 0x80);
+      continue;
+    }
+    for (const IpGenAddr& value : {IpGenAddr(), IpGenAddr::ipv4({192, 0, 2, 77}), IpGenAddr::ipv6({0, 1})}) {
+      rows.emplace_back(row).setColumn(offset, value, 4);
+    }
   }
-  EXPECT_EQ(scratch.bytes().data, bytes);
+  return rows;
 }
 
-TYPED_TEST(EntryRowFormat, Fill_LeavesARowThatWasHandedOutAlone) {
-  TypeParam scratch = Pinned<TypeParam>::row();
-  const TypeParam handedOut = scratch;
-  scratch.fill(typename TypeParam::EntryType());
-  this->expectPinnedBytes(handedOut);
-  TypeParam null{Lumen::BaseRow()};
-  null.fill(Pinned<TypeParam>::entry());
-  this->expectPinnedBytes(null);
+// How records hash and compare has tests of its own.
+TYPED_TEST(EntryRowFormat, Comparisons_AreThoseOfTheRecordsAndAllocateNothing) {
+  const std::vector<TypeParam> rows = changedRows<TypeParam>();
+  const auto ops = Lumen::rowOps(kPinned<TypeParam>.name);
+  constexpr auto columns = RowLayout<typename TypeParam::EntryType>::kColumns;
+  const Lumen::FailingAllocator allocator;
+  const std::size_t before = allocationCount();
+  for (const TypeParam& a : rows) {
+    const auto entry = a.entry();
+    ASSERT_TRUE(a.hash() == entry.key().hash() && ops->keyHash(a) == a.hash());
+    ASSERT_EQ(ops->rowHash(a), a.rowHash());
+    for (const TypeParam& b : rows) {
+      const auto other = b.entry();
+      ASSERT_TRUE((a == b) == (entry.key() == other.key()) && ops->keyEquals(a, b) == (a == b));
+      ASSERT_TRUE((a < b) == (entry.key() < other.key()) && ops->keyLess(a, b) == (a < b));
+      ASSERT_TRUE(a.rowEqual(b) == (entry == other) && ops->rowEquals(a, b) == a.rowEqual(b));
+      ASSERT_TRUE(a.rowLess(b) == (fieldsOf(entry, columns) < fieldsOf(other, columns)) &&
+                  ops->rowLess(a, b) == a.rowLess(b));
+    }
+  }
+  EXPECT_EQ(allocator.allocations() + allocationCount() - before, 0u);
 }
 
-TYPED_TEST(EntryRowFormat, FillThatFails_LeavesTheRowAsItWas) {
-  using Entry = typename TypeParam::EntryType;
-  TypeParam readOnly = Pinned<TypeParam>::row();
-  readOnly.readOnlyIs(true);
-  EXPECT_THROW(readOnly.fill(Entry()), Lumen::LmPermissionViolation);
-  this->expectPinnedBytes(readOnly);
-  TypeParam readOnlyNull{Lumen::BaseRow()};
-  readOnlyNull.readOnlyIs(true);
-  EXPECT_THROW(readOnlyNull.fill(Entry()), Lumen::LmPermissionViolation);
-
-  Lumen::FailingAllocator allocator;
-  TypeParam shared = Pinned<TypeParam>::row();
-  const TypeParam sharer = shared;
-  TypeParam small;
-  allocator.allow(0);
-  EXPECT_THROW(shared.fill(Entry()), Cairn::MemoryResourceException);
-  this->expectPinnedBytes(shared);
-  if (small.vcd().empty()) return;
-  EXPECT_THROW(small.fill(Pinned<TypeParam>::entry()), Cairn::MemoryResourceException);
-  EXPECT_EQ(small.entry(), Entry());
+TYPED_TEST(EntryRowFormat, Generator_MakesOneSetOfOperations) {
+  Lumen::RowOpsGenerator& generator = *Lumen::rowOpsGenerator(kPinned<TypeParam>.name);
+  std::vector<std::shared_ptr<Lumen::RowOpsBase>> all;
+  generator(all);
+  ASSERT_EQ(all.size(), 1u);
+  EXPECT_NE(all[0], generator(0));
+  EXPECT_EQ(generator(1), nullptr);
+  EXPECT_TRUE(all[0]->unique() && !all[0]->ordered());
+  EXPECT_TRUE(all[0]->index() == 0 && all[0]->getTotalInstructionsExecuted() == 0);
+  EXPECT_TRUE(all[0]->keyHash(BaseRow()) == 0 && all[0]->rowHash(BaseRow()) == 0);
 }
 
-TYPED_TEST(EntryRowFormat, Metadata_TellsTheSameColumns) {
-  ASSERT_NE(TypeParam::protRowType(), 0);
-  const Lumen::LmClass* const known = Lumen::LumenDB::lmClass(this->expected.name);
-  ASSERT_NE(known, nullptr);
-  EXPECT_EQ(known->oid(), TypeParam::protRowType());
-  EXPECT_EQ(known->descriptor(), this->expected.descriptor);
-  EXPECT_EQ(known->fixedLength(), this->expected.fixedLength);
-  EXPECT_EQ(known->variableColumns(), this->expected.variableColumns);
+constexpr len_t kSlot = 4;
+constexpr len_t kParentFixed = 12;
+
+/// A row of 12 bytes of fixed data: a slot at 4 for `nested` and four more bytes.
+BaseRow parentOf(const BaseRow& nested) {
+  const len_t length = nested.rowLength();
+  std::vector<std::byte> bytes(kParentFixed + length);
+  Lumen::storeBytes(bytes.data(), static_cast<len_t>(bytes.size()));
+  Lumen::storeBytes(bytes.data() + kSlot, Lumen::VarSlot{kParentFixed, length});
+  std::memcpy(bytes.data() + kParentFixed, nested.bytes().data, length);
+  return BaseRow::fromBytes(bytes);
+}
+
+// Two levels deep: slots, those of the tunnels' addresses among them, count from the start of their own row.
+TYPED_TEST(EntryRowFormat, RowWithinRows_IsAViewThatIsCopiedOnWriting) {
+  const BaseRow middle = parentOf(pinnedRow<TypeParam>());
+  Lumen::SubRow parent(parentOf(middle), {kParentFixed, middle.rowLength()});
+  TypeParam nested;
+  parent.getColumnStruct(kSlot, nested);
+  EXPECT_EQ(nested.bytes().data, parent.bytes().data + kParentFixed);
+  EXPECT_EQ(nested.contentOffset(), 2 * kParentFixed);
+  EXPECT_TRUE(nested.sharedContents());
+  EXPECT_EQ(nested.entry(), kPinned<TypeParam>.entry);
+  const TypeParam second = nested;
+  nested.setColumn(4, ~std::uint64_t{0}, kSlot);
+  EXPECT_EQ(nested.contentOffset(), 0);
+  EXPECT_FALSE(nested.sharedContents());
+  EXPECT_TRUE(nested == second && second.rowLess(nested));
+
+  const BaseRow other = parentOf(nested);
+  EXPECT_EQ(parent.template columnHash<TypeParam>(kSlot), kPinned<TypeParam>.numbers.rowHash);
+  EXPECT_TRUE(parent.template columnEqual<TypeParam>(kSlot, middle, kSlot));
+  EXPECT_FALSE(parent.template columnEqual<TypeParam>(kSlot, other, kSlot));
+  EXPECT_TRUE(parent.template columnLess<TypeParam>(kSlot, other, kSlot));
+  EXPECT_FALSE(other.columnLess<TypeParam>(kSlot, parent, kSlot));
+
+  parent.readOnlyIs(true);
+  parent.getColumnStruct(kSlot, nested);
+  EXPECT_THROW(nested.rowTypeIs(0), Lumen::LmPermissionViolation);
+  BaseRow(12).getColumnStruct(kSlot, nested);
+  EXPECT_TRUE(nested.isNull());
 }
 
 }  // namespace

@@ -10,11 +10,11 @@ namespace Lumen {
 /// asked for on.
 class FailingAllocator {
  public:
-  FailingAllocator() : before_(rowAllocatorIs(&allocate)) {
-    allocations_ = 0;
-    allowed_ = kNoLimit;
+  FailingAllocator() { allocations_ = 0; }
+  ~FailingAllocator() {
+    rowAllocatorIs(before_);
+    allowed_ = ~0u;
   }
-  ~FailingAllocator() { rowAllocatorIs(before_); }
   FailingAllocator(const FailingAllocator&) = delete;
   FailingAllocator& operator=(const FailingAllocator&) = delete;
 
@@ -23,13 +23,11 @@ class FailingAllocator {
   unsigned allocations() const { return allocations_; }
 
  private:
-  static constexpr unsigned kNoLimit = ~0u;
-
   static void* allocate(std::size_t size) { return allocations_++ < allowed_ ? std::malloc(size) : nullptr; }
 
   static inline unsigned allocations_ = 0;
-  static inline unsigned allowed_ = kNoLimit;
-  RowAllocator before_;
+  static inline unsigned allowed_ = ~0u;
+  RowAllocator before_ = rowAllocatorIs(&allocate);
 };
 
 }  // namespace Lumen
