@@ -138,7 +138,7 @@ TEST_F(AgentCoreTest, RepeatedKeys_AreAllRefused) {
   const Strings& results = results_[submit(texts)];
   completeAll();
   ASSERT_EQ(results.size(), 53u);
-  for (const std::size_t at : {0, 1, 2, 2 + 3, 2 + 7}) {
+  for (const std::size_t at : {0u, 1u, 2u, 2u + 3, 2u + 7}) {
     EXPECT_EQ(results[at], "INVALID_ARGUMENT: expected each key once in a batch, got it more than once")
         << at;
   }
