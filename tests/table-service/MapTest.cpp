@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "Log.h"
 #include "Support.h"
 #include "table-service/VestaMap.h"
 #include "tests/vesta/DamagedRow.h"
@@ -28,6 +29,11 @@ class MapTest : public TableTest {
     }
     return "no damage";
   }
+  Vesta::AttachOptions options() const {
+    auto made = TableTest::options();
+    made.debugHandler = log.handler;
+    return made;
+  }
   std::string text() const { return path().text(); }
   std::string read(const std::string& file) const {
     std::ifstream stream(path().folder() + "/" + file);
@@ -36,6 +42,7 @@ class MapTest : public TableTest {
     return all.str();
   }
 
+  Log log;
   Map map;
 };
 
@@ -44,7 +51,7 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
   const auto table = writer();
   put(*table, 1, 1);
   put(*table, 2, 1);
-  log_->handler->flagsIs(0x22);
+  log.handler->flagsIs(0x22);
   std::vector<std::string> events;
   map.readyCallbackIs([&] { events.push_back("callback"); });
   map.readyFunctionIs([&] { events.push_back("function"); });
@@ -55,13 +62,13 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
   const std::string message = messageOf(1);
   EXPECT_THAT(message, ::testing::MatchesRegex(
                            "slot 0 version 0x[0-9a-f]+: checksum found 0x[0-9a-f]+, computed 0x[0-9a-f]+"));
-  log_->lines.clear();
+  log.lines.clear();
   map.corruptionDetected(message);
   EXPECT_EQ(events, (std::vector<std::string>{"callback", "function"}));
   EXPECT_FALSE(map.attached());
   map.directLookup(TestKey{2}, found);
   EXPECT_FALSE(found);
-  EXPECT_EQ(log_->lines,
+  EXPECT_EQ(log.lines,
             (std::vector<std::string>{
                 "1 VestaMap:383 corruptionDetected VestaMap::corruptionDetected() " + text() + " " + message,
                 "1 VestaMap:324 detach VestaMap::detach() " + text(),
@@ -78,10 +85,10 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
 
 TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
   const auto table = writer();
-  log_->handler->flagsIs(0);
+  log.handler->flagsIs(0);
   map.attachReader(options());
   map.corruptionDetected("x");
-  EXPECT_TRUE(log_->lines.empty());
+  EXPECT_TRUE(log.lines.empty());
   Map never;
   EXPECT_THROW(never.corruptionDetected("x"), Cairn::CorruptionDetectedException);
   map.attachReader(options());
@@ -96,8 +103,8 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   damageRow(*table, TestKey{0x1122334455667788});
   EXPECT_THROW(map.attachReader(options()), Cairn::CorruptionDetectedException);
   const std::string message = "slot 0 version 0xb: checksum found 0x1, computed 0x2";
-  EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), message), text() + ".report.1");
-  EXPECT_EQ(Vesta::writeCorruptionReport(*log_->handler, path(), "second"), text() + ".report.2");
+  EXPECT_EQ(Vesta::writeCorruptionReport(*log.handler, path(), message), text() + ".report.1");
+  EXPECT_EQ(Vesta::writeCorruptionReport(*log.handler, path(), "second"), text() + ".report.2");
   const std::string report = read("table.report.1");
   for (const std::string& part : std::vector<std::string>{
            "table: " + text(), "message: " + message, std::string("time: 20"),
@@ -107,7 +114,7 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
     EXPECT_THAT(report, ::testing::HasSubstr(part));
   }
   std::filesystem::remove(text());
-  Vesta::writeCorruptionReport(*log_->handler, path(), message);
+  Vesta::writeCorruptionReport(*log.handler, path(), message);
   EXPECT_THAT(read("table.report.3"), ::testing::HasSubstr("segment cannot be opened: No such file"));
 }
 

@@ -1,3 +1,4 @@
+#include "Log.h"
 #include "Support.h"
 #include "table-service/VestaBaseDummy.h"
 #include "tests/SlotOf.h"
