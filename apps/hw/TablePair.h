@@ -55,8 +55,12 @@ class TablePair {
   }
   /// The number of the status table's last change.
   std::uint64_t statusSequence() const { return writer().sequence(); }
-  /// Whether every living reader has handled the status table's changes up to `sequence`.
-  bool readersHandled(std::uint64_t sequence) const { return writer().quiesced(sequence); }
+  /// Whether every living reader has handled the status table's changes up to `sequence`. While the table is
+  /// full, and answers wait for room, readers that have not moved for a second do not count.
+  bool readersHandled(std::uint64_t sequence) const {
+    const bool full = writer().members() == writer().capacity();
+    return full ? writer().movingReadersQuiesced(sequence) : writer().quiesced(sequence);
+  }
 
  private:
   template <class Entity>
