@@ -56,12 +56,8 @@ TEST_F(TableTest, Notify_ReaderAtAnyStepOfAWriteEndsUpWithTheTable) {
   follower = reader(8);
   std::uint64_t stamp = 0;
   const auto changeOne = [&] {
-    const std::uint64_t id = random() % 12;
-    if (random() % 2 == 0) {
-      put(table, id, 0);
-    } else if (table.members() < 8) {
-      put(table, id, ++stamp);
-    }
+    const bool goes = table.members() == 8 || random() % 2 == 0;
+    put(table, random() % 12, goes ? 0 : ++stamp);
   };
   Model known;
   follower->onChangeIs([&](const TestKey& key) {
@@ -92,9 +88,7 @@ TEST_F(TableTest, Notify_RandomHistory) {
     std::uint64_t keys;       // few, or more than rows
     std::uint64_t pollEvery;  // changes between polls: fast, slow, stopped for longer than the log
     std::size_t limit;
-  } paces[] = {{"fast, few keys", 3, 1, 10},
-               {"fast, all keys", 80, 1, 10},
-               {"slow", 80, 50, 1000},
+  } paces[] = {{"fast", 80, 1, 10},
                {"catching up", 80, 10, 11},
                {"stopped, few keys", 3, 400, 10000},
                {"stopped, all keys", 80, 500, 10000}};
@@ -161,56 +155,30 @@ class BetweenLoads : public TableTest {
   std::unique_ptr<ByteReader> follower_;
 };
 
-// The handler of a removal sees the key, which has come back; then a writer process takes it away once more
-// and laps the log while the reader is between the loads that decide whether the key may have been seen.
+// The handler of a removal sees the key, which has come back. Then it is taken away once more, and the log is
+// lapped between the loads that decide whether the key may have been seen.
 TEST_F(BetweenLoads, RemovalAfterTheHandlerHasSeenTheKeyIsToldWhenTheLogIsLapped) {
-  Vesta::AttachOptions stepped = options(kCapacity);
-  stepped.firstSequence = 120;  // the records after it are on the last page, alone
-  Pipe go, written, removing, lap, lapped;
-  Child child([&] {
-    bool armed = false;
-    stepped.stepHook = [&](Vesta::WriteStep step) {
-      if (!std::exchange(armed, armed && step != Vesta::WriteStep::versionMoved)) return;
-      if (armed) return;
-      removing.say();
-      lap.await();
-    };
-    Writer table(stepped);
-    put(table, 1, 1);
-    written.say();
-    go.await();
-    put(table, 1, 0);
-    put(table, 1, 2);
-    written.say();
-    go.await();
-    armed = true;
-    put(table, 1, 0);
-    for (std::uint64_t i = 0; i < 300; ++i) put(table, 2, i);
-    lapped.say();
-    go.await();
-    return 0;
-  });
-  written.await();
+  Vesta::AttachOptions start = options(kCapacity);
+  start.firstSequence = 120;  // the records after it are on the last page, alone
+  Writer table(start);
+  put(table, 1, 1);
   attach();
   EXPECT_EQ(follower_->tell(10), Ids{1});
-  go.say();
-  written.await();
+  put(table, 1, 0);
+  put(table, 1, 2);
   bool between = false;
   const Ids first = follower_->tell(1, [&](std::uint64_t) {
     EXPECT_EQ(follower_->stampOf(1), 2u);
-    go.say();
-    removing.await();
+    put(table, 1, 0);
+    table.segment().mapping()->store(Vesta::kSequenceAt, 123);  // it has yet to be published
     onTouch(mapping_->at(mapping_->layout().recordAt(124)), [&] {
       between = true;
-      lap.say();
-      lapped.await();
+      for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
     });
   });
   EXPECT_EQ(first, Ids{1});
   EXPECT_TRUE(between);
   EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2));
-  go.say();
-  EXPECT_EQ(child.wait(), 0);
 }
 
 // Slot 5 changes whenever the reader is about to copy it, and again, for as long as it tries.

@@ -1,6 +1,5 @@
 #include "Support.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -14,10 +13,6 @@
 namespace VestaTest {
 
 namespace {
-
-constexpr std::uint64_t proofOf(std::uint64_t id, std::uint64_t stamp, std::uint64_t i) {
-  return (id + 1) * 0x9e3779b97f4a7c15u ^ (stamp + i) * 0xd6e8feb86659fd93u;
-}
 
 constexpr std::size_t kPage = 4096;
 void* trapped = nullptr;  // the page of the trap that is set
@@ -46,7 +41,10 @@ void onTouch(const Vesta::Word& word, std::function<void()> then) {
 }
 
 TestEntry TestEntry::make(std::uint64_t id, std::uint64_t stamp) {
-  return {id, stamp, {proofOf(id, stamp, 0), proofOf(id, stamp, 1), proofOf(id, stamp, 2)}};
+  TestEntry entry{id, stamp};
+  for (std::uint64_t& proof : entry.proof)
+    proof = (id + 1) * 0x9e3779b97f4a7c15u ^ ++stamp * 0xd6e8feb86659fd93u;
+  return entry;
 }
 
 bool TestEntry::whole() const {
@@ -153,7 +151,7 @@ std::string failure(const std::function<void()>& call) {
 
 Child::Child(const std::function<int()>& body) : pid_(fork()) {
   if (pid_ != 0) return;
-  alarm(60);
+  alarm(static_cast<unsigned>(scaled(60)));
   int code = 98;
   try {
     code = body();
@@ -174,22 +172,6 @@ int Child::wait() {
   if (WIFSTOPPED(status)) return -WSTOPSIG(status);
   pid_ = -1;
   return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-}
-
-Pipe::Pipe() {
-  if (pipe2(ends_, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-}
-
-Pipe::~Pipe() {
-  close(ends_[0]);
-  close(ends_[1]);
-}
-
-void Pipe::await() const {
-  pollfd waiting{ends_[0], POLLIN, 0};
-  char byte = 0;
-  ASSERT_EQ(::poll(&waiting, 1, 30000), 1) << "the other side said nothing";
-  (void)!read(ends_[0], &byte, 1);
 }
 
 std::atomic<std::uint64_t>& sharedCount(std::uint64_t value) {

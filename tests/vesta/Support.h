@@ -93,7 +93,8 @@ bool readable(int descriptor);
 /// What the exception that `call` must throw says; "" when it throws none.
 std::string failure(const std::function<void()>& call);
 
-/// Runs `body` in a child process; its result is the exit code. Any failed expectation makes it 99.
+/// Runs `body` in a child process; its result is the exit code. Any failed expectation makes it 99. It says
+/// how far it is by raise(SIGSTOP).
 class Child {
  public:
   explicit Child(const std::function<int()>& body);
@@ -106,22 +107,14 @@ class Child {
   }
   /// Exit code, or minus the signal it died of or has stopped at. It has a minute to end in.
   int wait();
+  /// Until it stops; then lets it go on.
+  void pass() {
+    EXPECT_EQ(wait(), -SIGSTOP);
+    signal(SIGCONT);
+  }
 
  private:
   int pid_;
-};
-
-/// Steps between processes: each side says a byte or waits for one.
-class Pipe {
- public:
-  Pipe();
-  ~Pipe();
-  Pipe(const Pipe&) = delete;
-  void say() const { (void)!write(ends_[1], "s", 1); }
-  void await() const;
-
- private:
-  int ends_[2];
 };
 
 /// A number that children share with their parent.

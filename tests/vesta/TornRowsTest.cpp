@@ -17,11 +17,10 @@ TEST_F(TableTest, TornRows_EveryLookupIsWholeAndPresent) {
   for (const auto& load : loads) {
     SCOPED_TRACE(load.hotKeys);
     startOver();
-    Pipe ready;
     Child child([&] {
       const auto table = writer(kCapacity);
       for (std::uint64_t id = 0; id < load.hotKeys; ++id) put(*table, id, 1);
-      ready.say();
+      raise(SIGSTOP);
       for (std::uint64_t stamp = 2;; ++stamp) {
         put(*table, stamp % load.hotKeys, stamp);
         if (load.churned == 0 || stamp % 3 != 0) continue;
@@ -31,7 +30,7 @@ TEST_F(TableTest, TornRows_EveryLookupIsWholeAndPresent) {
       }
       return 0;
     });
-    ready.await();
+    child.pass();
     const auto table = reader(kCapacity);
     Ids newest(load.hotKeys);
     const std::uint64_t lookups = scaled(10000000);
