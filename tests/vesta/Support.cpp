@@ -52,14 +52,6 @@ bool TestEntry::whole() const {
   return std::memcmp(this, &expected, sizeof expected) == 0;
 }
 
-TableTest::TableTest() {
-  std::string name = "/dev/shm/tolmar-test-XXXXXX";
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
-  folder_ = name;
-}
-
-TableTest::~TableTest() { std::filesystem::remove_all(folder_); }
-
 Vesta::AttachOptions TableTest::options(std::uint32_t capacity) const {
   Vesta::AttachOptions options{.path = path(), .capacity = capacity};
   options.debugHandler = std::make_shared<Cairn::DebugHandler>(0);

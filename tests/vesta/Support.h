@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/RuntimeFolder.h"
 #include "vesta/VestaReader.h"
 #include "vesta/VestaWriter.h"
 
@@ -61,12 +62,9 @@ using Buffer = Vesta::RowBuffer<TestKey, TestEntry>;
 using Ids = std::vector<std::uint64_t>;
 using Model = std::map<std::uint64_t, std::uint64_t>;  // id -> stamp of each row
 
-/// A folder of its own in shared memory for each test, gone afterwards.
+/// Has a folder of its own in shared memory.
 class TableTest : public ::testing::Test {
  protected:
-  TableTest();
-  ~TableTest() override;
-
   Vesta::AttachOptions options(std::uint32_t capacity = 64) const;
   Vesta::AttachOptions observer(std::uint32_t capacity = 64) const;
   std::unique_ptr<Writer> writer(std::uint32_t capacity = 64) const;
@@ -77,7 +75,8 @@ class TableTest : public ::testing::Test {
   /// As if no table had ever been here.
   void startOver() const;
 
-  std::string folder_;
+  const RuntimeFolder root_{"/dev/shm"};
+  const std::string folder_ = root_.path();
 };
 
 /// Writes a row; stamp 0 removes it.

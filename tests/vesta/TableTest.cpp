@@ -40,6 +40,47 @@ TEST_F(TableTest, Walk_GoesOnWhenItsRowIsRemovedUnderIt) {
   EXPECT_FALSE(table->next(row.key, row, fresh));
 }
 
+// A writer process at full speed; every lookup here must yield a row that was written whole, and keys that
+// were never removed must never be absent, whatever the index does meanwhile. An unsettled read fails the
+// test too.
+TEST_F(TableTest, TornRows_EveryLookupIsWholeAndPresent) {
+  const struct {
+    std::uint64_t hotKeys;  // rewritten without pause
+    std::uint64_t churned;  // keys inserted and removed between the rewrites, in turn
+  } loads[] = {{1, 0}, {3, 0}, {40, 200}};
+  for (const auto& load : loads) {
+    SCOPED_TRACE(load.hotKeys);
+    startOver();
+    Child child([&] {
+      const auto table = writer(256);
+      for (std::uint64_t id = 0; id < load.hotKeys; ++id) put(*table, id, 1);
+      raise(SIGSTOP);
+      for (std::uint64_t stamp = 2;; ++stamp) {
+        put(*table, stamp % load.hotKeys, stamp);
+        if (load.churned == 0 || stamp % 3 != 0) continue;
+        const std::uint64_t turn = stamp / 3;
+        put(*table, 1000 + turn % load.churned, stamp);
+        put(*table, 1000 + (turn + load.churned / 2) % load.churned, 0);
+      }
+      return 0;
+    });
+    child.pass();
+    const auto table = reader(256);
+    Ids newest(load.hotKeys, 1);
+    const std::uint64_t lookups = scaled(10000000);
+    for (std::uint64_t i = 0; i < lookups && !HasFailure(); ++i) {
+      const std::uint64_t id = i % load.hotKeys;
+      const std::uint64_t stamp = stampOf(*table, id);
+      ASSERT_GE(stamp, newest[id]) << "absent, or time went backwards";
+      newest[id] = stamp;
+      if (load.churned != 0 && i % 8 == 0) stampOf(*table, 1000 + i % load.churned);
+    }
+    EXPECT_GT(newest[0], 2u);
+    EXPECT_GT(table->readerCounters().retries, 0u) << "never met the writer: proves nothing";
+    child.signal(SIGKILL);
+  }
+}
+
 // At a full load every insertion finds a chain; the index is rebuilt now and then and never clogs.
 TEST_F(TableTest, Churn_AtFullLoadStaysFast) {
   constexpr std::uint32_t kCapacity = 1024;
