@@ -58,8 +58,10 @@ class TablePair {
   /// Whether every living reader has handled the status table's changes up to `sequence`. While the table is
   /// full, and answers wait for room, readers that have not moved for a second do not count.
   bool readersHandled(std::uint64_t sequence) const {
-    const bool full = writer().members() == writer().capacity();
-    return full ? writer().movingReadersQuiesced(sequence) : writer().quiesced(sequence);
+    auto* const attached = status_->table().writer();
+    if (attached == nullptr) return true;
+    const bool full = attached->members() == attached->capacity();
+    return full ? attached->movingReadersQuiesced(sequence) : attached->quiesced(sequence);
   }
 
  private:
