@@ -1,5 +1,8 @@
 // Traces of real processes: read while they write, after SIGKILL, and merged.
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <array>
 
@@ -10,7 +13,28 @@ namespace {
 
 using TraceProcess = RingFixture;
 using VestaTest::Child;
-using VestaTest::Pipe;
+
+/// Turns between processes: each side says a byte or waits for one.
+class Pipe {
+ public:
+  Pipe() { EXPECT_EQ(pipe2(ends_, O_CLOEXEC), 0); }
+  ~Pipe() {
+    close(ends_[0]);
+    close(ends_[1]);
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  void say() const { (void)!write(ends_[1], "s", 1); }
+  void await() const {
+    pollfd waiting{ends_[0], POLLIN, 0};
+    char byte = 0;
+    ASSERT_EQ(poll(&waiting, 1, 30000), 1) << "the other side said nothing";
+    (void)!read(ends_[0], &byte, 1);
+  }
+
+ private:
+  int ends_[2];
+};
 
 constinit const Skein::Site kCount{"./count", 1, "count", "%s %s"};
 constinit const Skein::Site kTurn{"./turn", 2, "turn", "%s"};
