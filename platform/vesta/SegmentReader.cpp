@@ -19,8 +19,8 @@ SegmentReader::SegmentReader(const Shape& shape, const AttachOptions& options,
     return;
   }
   claimNumber();
-  fifo_ = files_.readerFifo(number_);
   try {
+    fifo_ = files_.readerFifo(number_);
     if (mapping) {
       startOn(std::move(mapping));
     } else {
