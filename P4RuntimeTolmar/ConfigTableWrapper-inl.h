@@ -123,7 +123,7 @@ ConfigReactor<Kind>::ConfigReactor(typename Kind::Config::Ptr config, ConfigTabl
 template <class Kind>
 void ConfigReactor<Kind>::onTable(const typename Kind::Key& key) {
   if (wrapper_ == nullptr || this->quillMarkedForDeletion()) return;
-  const auto keep = wrapper_->weak_from_this().lock();  // an observer may have the wrapper dropped
+  const auto keep = wrapper_->keptForObservers();
   try {
     record(key);
   } catch (...) {

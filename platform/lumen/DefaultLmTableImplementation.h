@@ -78,6 +78,12 @@ class DefaultLmTableImplementation : public LmTableImplementation {
   /// Sees every row before it is written; empty: none. Replaces the one from the table operations.
   void preWriteHookIs(PreWriteHook hook) { preWriteHook_ = std::move(hook); }
 
+  /// Keeps this alive while observers are told: nobody else can have the table dropped meanwhile. Null, and
+  /// without cost, when there are none.
+  std::shared_ptr<LmTableImplementation> keptForObservers() {
+    return interface_ != nullptr && interface_->observed() ? weak_from_this().lock() : nullptr;
+  }
+
  protected:
   bool preWriteActive() const noexcept { return static_cast<bool>(preWriteHook_); }
   void preWrite(const BaseRow& row, const BaseRow& previous) const { preWriteHook_(row, previous); }

@@ -69,6 +69,7 @@ class LmTable final : public LmTableInterface, public std::enable_shared_from_th
   void observerDel(const LmTableObserver& observer);
   std::size_t observers() const noexcept { return observers_.size(); }
 
+  bool observed() const noexcept override { return !observers_.empty(); }
   std::optional<std::uint64_t> notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx,
                                                bool deleted, const BaseRow& row) override;
   void implementationIs(const std::shared_ptr<LmTableImplementation>& implementation) override;

@@ -17,6 +17,8 @@ class LumenDB;
 class LmTableInterface {
  public:
   virtual ~LmTableInterface();
+  /// Whether the table has observers.
+  virtual bool observed() const noexcept = 0;
   /// A change has been recorded: tells the observers, also of earlier changes that they do not know yet.
   /// Returns the smallest change index that all of them have consumed, or nothing when there is no observer.
   /// The row is the caller's and good until an observer writes to the table.
