@@ -56,7 +56,12 @@ void RowWrites::putCell(std::uint32_t cell, std::uint32_t value) {
 void RowWrites::takeCell(std::uint32_t cell) {
   const std::size_t base = layout_.indexAt(index_);
   const std::uint32_t mask = layout_.cells - 1;
-  const auto state = [&](std::uint32_t at) { return cellState(segment_.unsealed(base + at, "index cell")); };
+  // A damaged cell counts as used, which keeps every chain whole; whoever probes it reports it. The change is
+  // half done here and has to be finished.
+  const auto state = [&](std::uint32_t at) {
+    const Word word = segment_.load(base + at);
+    return isSealed(word, base + at) ? cellState(static_cast<std::uint32_t>(word)) : CellState::used;
+  };
   const auto put = [&](std::uint32_t at, std::uint32_t value) {
     segment_.store(base + at, sealed(value, base + at));
   };
