@@ -7,9 +7,9 @@
 /// Checks at its end that no counted object is left that was not there at its beginning. The first member of
 /// a fixture, so that it ends last.
 struct NothingLeft {
-  NothingLeft() = default;
+  NothingLeft() : before(Quill::AllocTrackTypeInfo::liveTotal()) {}
   NothingLeft(const NothingLeft&) = delete;
   NothingLeft& operator=(const NothingLeft&) = delete;
   ~NothingLeft() { EXPECT_EQ(Quill::AllocTrackTypeInfo::liveTotal(), before); }
-  const std::int64_t before = Quill::AllocTrackTypeInfo::liveTotal();
+  const std::int64_t before;
 };

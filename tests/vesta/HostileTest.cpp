@@ -38,7 +38,7 @@ std::size_t expectRightOrAnError(Table& table, const Model& model) {
   for (const auto& row : model) {
     expect([&] { return stampOf(table, row.first); }, row.second);
   }
-  for (const std::uint64_t id : {0, 1, 4, 50, 1000}) {
+  for (const std::uint64_t id : {0u, 1u, 4u, 50u, 1000u}) {
     expect([&] { return stampOf(table, id); }, 0u);
   }
   expect([&] { return contents(table); }, model);
