@@ -198,7 +198,8 @@ void VestaMap<Key, Entry>::collectionReadyIs(bool ready) {
 template <class Key, class Entry>
 template <class Call>
 std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
-  if (reader_ == nullptr) return 0;
+  Reader* const called = reader_;
+  if (called == nullptr) return 0;
   struct Counted {
     VestaMap& map;
     explicit Counted(VestaMap& of) : map(of) { ++map.calls_; }
@@ -209,7 +210,8 @@ std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
   try {
     return call();
   } catch (const Cairn::CorruptionDetectedException& damage) {
-    corruptionDetected(damage.message());
+    // A handler may have met it first, and have taken the table down or mounted it again.
+    if (reader_ == called) corruptionDetected(damage.message());
     return 0;
   }
 }

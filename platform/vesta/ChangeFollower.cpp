@@ -22,7 +22,8 @@ void ChangeFollower::segmentIs(RowReads& reads, InitialRows rows) {
   const Word first = reads.segment().firstSequence();
   for (Told& told : told_) told = {first, false};
   handled_ = first;
-  if (rows == InitialRows::tell) {
+  attaching_ = rows == InitialRows::tell;
+  if (attaching_) {
     compare(reads);
   } else {
     handled_ = scan(reads, [this](std::uint32_t slot, Word sequence, bool occupied, bool, const Word* key) {
@@ -97,7 +98,10 @@ bool ChangeFollower::tellNext(RowReads* reads, const KeyHandler& handler) {
       queue_.pop_front();
       const bool last = queue_.empty();
       tellKey(reads, key, handler);
-      if (last && queue_.empty()) handled_ = target_;
+      if (last && queue_.empty()) {
+        handled_ = target_;
+        attaching_ = false;
+      }
       return true;
     }
     if (reads == nullptr) {
@@ -155,7 +159,12 @@ bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
 // comparison has to tell it.
 void ChangeFollower::tellKey(RowReads* reads, const Key& key, const KeyHandler& handler) {
   const Word before = reads != nullptr ? reads->segment().load(kSequenceAt) : handled_;
-  handler(key.data());
+  try {
+    handler(key.data());
+  } catch (...) {
+    if (reads != nullptr) lookOutFor(reads->segment(), key);
+    throw;
+  }
   while (!ahead_.empty() && !isAfter(ahead_.front().first, handled_)) ahead_.pop_front();
   if (reads != nullptr && maySee(*reads, key, before)) lookOutFor(reads->segment(), key);
 }
@@ -211,7 +220,10 @@ void ChangeFollower::compare(RowReads& reads) {
   for (auto& [sequence, key] : changed_) queue_.push_back(std::move(key));
   changed_.clear();
   target_ = target;
-  if (queue_.empty()) handled_ = target_;
+  if (queue_.empty()) {
+    handled_ = target_;
+    attaching_ = false;
+  }
 }
 
 }  // namespace Vesta

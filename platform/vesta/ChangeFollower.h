@@ -36,8 +36,12 @@ class ChangeFollower {
   bool tellNext(RowReads* reads, const KeyHandler& handler);
   bool hasPending(const Segment* segment) const;
 
-  /// Every change up to this sequence has been told.
-  Word handled() const noexcept { return handled_; }
+  /// Every change up to this sequence has been told. While rows that were there at the attach are yet to be
+  /// told, a sequence before all others: changes of an earlier segment, whose sequences this one continues,
+  /// are among them.
+  Word handled() const noexcept {
+    return attaching_ ? (handled_ - (Word{1} << 60)) & kSequenceMask : handled_;
+  }
   std::uint64_t overtaken() const noexcept { return overtaken_; }
 
  private:
@@ -70,6 +74,7 @@ class ChangeFollower {
   std::vector<Word> row_;
   Word target_ = 0;  // handled once the queue is empty
   Word handled_ = 0;
+  bool attaching_ = false;
   std::uint64_t overtaken_ = 0;
 };
 

@@ -38,7 +38,7 @@ enum HeaderWord : std::size_t {
   kHeaderWords
 };
 constexpr Word kMagic = 0x31545345'564c4f54u;  // "TOLVEST1" in memory
-constexpr Word kLayoutVersion = 1;
+constexpr Word kLayoutVersion = 2;
 
 // Writer's page: one cache line each.
 constexpr std::size_t kSequenceAt = kPageWords;                    // of the newest published change

@@ -39,7 +39,10 @@ bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
   for (const long byte :
        files_.lock().heldElsewhere(LockFile::readerByte(0), LockFile::readerByte(kMaxReaders))) {
     const auto reader = static_cast<unsigned>(byte - LockFile::readerByte(0));
-    if (segment.load(readerLineAt(reader) + kReaderIdentityAt) == 0 && counts(reader, 0, 0)) return false;
+    const std::size_t line = readerLineAt(reader);
+    const Word identity = segment.load(line + kReaderIdentityAt);
+    const Word handled = identity == 0 ? 0 : segment.load(line + kReaderHandledAt);
+    if ((identity == 0 || isAfter(sequence, handled)) && counts(reader, identity, handled)) return false;
   }
   return true;
 }

@@ -82,7 +82,7 @@ void SegmentWriter::replaceIfDamaged() {
     try {
       replaceSegment(damage.message());
     } catch (const std::exception& failure) {
-      logError(options_, std::string("could not be replaced: ") + failure.what());
+      logError(options_, failure.what());
       std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(kDamageReported);
     }
   }
@@ -93,8 +93,14 @@ void SegmentWriter::replaceSegment(const std::string& reason) {
   AttachOptions with = options_;
   with.onDamage = OnDamage::keepSoundRows;
   with.firstSequence = rows_->sequence();
-  const CreationLock creation(files_.lock(), files_.path().text());
-  rowsAre(replaceDamaged(files_, mapping(), reason, with));
+  try {
+    const CreationLock creation(files_.lock(), files_.path().text());
+    rowsAre(replaceDamaged(files_, mapping(), reason, with));
+  } catch (const Cairn::CorruptionDetectedException&) {
+    throw;
+  } catch (const Cairn::Exception& failure) {
+    throw Cairn::CorruptionDetectedException(reason + "; could not be replaced: " + failure.message());
+  }
 }
 
 bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {

@@ -94,8 +94,9 @@ void TableFiles::replace(const Unnamed& created) const {
     if (number == kKept) unlinkat(folder(), aside.c_str(), 0);
     if (number == kKept || faccessat(folder(), aside.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) break;
   }
+  const Descriptor old = openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text());
   link(created, aside);
-  markRetired(openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text()).get());
+  markRetired(old.get());
   if (renameat2(folder(), aside.c_str(), folder(), path_.collection().c_str(), RENAME_EXCHANGE) != 0) {
     throw Cairn::SystemException("exchange segments " + path_.text() + " and " + aside, errno);
   }

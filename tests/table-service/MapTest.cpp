@@ -170,6 +170,19 @@ TEST_F(MapTest, Handlers_MayDetachAndAttachTheirMap) {
   EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 1, 2, 3}));
 }
 
+TEST_F(MapTest, Corruption_MetByHandlerAndPollIsHandledOnce) {
+  const auto table = writer();
+  map.attachReader(options());
+  put(*table, 1, 1);
+  put(*table, 2, 1);
+  map.onChangeIs([&](const TestKey&) {
+    map.corruptionDetected("met by a handler");
+    throw Cairn::CorruptionDetectedException("and by poll");
+  });
+  EXPECT_EQ(map.events().poll(10), 0u);
+  EXPECT_FALSE(map.attached());
+}
+
 TEST_F(MapTest, Corruption_InTheLogIsHandledByPoll) {
   const auto table = writer();
   int lost = 0;

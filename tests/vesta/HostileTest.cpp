@@ -188,6 +188,11 @@ TEST_F(TableTest, Hostile_DamagesAreNamedToReadersAndRepairedByWriters) {
       for (const auto& [id, stamp] : kept) EXPECT_EQ(model.at(id), stamp) << id;
       EXPECT_EQ(std::filesystem::exists(file() + ".retired.1"), living ? !damage.keeps : damage.setAside);
       EXPECT_EQ(contents(*reader(kCapacity)), kept);
+      if (living && !damage.keeps) {
+        follower->onChangeIs([&](const TestKey& key) { put(known, key.id, stampOf(*follower, key.id)); });
+        EXPECT_EQ(follower->poll(1), 1u);
+        EXPECT_FALSE(table->quiesced(before)) << "it has come over, but was told of one row only";
+      }
       told(*follower, &known);
       EXPECT_EQ(known, kept);
       EXPECT_TRUE(table->quiesced(table->sequence()));
