@@ -28,6 +28,7 @@ template <class Counts>
 bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
   if (!rows_) return true;
   const Segment& segment = rows_->reads().segment();
+  // One that lags is mostly found without a system call; lines of the dead are freed on the way.
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
     const std::size_t line = readerLineAt(reader);
     const Word identity = segment.load(line + kReaderIdentityAt);

@@ -50,11 +50,6 @@ std::size_t Segment::members() const {
   return members;
 }
 
-int Segment::writerPid() const noexcept {
-  const Word word = load(kWriterPidAt);
-  return isSealed(word, kWriterPidAt) ? static_cast<int>(static_cast<std::uint32_t>(word)) : 0;
-}
-
 namespace {
 
 std::uint32_t headerChecksum(const Word* words) {

@@ -27,7 +27,6 @@ class Segment {
 
   bool retired() const noexcept { return load(kStateAt) == kRetired; }
   Word firstSequence() const noexcept { return load(kFirstSequenceAt); }
-  Word generation() const noexcept { return load(kGenerationAt); }
   /// The value of a sealed word; throws Cairn::CorruptionDetectedException naming `what` when the seal is
   /// broken.
   std::uint32_t unsealed(std::size_t position, const char* what) const {
@@ -40,7 +39,6 @@ class Segment {
     return static_cast<std::uint32_t>(word);
   }
   std::size_t members() const;
-  int writerPid() const noexcept;
 
  private:
   [[noreturn]] static void reportSeal(Word word, std::size_t position, const char* what);

@@ -96,8 +96,6 @@ void SegmentWriter::replaceSegment(const std::string& reason) {
   try {
     const CreationLock creation(files_.lock(), files_.path().text());
     rowsAre(replaceDamaged(files_, mapping(), reason, with));
-  } catch (const Cairn::CorruptionDetectedException&) {
-    throw;
   } catch (const Cairn::Exception& failure) {
     throw Cairn::CorruptionDetectedException(reason + "; could not be replaced: " + failure.message());
   }

@@ -96,22 +96,24 @@ void TableFiles::replace(const Unnamed& created) const {
   }
   const Descriptor old = openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text());
   link(created, aside);
-  markRetired(old.get());
+  stateIs(old.get(), kRetired);
   if (renameat2(folder(), aside.c_str(), folder(), path_.collection().c_str(), RENAME_EXCHANGE) != 0) {
-    throw Cairn::SystemException("exchange segments " + path_.text() + " and " + aside, errno);
+    const int error = errno;
+    stateIs(old.get(), kLive);
+    unlinkat(folder(), aside.c_str(), 0);
+    throw Cairn::SystemException("exchange segments " + path_.text() + " and " + aside, error);
   }
 }
 
-void TableFiles::markRetired(int segment) const {
-  const Word mark = kRetired;
+void TableFiles::stateIs(int segment, Word state) const {
   const auto at = static_cast<off_t>(kStateAt * sizeof(Word));
   if (sizeOf(segment, path_.text()) >= kTablesAt * sizeof(Word))
-    (void)!pwrite(segment, &mark, sizeof mark, at);
+    (void)!pwrite(segment, &state, sizeof state, at);
 }
 
 void TableFiles::remove() {
   try {
-    markRetired(openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text()).get());
+    stateIs(openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text()).get(), kRetired);
   } catch (const Cairn::SystemException& failure) {
     if (failure.error() == ENOENT) return;
     throw;

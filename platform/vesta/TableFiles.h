@@ -57,7 +57,7 @@ class TableFiles {
 
  private:
   void link(const Unnamed& created, const std::string& name) const;
-  void markRetired(int segment) const;
+  void stateIs(int segment, Word state) const;
 
   RootPath path_;
   Descriptor folder_;
