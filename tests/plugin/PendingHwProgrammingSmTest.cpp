@@ -10,7 +10,7 @@
 #include "PluginFixture.h"
 #include "ScriptedTable.h"
 #include "quill/Generic.h"
-#include "tests/quill/AllocationCount.h"
+#include "tests/AllocationCount.h"
 
 namespace {
 

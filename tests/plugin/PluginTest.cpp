@@ -6,7 +6,7 @@
 #include "PluginFixture.h"
 #include "cairn/Assert.h"
 #include "quill/Generic.h"
-#include "tests/quill/AllocationCount.h"
+#include "tests/AllocationCount.h"
 
 namespace {
 

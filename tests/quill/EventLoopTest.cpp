@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "AllocationCount.h"
 #include "cairn/Exception.h"
+#include "tests/AllocationCount.h"
 
 namespace {
 
