@@ -1,12 +1,15 @@
-// Row tables over real config tables in shared memory, and the three kinds that tests run over.
+// Row tables over real config tables in shared memory, the three kinds that tests run over, and an observer.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
 #include <memory>
-#include <set>
+#include <string>
 #include <tuple>
+#include <vector>
 
 #include "P4RuntimePlugin/P4RuntimePluginHelper.h"
 #include "P4RuntimeTolmar/P4RuntimeTolmarTypesLumenWrappers.h"
@@ -31,6 +34,9 @@ inline void keyIs(L3TunnelTH3ConfigEntry& entry, std::uint32_t n) {
   entry.dip = n % 3 == 0 ? IpGenAddr() : IpGenAddr::ipv4({198, 51, 100, 7});
 }
 
+template <class Kind>
+using Contents = std::map<typename Kind::Key, typename Kind::Entry>;
+
 /// A mounted config table of 64 entries, registered under its row table's name.
 template <class Kind>
 struct RowTable {
@@ -38,10 +44,12 @@ struct RowTable {
   using Wrapper = typename Kind::Wrapper;
   using Entry = typename Kind::Entry;
   using Row = typename Kind::EntryRow;
-  /// A recorded change: its index, 1 for written or 2 for deleted, and its key.
-  using Change = std::tuple<std::uint64_t, std::uint32_t, typename Kind::Key>;
+  /// A recorded change: its index, 1 for written or 2 for deleted, and its row.
+  using Change = std::tuple<std::uint64_t, std::uint32_t, Entry>;
 
-  ~RowTable() { db->tableImplementationDel(table->name()); }
+  ~RowTable() {
+    for (const auto& served : db->tables()) db->tableImplementationDel(served->name());
+  }
 
   /// The key's columns alone.
   static Entry keyOnly(std::uint32_t n) {
@@ -64,17 +72,24 @@ struct RowTable {
     std::vector<Change> found;
     for (auto at = table->nextChange(after); at != table->endChange(); ++at) {
       const auto change = *at;
-      found.emplace_back(change->index, static_cast<std::uint32_t>(change->kind), entryOf(change->row).key());
+      found.emplace_back(change->index, static_cast<std::uint32_t>(change->kind), entryOf(change->row));
     }
     return found;
   }
+  static Contents<Kind> contents(const Lumen::LmTable& of) {
+    Contents<Kind> found;
+    if (of.implementation() == nullptr) return found;
+    for (auto at = of.begin(); at; ++at) found.emplace(entryOf(*at).key(), entryOf(*at));
+    return found;
+  }
   /// Mounts the table, or mounts it again after damage.
-  typename Config::Ptr mounted() {
+  typename Config::Ptr mounted(const char* shortName = "sample") {
     std::string typePrefix(Row::rowTypeName());
     typePrefix.erase(typePrefix.find("ConfigEntryRow"));
-    helper.mountVestaTables(typePrefix, "sample", "Table", 64);
-    return helper.tableConfig<Config>("sample");
+    helper.mountVestaTables(typePrefix, shortName, "Table", 64);
+    return helper.tableConfig<Config>(shortName);
   }
+  /// Has the row table of that name, registered if it is not yet, served by a new wrapper.
   std::shared_ptr<Lumen::LmTable> registered(typename Config::Ptr over, const char* shortName) {
     helper.registerConfigTable<Config, Row, Wrapper>(over, shortName);
     return db->tables().back();
@@ -97,12 +112,34 @@ struct RowTableTest : testing::Test {
   RowTable<Kind> rowTable;
 };
 
-/// Hands each row of a walk and each change to a function.
-struct Calling : Lumen::LmTableObserver {
-  explicit Calling(std::function<void(const Lumen::BasicLmTableChange&)> toCall) : call(std::move(toCall)) {}
-  void onReset() override {}
-  void onChange(const Lumen::BasicLmTableChange& change) override { call(change); }
-  const std::function<void(const Lumen::BasicLmTableChange&)> call;
+/// Keeps a copy of the table, and lets a test do something within each call.
+template <class Kind>
+struct Follower : Lumen::LmTableObserver {
+  void onReset() override {
+    rows.clear();
+    if (whenReset) whenReset();
+  }
+  void onChange(const Lumen::BasicLmTableChange& change) override {
+    if (whenChanged) whenChanged(change);
+    indices.push_back(change.index);
+    const auto entry = RowTable<Kind>::entryOf(change.row);
+    rows.erase(entry.key());
+    if (change.kind == Lumen::ChangeKind::written) rows.emplace(entry.key(), entry);
+  }
+  void onChangesWaiting() override {
+    if (prompt) consume();
+  }
+  void onException(const std::exception& exception) override {
+    exceptions.emplace_back(exception.what());
+    if (whenFailed) whenFailed();
+  }
+
+  bool prompt = true;
+  Contents<Kind> rows;
+  std::vector<std::uint64_t> indices;
+  std::vector<std::string> exceptions;
+  std::function<void()> whenReset, whenFailed;
+  std::function<void(const Lumen::BasicLmTableChange&)> whenChanged;
 };
 
 }  // namespace WrapperTest

@@ -1,3 +1,4 @@
+#include "lumen/LmErrors.h"
 #include "rows/RowErrors.h"
 #include "tests/SlotOf.h"
 #include "tests/vesta/DamagedRow.h"
@@ -32,12 +33,36 @@ TYPED_TEST(RowsOf, Slots_OfWrapperAndIteratorsAreInOrder) {
   expectSlotsInOrder(&C::operator==, &C::operator!=, &C::operator*, &C::operator++, &C::clone);
 }
 
-TYPED_TEST(RowsOf, Iterators_CompareByValidityAloneAndKeepTheConfigTableAlive) {
+TYPED_TEST(RowsOf, Walks_FromTheStartOrAFoundRowGoOnWhenTheirRowIsDeleted) {
+  auto& rows = this->rowTable;
+  Contents<TypeParam> left;
+  for (std::uint32_t n = 0; n < 60; ++n) {
+    rows.table->rowIs(rows.row(n, n));
+    left.emplace(rows.key(n), rows.entry(n, n));
+  }
+  EXPECT_EQ(rows.contents(*rows.table), left);
+  for (auto at = rows.table->begin(); at != rows.table->end(); ++at) {
+    const auto entry = rows.entryOf(*at);
+    EXPECT_EQ(left.erase(entry.key()), 1u);
+    auto from = rows.table->find(*at);
+    EXPECT_EQ(rows.entryOf(*from), entry);
+    EXPECT_EQ(rows.entryOf(rows.table->row(*at)), entry);
+    rows.table->rowDel(from);
+    EXPECT_EQ(rows.table->size(), left.size());
+    std::size_t after = 0;
+    while (++from) ++after;
+    EXPECT_EQ(after, left.size());
+  }
+  EXPECT_TRUE(left.empty());
+}
+
+TYPED_TEST(RowsOf, Iterators_CompareByValidityAloneAndKeepTheirTableAlive) {
   auto& rows = this->rowTable;
   rows.table->rowIs(rows.row(1, 10));
   rows.table->rowIs(rows.row(2, 20));
   auto first = rows.table->begin();
-  auto second = rows.table->begin();
+  auto second = rows.table->end();
+  second = first;
   ++second;
   EXPECT_EQ(first, second);
   const auto copy = first;
@@ -49,6 +74,7 @@ TYPED_TEST(RowsOf, Iterators_CompareByValidityAloneAndKeepTheConfigTableAlive) {
   EXPECT_THAT([&] { *first; }, ThrowsMessage<Cairn::AssertionException>("iterator stands on no row"));
 
   const auto change = rows.table->nextChange(0);
+  const std::weak_ptr<typename TypeParam::Wrapper> watch = rows.wrapper;
   rows.wrapper.reset();
   rows.db->tableImplementationDel(rows.table->name());
   rows.config = nullptr;
@@ -56,21 +82,30 @@ TYPED_TEST(RowsOf, Iterators_CompareByValidityAloneAndKeepTheConfigTableAlive) {
   EXPECT_EQ(rows.entryOf((*change)->row), typename TypeParam::Entry{});
   EXPECT_EQ(rows.entryOf(*copy), rows.entry(1, 10)) << "the row it stands on is its own";
   EXPECT_FALSE(++second);
+  EXPECT_FALSE(watch.expired());
+  second = std::move(first);
+  EXPECT_FALSE(second);
 }
 
 TYPED_TEST(RowsOf, BadRows_AreRefusedInOrderAfterTheHookAndChangeNothing) {
-  auto& wrapper = *this->rowTable.wrapper;
   std::vector<bool> hookSawNull;
-  wrapper.preWriteHookIs([&](const BaseRow& row, const BaseRow& previous) {
+  const Lumen::LmTableOps ops{[&](const BaseRow& row, const BaseRow& previous) {
     EXPECT_TRUE(previous.isNull());
     hookSawNull.push_back(row.isNull());
     if (hookSawNull.size() == 3) throw std::runtime_error("unlucky");
-  });
+  }};
+  typename TypeParam::Wrapper wrapper(this->rowTable.config, this->rowTable.db, &ops, true, true, false);
   const BaseRow null;
   const std::function<void()> otherIndices[] = {[&] { wrapper.row(null, 1); }, [&] { wrapper.find(null, 1); },
                                                 [&] { wrapper.begin(1); }, [&] { wrapper.end(1); }};
   for (const auto& call : otherIndices) {
     EXPECT_THAT(call, ThrowsMessage<Cairn::AssertionException>("Multiple indices not supported"));
+  }
+  const std::function<void()> outOfRange[] = {[&] { wrapper.isUnique(3); }, [&] { wrapper.isOrdered(3); },
+                                              [&] { wrapper.activateIndex(3); },
+                                              [&] { wrapper.deactivateIndex(3); }};
+  for (const auto& call : outOfRange) {
+    EXPECT_THAT(call, ThrowsMessage<Lumen::LmOutOfRange>("Multiple indices not supported. idx:3"));
   }
   const std::function<void(const BaseRow&)> calls[] = {[&](const BaseRow& row) { wrapper.row(row, 0); },
                                                        [&](const BaseRow& row) { wrapper.find(row, 0); },
@@ -101,7 +136,6 @@ TYPED_TEST(RowsOf, NullConfig_ReadsAsEmptyAndRefusesWrites) {
   EXPECT_THAT([&] { table->rowIs(rows.row(1)); }, refused);
   EXPECT_THAT([&] { table->rowDel(rows.row(1)); }, refused);
   EXPECT_THAT([&] { table->rowDelAll(); }, refused);
-  rows.db->tableImplementationDel(table->name());
 }
 
 TYPED_TEST(RowsOf, Damage_DetachesTheTableWhicheverReadMeetsIt) {
@@ -120,7 +154,7 @@ TYPED_TEST(RowsOf, Damage_DetachesTheTableWhicheverReadMeetsIt) {
         const auto latest = rows.table->latestChangeIdx();
         static_cast<typename Config::NotifieeConst*>(rows.config->notifieeList().front())
             ->onTable(rows.key(1));
-        EXPECT_THAT(rows.changes(latest), testing::ElementsAre(std::tuple(latest + 3, 2, rows.key(1))));
+        EXPECT_THAT(rows.changes(latest), testing::ElementsAre(std::tuple(latest + 3, 2, rows.keyOnly(1))));
       },
   };
   for (const auto& read : reads) {
