@@ -40,7 +40,8 @@ class LmRowIteratorImpl {
   LmRowIteratorImpl& operator=(const LmRowIteratorImpl&) = default;
 };
 
-/// A position in a table's changes, in ascending order of their indices.
+/// A position in a table's changes, in ascending order of their indices. It stays good when changes are
+/// recorded and forgotten: ++ then goes to the next higher index that is there.
 class LmChangeIteratorImpl {
  public:
   virtual ~LmChangeIteratorImpl();

@@ -59,29 +59,18 @@ std::size_t LmTableObserver::walkChanges(LmTable& table, std::size_t limit) {
   const auto implementation = table.implementation();
   std::size_t count = 0;
   if (implementation == nullptr) return count;
-  const auto bounds = [&] {
-    return std::pair(implementation->oldestChangeIdx(), implementation->latestChangeIdx());
-  };
-  auto seen = bounds();
-  auto next = implementation->nextChange(consumed_);
-  auto end = implementation->endChange();
-  while (count < limit) {
+  const auto end = implementation->endChange();
+  for (const auto next = implementation->nextChange(consumed_); count < limit; ++*next) {
     // Trimming may go past the latest change: no walk over the rows takes an observer further than that.
-    if (consumed_ < std::min(seen.first, seen.second)) reset_ = true;
-    if (reset_) break;
-    if (*next == *end) break;
+    if (consumed_ < std::min(implementation->oldestChangeIdx(), implementation->latestChangeIdx())) {
+      reset_ = true;
+    }
+    if (reset_ || *next == *end) break;
     const auto change = **next;
     onChange(*change);
     ++count;
     if (table_ != &table || table.implementation() != implementation) break;
     consumed_ = change->index;
-    if (bounds() == seen) {
-      ++*next;
-    } else {  // changes were recorded or forgotten: the iterators may not be valid any more
-      seen = bounds();
-      next = implementation->nextChange(consumed_);
-      end = implementation->endChange();
-    }
   }
   return count;
 }
