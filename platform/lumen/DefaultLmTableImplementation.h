@@ -75,8 +75,6 @@ class DefaultLmTableImplementation : public LmTableImplementation {
   void cleanup() override {}
 
   const IndexMap& indexMap() const noexcept { return indexMap_; }
-  /// Sees every row before it is written; empty: none. Replaces the one from the table operations.
-  void preWriteHookIs(PreWriteHook hook) { preWriteHook_ = std::move(hook); }
 
   /// Keeps this alive while observers are told: nobody else can have the table dropped meanwhile. Null, and
   /// without cost, when there are none.

@@ -67,7 +67,6 @@ class LmTable final : public LmTableInterface, public std::enable_shared_from_th
   void observerIs(const std::shared_ptr<LmTableObserver>& observer);
   /// Drops an observer; it is not called any more. Nothing happens when it does not follow this table.
   void observerDel(const LmTableObserver& observer);
-  std::size_t observers() const noexcept { return observers_.size(); }
 
   bool observed() const noexcept override { return !observers_.empty(); }
   std::optional<std::uint64_t> notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx,
