@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "P4RuntimeTolmar/RecordCodec.h"
 #include "lumen/LumenDB.h"
 #include "lumen/RowText.h"
 #include "tests/AllocationCount.h"
@@ -16,10 +17,11 @@ namespace {
 
 using Lumen::BaseRow;
 
-std::string hex(const std::byte* bytes, int count) {
+template <class Byte>
+std::string hex(const Byte* bytes, std::size_t count) {
   std::ostringstream text;
   text << std::hex << std::setfill('0');
-  for (int i = 0; i < count; ++i) text << std::setw(2) << std::to_integer<int>(bytes[i]);
+  for (std::size_t i = 0; i < count; ++i) text << std::setw(2) << static_cast<int>(bytes[i]);
   return text.str();
 }
 
@@ -40,12 +42,14 @@ TYPED_TEST(EntryRowFormat, Fields_StandAtTheirPlacesAndComeBack) {
   const std::uint64_t before = count;
   const auto row = TypeParam::fromEntry(pinned.entry);
   EXPECT_EQ(count, before + 1);
-  EXPECT_EQ(hex(row.bytes().data, 2) + hex(row.bytes().data + 4, row.rowLength() - 4), pinned.hex);
+  EXPECT_EQ(hex(row.bytes().data, 2) + hex(row.bytes().data + 4, row.rowLength() - 4u), pinned.hex);
   EXPECT_EQ(row.rowType(), TypeParam::protRowType());
   EXPECT_EQ(row.bufferLength(), row.rowLength());
   EXPECT_EQ(row.entry(), pinned.entry);
+  EXPECT_EQ(TypeParam(BaseRow(row)).bytes().data, row.bytes().data) << "conversions share the buffer";
   EXPECT_EQ(row.keyRecord(), pinned.entry.key());
   EXPECT_EQ(row.rowHash(), pinned.numbers.rowHash);
+  EXPECT_EQ(row.hash(), pinned.numbers.keyHash);
   EXPECT_EQ(Lumen::rowText(row), row.toString());
   // Each name is that of its own field: the columns are in the order in which the fields are declared.
   const void* last = nullptr;
@@ -104,7 +108,6 @@ std::vector<Row> changedRows() {
   return rows;
 }
 
-// How records hash and compare has tests of its own.
 TYPED_TEST(EntryRowFormat, Comparisons_AreThoseOfTheRecordsAndAllocateNothing) {
   const std::vector<TypeParam> rows = changedRows<TypeParam>();
   const auto ops = Lumen::rowOps(kPinned<TypeParam>.name);
@@ -124,6 +127,39 @@ TYPED_TEST(EntryRowFormat, Comparisons_AreThoseOfTheRecordsAndAllocateNothing) {
     }
   }
   EXPECT_EQ(allocationCount(), before);
+}
+
+template <class A, class B>
+concept Equal = requires(const A& a, const B& b) {
+  a == b;
+};
+static_assert(Equal<L3IifTH3ConfigEntry, L3IifTH3ConfigEntry>);
+static_assert(!Equal<L3IifTH3ConfigEntry, L3IifTH3StatusEntry>);
+static_assert(!Equal<L3IifTH3ConfigEntry, L3IifTH3Key> && !Equal<L3IifTH3Key, L3IifTH3ConfigEntry>);
+static_assert(!std::totally_ordered<L3IifTH3ConfigEntry>, "an entry does not pass for its key");
+
+TYPED_TEST(EntryRowFormat, Codec_StoresEveryFieldInFixedSize) {
+  using Entry = typename TypeParam::EntryType;
+  const auto& pinned = kPinned<TypeParam>;
+  EXPECT_EQ(Vesta::Codec<Entry>::size, pinned.numbers.storedSize);
+  EXPECT_EQ(Vesta::Codec<typename TypeParam::KeyRecord>::size, pinned.numbers.storedKeySize);
+  std::array<std::uint8_t, Vesta::Codec<Entry>::size> bytes;
+  bytes.fill(0xee);
+  Vesta::Codec<Entry>::encode(pinned.entry, bytes.data());
+  Entry back;
+  Vesta::Codec<Entry>::decode(bytes.data(), back);
+  EXPECT_EQ(back, pinned.entry);
+  if constexpr (std::same_as<TypeParam, L3TunnelTH3StatusEntryRow>) {
+    // Widest integers first, little-endian; addresses last, their unused bytes zero.
+    EXPECT_EQ(hex(bytes.data(), bytes.size()),
+              "0807060504030201181716151413121122213231424101110"
+              "1c000020100000000000000000000000002"
+              "20010db8000000000000000000000005");
+    bytes.fill(0xff);
+    Vesta::Codec<Entry>::decode(bytes.data(), back);
+    Vesta::Codec<Entry>::encode(back, bytes.data());
+    EXPECT_EQ(hex(bytes.data() + 24, 2), "0000") << "no family: unset, and all unset are stored alike";
+  }
 }
 
 TYPED_TEST(EntryRowFormat, Generator_MakesOneSetOfOperations) {

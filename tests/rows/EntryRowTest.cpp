@@ -6,21 +6,6 @@
 
 namespace TolmarHwLib {
 
-/// Its row class can be looked up under another name each time.
-struct RenamedEntry : L3IifTH3Key {};
-template <>
-struct RowSchema<RenamedEntry> {
-  using Key = L3IifTH3Key;
-  static inline std::string_view rowTypeName;
-  static constexpr std::tuple<> head{};
-  static constexpr auto key = RowSchema<Key>::columns;
-  static constexpr std::tuple<> data{};
-};
-
-struct RenamedRow final : EntryRow<RenamedRow, RenamedEntry> {
-  using EntryRow::EntryRow;
-};
-
 namespace {
 
 using Lumen::BaseRow;
@@ -31,28 +16,6 @@ constexpr len_t kSip = 21;
 constexpr len_t kDip = 25;
 constexpr len_t kFixed = 49;
 const Entry& kSample = kPinned<Row>.entry;
-
-TEST(EntryRow, RowTypeIsLookedUpOnce_AndAgainAfterReset) {
-  RowSchema<RenamedEntry>::rowTypeName = L3IifTH3ConfigEntryRow::rowTypeName();
-  EXPECT_EQ(RenamedRow::protRowType(), L3IifTH3ConfigEntryRow::protRowType());
-  RowSchema<RenamedEntry>::rowTypeName = L3IifTH3StatusEntryRow::rowTypeName();
-  EXPECT_EQ(RenamedRow().rowType(), L3IifTH3ConfigEntryRow::protRowType());
-  RenamedRow::reset();
-  EXPECT_EQ(RenamedRow().rowType(), L3IifTH3StatusEntryRow::protRowType());
-}
-
-TEST(EntryRow, Conversions_ShareOrTakeTheBuffer) {
-  BaseRow generic = pinnedRow<Row>();
-  const Row copied(generic);
-  Row assigned;
-  assigned = generic;
-  EXPECT_EQ(generic.bufferUseCount(), 3u);
-  const Row moved(std::move(generic));
-  EXPECT_EQ(moved.entry(), kSample);
-  EXPECT_EQ(moved.bufferUseCount(), 3u);
-  assigned = BaseRow();
-  EXPECT_TRUE(assigned.isNull() && Row(BaseRow()).isNull());
-}
 
 TEST(EntryRow, FillAndClear_KeepTheBufferUnlessItIsSharedOrTooSmall) {
   Row row = pinnedRow<Row>();

@@ -29,6 +29,9 @@ struct PinnedNumbers {
   len_t fixedLength;
   std::vector<len_t> variableColumns;
   std::uint32_t rowHash;
+  std::uint32_t keyHash;
+  std::size_t storedSize;  // in shared memory; of the key, too
+  std::size_t storedKeySize;
 };
 
 template <class Entry>
@@ -52,7 +55,7 @@ inline const PinnedRow<L3TunnelTH3ConfigEntry> kPinned<L3TunnelTH3ConfigEntryRow
     R"("grePayloadIpv4":"bool", "grePayloadIpv6":"bool", "l3Iif":"uint16_t", "payloadIpv4":"bool", )"
     R"("payloadIpv6":"bool", "subTunnelType":"uint8_t", "tunnelClassId":"uint16_t", "tunnelType":"bool", )"
     R"("useOuterHdrDscp":"bool", "useOuterHdrTtl":"bool"})",
-    {49, {21, 25}, 0xce89f74a},
+    {49, {21, 25}, 0xce89f74a, 0x7f1e15a7, 71, 39},
     "4500080706050403020118171615141312110131000400350010001132314241700001000172710001737574000100"
     "c000020120010db8000000000000000000000005",
     {kSampleConfig, kSampleTunnel, 0x70, false, true, false, true, 0x7172, false, true, 0x73, 0x7475, false,
@@ -64,7 +67,7 @@ inline const PinnedRow<L3TunnelTH3StatusEntry> kPinned<L3TunnelTH3StatusEntryRow
     R"({"genId":"uint64_t", "entryHandle":"uint64_t", "errorCode":"uint16_t", "deleted":"bool", )"
     R"("sip":"IpGenAddr", "dip":"IpGenAddr", "protocol":"uint8_t", "l4DestPort":"uint16_t", )"
     R"("l4SrcPort":"uint16_t"})",
-    {36, {23, 27}, 0x722afd8c},
+    {36, {23, 27}, 0x722afd8c, 0x7f1e15a7, 58, 39},
     "3800080706050403020118171615141312112221012400040028001000113231"
     "4241c000020120010db8000000000000000000000005",
     {kSampleStatus, kSampleTunnel}};
@@ -79,7 +82,7 @@ inline const PinnedRow<MyStationTcamTH3ConfigEntry> kPinned<MyStationTcamTH3Conf
     R"("ipv4MulticastTerminationAllowed":"bool", "ipv4TerminationAllowed":"bool", )"
     R"("ipv6MulticastTerminationAllowed":"bool", "ipv6TerminationAllowed":"bool", )"
     R"("mplsTerminationAllowed":"bool"})",
-    {53, {}, 0x0e85c989},
+    {53, {}, 0x0e85c989, 0x90c5b562, 49, 24},
     "3500080706050403020118171615141312110100005e0053010b0a5101ffffff00000fff0f7f006463626100010001"
     "00010001",
     {kSampleConfig, kSampleStation, false, true, false, true, false, true, false, true}};
@@ -90,7 +93,7 @@ inline const PinnedRow<MyStationTcamTH3StatusEntry> kPinned<MyStationTcamTH3Stat
     R"({"genId":"uint64_t", "entryHandle":"uint64_t", "errorCode":"uint16_t", "deleted":"bool", )"
     R"("macAddr":"EthAddr", "vlanId":"uint16_t", "portNum":"uint8_t", "t":"bool", "macAddrMask":"EthAddr", )"
     R"("vlanIdMask":"uint16_t", "portNumMask":"uint8_t", "tMask":"bool", "priority":"uint32_t"})",
-    {47, {}, 0xd867e210},
+    {47, {}, 0xd867e210, 0x90c5b562, 43, 24},
     "2f000807060504030201181716151413121122210100005e0053010b0a5101ffffff00000fff0f7f0064636261",
     {kSampleStatus, kSampleStation}};
 
@@ -102,7 +105,7 @@ inline const PinnedRow<L3IifTH3ConfigEntry> kPinned<L3IifTH3ConfigEntryRow>{
     R"("flexCtrOffsetMode":"uint8_t", "flexCtrPoolNumber":"uint8_t", "intEnable":"bool", )"
     R"("ipmcL3Iif":"uint16_t", "ipOptionProfileIndex":"uint8_t", "l3IifProfileIndex":"uint8_t", )"
     R"("vrf":"uint16_t"})",
-    {43, {}, 0x31728650},
+    {43, {}, 0x31728650, 0x58b70b8c, 39, 8},
     "2b000807060504030201181716151413121101050000000100000071707274737576007877797a7c7b",
     {kSampleConfig, {0x100000005}, 0x7071, 0x72, 0x7374, 0x75, 0x76, false, 0x7778, 0x79, 0x7a, 0x7b7c}};
 
@@ -111,7 +114,7 @@ inline const PinnedRow<L3IifTH3StatusEntry> kPinned<L3IifTH3StatusEntryRow>{
     "TolmarHwLib::L3IifTH3StatusEntryRow",
     R"({"genId":"uint64_t", "entryHandle":"uint64_t", "errorCode":"uint16_t", "deleted":"bool", )"
     R"("l3Iif":"uint64_t"})",
-    {31, {}, 0x1314822a},
+    {31, {}, 0x1314822a, 0x58b70b8c, 27, 8},
     "1f00080706050403020118171615141312112221010500000001000000",
     {kSampleStatus, {0x100000005}}};
 

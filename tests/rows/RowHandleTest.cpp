@@ -51,18 +51,6 @@ TEST(ObjectLayout, Handle_HoldsBufferOffsetAndFlagsInOrder) {
   EXPECT_EQ(object[19], std::byte{1});
 }
 
-TEST(RowHandle, NewRow_IsZeroAndKnowsItsLength) {
-  EXPECT_EQ(BaseRow(4).rowLength(), 4);
-  const BaseRow row(kLength, 30);
-  EXPECT_EQ(row.rowLength(), kLength);
-  EXPECT_EQ(row.bufferLength(), 30);
-  EXPECT_EQ(row.rowType(), 0);
-  EXPECT_EQ(row.columnHash<std::uint64_t>(4), 0u);
-  EXPECT_EQ(row.toString(), "len: 20");
-  EXPECT_EQ(row.toJson(), "");
-  EXPECT_TRUE(BaseRow::isBaseRow() && !row.isFullyDefined());
-}
-
 TEST(RowHandle, FirstWriteCopies_AndIsSeenByNoOtherHandle) {
   const std::pair<void (*)(BaseRow&), int> writes[] = {
       {[](BaseRow& row) { row.setColumn(4, std::uint64_t{2}, kLength); }, 20},
@@ -118,6 +106,8 @@ TEST(RowHandle, Clear_StartsTheRowOver) {
   row.clear(12);
   EXPECT_EQ(row.bytes().data, place);
   EXPECT_TRUE(row.rowEqual(BaseRow(12)));
+  EXPECT_EQ(row.toString(), "len: 12");
+  EXPECT_EQ(row.toJson(), "");
   row.clear(24);
   EXPECT_EQ(row.rowLength(), 24);
   BaseRow nested = nestedIn(rowOf(1));

@@ -51,6 +51,14 @@ TEST(RowText, Texts_NameEveryColumnInOrder) {
   EXPECT_EQ(Lumen::rowText(BaseRow()), "len: 0, NULL");
 }
 
+TEST(RowText, KeyText_IsItsFieldsWhateverTheStreamIsSetTo) {
+  std::ostringstream out;
+  out << std::hex << kSampleTunnel << '|' << kSampleStation << '|' << L3IifTH3Key{0x100000005};
+  EXPECT_EQ(out.str(),
+            "192.0.2.1 2001:db8::5 17 12594 16706|"
+            "00:00:5e:00:53:01 2571 81 true ff:ff:ff:00:00:0f 4095 127 false 1633837924|4294967301");
+}
+
 TEST(RowText, BadInput_IsAnsweredWithWhatWasExpected) {
   struct Case {
     std::string_view rowTypeName;
