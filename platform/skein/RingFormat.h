@@ -78,11 +78,7 @@ struct SiteHeader {
 };
 static_assert(sizeof(SiteHeader) == 16);
 
-/// The length of a value that is a number.
-inline constexpr std::uint16_t kNumberValue = 0xffff;
-
-/// One message. Followed by its values, each a 16-bit length and that many bytes of text, or kNumberValue and
-/// an unsigned number of 64 bits: telling it as text is the reader's work.
+/// One message. Followed by its values, each a 16-bit length and that many bytes of text.
 struct RecordHeader {
   std::uint64_t position;
   std::uint64_t ticks;

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <pthread.h>
 
-#include <charconv>
 #include <exception>
 #include <utility>
 
@@ -54,11 +53,6 @@ std::uint32_t Site::numberAtFirst(Braid::Ring& ring) const noexcept {
   const std::uint32_t number = ring.site(source_, line_, function_, format_);
   number_.store(number, std::memory_order_relaxed);
   return number;
-}
-
-void Message::put(std::uint64_t number) noexcept {
-  const auto result = std::to_chars(at_, end_, number);
-  if (result.ec == std::errc()) at_ = result.ptr;
 }
 
 void traceText(Message& message, const EthAddr& address) noexcept {

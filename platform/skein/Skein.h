@@ -10,9 +10,11 @@
 #pragma once
 
 #include <atomic>
+#include <charconv>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -57,6 +59,7 @@ class Message {
  public:
   explicit Message(const Site& site) noexcept : ring_(ring()) {
     if (ring_ == nullptr) return;
+    ticks_ = Braid::ticks();
     begin_ = ring_->room();
     at_ = begin_ + sizeof(Braid::RecordHeader);
     end_ = begin_ + Braid::kMaxRecordBytes;
@@ -65,11 +68,11 @@ class Message {
   ~Message() {
     if (ring_ == nullptr) return;
     const auto used = static_cast<std::size_t>(at_ - begin_);
-    const Braid::RecordHeader header{ring_->head(), Braid::ticks(), site_,
-                                     static_cast<std::uint16_t>(Braid::alignedBytes(used)),
+    const std::size_t bytes = Braid::alignedBytes(used);
+    // Made in its place: copied there, it would be read back in other pieces than it was written in.
+    new (begin_) Braid::RecordHeader{ring_->head(), ticks_, site_, static_cast<std::uint16_t>(bytes),
                                      static_cast<std::uint16_t>(used - sizeof(Braid::RecordHeader))};
-    std::memcpy(begin_, &header, sizeof header);
-    ring_->publish(header.bytes, header.ticks);
+    ring_->publish(bytes, ticks_);
   }
   Message(const Message&) = delete;
   Message& operator=(const Message&) = delete;
@@ -77,9 +80,6 @@ class Message {
   /// Adds one value; cut at the end of the room there is.
   template <class Value>
   void value(const Value& value) noexcept {
-    if constexpr (std::unsigned_integral<Value> && !std::same_as<Value, bool>) {
-      if (end_ - at_ >= kNumberBytes) return number(value);
-    }
     if (end_ - at_ < 2) return;
     char* const length = at_;
     at_ += 2;
@@ -95,15 +95,12 @@ class Message {
     copyShort(at_, text.data(), bytes);
     at_ += bytes;
   }
-  void put(std::uint64_t number) noexcept;
+  void put(std::uint64_t number) noexcept {
+    const auto result = std::to_chars(at_, end_, number);
+    if (result.ec == std::errc()) at_ = result.ptr;
+  }
 
  private:
-  static constexpr std::ptrdiff_t kNumberBytes = sizeof(Braid::kNumberValue) + sizeof(std::uint64_t);
-  void number(std::uint64_t value) noexcept {
-    std::memcpy(at_, &Braid::kNumberValue, sizeof Braid::kNumberValue);
-    std::memcpy(at_ + sizeof Braid::kNumberValue, &value, sizeof value);
-    at_ += kNumberBytes;
-  }
   // Most values are short, and two copies of fixed size cost less than one call.
   static void copyShort(char* to, const char* from, std::size_t bytes) noexcept {
     if (bytes > 16) {
@@ -138,6 +135,7 @@ class Message {
   char* begin_ = nullptr;
   char* at_ = nullptr;
   char* end_ = nullptr;
+  std::uint64_t ticks_ = 0;
   std::uint32_t site_ = 0;
 };
 

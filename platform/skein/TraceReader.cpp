@@ -152,13 +152,6 @@ bool decodeValues(std::string_view bytes, std::vector<std::string>& values) {
     if (bytes.size() < sizeof length) return false;
     std::memcpy(&length, bytes.data(), sizeof length);
     bytes.remove_prefix(sizeof length);
-    if (length == Braid::kNumberValue && bytes.size() >= sizeof(std::uint64_t)) {
-      std::uint64_t number = 0;
-      std::memcpy(&number, bytes.data(), sizeof number);
-      values.push_back(std::to_string(number));
-      bytes.remove_prefix(sizeof number);
-      continue;
-    }
     if (bytes.size() < length) return false;
     values.emplace_back(bytes.substr(0, length));
     bytes.remove_prefix(length);
