@@ -77,8 +77,7 @@ std::string slotText(int file, const std::array<Word, kHeaderWords>& header, uns
   const Layout layout(shape);
   const auto number = static_cast<std::uint32_t>(slot);
   return "slot " + std::to_string(slot) + " as read:\n" +
-         dumpText(file, layout.slotAt(number), layout.sizes().slot()) + "copy 1:\n" +
-         dumpText(file, layout.copyAt(number, 1), layout.sizes().secondCopy());
+         dumpText(file, layout.slotAt(number), layout.sizes().slot());
 }
 
 std::string segmentText(const std::string& name, const std::string& message) {

@@ -33,9 +33,9 @@ Layout::Layout(const Shape& of) : shape(of) {
   cells = std::bit_ceil(std::max(2 * shape.capacity, 16u));
   records = std::bit_ceil(std::max(2 * shape.capacity, 16u));
   recordWords = sizes().record();
-  slotsAt = kTablesAt + 2 * std::size_t{cells};
-  secondCopiesAt = slotAt(shape.capacity);
-  logAt = copyAt(shape.capacity, 1);
+  stagingAt = kTablesAt + 2 * std::size_t{cells};
+  slotsAt = stagingAt + wholeLines(1 + rowWords);
+  logAt = slotAt(shape.capacity);
   words = roundUp(logAt + std::size_t{records} * recordWords, kPageWords);
 }
 

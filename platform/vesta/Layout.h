@@ -1,6 +1,6 @@
 // Where everything stands in a segment; docs/segment_format.md draws it. One page for the header, which never
 // changes after creation, one that only the writer writes, one that only readers write, then the two indexes,
-// the slots, their second copies and the change log. Offsets are in words of 8 bytes from the start of the
+// the staging row, the slots and the change log. Offsets are in words of 8 bytes from the start of the
 // segment.
 #pragma once
 
@@ -38,7 +38,7 @@ enum HeaderWord : std::size_t {
   kHeaderWords
 };
 constexpr Word kMagic = 0x31545345'564c4f54u;  // "TOLVEST1" in memory
-constexpr Word kLayoutVersion = 2;
+constexpr Word kLayoutVersion = 3;
 
 // Writer's page: one cache line each.
 constexpr std::size_t kSequenceAt = kPageWords;                    // of the newest published change
@@ -87,10 +87,8 @@ struct BasicRowSizes {
 
   constexpr std::uint32_t key() const { return keyWords; }
   constexpr std::uint32_t row() const { return rowWords; }
-  /// A slot: the version and copy 0, which is a checksum and the row, filled up to whole cache lines.
+  /// A slot: the version, a checksum and the row, filled up to whole cache lines.
   constexpr std::uint32_t slot() const { return wholeLines(2 + row()); }
-  /// Copy 1, likewise.
-  constexpr std::uint32_t secondCopy() const { return wholeLines(1 + row()); }
   /// A log record: sequence, slot and checksum, the key.
   constexpr std::uint32_t record() const { return 2 + key(); }
 };
@@ -108,13 +106,7 @@ struct Layout {
   std::size_t slotAt(const Sizes& sizes, std::uint32_t slot) const {
     return slotsAt + slot * std::size_t{sizes.slot()};
   }
-  /// Word 0 of a copy is its checksum; the row follows.
-  template <class Sizes>
-  std::size_t copyAt(const Sizes& sizes, std::uint32_t slot, unsigned copy) const {
-    return copy == 0 ? slotAt(sizes, slot) + 1 : secondCopiesAt + slot * std::size_t{sizes.secondCopy()};
-  }
   std::size_t slotAt(std::uint32_t slot) const { return slotAt(sizes(), slot); }
-  std::size_t copyAt(std::uint32_t slot, unsigned copy) const { return copyAt(sizes(), slot, copy); }
   /// Word 0 of a record is sequence << 2 | written, word 1 slot << 32 | checksum; the key follows.
   std::size_t recordAt(Word sequence) const {
     return logAt + static_cast<std::size_t>(sequence & (records - 1)) * recordWords;
@@ -128,8 +120,8 @@ struct Layout {
   std::uint32_t cells;     // of each index; a power of two, at least twice the capacity
   std::uint32_t records;   // of the log; a power of two, at least twice the capacity
   std::uint32_t recordWords;
+  std::size_t stagingAt;  // a checksum and a row
   std::size_t slotsAt;
-  std::size_t secondCopiesAt;
   std::size_t logAt;
   std::size_t words;
 };

@@ -11,6 +11,7 @@ RowReads::RowReads(std::shared_ptr<Segment> segment)
       layout_(segment_->layout()),
       words_(&segment_->at(0)),
       indexes_{words_ + layout_.indexAt(0), words_ + layout_.indexAt(1)},
+      slots_(words_ + layout_.slotsAt),
       cellMask_(layout_.cells - 1) {}
 
 void RowReads::reportCell(std::uint32_t value, std::uint32_t cell) const {

@@ -14,8 +14,8 @@ namespace Vesta {
 /// still and their check failed), unsettled (UnsettledException: they kept moving). Everything read is
 /// checked before it is used as a place.
 ///
-/// `row` is 1 + rowWords words: the slot's version, the key, the entry. One object serves one thread; any
-/// number of them share a segment.
+/// `row` is 1 + rowWords words: the slot's version without kStaged, the key, the entry. One object serves one
+/// thread; any number of them share a segment.
 class RowReads {
  public:
   static constexpr std::uint32_t kNone = 0xffffffff;
@@ -84,6 +84,7 @@ class RowReads {
   const Layout layout_;
   Word* const words_;  // the segment's; not owned, and so those that follow
   const Word* const indexes_[2];
+  const Word* const slots_;
   const std::uint32_t cellMask_;
   std::chrono::milliseconds yieldTime_{kDefaultYieldTime};
   std::uint64_t retries_ = 0;
@@ -109,19 +110,21 @@ RowReads::Probe RowReads::probe(unsigned which, Word hash, const Matches& matche
   reportFullIndex();
 }
 
-// Pairs with RowWrites::putSlot. The writer fills the copy that the version does not name and then names it,
-// so a copy is overwritten only after the version has moved past it. If one of the words loaded here belongs
-// to such an overwrite, its acquire load makes the version that preceded it visible, and the second load of
-// the version differs from the first.
+// Pairs with RowWrites::putSlot. The writer fills the staging row, names it in the version, then fills the
+// slot and names that, so neither is overwritten before the version has moved away from it. If one of the
+// words loaded here belongs to such an overwrite, its acquire load makes the version that preceded it
+// visible, and the second load of the version differs from the first.
 template <class Sizes>
 [[gnu::always_inline]] inline RowReads::Copied RowReads::copyOut(const Sizes& sizes, std::uint32_t slot,
                                                                  Word* row) const {
-  const Word* words = words_ + layout_.slotAt(sizes, slot);
+  const Word* words = slots_ + slot * std::size_t{sizes.slot()};
   const Word version = loadAcquire(words[0]);
-  const Word* copy = words_ + layout_.copyAt(sizes, slot, copyOf(version));
-  const Word found = loadAcquire(copy[0]);
-  row[0] = version;
-  eachWord(sizes.rowWords, [&](std::size_t i) { row[1 + i] = loadAcquire(copy[1 + i]); });
+  const Word* stored = words + 1;
+  if (isStaged(version)) [[unlikely]]
+    stored = words_ + layout_.stagingAt;
+  const Word found = loadAcquire(stored[0]);
+  row[0] = version & ~kStaged;
+  eachWord(sizes.rowWords, [&](std::size_t i) { row[1 + i] = loadAcquire(stored[1 + i]); });
   const bool stoodStill = loadAcquire(words[0]) == version;
   return {stoodStill, found, checksumOf(row, sizes.rowWords, slot)};
 }

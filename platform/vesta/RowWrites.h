@@ -54,6 +54,8 @@ class RowWrites {
   void putRecord(const Sizes& sizes, Word* row, std::uint32_t slot, bool written);
   template <class Sizes>
   void putSlot(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied);
+  template <class Sizes>
+  void settle(const Sizes& sizes, const Word* row, std::uint32_t slot, Word check);
   void putCell(std::uint32_t cell, std::uint32_t value);
   void takeCell(std::uint32_t cell);
   void membersIs(std::size_t members);
@@ -98,9 +100,8 @@ bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
 template <class Sizes>
 RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) {
   return reads_.probe(index_, hash, [&](std::uint32_t slot) {
-    const Word version = words_[layout_.slotAt(sizes, slot)];
-    const Word* copy = words_ + layout_.copyAt(sizes, slot, copyOf(version));
-    if (isOccupied(version) && RowReads::sameKey(sizes, copy + 1, key)) [[likely]]
+    const Word* words = words_ + layout_.slotAt(sizes, slot);
+    if (isOccupied(words[0]) && RowReads::sameKey(sizes, words + 2, key)) [[likely]]
       return true;
     reads_.readSlot(slot, scratch_.data());
     return false;
@@ -123,19 +124,31 @@ void RowWrites::putRecord(const Sizes& sizes, Word* row, std::uint32_t slot, boo
   step(WriteStep::recorded);
 }
 
-// Pairs with RowReads::readSlot.
+// Pairs with RowReads::copyOut.
 template <class Sizes>
 void RowWrites::putSlot(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied) {
-  Word& version = words_[layout_.slotAt(sizes, slot)];
-  const unsigned copy = 1 - copyOf(version);
-  row[0] = makeVersion(nextSequence(sequence_), copy, occupied);
-  Word* to = words_ + layout_.copyAt(sizes, slot, copy);
-  eachWord(sizes.rowWords, [&](std::size_t i) { storeRelease(to[1 + i], row[1 + i]); });
-  step(WriteStep::copyHalf);
-  storeRelease(to[0], checksumOf(row, sizes.rowWords, slot));
-  step(WriteStep::copied);
-  storeRelease(version, row[0]);
+  row[0] = makeVersion(nextSequence(sequence_), occupied);
+  const Word check = checksumOf(row, sizes.rowWords, slot);
+  Word* staging = words_ + layout_.stagingAt;
+  eachWord(sizes.rowWords, [&](std::size_t i) { storeRelease(staging[1 + i], row[1 + i]); });
+  step(WriteStep::stagedHalf);
+  storeRelease(staging[0], check);
+  step(WriteStep::staged);
+  storeRelease(words_[layout_.slotAt(sizes, slot)], row[0] | kStaged);
   step(WriteStep::versionMoved);
+  settle(sizes, row, slot, check);
+}
+
+// The second half of putSlot: from the staging row to the slot.
+template <class Sizes>
+void RowWrites::settle(const Sizes& sizes, const Word* row, std::uint32_t slot, Word check) {
+  Word* words = words_ + layout_.slotAt(sizes, slot);
+  eachWord(sizes.rowWords, [&](std::size_t i) { storeRelease(words[2 + i], row[1 + i]); });
+  step(WriteStep::rowHalf);
+  storeRelease(words[1], check);
+  step(WriteStep::rowMoved);
+  storeRelease(words[0], row[0]);
+  step(WriteStep::versionSettled);
 }
 
 // Sequentially consistent, like the look at the sleepers that follows it and like the two accesses of

@@ -75,15 +75,13 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation) {
   words[kIndexAt] = sealed(0, kIndexAt);
   words[kStateAt] = kLive;
   words[kWriterPidAt] = sealed(0, kWriterPidAt);
-  for (std::size_t cell = kTablesAt; cell < layout.slotsAt; ++cell) words[cell] = sealed(0, cell);
-  // Vacant with copy 1 current, so that a row written once stands in copy 0, on the cache line of its
-  // version.
-  const Word vacant = makeVersion(firstSequence, 1, false);
+  for (std::size_t cell = kTablesAt; cell < layout.stagingAt; ++cell) words[cell] = sealed(0, cell);
+  const Word vacant = makeVersion(firstSequence, false);
   std::vector<Word> row(1 + layout.rowWords);
   row[0] = vacant;
   for (std::uint32_t slot = 0; slot < layout.shape.capacity; ++slot) {
-    words[layout.copyAt(slot, 1)] = Cairn::checksum(row.data(), row.size() * sizeof(Word), slot);
     words[layout.slotAt(slot)] = vacant;
+    words[layout.slotAt(slot) + 1] = Cairn::checksum(row.data(), row.size() * sizeof(Word), slot);
   }
 }
 

@@ -17,14 +17,15 @@ RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
 
 // The slots are the truth: index, member count and free slots follow from them. The slot that carries the
 // sequence after the published one is the change that the predecessor died in; its record is in the log,
-// since that is written first, so it only remains to publish it. Without such a slot the change did not take
-// place.
+// since that is written first, so it only remains to settle its row and to publish it. Without such a slot
+// the change did not take place.
 void RowWrites::takeOver() {
   const Word published = segment_.load(kSequenceAt);
   const Word pending = nextSequence(published);
   std::vector<Word> row(1 + layout_.rowWords);
   std::size_t members = 0;
   bool took = false;
+  std::uint32_t staged = RowReads::kNone;  // one at most, since the row's checksum knows its slot
   for (std::uint32_t slot = layout_.shape.capacity; slot-- > 0;) {
     const Word version = reads_.readSlot(slot, row.data());
     if (isAfter(sequenceOf(version), pending)) {
@@ -32,6 +33,7 @@ void RowWrites::takeOver() {
                    " was changed at " + std::to_string(sequenceOf(version)));
     }
     took = took || sequenceOf(version) == pending;
+    if (isStaged(segment_.load(layout_.slotAt(slot)))) staged = slot;
     known_[slot] = {hashOf(row.data() + 1, layout_.keyWords), isOccupied(version)};
     if (isOccupied(version)) {
       ++members;
@@ -41,6 +43,10 @@ void RowWrites::takeOver() {
   }
   sequence_ = took ? pending : published;
   if (sequence_ != segment_.firstSequence()) checkRecord(segment_, sequence_, row.data());
+  if (staged != RowReads::kNone) {
+    reads_.readSlot(staged, row.data());
+    settle(reads_.sizes(), row.data(), staged, checksumOf(row.data(), layout_.rowWords, staged));
+  }
   const Word indexWord = segment_.load(kIndexAt);
   index_ = static_cast<unsigned>(indexWord) & 1;  // rebuilt whatever it says
   indexGeneration_ = static_cast<std::uint32_t>(indexWord) >> 1;

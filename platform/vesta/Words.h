@@ -31,15 +31,14 @@ constexpr Word nextSequence(Word sequence) { return (sequence + 1) & kSequenceMa
 constexpr Word sequenceDistance(Word from, Word to) { return (to - from) & kSequenceMask; }
 constexpr bool isAfter(Word a, Word b) { return static_cast<std::int64_t>((a - b) << 2) > 0; }
 
-// The version of a slot: sequence of its last change, which of its two copies is current, whether it holds a
-// row. Two versions of one slot that follow each other differ in at least two bits: the copy and the
-// sequence.
+// The version of a slot: sequence of its last change, whether its row is still to be read from the staging
+// row, whether it holds a row. Checksums are those of the version without kStaged, so that a row has the same
+// one in both places.
 
-constexpr Word makeVersion(Word sequence, unsigned copy, bool occupied) {
-  return sequence << 2 | Word{copy} << 1 | Word{occupied};
-}
+constexpr Word kStaged = 2;
+constexpr Word makeVersion(Word sequence, bool occupied) { return sequence << 2 | Word{occupied}; }
 constexpr Word sequenceOf(Word version) { return version >> 2; }
-constexpr unsigned copyOf(Word version) { return static_cast<unsigned>(version >> 1) & 1; }
+constexpr bool isStaged(Word version) { return (version & kStaged) != 0; }
 constexpr bool isOccupied(Word version) { return (version & 1) != 0; }
 
 // A sealed word carries a 32-bit value and a check over the value and the word's own position, so that a

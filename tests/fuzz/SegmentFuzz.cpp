@@ -165,9 +165,10 @@ std::string forged(const std::string& sound, const std::uint8_t* data, std::size
     for (std::size_t cell = layout.indexAt(0); cell < layout.slotsAt; ++cell) seal(cell);
     for (std::uint32_t slot = 0; slot < kCapacity; ++slot) {
       Vesta::Word row[8] = {words[layout.slotAt(slot)]};
-      const std::size_t copy = layout.copyAt(slot, Vesta::copyOf(row[0]));
-      std::copy_n(&words[copy + 1], layout.rowWords, row + 1);
-      words[copy] = Vesta::checksumOf(row, layout.rowWords, slot);
+      const std::size_t stored = Vesta::isStaged(row[0]) ? layout.stagingAt : layout.slotAt(slot) + 1;
+      row[0] &= ~Vesta::kStaged;
+      std::copy_n(&words[stored + 1], layout.rowWords, row + 1);
+      words[stored] = Vesta::checksumOf(row, layout.rowWords, slot);
     }
     for (std::uint32_t i = 0; i < layout.records; ++i) {
       Vesta::Word* record = &words[layout.recordAt(i)];

@@ -9,6 +9,5 @@ void damageRow(Vesta::VestaWriter<Key, Entry>& table, const Key& key) {
   bool found = false;
   table.directLookup(key, found, &hint);
   Vesta::Segment& segment = *table.segment().mapping();
-  const unsigned copy = Vesta::copyOf(segment.load(segment.layout().slotAt(hint.slot)));
-  segment.at(segment.layout().copyAt(hint.slot, copy) + 3) ^= 1u << 7;
+  segment.at(segment.layout().slotAt(hint.slot) + 4) ^= 1u << 7;
 }

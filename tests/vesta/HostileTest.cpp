@@ -153,9 +153,9 @@ const std::vector<Damage> kDamages = {
        s.at(at) = Vesta::sealed(0x800fffff, at);
      },
      "of a capacity of 16", 16, false},
-    {"version: other copy", [](auto& s) { s.at(s.layout().slotAt(3)) ^= 2; }, "slot 3 version", 15, true},
+    {"version: staged", [](auto& s) { s.at(s.layout().slotAt(3)) ^= 2; }, "slot 3 version", 15, true},
     {"version zeroed", [](auto& s) { s.at(s.layout().slotAt(3)) = 0; }, "slot 3 version 0x0", 15, true},
-    {"row", [](auto& s) { s.at(s.layout().copyAt(5, 0) + 4) = 0; }, "slot 5 version", 15, true},
+    {"row", [](auto& s) { s.at(s.layout().slotAt(5) + 5) = 0; }, "slot 5 version", 15, true},
     {"copied slot", [](auto& s) { std::copy_n(&s.at(s.layout().slotAt(1)), 8, &s.at(s.layout().slotAt(2))); },
      "slot 2 version", 15, true},
     {"newest record", [](auto& s) { s.at(newestRecordAt(s) + 2) ^= 1; }, "log record", 16, true, true},

@@ -142,7 +142,7 @@ TEST_F(TableTest, Notify_RandomHistory) {
 
 class BetweenLoads : public TableTest {
  protected:
-  static constexpr std::uint32_t kCapacity = 64;  // rows stand on other pages than their second copies
+  static constexpr std::uint32_t kCapacity = 64;  // slot 40 is on another page than the staging row
 
   void attach() {
     const Vesta::Descriptor segment(open(file().c_str(), O_RDWR | O_CLOEXEC));
@@ -181,34 +181,36 @@ TEST_F(BetweenLoads, RemovalAfterTheHandlerHasSeenTheKeyIsToldWhenTheLogIsLapped
   EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2));
 }
 
-// Slot 5 changes whenever the reader is about to copy it, and again, for as long as it tries.
+// Slot 40 is staged, and changes whenever the reader is about to copy its row, for as long as it tries.
 TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   const auto table = writer(kCapacity);
-  for (std::uint64_t id = 0; id < 8; ++id) put(*table, id, 1);
+  for (std::uint64_t id = 0; id < 48; ++id) put(*table, id, 1);
   attach();
-  EXPECT_EQ(follower_->tell(100).size(), 8u);
+  EXPECT_EQ(follower_->tell(100).size(), 48u);
   follower_->yieldTimeIs(std::chrono::milliseconds(5));
   put(*table, 1, 0);
   put(*table, 2, 2);
   bool busy = true;
-  const Vesta::Word& version = mapping_->at(mapping_->layout().slotAt(5));
-  const Vesta::Word& copy = mapping_->at(mapping_->layout().copyAt(5, 1));
-  for (std::uint64_t i = 0; i < 201; ++i) put(*table, 5, 2 + i);
-  ASSERT_EQ(Vesta::copyOf(version), 1u);
+  const Vesta::Word& version = mapping_->at(mapping_->layout().slotAt(40));
+  const Vesta::Word& staging = mapping_->at(mapping_->layout().stagingAt);
+  const auto stage = [&](std::uint64_t stamp) {
+    put(*table, 40, stamp);
+    table->segment().mapping()->at(mapping_->layout().slotAt(40)) |= Vesta::kStaged;
+  };
+  for (std::uint64_t i = 0; i < 201; ++i) stage(2 + i);
   const std::function<void()> disturb = [&] {
-    put(*table, 5, 3);
-    put(*table, 5, 4);
+    stage(4);
     onTouch(version, [&] {
-      if (busy) onTouch(copy, disturb);
+      if (busy) onTouch(staging, disturb);
     });
   };
   const auto keptChanging = ::testing::HasSubstr("row kept changing for 5 ms");
-  onTouch(copy, disturb);
-  EXPECT_THAT(failure([&] { follower_->stampOf(5); }), keptChanging);
+  onTouch(staging, disturb);
+  EXPECT_THAT(failure([&] { follower_->stampOf(40); }), keptChanging);
   EXPECT_THAT(failure([&] { follower_->tell(100); }), keptChanging);
   busy = false;
-  EXPECT_EQ(follower_->stampOf(5), 4u);
-  EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2, 5));
+  EXPECT_EQ(follower_->stampOf(40), 4u);
+  EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2, 40));
   EXPECT_TRUE(table->quiesced(table->sequence()));
 }
 
