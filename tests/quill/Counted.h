@@ -30,8 +30,7 @@ struct Counted : Quill::PtrInterface {
 };
 
 struct Reactor final : Counted::NotifieeConst {
-  explicit Reactor(std::function<void()> react, Hold hold = Hold::counted)
-      : NotifieeConst(hold), react_(std::move(react)) {}
+  explicit Reactor(std::function<void()> react) : NotifieeConst(Hold::uncounted), react_(std::move(react)) {}
   static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
   inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
 

@@ -10,18 +10,15 @@
 namespace {
 
 using Quill::Ptr;
-using Hold = Quill::NotifieeConst::Hold;
 
 class Notifications : public ::testing::Test {
  protected:
   /// A registered and active reactor that adds `name` to the calls and then does `more`.
-  Ptr<Reactor> follow(char name, std::function<void()> more = {}, Hold hold = Hold::uncounted) {
-    auto reactor = Quill::allocate<Reactor>(
-        [this, name, more = std::move(more)] {
-          calls_ += name;
-          if (more) more();
-        },
-        hold);
+  Ptr<Reactor> follow(char name, std::function<void()> more = {}) {
+    auto reactor = Quill::allocate<Reactor>([this, name, more = std::move(more)] {
+      calls_ += name;
+      if (more) more();
+    });
     reactor->isRegisteredNotifieeIs(true);
     reactor->notifierIs(object_);
     reactors_.push_back(reactor);
@@ -90,22 +87,6 @@ TEST_F(Notifications, Visit_InsideAVisit) {
   EXPECT_EQ(change(), "aabcacc");
   follow('d');
   EXPECT_EQ(change(), "ac");
-}
-
-TEST_F(Notifications, Repointing_MovesTheRegistrationAndTheReference) {
-  const auto a = follow('a', {}, Hold::counted);
-  const auto other = Quill::allocate<Counted>();
-  for (int again = 0; again < 2; ++again) a->notifierIs(other);
-  EXPECT_EQ(object_->references(), 1u);
-  EXPECT_EQ(other->references(), 2u);
-  EXPECT_EQ(change(), "");
-  other->change();
-  EXPECT_EQ(calls_, "a");
-  a->notifierIs(nullptr);
-  EXPECT_TRUE(other->notifieeList().empty());
-  EXPECT_EQ(other->references(), 1u);
-  a->notifierIs(object_);  // still wants to be registered
-  EXPECT_EQ(change(), "a");
 }
 
 TEST_F(Notifications, LastReferenceDroppedInACall_TheVisitIsFinished) {

@@ -140,7 +140,6 @@ const Case kCases[] = {
     {"clear", kShared, clear20, kCalloc + "24", 1},
     {"fill", kShared | kIif, fill, kCalloc + "43", 1},
     {"new", kPlain, [](BaseRow&) { BaseRow(43); }, kCalloc + "43", 1},
-    {"new with room", kPlain, [](BaseRow&) { BaseRow(43, 59); }, kCalloc + "59", 1},
     {"new with fields", kPlain, [](BaseRow&) { pinnedRow<Tunnel>(); }, kCalloc + "69", 1},
     {"new key", kPlain, [](BaseRow&) { Tunnel::key({}, kSampleDip, 0, 0, 0); }, kCalloc + "65", 1},
 

@@ -52,6 +52,7 @@ TYPED_TEST(ChangesOf, Iterators_CompareByElementAndGoOnAfterItMovedOrWent) {
   EXPECT_EQ((*++at)->index, 8u);
   rows.table->rowIs(rows.row(2));
   EXPECT_EQ((*at)->index, 8u) << "its own element is still there";
+  EXPECT_EQ((*++at)->index, 10u);
   auto end = rows.table->endChange();
   EXPECT_THROW(*end, Cairn::AssertionException);
   EXPECT_THROW(++end, Cairn::AssertionException);
