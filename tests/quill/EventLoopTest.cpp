@@ -85,17 +85,6 @@ TEST_F(Loop, Timers_RunOnceInTheOrderTheyAreDue) {
   EXPECT_EQ(calls_, "abc");
 }
 
-TEST_F(Loop, SleepHooks_KeepTheLoopAwake) {
-  bool may = false;
-  loop_.sleepHookIs([&] { return may; });
-  const auto begin = Quill::EventLoop::Clock::now();
-  loop_.step(10s);
-  EXPECT_LT(Quill::EventLoop::Clock::now() - begin, 5s);
-  may = true;
-  loop_.step(1ms);
-  EXPECT_GE(Quill::EventLoop::Clock::now() - begin, 1ms);
-}
-
 TEST_F(Loop, Hooks_MayAddAndRemoveHooksAndThrow) {
   std::uint64_t own = 0;
   std::uint64_t next = 0;

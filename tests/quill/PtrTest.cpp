@@ -64,16 +64,6 @@ TEST_F(Pointers, Null_IsAnAssertion) {
   EXPECT_THROW(*Ptr<Counted>(), Cairn::AssertionException);
 }
 
-struct Resurrecting final : Counted {
-  using Counted::Counted;
-  ~Resurrecting() override { const Ptr<Counted> brief(this); }
-};
-
-TEST_F(Pointers, ReferencesWhileEnding_EndItOnce) {
-  Quill::allocate<Resurrecting>(&ended_);
-  EXPECT_EQ(ended_, 1);
-}
-
 TEST_F(Pointers, ThreadSafeMode_CountsAcrossThreads) {
   Quill::PtrInterface::threadSafePtrsIs(true);
   const Ptr<Counted> object = Quill::allocate<Counted>(&ended_);
