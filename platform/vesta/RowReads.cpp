@@ -1,5 +1,6 @@
 #include "vesta/RowReads.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "vesta/ChangeLog.h"
@@ -79,7 +80,11 @@ std::size_t RowReads::validate() {
   }
   ChangeRecord record{};
   const Word published = segment.load(kSequenceAt);
-  if (published != segment.firstSequence()) readRecord(segment, published, row.data(), record);
+  const Word changes =
+      std::min(sequenceDistance(segment.firstSequence(), published), Word{layout_.records - 1});
+  for (Word back = 0; back < changes; ++back) {
+    readRecord(segment, (published - back) & kSequenceMask, row.data(), record);
+  }
   return rows;
 }
 
