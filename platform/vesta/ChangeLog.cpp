@@ -20,7 +20,8 @@ ChangeRecord checked(const Layout& layout, Word sequence, const Word* row, Word 
   const Word found = slotAndCheck & 0xffffffff;
   const Word computed = Cairn::checksum(row, (1 + layout.keyWords) * sizeof(Word), slot);
   if (row[0] >> 2 != sequence || found != computed || slot >= layout.shape.capacity) [[unlikely]] {
-    reportDamage("log record " + std::to_string(sequence) + ": holds sequence " +
+    reportDamage("log record " + std::to_string(sequence) + " at word " +
+                 std::to_string(layout.recordAt(sequence)) + ": holds sequence " +
                  std::to_string(row[0] >> 2) + " for slot " + std::to_string(slot) + ", checksum found " +
                  hexText(found) + ", computed " + hexText(computed));
   }

@@ -5,11 +5,14 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <vector>
 
 #include "vesta/Layout.h"
 #include "vesta/PrivateFile.h"
@@ -18,6 +21,8 @@
 namespace Vesta {
 
 namespace {
+
+constexpr unsigned kKept = 8;  // first reports, and as many last ones
 
 std::string timeText() {
   const time_t now = time(nullptr);
@@ -38,14 +43,36 @@ std::string headerText(const std::array<Word, kHeaderWords>& header) {
   return text;
 }
 
-// The message's "slot <n>", if it names one.
-bool slotIn(const std::string& message, unsigned long& slot) {
-  const std::size_t at = message.find("slot ");
-  if (at == std::string::npos || at + 5 >= message.size()) return false;
-  const char* digits = message.c_str() + at + 5;
-  char* end = nullptr;
-  slot = std::strtoul(digits, &end, 10);
-  return end != digits;
+// Of the writer's page, whatever the message names.
+std::string writerText(int file) {
+  static constexpr struct {
+    const char* name;
+    std::size_t at;
+  } kWords[] = {{"sequence", kSequenceAt},
+                {"member count", kMembersAt},
+                {"index word", kIndexAt},
+                {"state", kStateAt},
+                {"writer pid", kWriterPidAt}};
+  std::string text;
+  for (const auto& [name, at] : kWords) {
+    Word word = 0;
+    const bool got = pread(file, &word, sizeof word, static_cast<off_t>(at * sizeof word)) == sizeof word;
+    text += std::string(name) + ": " + (got ? hexText(word) : "cannot be read") + "\n";
+  }
+  return text;
+}
+
+// The numbers that the message has after `what`.
+std::vector<std::size_t> namedIn(const std::string& message, const std::string& what) {
+  std::vector<std::size_t> numbers;
+  for (std::size_t at = 0; (at = message.find(what, at)) != std::string::npos;) {
+    at += what.size();
+    const char* digits = message.c_str() + at;
+    char* end = nullptr;
+    const unsigned long long number = std::strtoull(digits, &end, 10);
+    if (end != digits) numbers.push_back(number);
+  }
+  return numbers;
 }
 
 std::string dumpText(int file, std::size_t word, std::size_t words) {
@@ -67,7 +94,7 @@ std::string dumpText(int file, std::size_t word, std::size_t words) {
 }
 
 // The place of the slot follows from the header's sizes, which may be as damaged as the rest.
-std::string slotText(int file, const std::array<Word, kHeaderWords>& header, unsigned long slot) {
+std::string slotText(int file, const std::array<Word, kHeaderWords>& header, std::size_t slot) {
   const Shape shape{static_cast<std::uint32_t>(header[kSizesAt]),
                     static_cast<std::uint32_t>(header[kSizesAt] >> 32),
                     static_cast<std::uint32_t>(header[kCapacityAt]), 0};
@@ -80,6 +107,12 @@ std::string slotText(int file, const std::array<Word, kHeaderWords>& header, uns
          dumpText(file, layout.slotAt(number), layout.sizes().slot());
 }
 
+// With its neighbours: two cache lines.
+std::string wordText(int file, std::size_t word) {
+  return "around word " + std::to_string(word) + ":\n" +
+         dumpText(file, word / kLineWords * kLineWords, std::size_t{2} * kLineWords);
+}
+
 std::string segmentText(const std::string& name, const std::string& message) {
   const Descriptor file(open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (!file) return std::string("segment cannot be opened: ") + std::strerror(errno) + "\n";
@@ -89,9 +122,10 @@ std::string segmentText(const std::string& name, const std::string& message) {
       pread(file.get(), header.data(), sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
     return "segment is shorter than its header: " + std::to_string(status.st_size) + " bytes\n";
   }
-  std::string text = "file size: " + std::to_string(status.st_size) + "\n" + headerText(header);
-  unsigned long slot = 0;
-  if (slotIn(message, slot)) text += slotText(file.get(), header, slot);
+  std::string text =
+      "file size: " + std::to_string(status.st_size) + "\n" + headerText(header) + writerText(file.get());
+  for (const std::size_t slot : namedIn(message, "slot ")) text += slotText(file.get(), header, slot);
+  for (const std::size_t word : namedIn(message, "at word ")) text += wordText(file.get(), word);
   return text;
 }
 
@@ -105,6 +139,19 @@ std::string setAside(const RootPath& path) {
   }
 }
 
+// The highest number of a report there is, or 0.
+unsigned long highestReport(const RootPath& path) {
+  const std::string prefix = path.collection() + ".report.";
+  unsigned long highest = 0;
+  std::error_code failed;
+  for (const auto& file : std::filesystem::directory_iterator(path.folder(), failed)) {
+    const std::string name = file.path().filename();
+    if (!name.starts_with(prefix)) continue;
+    highest = std::max(highest, std::strtoul(name.c_str() + prefix.size(), nullptr, 10));
+  }
+  return highest;
+}
+
 }  // namespace
 
 std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const RootPath& path,
@@ -115,8 +162,9 @@ std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const Root
   if (const std::string aside = setAside(path); !aside.empty()) {
     text += "set aside: " + aside + "\n" + segmentText(aside, message);
   }
-  for (unsigned number = 1;; ++number) {
-    const std::string name = path.text() + ".report." + std::to_string(number);
+  for (unsigned long number = highestReport(path) + 1;; ++number) {
+    const std::string reports = path.text() + ".report.";
+    const std::string name = reports + std::to_string(number);
     const Descriptor file(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file && errno == EEXIST) continue;
     if (!file) throw Cairn::SystemException("create corruption report " + name, errno);
@@ -124,6 +172,7 @@ std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const Root
     if (put != static_cast<ssize_t>(text.size())) {
       throw Cairn::SystemException("write corruption report " + name, put < 0 ? errno : ENOSPC);
     }
+    if (number > 2 * kKept) unlink((reports + std::to_string(number - kKept)).c_str());
     if (handler.wants(Cairn::DebugHandler::kErrorFlag)) {
       handler.log(1, "VestaReport", 0, "writeCorruptionReport", "corruption report written: " + name);
     }

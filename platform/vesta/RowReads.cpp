@@ -15,13 +15,15 @@ RowReads::RowReads(std::shared_ptr<Segment> segment)
       slots_(words_ + layout_.slotsAt),
       cellMask_(layout_.cells - 1) {}
 
-void RowReads::reportCell(std::uint32_t value, std::uint32_t cell) const {
-  reportDamage("index cell " + std::to_string(cell) + ": names slot " + std::to_string(cellSlot(value)) +
-               " of a capacity of " + std::to_string(layout_.shape.capacity));
+void RowReads::reportCell(std::uint32_t value, std::size_t position) const {
+  reportDamage("index cell at word " + std::to_string(position) + ": names slot " +
+               std::to_string(cellSlot(value)) + " of a capacity of " +
+               std::to_string(layout_.shape.capacity));
 }
 
-void RowReads::reportFullIndex() const {
-  reportDamage("index: no empty cell in " + std::to_string(layout_.cells));
+void RowReads::reportFullIndex(std::size_t base) const {
+  reportDamage("index at word " + std::to_string(base) + ": no empty cell in " +
+               std::to_string(layout_.cells));
 }
 
 void RowReads::reportRow(std::uint32_t slot, Word version, Word found, Word computed) const {
@@ -93,7 +95,7 @@ void RowReads::validateIndex() const {
   const std::size_t base = layout_.indexAt(which);  // the other is made anew before it is used
   for (std::uint32_t cell = 0; cell < layout_.cells; ++cell) {
     const std::uint32_t value = segment_->unsealed(base + cell, "index cell");
-    if (cellState(value) == CellState::used) slotOfCell(value, cell);
+    if (cellState(value) == CellState::used) slotOfCell(value, base + cell);
   }
   segment_->members();
 }

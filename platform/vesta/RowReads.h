@@ -70,13 +70,13 @@ class RowReads {
   Copied copyOut(const Sizes& sizes, std::uint32_t slot, Word* row) const;
   bool lookupSlowly(const Word* key, Word hash, Word* row, std::uint32_t& slot);
   [[noreturn]] void reportRow(std::uint32_t slot, Word version, Word found, Word computed) const;
-  [[noreturn]] void reportCell(std::uint32_t value, std::uint32_t cell) const;
-  [[noreturn]] void reportFullIndex() const;
+  [[noreturn]] void reportCell(std::uint32_t value, std::size_t position) const;
+  [[noreturn]] void reportFullIndex(std::size_t base) const;
   void retry(Patience& patience, const char* what);
-  std::uint32_t slotOfCell(std::uint32_t value, std::uint32_t cell) const {
+  std::uint32_t slotOfCell(std::uint32_t value, std::size_t position) const {
     const std::uint32_t slot = cellSlot(value);
     if (slot >= layout_.shape.capacity) [[unlikely]]
-      reportCell(value, cell);
+      reportCell(value, position);
     return slot;
   }
 
@@ -100,14 +100,14 @@ RowReads::Probe RowReads::probe(unsigned which, Word hash, const Matches& matche
     const std::uint32_t value =
         Segment::unsealed(loadAcquire(words_[base + cell]), base + cell, "index cell");
     if (cellState(value) == CellState::used) [[likely]] {
-      const std::uint32_t slot = slotOfCell(value, cell);
+      const std::uint32_t slot = slotOfCell(value, base + cell);
       if (sameTag(value, hash) && matches(slot)) return {slot, cell};
     } else {
       if (result.cell == kNone) result.cell = cell;
       if (cellState(value) == CellState::empty) return result;
     }
   }
-  reportFullIndex();
+  reportFullIndex(base);
 }
 
 // Pairs with RowWrites::putSlot. The writer fills the staging row, names it in the version, then fills the

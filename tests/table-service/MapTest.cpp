@@ -86,11 +86,10 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
 TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
   const auto table = writer();
   log.handler->flagsIs(0);
+  EXPECT_THROW(map.corruptionDetected("x"), Cairn::CorruptionDetectedException) << "never attached";
   map.attachReader(options());
   map.corruptionDetected("x");
   EXPECT_TRUE(log.lines.empty());
-  Map never;
-  EXPECT_THROW(never.corruptionDetected("x"), Cairn::CorruptionDetectedException);
   map.attachReader(options());
   map.readyFunctionIs({});
   EXPECT_THROW(map.corruptionDetected("x"), std::bad_function_call) << "its absence is a programming error";
@@ -98,31 +97,33 @@ TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
 }
 
 TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
-  const auto table = writer();
+  auto table = writer();
   put(*table, 0x1122334455667788, 1);
-  damageRow(*table, TestKey{0x1122334455667788});
-  EXPECT_THROW(map.attachReader(options()), Cairn::CorruptionDetectedException);
-  const std::string message = "slot 0 version 0xb: checksum found 0x1, computed 0x2";
-  EXPECT_EQ(Vesta::writeCorruptionReport(*log.handler, path(), message), text() + ".report.1");
-  EXPECT_EQ(Vesta::writeCorruptionReport(*log.handler, path(), "second"), text() + ".report.2");
-  const std::string report = read("table.report.1");
-  for (const std::string& part : std::vector<std::string>{
-           "table: " + text(), "message: " + message, std::string("time: 20"),
-           "pid: " + std::to_string(getpid()), std::string("header magic: 0x31545345564c4f54"),
-           std::string("header capacity: 0x40"), std::string("slot 0 as read:"),
-           std::string(" 88 77 66 55 44 33 22 11 ")}) {
-    EXPECT_THAT(report, ::testing::HasSubstr(part));
+  const std::size_t record = table->segment().mapping()->layout().recordAt(table->sequence());
+  const std::string damages[] = {"slot 0 version 0xb: checksum found 0x1, computed 0x2",
+                                 "log record 2 at word " + std::to_string(record) + ": holds sequence 7"};
+  const std::string dumps[] = {"slot 0 as read:", "around word " + std::to_string(record) + ":"};
+  for (std::size_t i = 0; i < 2; ++i) {
+    const std::string number = std::to_string(i + 1);
+    EXPECT_EQ(Vesta::writeCorruptionReport(*log.handler, path(), damages[i]), text() + ".report." + number);
+    const std::string report = read("table.report." + number);
+    for (const std::string& part : std::vector<std::string>{
+             "table: " + text(), "message: " + damages[i], "time: 20", "pid: " + std::to_string(getpid()),
+             "header magic: 0x31545345564c4f54", "header capacity: 0x40", "sequence: 0x2\n", dumps[i],
+             " 88 77 66 55 44 33 22 11 "}) {
+      EXPECT_THAT(report, ::testing::HasSubstr(part));
+    }
   }
-  std::filesystem::remove(text());
-  Vesta::writeCorruptionReport(*log.handler, path(), message);
-  EXPECT_THAT(read("table.report.3"), ::testing::HasSubstr("segment cannot be opened: No such file"));
-}
+  table->cleanup();
+  for (int i = 3; i < 30; ++i) Vesta::writeCorruptionReport(*log.handler, path(), damages[0]);
+  EXPECT_THAT(read("table.report.29"), ::testing::HasSubstr("segment cannot be opened: No such file"));
+  EXPECT_EQ(files().size(), 17u) << "with the lock, the first eight and the last eight";
+  EXPECT_THAT(files(), ::testing::IsSupersetOf({"table.report.1", "table.report.8", "table.report.22"}));
 
-TEST_F(MapTest, Report_ThatCannotBeWrittenPassesOutAndTheDetachStays) {
-  const auto table = writer();
+  table = writer();
   map.attachReader(options());
   std::filesystem::remove_all(path().folder());
-  EXPECT_THROW(map.corruptionDetected("x"), Cairn::SystemException);
+  EXPECT_THROW(map.corruptionDetected("x"), Cairn::SystemException) << "it cannot be written";
   EXPECT_FALSE(map.attached());
 }
 
