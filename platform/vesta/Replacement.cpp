@@ -32,7 +32,6 @@ std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout
   for (auto& row : rows) writes->write(row.data(), false);
   if (inPlaceOfOther) {
     files.replace(created);
-    files.wakeEveryone();
   } else {
     files.name(created);
   }

@@ -9,8 +9,8 @@
 namespace Vesta {
 
 /// The table's segment, sound and taken over: the one that is there, or a new one if it is missing, of
-/// another kind, retired or damaged; what was there is then set aside and its readers are woken. The caller
-/// holds the creation lock and knows that nobody else writes.
+/// another kind, retired or damaged; what was there is then set aside. The caller holds the creation lock and
+/// knows that nobody else writes. It has to wake everyone, here and below.
 std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
                                         const AttachOptions& options);
 

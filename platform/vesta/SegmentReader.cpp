@@ -61,8 +61,7 @@ void SegmentReader::attach() {
   found = files_.open(layout_, Access::reader);
   std::string problem = start(found);
   if (!problem.empty() && !files_.lock().heldElsewhere(LockFile::kWriter)) {
-    soundSegment(files_, layout_, options_);
-    files_.wakeEveryone();
+    files_.wakeEveryone(soundSegment(files_, layout_, options_)->reads().segment());
     found = files_.open(layout_, Access::reader);
     problem = start(found);
   }

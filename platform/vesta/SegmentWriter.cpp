@@ -25,7 +25,7 @@ void SegmentWriter::takeTable() {
     }
     rowsAre(soundSegment(files_, layout_, options_));
   }
-  files_.wakeEveryone();
+  files_.wakeEveryone(*mapping());
 }
 
 void SegmentWriter::rowsAre(std::unique_ptr<RowWrites> rows) {
@@ -58,18 +58,17 @@ void SegmentWriter::wake(Word sleepers) {
     if ((sleepers >> reader & 1) == 0) continue;
     const Word identity = rows_->reads().segment().load(readerLineAt(reader) + kReaderIdentityAt);
     ReaderNote& note = notes_[reader];
-    if (note.identity != identity || !note.fifo) {
-      note.fifo = WakeFifo::forWriter(files_.folder(), files_.fifoName(reader));
+    if (note.identity != identity || identity == 0 || !note.fifo) {
       note.identity = identity;
       counters_.systemCalls += 2;
+      if (!WakeFifo::forWriter(files_.folder(), files_.fifoName(reader), note.fifo)) {
+        std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(Word{1} << reader);
+      }
     }
+    if (!note.fifo) continue;
     note.fifo.wake();
     ++counters_.wakeups;
     ++counters_.systemCalls;
-    if (!note.fifo && files_.lock().heldElsewhere(LockFile::readerByte(reader))) {
-      // No descriptor was to be had: the next write tries again.
-      std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(Word{1} << reader);
-    }
   }
 }
 
@@ -96,6 +95,7 @@ void SegmentWriter::replaceSegment(const std::string& reason) {
   try {
     const CreationLock creation(files_.lock(), files_.path().text());
     rowsAre(replaceDamaged(files_, mapping(), reason, with));
+    files_.wakeEveryone(*mapping());
   } catch (const Cairn::Exception& failure) {
     throw Cairn::CorruptionDetectedException(reason + "; could not be replaced: " + failure.message());
   }
@@ -134,10 +134,6 @@ void SegmentWriter::validate() {
 }
 
 pid_t SegmentWriter::writerProcess() const noexcept { return rows_ ? getpid() : 0; }
-
-void SegmentWriter::yieldTimeIs(std::chrono::milliseconds time) {
-  if (rows_) rows_->reads().yieldTimeIs(time);
-}
 
 const WriterCounters& SegmentWriter::counters() noexcept {
   if (rows_) counters_.indexRebuilds = rows_->indexRebuilds();

@@ -114,19 +114,20 @@ void TableFiles::stateIs(int segment, Word state) const {
 void TableFiles::remove() {
   try {
     stateIs(openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text()).get(), kRetired);
+    if (unlinkat(folder(), path_.collection().c_str(), 0) != 0) {
+      throw Cairn::SystemException("remove segment " + path_.text(), errno);
+    }
   } catch (const Cairn::SystemException& failure) {
-    if (failure.error() == ENOENT) return;
-    throw;
+    if (failure.error() != ENOENT) throw;
   }
-  if (unlinkat(folder(), path_.collection().c_str(), 0) != 0) {
-    throw Cairn::SystemException("remove segment " + path_.text(), errno);
-  }
-  wakeEveryone();
+  const Word asleep = wakeEveryone();
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
     if (!lock_.tryLock(LockFile::readerByte(reader))) continue;  // no reader can take this number meanwhile
     unlinkat(folder(), fifoName(reader).c_str(), 0);
     lock_.unlock(LockFile::readerByte(reader));
   }
+  if (asleep == 0) return;
+  throw Cairn::ResourceExhaustedException(path_.text() + " is removed; no descriptor to wake its readers");
 }
 
 void TableFiles::validate(const Layout& layout) const {
@@ -145,10 +146,20 @@ WakeFifo TableFiles::readerFifo(unsigned reader) const {
   return WakeFifo::forReader(folder(), fifoName(reader), path_.folder() + "/" + fifoName(reader));
 }
 
-void TableFiles::wakeEveryone() const {
+// Returns the bits of those for whose FIFO there was no descriptor.
+Word TableFiles::wakeEveryone() const {
+  Word asleep = 0;
   for (const long byte : lock_.heldElsewhere(LockFile::readerByte(0), LockFile::readerByte(kMaxReaders))) {
-    WakeFifo::forWriter(folder(), fifoName(static_cast<unsigned>(byte - LockFile::readerByte(0)))).wake();
+    const auto reader = static_cast<unsigned>(byte - LockFile::readerByte(0));
+    WakeFifo fifo;
+    if (!WakeFifo::forWriter(folder(), fifoName(reader), fifo)) asleep |= Word{1} << reader;
+    fifo.wake();
   }
+  return asleep;
+}
+
+void TableFiles::wakeEveryone(Segment& segment) const {
+  std::atomic_ref<Word>(segment.at(kSleepersAt)).fetch_or(wakeEveryone(), std::memory_order_seq_cst);
 }
 
 int TableFiles::writerPid() const {

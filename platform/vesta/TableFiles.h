@@ -43,7 +43,9 @@ class TableFiles {
   /// Gives it the table's name and that segment, marked retired, the name <collection>.retired.<n>, in one
   /// step. Of the segments set aside the first seven and the last are kept.
   void replace(const Unnamed& created) const;
-  /// Marks the segment retired and removes it, and the FIFOs of readers that are gone.
+  /// Marks the segment retired and removes it if it is there, and the FIFOs of readers that are gone. Throws
+  /// Cairn::ResourceExhaustedException when there was no descriptor to wake a reader; to be called again
+  /// then.
   void remove();
   /// Throws unless the file under the table's name is private, whole and of this layout.
   void validate(const Layout& layout) const;
@@ -51,13 +53,15 @@ class TableFiles {
   std::string fifoName(unsigned reader) const;
   WakeFifo readerFifo(unsigned reader) const;
   /// Writes to every FIFO there is: for changes that concern sleeping readers of any segment of this table.
-  void wakeEveryone() const;
+  /// Those for whose FIFO there was no descriptor are left to the next write to `segment`.
+  void wakeEveryone(Segment& segment) const;
   /// The pid that the segment names as its writer; 0 when it names none.
   int writerPid() const;
 
  private:
   void link(const Unnamed& created, const std::string& name) const;
   void stateIs(int segment, Word state) const;
+  Word wakeEveryone() const;
 
   RootPath path_;
   Descriptor folder_;

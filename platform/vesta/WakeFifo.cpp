@@ -30,15 +30,14 @@ WakeFifo WakeFifo::forReader(int folder, const std::string& name, const std::str
   return fifo;
 }
 
-WakeFifo WakeFifo::forWriter(int folder, const std::string& name) {
-  WakeFifo fifo;
+bool WakeFifo::forWriter(int folder, const std::string& name, WakeFifo& fifo) {
   fifo.fifo_ = Descriptor(openat(folder, name.c_str(), kFlags));
+  if (!fifo) return errno == ENOENT || errno == ELOOP;
   struct stat status {};
-  if (fifo &&
-      (fstat(fifo.descriptor(), &status) != 0 || !S_ISFIFO(status.st_mode) || status.st_uid != geteuid())) {
+  if (fstat(fifo.descriptor(), &status) != 0 || !S_ISFIFO(status.st_mode) || status.st_uid != geteuid()) {
     fifo.fifo_ = Descriptor();
   }
-  return fifo;
+  return true;
 }
 
 void WakeFifo::wake() const noexcept {

@@ -13,8 +13,9 @@ class WakeFifo {
   WakeFifo() = default;
   /// The reader's end: creates the FIFO unless it is there, and empties it.
   static WakeFifo forReader(int folder, const std::string& name, const std::string& path);
-  /// The writer's end; not valid when there is no such FIFO or it is not private.
-  static WakeFifo forWriter(int folder, const std::string& name);
+  /// The writer's end; not valid when there is no such FIFO or it is not private. False when the system had
+  /// no descriptor for it: it is to be tried again.
+  static bool forWriter(int folder, const std::string& name, WakeFifo& fifo);
 
   explicit operator bool() const noexcept { return static_cast<bool>(fifo_); }
   int descriptor() const noexcept { return fifo_.get(); }
