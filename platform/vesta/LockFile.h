@@ -15,6 +15,8 @@ class LockFile {
   static constexpr long kWriter = 0;    ///< held by the writer for as long as it is attached
   static constexpr long kCreation = 1;  ///< held by whoever is creating, taking over or replacing the segment
   static constexpr long readerByte(unsigned reader) { return 64 + static_cast<long>(reader); }
+  /// Held by reader n, too, unless the segment is of another kind than its own: it is there or about to come.
+  static constexpr long followerByte(unsigned reader) { return 128 + static_cast<long>(reader); }
 
   /// Opens or creates `name` in the folder `folderDescriptor`; `path` is for messages.
   LockFile(int folderDescriptor, const std::string& name, const std::string& path);

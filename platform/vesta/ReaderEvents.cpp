@@ -62,7 +62,8 @@ void SegmentReader::descriptorReadable() {
 }
 
 // Goes over to the segment that now has the table's name. Without one, the table is empty until a writer
-// wakes this reader; creating one here would undo its removal.
+// wakes this reader; creating one here would undo its removal. The same goes for a segment of another kind,
+// but its writer does not expect this reader.
 void SegmentReader::followReplacement() {
   const TableFiles::Found found = files_.open(layout_, options_.observer ? Access::observer : Access::reader);
   if (found.fault.damaged) {
@@ -79,9 +80,11 @@ void SegmentReader::followReplacement() {
     throw Cairn::Exception("FIFO " + files_.path().folder() + "/" + files_.fifoName(number_) +
                            " of this reader was removed");
   }
+    if (!found.missing && !options_.observer) files_.lock().unlock(LockFile::followerByte(number_));
   options_.initialRows = InitialRows::tell;
   startOn(found.segment);
   ++counters_.reattached;
 }
 
 }  // namespace Vesta
+  if (!options_.observer) files_.lock().tryLock(LockFile::followerByte(number_));

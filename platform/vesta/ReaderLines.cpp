@@ -13,12 +13,14 @@ bool SegmentWriter::isGone(unsigned reader, Word identity) {
   return line.compare_exchange_strong(identity, 0, std::memory_order_acq_rel);
 }
 
-bool SegmentWriter::isStalled(unsigned reader, Word identity, Word handled) {
+// `who`: the identity of a reader with a line. Of one without, the segment's number: it is on its way from an
+// earlier segment, or else has come after this one was made, and may be left out like one that comes later.
+bool SegmentWriter::isStalled(unsigned reader, Word who, Word handled) {
   ReaderNote& note = notes_[reader];
   const auto now = std::chrono::steady_clock::now();
-  if (note.handled != handled || note.watched != identity || note.movedAt.time_since_epoch().count() == 0) {
+  if (note.handled != handled || note.watched != who || note.movedAt.time_since_epoch().count() == 0) {
     note.handled = handled;
-    note.watched = identity;
+    note.watched = who;
     note.movedAt = now;
   }
   return now - note.movedAt >= std::chrono::seconds(1);
@@ -36,14 +38,20 @@ bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
     if (identity == 0 || !isAfter(sequence, handled)) continue;
     if (!isGone(reader, identity) && counts(reader, identity, handled)) return false;
   }
-  // A reader that has its number but is not in this segment yet has handled nothing of it.
+  // A reader that follows but is not in this segment yet has handled nothing of it. Should the line be that
+  // of a dead one, whose number it has taken, it has not looked at this segment yet: it is one that comes
+  // later.
   for (const long byte :
-       files_.lock().heldElsewhere(LockFile::readerByte(0), LockFile::readerByte(kMaxReaders))) {
-    const auto reader = static_cast<unsigned>(byte - LockFile::readerByte(0));
+       files_.lock().heldElsewhere(LockFile::followerByte(0), LockFile::followerByte(kMaxReaders))) {
+    const auto reader = static_cast<unsigned>(byte - LockFile::followerByte(0));
     const std::size_t line = readerLineAt(reader);
     const Word identity = segment.load(line + kReaderIdentityAt);
-    const Word handled = identity == 0 ? 0 : segment.load(line + kReaderHandledAt);
-    if ((identity == 0 || isAfter(sequence, handled)) && counts(reader, identity, handled)) return false;
+    if (identity == 0) {
+      if (counts(reader, segment.load(kGenerationAt), 0)) return false;
+    } else {
+      const Word handled = segment.load(line + kReaderHandledAt);
+      if (isAfter(sequence, handled) && counts(reader, identity, handled)) return false;
+    }
   }
   return true;
 }
@@ -53,9 +61,8 @@ bool SegmentWriter::quiesced(std::uint64_t sequence) {
 }
 
 bool SegmentWriter::movingReadersQuiesced(std::uint64_t sequence) {
-  return allHandled(sequence, [this](unsigned reader, Word identity, Word handled) {
-    return !isStalled(reader, identity, handled);
-  });
+  return allHandled(
+      sequence, [this](unsigned reader, Word who, Word handled) { return !isStalled(reader, who, handled); });
 }
 
 bool SegmentWriter::clientQuiesced(const std::string& name) {

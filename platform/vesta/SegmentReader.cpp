@@ -34,10 +34,12 @@ SegmentReader::SegmentReader(const Shape& shape, const AttachOptions& options,
 
 SegmentReader::~SegmentReader() { detach(); }
 
-// A number is a lock: it cannot be held by the dead.
+// A number is a lock: it cannot be held by the dead. Who holds one has its other byte to itself.
 void SegmentReader::claimNumber() {
   for (number_ = 0; number_ < kMaxReaders; ++number_) {
-    if (files_.lock().tryLock(LockFile::readerByte(number_))) return;
+    if (!files_.lock().tryLock(LockFile::readerByte(number_))) continue;
+    files_.lock().tryLock(LockFile::followerByte(number_));
+    return;
   }
   throw Cairn::ResourceExhaustedException(files_.path().text() + " has no place for another reader: used " +
                                           std::to_string(kMaxReaders) + " of " + std::to_string(kMaxReaders));
@@ -153,7 +155,8 @@ void SegmentReader::detach() {
   }
   reads_.reset();
   unlinkat(files_.folder(), files_.fifoName(number_).c_str(), 0);
-  files_.lock().unlock(LockFile::readerByte(number_));
+  files_.lock().unlock(LockFile::followerByte(number_));
+  files_.lock().unlock(LockFile::readerByte(number_));  // last: the next one to take it makes its own FIFO
   number_ = kMaxReaders;
 }
 

@@ -66,7 +66,7 @@ class SegmentWriter {
   struct ReaderNote {
     Word identity = 0;  // whose FIFO is open
     WakeFifo fifo;
-    Word watched = 0;  // identity when last looked at
+    Word watched = 0;  // who it was when last looked at
     Word handled = 0;  // likewise
     std::chrono::steady_clock::time_point movedAt{};
   };
@@ -100,7 +100,7 @@ class SegmentWriter {
   void replaceIfDamaged();
   void replaceSegment(const std::string& reason);
   bool isGone(unsigned reader, Word identity);
-  bool isStalled(unsigned reader, Word identity, Word handled);
+  bool isStalled(unsigned reader, Word who, Word handled);
   template <class Counts>
   bool allHandled(std::uint64_t sequence, const Counts& counts);
 
