@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -210,8 +211,12 @@ std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
   try {
     return call();
   } catch (const Cairn::CorruptionDetectedException& damage) {
-    // A handler may have met it first, and have taken the table down or mounted it again.
-    if (reader_ == called) corruptionDetected(damage.message());
+    // A handler may have met it first, and have taken the table down or mounted it again. What it has met in
+    // another table passes out.
+    if (reader_ == called) {
+      if (!called->segment().hasMet(std::current_exception())) throw;
+      corruptionDetected(damage.message());
+    }
     return 0;
   }
 }

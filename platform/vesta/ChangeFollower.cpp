@@ -6,23 +6,17 @@
 
 namespace Vesta {
 
-ChangeFollower::ChangeFollower(const Layout& layout)
-    : layout_(layout),
-      told_(layout.shape.capacity),
-      keys_(std::size_t{layout.shape.capacity} * layout.keyWords),
-      row_(1 + layout.rowWords) {}
+ChangeFollower::ChangeFollower(const Layout& layout) : layout_(layout) {}
 
-void ChangeFollower::tell(std::uint32_t slot, Word sequence, bool present, const Word* key) {
-  told_[slot] = {sequence, present};
-  std::copy_n(key, layout_.keyWords, keyOf(slot));
-}
-
-void ChangeFollower::segmentIs(RowReads& reads, InitialRows rows) {
-  segmentGone();
-  const Word first = reads.segment().firstSequence();
-  for (Told& told : told_) told = {first, false};
-  handled_ = first;
-  attaching_ = rows == InitialRows::tell;
+ChangeFollower::ChangeFollower(const ChangeFollower& before, RowReads& reads, InitialRows rows)
+    : layout_(before.layout_),
+      told_(layout_.shape.capacity, Told{reads.segment().firstSequence(), false}),
+      keys_(std::size_t{layout_.shape.capacity} * layout_.keyWords),
+      lost_(before.known()),
+      row_(1 + layout_.rowWords),
+      handled_(reads.segment().firstSequence()),
+      attaching_(rows == InitialRows::tell),
+      overtaken_(before.overtaken_) {
   if (attaching_) {
     compare(reads);
   } else {
@@ -30,6 +24,34 @@ void ChangeFollower::segmentIs(RowReads& reads, InitialRows rows) {
       tell(slot, sequence, occupied, key);
     });
   }
+}
+
+// Keys found by a comparison and not yet told are among them: the next segment decides what they are.
+auto ChangeFollower::known() const -> std::vector<Key> {
+  std::vector<Key> keys = lost_;
+  keys.insert(keys.end(), queue_.begin(), queue_.end());
+  for (const auto& [sequence, key] : changed_) keys.push_back(key);
+  for (const auto& [until, key] : ahead_) keys.push_back(key);
+  for (std::size_t slot = 0; slot < told_.size(); ++slot) {
+    const Word* key = &keys_[slot * layout_.keyWords];
+    if (told_[slot].present) keys.emplace_back(key, key + layout_.keyWords);
+  }
+  return keys;
+}
+
+void ChangeFollower::segmentGone() {
+  const Word handled = handled_;
+  const std::uint64_t overtaken = overtaken_;
+  std::vector<Key> lost = known();
+  *this = ChangeFollower(layout_);
+  lost_ = std::move(lost);
+  handled_ = handled;
+  overtaken_ = overtaken;
+}
+
+void ChangeFollower::tell(std::uint32_t slot, Word sequence, bool present, const Word* key) {
+  told_[slot] = {sequence, present};
+  std::copy_n(key, layout_.keyWords, keyOf(slot));
 }
 
 // Whether a lookup finds the key of the row in row_.
@@ -70,20 +92,6 @@ Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
     visit(slot, sequence, isOccupied(version), underWay, row_.data() + 1);
   }
   return published;
-}
-
-// Keys found by a comparison and not yet told are among the lost: the next segment decides what they are.
-void ChangeFollower::segmentGone() {
-  for (auto& key : queue_) lost_.push_back(std::move(key));
-  queue_.clear();
-  for (auto& [sequence, key] : changed_) lost_.push_back(std::move(key));
-  changed_.clear();
-  for (auto& [until, key] : ahead_) lost_.push_back(std::move(key));
-  ahead_.clear();
-  for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
-    if (told_[slot].present) lost_.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
-    told_[slot].present = false;
-  }
 }
 
 bool ChangeFollower::hasPending(const Segment* segment) const {
@@ -159,12 +167,7 @@ bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
 // comparison has to tell it.
 void ChangeFollower::tellKey(RowReads* reads, const Key& key, const KeyHandler& handler) {
   const Word before = reads != nullptr ? reads->segment().load(kSequenceAt) : handled_;
-  try {
-    handler(key.data());
-  } catch (...) {
-    if (reads != nullptr) lookOutFor(reads->segment(), key);
-    throw;
-  }
+  handler(key.data());
   while (!ahead_.empty() && !isAfter(ahead_.front().first, handled_)) ahead_.pop_front();
   if (reads != nullptr && maySee(*reads, key, before)) lookOutFor(reads->segment(), key);
 }

@@ -24,15 +24,16 @@ class ChangeFollower {
  public:
   using KeyHandler = std::function<void(const Word* key)>;
 
+  /// Follows no segment.
   explicit ChangeFollower(const Layout& layout);
-
-  /// Follows `reads`' segment from now on. Rows that are there count as told of (skip) or are told by the
-  /// next poll, together with the keys of an earlier segment that are not there. Throws on damage.
-  void segmentIs(RowReads& reads, InitialRows rows);
+  /// Follows `reads`' segment after `before` has followed others. Rows that are there count as told of (skip)
+  /// or are told by the next poll, together with the keys that `before` knew of and that are not there.
+  /// Throws on damage.
+  ChangeFollower(const ChangeFollower& before, RowReads& reads, InitialRows rows);
   /// There is no segment any more: the next poll tells the keys that it held.
   void segmentGone();
 
-  /// Tells the next change, if there is one.
+  /// Tells the next change, if there is one. The handler must not throw.
   bool tellNext(RowReads* reads, const KeyHandler& handler);
   bool hasPending(const Segment* segment) const;
 
@@ -52,6 +53,7 @@ class ChangeFollower {
   };
 
   Word* keyOf(std::uint32_t slot) { return &keys_[std::size_t{slot} * layout_.keyWords]; }
+  std::vector<Key> known() const;
   void tell(std::uint32_t slot, Word sequence, bool present, const Word* key);
   template <class Visit>
   Word scan(RowReads& reads, const Visit& visit);
@@ -63,7 +65,7 @@ class ChangeFollower {
   void lookOutFor(const Segment& segment, Key key);
 
   Layout layout_;
-  std::vector<Told> told_;                     // by slot
+  std::vector<Told> told_;                     // by slot; empty before the first segment
   std::vector<Word> keys_;                     // by slot
   std::deque<Key> queue_;                      // found by a comparison, not yet told
   std::vector<Key> lost_;                      // told keys that the next comparison has to look for

@@ -3,30 +3,31 @@
 
 namespace Vesta {
 
-// Whatever ended the handler, the change that it was called for is handled.
 void SegmentReader::publishProgress() {
   if (options_.observer || !reads_ || published_ == follower_.handled()) return;
   published_ = follower_.handled();
   reads_->segment().store(readerLineAt(number_) + kReaderHandledAt, published_);
 }
 
-// A handler may detach this reader; the segment then lives until the handler has returned.
+// A handler may detach this reader; the segment then lives until the handler has returned. Whatever ended the
+// handler, the change that it was called for is handled. What it threw, damage of another table maybe, is
+// none of this table's, and passes on only after that.
 std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
+  std::exception_ptr thrown;
+  const KeyHandler called = [&](const Word* key) {
+    try {
+      handler(key);
+    } catch (...) {
+      thrown = std::current_exception();
+    }
+  };
   std::size_t told = 0;
   while (told < limit && !detached_) {
-    if (reads_ && reads_->segment().retired()) followReplacement();
+    if (reads_ && reads_->segment().retired()) reporting([this] { followReplacement(); });
     const std::shared_ptr<RowReads> reads = reads_;
-    bool one = false;
-    try {
-      one = follower_.tellNext(reads.get(), handler);
-    } catch (const Cairn::CorruptionDetectedException&) {
-      if (reads && reads == reads_) reportToWriter(reads->segment());
-      throw;
-    } catch (...) {
-      publishProgress();
-      throw;
-    }
+    const bool one = reporting([&] { return follower_.tellNext(reads.get(), called); });
     publishProgress();
+    if (thrown) std::rethrow_exception(thrown);
     if (!one) break;
     ++told;
     ++counters_.notifications;
@@ -58,7 +59,13 @@ void SegmentReader::awake() {
 void SegmentReader::descriptorReadable() {
   if (!fifo_) return;
   fifo_.drain();
-  if (!detached_ && (!reads_ || reads_->segment().retired())) followReplacement();
+  if (detached_ || (reads_ && !reads_->segment().retired())) return;
+  try {
+    reporting([this] { followReplacement(); });
+  } catch (...) {
+    fifo_.wake();  // for another try: there may be no other wake-up
+    throw;
+  }
 }
 
 // Goes over to the segment that now has the table's name. Without one, the table is empty until a writer
@@ -73,6 +80,7 @@ void SegmentReader::followReplacement() {
   if (found.missing || !found.fault.text.empty()) {
     if (reads_) follower_.segmentGone();
     reads_.reset();
+    if (!found.missing && !options_.observer) files_.lock().unlock(LockFile::followerByte(number_));
     return;
   }
   if (found.segment->load(kStateAt) != kLive) return;
@@ -80,11 +88,10 @@ void SegmentReader::followReplacement() {
     throw Cairn::Exception("FIFO " + files_.path().folder() + "/" + files_.fifoName(number_) +
                            " of this reader was removed");
   }
-    if (!found.missing && !options_.observer) files_.lock().unlock(LockFile::followerByte(number_));
+  if (!options_.observer) files_.lock().tryLock(LockFile::followerByte(number_));
   options_.initialRows = InitialRows::tell;
   startOn(found.segment);
   ++counters_.reattached;
 }
 
 }  // namespace Vesta
-  if (!options_.observer) files_.lock().tryLock(LockFile::followerByte(number_));

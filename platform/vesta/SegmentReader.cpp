@@ -92,12 +92,16 @@ std::string SegmentReader::start(const TableFiles::Found& found) {
   return {};
 }
 
+// Either goes over to the segment, with all that has been told so far, or throws and leaves things as they
+// were. This reader counts as one that has handled nothing from before its first look at the rows, also where
+// the line under its number is that of a dead one.
 void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
   auto reads = std::make_shared<RowReads>(std::move(segment));
   reads->yieldTimeIs(yieldTime_);
+  if (!options_.observer) reads->segment().store(readerLineAt(number_) + kReaderIdentityAt, 0);
   try {
     reads->validateIndex();
-    follower_.segmentIs(*reads, options_.initialRows);
+    follower_ = ChangeFollower(follower_, *reads, options_.initialRows);
   } catch (const Cairn::CorruptionDetectedException&) {
     reportToWriter(reads->segment());
     throw;
@@ -111,7 +115,6 @@ void SegmentReader::writeDown() {
   if (options_.observer) return;
   Segment& segment = reads_->segment();
   const std::size_t line = readerLineAt(number_);
-  segment.store(line + kReaderIdentityAt, 0);
   published_ = follower_.handled();
   segment.store(line + kReaderHandledAt, published_);
   char name[4 * sizeof(Word)] = {};
@@ -128,6 +131,11 @@ void SegmentReader::writeDown() {
 
 void SegmentReader::reportToWriter(Segment& segment) noexcept {
   if (!options_.observer) sleepersOf(segment).fetch_or(kDamageReported, std::memory_order_seq_cst);
+}
+
+void SegmentReader::damageMet() noexcept {
+  damage_ = std::current_exception();
+  if (reads_) reportToWriter(reads_->segment());
 }
 
 bool SegmentReader::rowFrom(std::uint32_t& slot, Word* row) {

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -61,6 +62,9 @@ class SegmentReader {
   void yieldTimeIs(std::chrono::milliseconds time);
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const ReaderCounters& counters() noexcept;
+  /// Whether this reader itself has met that damage, last of all. Handlers may throw what they have met in
+  /// other tables.
+  bool hasMet(const std::exception_ptr& damage) const noexcept { return damage_ == damage; }
 
  private:
   void claimNumber();
@@ -72,12 +76,13 @@ class SegmentReader {
   void followReplacement();
   void publishProgress();
   void reportToWriter(Segment& segment) noexcept;
+  void damageMet() noexcept;
   template <class Call>
   auto reporting(const Call& call) {
     try {
       return call();
     } catch (const Cairn::CorruptionDetectedException&) {
-      if (reads_) reportToWriter(reads_->segment());
+      damageMet();
       throw;
     }
   }
@@ -99,6 +104,7 @@ class SegmentReader {
   std::uint64_t earlierRetries_ = 0;  // of segments before this one
   bool detached_ = false;
   ReaderCounters counters_;
+  std::exception_ptr damage_;
 };
 
 }  // namespace Vesta
