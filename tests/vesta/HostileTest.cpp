@@ -1,5 +1,9 @@
 // Segments as hostile input: nothing read from one is believed without a check.
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
 #include <filesystem>
 #include <set>
@@ -202,27 +206,59 @@ TEST_F(TableTest, Hostile_DamagesAreNamedToReadersAndRepairedByWriters) {
   }
 }
 
-// A replacement that finds no room does not undo the write it comes with. One that is damaged as well is no
-// reason to take the keys of the old segment for gone.
-TEST_F(TableTest, Hostile_ReplacementThatFailsAndOneThatIsDamaged) {
+/// For good: this process gets an error from the system call.
+void refuse(unsigned systemCall) {
+  sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, systemCall, 0, 1),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog program{4, filter};
+  EXPECT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  EXPECT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+}
+
+// One that finds no room, or cannot exchange the files, leaves the segment in its place and undoes no write.
+TEST_F(TableTest, Hostile_ReplacementThatFails) {
+  Child child([this] {
+    const auto table = writer(kCapacity);
+    build(*table);
+    table->segment().mapping()->at(Vesta::kMembersAt) ^= 1;
+    const auto expectDamaged = [this] {
+      EXPECT_THAT(failure([this] { reader(kCapacity); }), ::testing::HasSubstr("member count"));
+      EXPECT_EQ(files(), (std::vector<std::string>{"table", "table.lock"}));
+    };
+    expectDamaged();
+    signal(SIGXFSZ, SIG_IGN);
+    const rlim_t before = limit(RLIMIT_FSIZE, 4096);
+    put(*table, 2, 4);
+    expectDamaged();
+    limit(RLIMIT_FSIZE, before);
+    refuse(SYS_renameat2);
+    put(*table, 2, 5);
+    expectDamaged();
+    return stampOf(*table, 2) == 5 ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0);
+}
+
+// A replacement that is damaged as well is no reason to take the keys of the old segment for gone.
+TEST_F(TableTest, Hostile_ReplacementThatIsDamaged) {
   const auto table = writer(kCapacity);
-  const Model model = build(*table);
+  build(*table);
   const auto follower = reader(kCapacity);
   Model known;
   told(*follower, &known);
-  signal(SIGXFSZ, SIG_IGN);
-  table->segment().mapping()->at(Vesta::kMembersAt) ^= 1;
-  EXPECT_NE(failure([this] { reader(kCapacity); }), "");
-  const rlim_t before = limit(RLIMIT_FSIZE, 4096);
-  put(*table, 2, 3);
-  EXPECT_THAT(files(), ::testing::Not(::testing::Contains("table.retired.1")));
-  limit(RLIMIT_FSIZE, before);
-  put(*table, 2, 3);
-  EXPECT_THAT(files(), ::testing::Contains("table.retired.1"));
-  EXPECT_EQ(contents(*reader(kCapacity)), model);
+  replaceSegment(*table);
   table->segment().mapping()->at(Vesta::kGenerationAt) ^= 1;
-  EXPECT_THAT(failure([&] { told(*follower, &known); }), ::testing::HasSubstr("header: checksum"));
-  EXPECT_EQ(known, model);
+  for (const bool polls : {false, true}) {
+    const auto look = [&] { polls ? void(told(*follower, &known)) : follower->descriptorReadable(); };
+    EXPECT_THAT(failure(look), ::testing::HasSubstr("header: checksum"));
+    EXPECT_EQ(known.size(), kCapacity);
+    EXPECT_TRUE(readable(follower->wakeDescriptor())) << "for another try";
+  }
+  table->segment().mapping()->at(Vesta::kGenerationAt) ^= 1;
+  told(*follower, &known);
+  EXPECT_EQ(known, contents(*table));
 }
 
 TEST_F(TableTest, Hostile_FilesTruncatedOrGrownBeforeAttach) {
@@ -246,10 +282,20 @@ TEST_F(TableTest, Hostile_OtherShapeIsSetAsideByWritersAndRefusedByReadersOfALiv
   const auto follower = reader(kCapacity);
   told(*follower);
   small.reset();
-  EXPECT_EQ(writer(32)->members(), 0u) << "never reinterpreted";
-  EXPECT_EQ(told(*follower), Ids{1}) << "what it knew is gone, until it is mounted anew";
+  auto large = writer(32);
+  EXPECT_EQ(large->members(), 0u) << "never reinterpreted";
+  EXPECT_FALSE(large->quiesced(large->sequence())) << "the follower may be about to come over";
+  EXPECT_EQ(told(*follower), Ids{1}) << "what it knew is gone";
   EXPECT_FALSE(follower->segment().attached());
-  EXPECT_THAT(files(), ::testing::Contains("table.retired.1"));
+  EXPECT_TRUE(large->quiesced(large->sequence())) << "it is no reader of this table";
+  large.reset();
+  small = writer(kCapacity);
+  EXPECT_THAT(files(), ::testing::Contains("table.retired.2"));
+  put(*small, 2, 1);
+  follower->descriptorReadable();
+  EXPECT_FALSE(small->quiesced(small->sequence())) << "it is back";
+  EXPECT_EQ(told(*follower), Ids{2});
+  EXPECT_TRUE(small->quiesced(small->sequence()));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <random>
 #include <set>
 
+#include "DamagedRow.h"
 #include "Support.h"
 
 namespace VestaTest {
@@ -30,16 +31,22 @@ TEST_F(TableTest, Notify_PollHonoursLimitAndPublishesProgressWhateverHandlersDo)
 }
 
 TEST_F(TableTest, Notify_LateReaderIsToldOfRowsThatAreThereUnlessItSkips) {
-  const auto table = writer();
+  auto table = writer();
   for (std::uint64_t id = 1; id <= 4; ++id) put(*table, id, 1);
   put(*table, 2, 0);
   EXPECT_EQ(told(*reader()), (Ids{1, 3, 4}));
-  Vesta::AttachOptions skip = options();
-  skip.initialRows = Vesta::InitialRows::skip;
-  Reader skipping(skip);
-  EXPECT_EQ(told(skipping), Ids{});
+  Vesta::AttachOptions late = options();
+  late.initialRows = Vesta::InitialRows::skip;
+  auto follower = std::make_unique<Reader>(late);
+  EXPECT_EQ(told(*follower), Ids{});
   put(*table, 3, 2);
-  EXPECT_EQ(told(skipping), Ids{3});
+  EXPECT_EQ(told(*follower), Ids{3});
+  damageRow(*table, TestKey{4});
+  follower.reset();
+  table.reset();
+  late.initialRows = Vesta::InitialRows::tell;
+  late.onDamage = Vesta::OnDamage::startEmpty;
+  EXPECT_EQ(told(*std::make_unique<Reader>(late)), Ids{}) << "nor of what it met before the damage";
 }
 
 // A reader that polls within the steps of writes, now and then too late for the log, and whose handlers write
@@ -144,10 +151,13 @@ class BetweenLoads : public TableTest {
  protected:
   static constexpr std::uint32_t kCapacity = 64;  // slot 40 is on another page than the staging row
 
-  void attach() {
+  void map() {
     const Vesta::Descriptor segment(open(file().c_str(), O_RDWR | O_CLOEXEC));
     const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(kCapacity));
     mapping_ = std::make_shared<Vesta::Segment>(segment.get(), layout, Vesta::Access::reader);
+  }
+  void attach() {
+    map();
     follower_ = std::make_unique<ByteReader>(options(kCapacity), mapping_);
   }
 
@@ -212,6 +222,25 @@ TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   EXPECT_EQ(follower_->stampOf(40), 4u);
   EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2, 40));
   EXPECT_TRUE(table->quiesced(table->sequence()));
+}
+
+// The dead one had handled everything. The new one has not, from its first look at the slots on.
+TEST_F(BetweenLoads, ReaderWithTheNumberOfADeadOneCountsWhileItAttaches) {
+  const auto table = writer(kCapacity);
+  put(*table, 1, 1);
+  Child child([this] {
+    const auto follower = reader(kCapacity);
+    return told(*follower).size() == 1 ? raise(SIGKILL) : 1;
+  });
+  ASSERT_EQ(child.wait(), -SIGKILL);
+  map();
+  bool between = false;
+  onTouch(mapping_->at(mapping_->layout().slotAt(0)), [&] {
+    between = true;
+    EXPECT_FALSE(table->quiesced(table->sequence()));
+  });
+  ByteReader follower(options(kCapacity), mapping_);
+  EXPECT_TRUE(between);
 }
 
 }  // namespace

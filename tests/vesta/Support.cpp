@@ -84,6 +84,12 @@ std::vector<std::string> TableTest::files() const {
 
 void TableTest::startOver() const { std::filesystem::remove_all(folder_ + "/some"); }
 
+void TableTest::replaceSegment(Writer& table) const {
+  table.segment().mapping()->at(Vesta::kMembersAt) ^= 1;
+  EXPECT_NE(failure([&] { reader(static_cast<std::uint32_t>(table.capacity())); }), "");
+  put(table, 2, 1);
+}
+
 void put(Writer& table, std::uint64_t id, std::uint64_t stamp) {
   if (stamp != 0) {
     table.write(Row{{id}, TestEntry::make(id, stamp)}, false);

@@ -74,6 +74,8 @@ class TableTest : public ::testing::Test {
   std::vector<std::string> files() const;
   /// As if no table had ever been here.
   void startOver() const;
+  /// Has the table go on in a new segment: a reader meets damage, and a write follows.
+  void replaceSegment(Writer& table) const;
 
   const RuntimeFolder root_{"/dev/shm"};
   const std::string folder_ = root_.path();

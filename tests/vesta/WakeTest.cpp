@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "Support.h"
@@ -14,16 +15,37 @@
 namespace VestaTest {
 namespace {
 
-// One write at a time, each against a reader that has just gone to sleep or is about to. A lost wake-up would
-// leave the reader asleep for ever, since nothing else wakes it: that is what fails here. Waits of more than
-// 100 ms happen on a machine that others use too, so a few are granted. TOLMAR_LONG_TESTS=5 makes it a
-// million writes.
+void fill(int fifo) {
+  const char bytes[4096] = {};
+  while (write(fifo, bytes, sizeof bytes) > 0) {
+  }
+}
+
+using Nanoseconds = std::int64_t;
+
+Nanoseconds now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
+
+/// How long a process has been ready to run and was not run.
+Nanoseconds queued(const Vesta::Descriptor& schedstat) {
+  char text[64] = {};
+  long long queued = 0;
+  (void)!pread(schedstat.get(), text, sizeof text - 1, 0);
+  std::sscanf(text, "%*u %lld", &queued);
+  return queued;
+}
+
+// One write at a time, each against a reader that has just gone to sleep or is about to, now and then with
+// its FIFO full. A lost wake-up would leave the reader asleep for ever, since nothing else wakes it. It may
+// take 100 ms, without the time in which the scheduler had it wait for its turn. TOLMAR_LONG_TESTS=5 makes it
+// a million writes.
 TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
   const auto table = writer();
+  auto& handled = sharedCount(0);
   Child child([&] {
     const auto follower = reader();
     Quill::EventLoop loop;
     follower->onChangeIs([&](const TestKey& key) {
+      handled = static_cast<std::uint64_t>(now());
       if (key.id == 0) loop.stop();
     });
     loop.descriptorIs(follower->wakeDescriptor(), [&] { follower->descriptorReadable(); });
@@ -38,21 +60,25 @@ TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
     return 0;
   });
   child.pass();
-  std::uint64_t late = 0;
+  const Vesta::Descriptor fifo(open((path().folder() + "/vesta.table.0").c_str(), O_RDWR | O_NONBLOCK));
+  const Vesta::Descriptor schedstat(open(("/proc/" + std::to_string(child.pid()) + "/schedstat").c_str(), 0));
   const std::uint64_t writes = scaled(200000);
   for (std::uint64_t i = 1; i <= writes; ++i) {
+    if (i % 64 == 0) fill(fifo.get());
+    const Nanoseconds before = queued(schedstat);
     put(*table, i == writes ? 0 : 1, i);
-    const auto begin = std::chrono::steady_clock::now();
+    const Nanoseconds woken = now();
     while (!table->quiesced(table->sequence())) {
-      const auto waited = std::chrono::steady_clock::now() - begin;
-      ASSERT_LT(waited, std::chrono::seconds(10)) << "wake-up lost at write " << i;
-      if (waited > std::chrono::microseconds(50)) std::this_thread::yield();
+      const Nanoseconds waited = now() - woken;
+      ASSERT_LT(waited, 10'000'000'000) << "wake-up lost at write " << i;
+      if (waited > 50'000) std::this_thread::yield();
     }
-    if (std::chrono::steady_clock::now() - begin > std::chrono::milliseconds(100)) ++late;
+    Nanoseconds taken = static_cast<Nanoseconds>(handled.load()) - woken;
+    if (taken > 100'000'000) taken -= queued(schedstat) - before;
+    ASSERT_LE(taken, 100'000'000) << "wake-up late at write " << i;
     for (std::uint64_t spin = i % 400; spin > 0; --spin) std::atomic_signal_fence(std::memory_order_seq_cst);
   }
   EXPECT_EQ(child.wait(), 0);
-  EXPECT_LE(late, 2 * writes / 200000);
   EXPECT_GT(table->writerCounters().wakeups, writes / 100) << "it hardly ever slept: proves nothing";
 }
 
@@ -61,9 +87,7 @@ TEST_F(TableTest, Wake_OncePerSleepAlsoWithTheFifoFullAndWithoutDescriptors) {
   const auto follower = reader();
   const int fifo = follower->wakeDescriptor();
   for (std::uint64_t round = 1; round <= 1000; ++round) {
-    const char bytes[4096] = {};
-    while (write(fifo, bytes, sizeof bytes) > 0) {
-    }
+    fill(fifo);
     ASSERT_TRUE(follower->maySleep());
     for (std::uint64_t i = 0; i < 100; ++i) put(*table, 1, round);
     ASSERT_EQ(table->writerCounters().wakeups, round);
@@ -84,20 +108,20 @@ TEST_F(TableTest, Wake_OncePerSleepAlsoWithTheFifoFullAndWithoutDescriptors) {
   EXPECT_TRUE(readable(late->wakeDescriptor())) << "the next write tries again";
 }
 
-// A writer keeps the FIFO of a reader open for as long as its identity is the same, and agents in containers
-// have one process id at every start: the other half must differ.
-TEST_F(TableTest, Wake_ReadersStartedAlikeDiffer) {
+// Each has number 0 or 1, and the FIFO of that name to itself, whoever comes and goes.
+TEST_F(TableTest, Wake_ReachesReadersBesideOthersThatComeAndGo) {
   const auto table = writer();
-  std::uint64_t halves[2] = {};
-  for (std::uint64_t& half : halves) {
-    Child child([&] {
-      const auto follower = reader();
-      return raise(SIGSTOP);
-    });
-    ASSERT_EQ(child.wait(), -SIGSTOP);
-    half = table->segment().mapping()->load(Vesta::readerLineAt(0)) >> 32;
+  Child child([this] {
+    for (;;) reader();
+    return 0;
+  });
+  for (std::uint64_t round = 1; round <= scaled(1000); ++round) {
+    const auto follower = reader();
+    told(*follower);
+    ASSERT_TRUE(follower->maySleep());
+    put(*table, 1, round);
+    ASSERT_TRUE(readable(follower->wakeDescriptor())) << "round " << round;
   }
-  EXPECT_NE(halves[0], halves[1]);
 }
 
 // In strict mode a process may do no more than read, write and end; a wake-up has to open the FIFO first.
