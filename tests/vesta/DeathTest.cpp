@@ -69,6 +69,22 @@ class Death : public TableTest {
   }
 };
 
+void beginTrace() {
+  ptrace(PTRACE_TRACEME, 0, 0, 0);
+  raise(SIGSTOP);
+}
+
+/// How the child ended, or was stopped on the way into or out of a system call, that many after beginTrace.
+int stoppedAfter(Child& child, int calls) {
+  int end = child.wait();
+  for (; calls > 0 && end < 0; --calls) {
+    ptrace(PTRACE_SYSCALL, child.pid(), 0, 0);
+    end = child.wait();
+  }
+  EXPECT_TRUE(end == 0 || end == -SIGTRAP || end == -SIGSTOP) << end;
+  return end;
+}
+
 TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
   for (const Kind& kind : kKinds) {
     unsigned passed = 0;
@@ -142,17 +158,11 @@ TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
       Model known;
       told(*follower, &known);
       Child child([&] {
-        ptrace(PTRACE_TRACEME, 0, 0, 0);
-        raise(SIGSTOP);
+        beginTrace();
         work.work();
         return 0;
       });
-      end = child.wait();
-      for (int i = 0; i < calls && end < 0; ++i) {
-        ptrace(PTRACE_SYSCALL, child.pid(), 0, 0);
-        end = child.wait();
-      }
-      ASSERT_TRUE(end == 0 || end == -SIGTRAP || end == -SIGSTOP) << end;
+      end = stoppedAfter(child, calls);
       child.signal(SIGKILL);
       ASSERT_TRUE(end == 0 || child.wait() == -SIGKILL);
       told(*follower, &known);
@@ -194,6 +204,28 @@ TEST_F(Death, Readers_KilledGiveTheirPlacesBack) {
     ASSERT_TRUE(table->readers().empty());
   }
   EXPECT_GT(identities.size(), Vesta::kMaxReaders) << "processes may be alike in all but this half";
+}
+
+// Whoever takes the number of a reader that leaves has the FIFO of that name to itself.
+TEST_F(Death, Readers_LeavingTakeNoFifoOfOthersAlong) {
+  const auto table = writer(kCapacity);
+  int end = -SIGKILL;
+  for (int calls = 0; end != 0; ++calls) {
+    Child child([this] {
+      const auto follower = reader(kCapacity);
+      beginTrace();
+      follower->detach();
+      return 0;
+    });
+    end = stoppedAfter(child, calls);
+    const auto follower = reader(kCapacity);
+    ptrace(PTRACE_DETACH, child.pid(), 0, 0);
+    ASSERT_TRUE(end == 0 || child.wait() == 0);
+    told(*follower);
+    ASSERT_TRUE(follower->maySleep());
+    put(*table, 1, 1);
+    EXPECT_TRUE(readable(follower->wakeDescriptor())) << "after system call " << calls;
+  }
 }
 
 TEST_F(Death, Readers_StoppedHoldNobodyUp) {

@@ -85,9 +85,11 @@ std::vector<std::string> TableTest::files() const {
 void TableTest::startOver() const { std::filesystem::remove_all(folder_ + "/some"); }
 
 void TableTest::replaceSegment(Writer& table) const {
-  table.segment().mapping()->at(Vesta::kMembersAt) ^= 1;
+  const auto damaged = table.segment().mapping();
+  damaged->at(Vesta::kIndexAt) ^= 1;
   EXPECT_NE(failure([&] { reader(static_cast<std::uint32_t>(table.capacity())); }), "");
   put(table, 2, 1);
+  EXPECT_NE(table.segment().mapping(), damaged);
 }
 
 void put(Writer& table, std::uint64_t id, std::uint64_t stamp) {

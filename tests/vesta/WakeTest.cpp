@@ -108,22 +108,6 @@ TEST_F(TableTest, Wake_OncePerSleepAlsoWithTheFifoFullAndWithoutDescriptors) {
   EXPECT_TRUE(readable(late->wakeDescriptor())) << "the next write tries again";
 }
 
-// Each has number 0 or 1, and the FIFO of that name to itself, whoever comes and goes.
-TEST_F(TableTest, Wake_ReachesReadersBesideOthersThatComeAndGo) {
-  const auto table = writer();
-  Child child([this] {
-    for (;;) reader();
-    return 0;
-  });
-  for (std::uint64_t round = 1; round <= scaled(1000); ++round) {
-    const auto follower = reader();
-    told(*follower);
-    ASSERT_TRUE(follower->maySleep());
-    put(*table, 1, round);
-    ASSERT_TRUE(readable(follower->wakeDescriptor())) << "round " << round;
-  }
-}
-
 // In strict mode a process may do no more than read, write and end; a wake-up has to open the FIFO first.
 TEST_F(TableTest, SystemCalls_NoneWhileTheReaderIsAwake) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
