@@ -14,8 +14,6 @@
 namespace VestaTest {
 namespace {
 
-using Names = std::vector<std::string>;
-
 mode_t modeOf(const std::string& file) {
   struct stat status {};
   EXPECT_EQ(lstat(file.c_str(), &status), 0) << file;

@@ -225,7 +225,7 @@ TEST_F(TableTest, Hostile_ReplacementThatFails) {
     table->segment().mapping()->at(Vesta::kMembersAt) ^= 1;
     const auto expectDamaged = [this] {
       EXPECT_THAT(failure([this] { reader(kCapacity); }), ::testing::HasSubstr("member count"));
-      EXPECT_EQ(files(), (std::vector<std::string>{"table", "table.lock"}));
+      EXPECT_EQ(files(), (Names{"table", "table.lock"}));
     };
     expectDamaged();
     signal(SIGXFSZ, SIG_IGN);

@@ -1,4 +1,6 @@
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
 
 #include <random>
 #include <set>
@@ -147,6 +149,7 @@ TEST_F(TableTest, Notify_RandomHistory) {
   }
 }
 
+/// A reader in this process whose loads are waited for.
 class BetweenLoads : public TableTest {
  protected:
   static constexpr std::uint32_t kCapacity = 64;  // slot 40 is on another page than the staging row
@@ -160,9 +163,32 @@ class BetweenLoads : public TableTest {
     map();
     follower_ = std::make_unique<ByteReader>(options(kCapacity), mapping_);
   }
+  /// Calls `then` when the reader first touches the page of the word at `position`, before it gets the word.
+  /// `then` may set the next trap.
+  void onTouch(std::size_t position, std::function<void()> then) {
+    const auto word = reinterpret_cast<std::uintptr_t>(&mapping_->at(position));
+    trapped_ = reinterpret_cast<void*>(word / kPage * kPage);
+    then_ = std::move(then);
+    struct sigaction action {};
+    action.sa_sigaction = touched;
+    action.sa_flags = SA_SIGINFO | SA_NODEFER;
+    sigaction(SIGSEGV, &action, nullptr);
+    mprotect(trapped_, kPage, PROT_NONE);
+  }
 
   std::shared_ptr<Vesta::Segment> mapping_;
   std::unique_ptr<ByteReader> follower_;
+
+ private:
+  static constexpr std::size_t kPage = 4096;
+  static void touched(int, siginfo_t* info, void*) {
+    const auto page = reinterpret_cast<std::uintptr_t>(info->si_addr) / kPage * kPage;
+    if (page != reinterpret_cast<std::uintptr_t>(trapped_)) std::abort();  // a fault that is none of ours
+    mprotect(std::exchange(trapped_, nullptr), kPage, PROT_READ);
+    std::exchange(then_, {})();
+  }
+  static inline void* trapped_ = nullptr;
+  static inline std::function<void()> then_;
 };
 
 // The handler of a removal sees the key, which has come back. Then it is taken away once more, and the log is
@@ -181,7 +207,7 @@ TEST_F(BetweenLoads, RemovalAfterTheHandlerHasSeenTheKeyIsToldWhenTheLogIsLapped
     EXPECT_EQ(follower_->stampOf(1), 2u);
     put(table, 1, 0);
     table.segment().mapping()->store(Vesta::kSequenceAt, 123);  // it has yet to be published
-    onTouch(mapping_->at(mapping_->layout().recordAt(124)), [&] {
+    onTouch(mapping_->layout().recordAt(124), [&] {
       between = true;
       for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
     });
@@ -201,11 +227,11 @@ TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   put(*table, 1, 0);
   put(*table, 2, 2);
   bool busy = true;
-  const Vesta::Word& version = mapping_->at(mapping_->layout().slotAt(40));
-  const Vesta::Word& staging = mapping_->at(mapping_->layout().stagingAt);
+  const std::size_t version = mapping_->layout().slotAt(40);
+  const std::size_t staging = mapping_->layout().stagingAt;
   const auto stage = [&](std::uint64_t stamp) {
     put(*table, 40, stamp);
-    table->segment().mapping()->at(mapping_->layout().slotAt(40)) |= Vesta::kStaged;
+    table->segment().mapping()->at(version) |= Vesta::kStaged;
   };
   for (std::uint64_t i = 0; i < 201; ++i) stage(2 + i);
   const std::function<void()> disturb = [&] {
@@ -235,7 +261,7 @@ TEST_F(BetweenLoads, ReaderWithTheNumberOfADeadOneCountsWhileItAttaches) {
   ASSERT_EQ(child.wait(), -SIGKILL);
   map();
   bool between = false;
-  onTouch(mapping_->at(mapping_->layout().slotAt(0)), [&] {
+  onTouch(mapping_->layout().slotAt(0), [&] {
     between = true;
     EXPECT_FALSE(table->quiesced(table->sequence()));
   });

@@ -3,14 +3,18 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -33,8 +37,17 @@ struct TestEntry {
   std::uint64_t id = 0;
   std::uint64_t stamp = 0;
   std::uint64_t proof[3] = {};
-  static TestEntry make(std::uint64_t id, std::uint64_t stamp);
-  bool whole() const;
+  static TestEntry make(std::uint64_t id, std::uint64_t stamp) {
+    TestEntry entry{id, stamp};
+    for (std::uint64_t& proof : entry.proof) {
+      proof = (id + 1) * 0x9e3779b97f4a7c15u ^ ++stamp * 0xd6e8feb86659fd93u;
+    }
+    return entry;
+  }
+  bool whole() const {
+    const TestEntry expected = make(id, stamp);
+    return std::memcmp(this, &expected, sizeof expected) == 0;
+  }
 };
 
 template <class T>
@@ -60,46 +73,151 @@ using Reader = Vesta::VestaReader<TestKey, TestEntry>;
 using Row = Vesta::Value<TestKey, TestEntry>;
 using Buffer = Vesta::RowBuffer<TestKey, TestEntry>;
 using Ids = std::vector<std::uint64_t>;
+using Names = std::vector<std::string>;
 using Model = std::map<std::uint64_t, std::uint64_t>;  // id -> stamp of each row
+
+/// Writes a row; stamp 0 removes it.
+inline void put(Writer& table, std::uint64_t id, std::uint64_t stamp) {
+  if (stamp != 0) {
+    table.write(Row{{id}, TestEntry::make(id, stamp)}, false);
+  } else {
+    table.remove(TestKey{id}, nullptr);
+  }
+}
+
+inline void put(Model& model, std::uint64_t id, std::uint64_t stamp) {
+  model[id] = stamp;
+  if (stamp == 0) model.erase(id);
+}
+
+/// The stamp of the row of `id`, or 0; fails the test on a row that is not whole.
+inline std::uint64_t stampOf(Table& table, std::uint64_t id) {
+  bool found = false;
+  const TestEntry& entry = table.directLookup(TestKey{id}, found, nullptr);
+  EXPECT_TRUE(!found || (entry.whole() && entry.id == id));
+  return found ? entry.stamp : 0;
+}
+
+/// By a walk.
+inline Model contents(Table& table) {
+  Model rows;
+  Row row;
+  Vesta::IterHint hint;
+  for (bool more = table.first(row, hint); more; more = table.next(row.key, row, hint)) {
+    EXPECT_TRUE(row.entry.whole() && row.key.id == row.entry.id);
+    EXPECT_TRUE(rows.emplace(row.key.id, row.entry.stamp).second) << row.key.id;
+  }
+  return rows;
+}
+
+/// Polls until nothing is left; the ids told, in order. What the handlers find of each goes to `known`.
+inline Ids told(Reader& reader, Model* known = nullptr) {
+  Ids ids;
+  reader.onChangeIs([&](const TestKey& key) {
+    ids.push_back(key.id);
+    if (known != nullptr) put(*known, key.id, stampOf(reader, key.id));
+  });
+  while (reader.poll(1000) != 0) {
+  }
+  reader.onChangeIs({});
+  return ids;
+}
+
+inline bool readable(int descriptor) {
+  pollfd waiting{descriptor, POLLIN, 0};
+  return poll(&waiting, 1, 0) == 1;
+}
+
+/// What the exception that `call` must throw says; "" when it throws none.
+template <class Call>
+std::string failure(const Call& call) {
+  try {
+    call();
+  } catch (const Cairn::Exception& exception) {
+    return exception.what();
+  }
+  return "";
+}
+
+/// Long variants of tests: TOLMAR_LONG_TESTS in the environment multiplies their work by its value.
+inline std::uint64_t scaled(std::uint64_t work) {
+  const char* factor = std::getenv("TOLMAR_LONG_TESTS");
+  return factor != nullptr ? work * std::max(std::strtoull(factor, nullptr, 10), 1ull) : work;
+}
+
+/// Bounds what this process may use. Returns the bound before.
+inline rlim_t limit(decltype(RLIMIT_NOFILE) resource, rlim_t bound) {
+  rlimit limited{};
+  getrlimit(resource, &limited);
+  std::swap(limited.rlim_cur, bound);
+  EXPECT_EQ(setrlimit(resource, &limited), 0);
+  return bound;
+}
 
 /// Has a folder of its own in shared memory.
 class TableTest : public ::testing::Test {
  protected:
-  Vesta::AttachOptions options(std::uint32_t capacity = 64) const;
-  Vesta::AttachOptions observer(std::uint32_t capacity = 64) const;
-  std::unique_ptr<Writer> writer(std::uint32_t capacity = 64) const;
-  std::unique_ptr<Reader> reader(std::uint32_t capacity = 64) const;
+  Vesta::AttachOptions options(std::uint32_t capacity = 64) const {
+    Vesta::AttachOptions options{.path = path(), .capacity = capacity};
+    options.debugHandler = std::make_shared<Cairn::DebugHandler>(0);
+    return options;
+  }
+  Vesta::AttachOptions observer(std::uint32_t capacity) const {
+    Vesta::AttachOptions with = options(capacity);
+    with.observer = true;
+    return with;
+  }
+  std::unique_ptr<Writer> writer(std::uint32_t capacity = 64) const {
+    return std::make_unique<Writer>(options(capacity));
+  }
+  std::unique_ptr<Reader> reader(std::uint32_t capacity = 64) const {
+    return std::make_unique<Reader>(options(capacity));
+  }
   Vesta::RootPath path() const { return Vesta::RootPath(folder_, "some/place", "table"); }
   std::string file() const { return path().text(); }
-  std::vector<std::string> files() const;
+  Names files() const {
+    Names names;
+    std::error_code missing;
+    for (const auto& file : std::filesystem::directory_iterator(path().folder(), missing)) {
+      names.push_back(file.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
   /// As if no table had ever been here.
-  void startOver() const;
+  void startOver() const { std::filesystem::remove_all(folder_ + "/some"); }
   /// Has the table go on in a new segment: a reader meets damage, and a write follows.
-  void replaceSegment(Writer& table) const;
+  void replaceSegment(Writer& table) const {
+    const auto damaged = table.segment().mapping();
+    damaged->at(Vesta::kIndexAt) ^= 1;
+    EXPECT_NE(failure([&] { reader(static_cast<std::uint32_t>(table.capacity())); }), "");
+    put(table, 2, 1);
+    EXPECT_NE(table.segment().mapping(), damaged);
+  }
 
   const RuntimeFolder root_{"/dev/shm"};
   const std::string folder_ = root_.path();
 };
 
-/// Writes a row; stamp 0 removes it.
-void put(Writer& table, std::uint64_t id, std::uint64_t stamp);
-void put(Model& model, std::uint64_t id, std::uint64_t stamp);
-/// The stamp of the row of `id`, or 0; fails the test on a row that is not whole.
-std::uint64_t stampOf(Table& table, std::uint64_t id);
-/// By a walk.
-Model contents(Table& table);
-/// Polls until nothing is left; the ids told, in order. What the handlers find of each goes to `known`.
-Ids told(Reader& reader, Model* known = nullptr);
-bool readable(int descriptor);
-/// What the exception that `call` must throw says; "" when it throws none.
-std::string failure(const std::function<void()>& call);
-
 /// Runs `body` in a child process; its result is the exit code. Any failed expectation makes it 99. It says
 /// how far it is by raise(SIGSTOP).
 class Child {
  public:
-  explicit Child(const std::function<int()>& body);
-  ~Child();
+  explicit Child(const std::function<int()>& body) : pid_(fork()) {
+    if (pid_ != 0) return;
+    alarm(static_cast<unsigned>(scaled(60)));
+    int code = 98;
+    try {
+      code = body();
+    } catch (const std::exception& failure) {
+      std::fprintf(stderr, "child: %s\n", failure.what());
+    }
+    _exit(::testing::Test::HasFailure() ? 99 : code);
+  }
+  ~Child() {
+    signal(SIGKILL);
+    if (pid_ > 0) waitpid(pid_, nullptr, 0);
+  }
   Child(const Child&) = delete;
   int pid() const { return pid_; }
   /// Nothing once it has ended.
@@ -107,7 +225,13 @@ class Child {
     if (pid_ > 0) kill(pid_, number);
   }
   /// Exit code, or minus the signal it died of or has stopped at. It has a minute to end in.
-  int wait();
+  int wait() {
+    int status = 0;
+    waitpid(pid_, &status, WUNTRACED);
+    if (WIFSTOPPED(status)) return -WSTOPSIG(status);
+    pid_ = -1;
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+  }
   /// Until it stops; then lets it go on.
   void pass() {
     EXPECT_EQ(wait(), -SIGSTOP);
@@ -119,30 +243,39 @@ class Child {
 };
 
 /// A number that children share with their parent.
-std::atomic<std::uint64_t>& sharedCount(std::uint64_t value);
-
-/// Bounds what this process may use. Returns the bound before.
-rlim_t limit(decltype(RLIMIT_NOFILE) resource, rlim_t bound);
+inline std::atomic<std::uint64_t>& sharedCount(std::uint64_t value) {
+  void* page = mmap(nullptr, sizeof value, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  return *new (page) std::atomic<std::uint64_t>(value);
+}
 
 /// A reader of bytes on a mapping that threads share, or whose loads are waited for.
 class ByteReader : public Vesta::SegmentReader {
  public:
-  ByteReader(const Vesta::AttachOptions& options, std::shared_ptr<Vesta::Segment> mapping);
-  std::uint64_t stampOf(std::uint64_t id);
+  ByteReader(const Vesta::AttachOptions& options, std::shared_ptr<Vesta::Segment> mapping)
+      : SegmentReader(Vesta::shapeOf<TestKey, TestEntry>(options.capacity), options, std::move(mapping)) {}
+  std::uint64_t stampOf(std::uint64_t id) {
+    std::uint32_t slot = 0;
+    buffer_.encodeKey(TestKey{id});
+    if (!lookup(Buffer::kSizes, buffer_.key(), row_.words(), slot)) return 0;
+    TestEntry entry;
+    row_.decodeEntry(entry);
+    EXPECT_TRUE(entry.whole() && entry.id == id);
+    return entry.stamp;
+  }
   /// Polls once; the ids told, in order.
   Ids tell(
-      std::size_t limit, const std::function<void(std::uint64_t)>& handled = [](std::uint64_t) {});
+      std::size_t limit, const std::function<void(std::uint64_t)>& handled = [](std::uint64_t) {}) {
+    Ids ids;
+    poll(limit, [&](const Vesta::Word* key) {
+      ids.push_back(key[0]);
+      handled(key[0]);
+    });
+    return ids;
+  }
 
  private:
   Buffer buffer_;
   Buffer row_;
 };
-
-/// Calls `then` between two loads of a reader in this process: when it first touches the page of `word` in
-/// its mapping, before it gets the word. `then` may set the next trap.
-void onTouch(const Vesta::Word& word, std::function<void()> then);
-
-/// Long variants of tests: TOLMAR_LONG_TESTS in the environment multiplies their work by its value.
-std::uint64_t scaled(std::uint64_t work);
 
 }  // namespace VestaTest
