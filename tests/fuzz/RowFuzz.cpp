@@ -3,9 +3,9 @@
 // pass. The sanitizers watch the reads and writes; refusals are right, and what is accepted must hold
 // together.
 #include <cstdint>
-#include <cstdlib>
 #include <vector>
 
+#include "Fuzz.h"
 #include "P4RuntimeTolmar/P4RuntimeTolmarTypes.h"
 #include "lumen/RowText.h"
 
@@ -13,19 +13,6 @@ namespace {
 
 using Lumen::BaseRow;
 using Lumen::len_t;
-
-/// Calls step and takes a refusal for an answer.
-template <class Step>
-void attempt(Step step) {
-  try {
-    step();
-  } catch (const Cairn::Exception&) {
-  }
-}
-
-void mustHold(bool condition) {
-  if (!condition) std::abort();
-}
 
 IpGenAddr readAddress(const BaseRow& row, len_t column) {
   IpGenAddr address;
