@@ -20,14 +20,6 @@ class RuntimeFolder {
   RuntimeFolder& operator=(const RuntimeFolder&) = delete;
 
   const std::string& path() const { return path_; }
-  /// Number of plain files below the folder.
-  std::size_t files() const {
-    std::size_t count = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(path_)) {
-      if (!entry.is_directory()) ++count;
-    }
-    return count;
-  }
 
  private:
   std::string path_;
