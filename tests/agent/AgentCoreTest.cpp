@@ -43,12 +43,6 @@ class AgentCoreTest : public testing::Test {
     writes_->isRegisteredNotifieeIs(true);
     start(kFirstHandle);
   }
-  ~AgentCoreTest() override {
-    writes_->isRegisteredNotifieeIs(false);
-    writes_->notifierIs(nullptr);
-    core_.reset();
-    library_.unload();
-  }
   /// A new core over the tables as they are: the agent restarted.
   void start(std::uint64_t firstHandle) {
     core_.reset();
@@ -67,10 +61,10 @@ class AgentCoreTest : public testing::Test {
     made.row = made.table->row(fields);
     return made;
   }
-  /// Starts a batch ("!" is an update of no table) and returns its number; its results come to results_.
+  /// Starts a batch and returns its number; its results come to results_.
   std::size_t submit(const Strings& texts) {
     std::vector<Update> updates;
-    for (const std::string& text : texts) updates.push_back(text == "!" ? Update() : update(text));
+    for (const std::string& text : texts) updates.push_back(update(text));
     const std::size_t number = results_.size();
     results_.emplace_back();
     const auto done = [this, number](const std::vector<Result>& results) {
@@ -119,31 +113,6 @@ class AgentCoreTest : public testing::Test {
 };
 
 const std::string kLate = "DEADLINE_EXCEEDED: no answer in time";
-
-TEST_F(AgentCoreTest, Results_StandInOrderAndFailuresStopNothing) {
-  submit({"+1"});
-  completeAll();
-  const std::size_t batch = submit({"+1", "~2", "-3", "!", "+4"});
-  EXPECT_TRUE(results_[batch].empty());
-  completeAll();
-  EXPECT_EQ(results_[batch], (Strings{"ALREADY_EXISTS: the entry exists", "NOT_FOUND: there is no such entry",
-                                      "NOT_FOUND: there is no such entry", "INVALID_ARGUMENT", "OK"}));
-  EXPECT_EQ(writes(), (Strings{"put1", "put4"}));
-  EXPECT_FALSE(core_->nextDeadline());
-}
-
-TEST_F(AgentCoreTest, RepeatedKeys_AreAllRefused) {
-  Strings texts = {"+7", "~3", "-7"};  // 3 and 7 come twice
-  for (int id = 1; id <= 50; ++id) texts.push_back(std::string("+").append(std::to_string(id)));
-  const Strings& results = results_[submit(texts)];
-  completeAll();
-  ASSERT_EQ(results.size(), 53u);
-  for (const std::size_t at : {0u, 1u, 2u, 2u + 3, 2u + 7}) {
-    EXPECT_EQ(results[at], "INVALID_ARGUMENT: expected each key once in a batch, got it more than once")
-        << at;
-  }
-  EXPECT_EQ(std::count(results.begin(), results.end(), "OK"), 48);
-}
 
 TEST_F(AgentCoreTest, Completions_AreAllTakenOutAndAnswerTheirOwnUpdateOnce) {
   const std::size_t failing = submit({"+1"});

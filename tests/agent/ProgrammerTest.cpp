@@ -44,10 +44,6 @@ class ProgrammerTest : public testing::Test {
     answers_->notifierIs(mounted<L3IifTH3Status>("Status", "status", Type::reader));
     answers_->isRegisteredNotifieeIs(true);
   }
-  ~ProgrammerTest() override {
-    answers_->isRegisteredNotifieeIs(false);
-    answers_->notifierIs(nullptr);
-  }
   template <class Entity>
   Quill::Ptr<Entity> mounted(const std::string& type, const std::string& side, Type role) {
     QuillVesta::MountDescription description(role);
@@ -167,33 +163,6 @@ TEST_F(ProgrammerTest, Faults_HitKeysAndEveryNthButNoInvalidEntryAndNoRemoval) {
   EXPECT_EQ(heard(), Strings{"2 handle 102"});
   remove(2);
   EXPECT_EQ(heard(), Strings{"2 deleted 102"});
-}
-
-TEST(FaultOptions, MatchOnTheFieldsGivenAlone) {
-  using TunnelFaults = Faults<TolmarHwLib::L3TunnelTH3ConfigEntry>;
-  const TunnelFaults faults("v6", {readFail("v6:sip=2001:DB8::1,l4DestPort=6081:65535")}, {});
-  const IpGenAddr address = *IpGenAddr::parse("2001:db8::1");
-  EXPECT_EQ(faults.codeFor({address, address, 17, 6081, 4}), 65535);
-  EXPECT_EQ(faults.codeFor({address, address, 17, 4789, 4}), 0);
-}
-
-TEST(FaultOptions, SayWhatWasExpected) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"l3IifTH3:l3Iif=1:65536", "--fail: expected a code from 1 to 65535, got \"65536\""},
-      {"l3IifTH3::7", "--fail: expected at least one FIELD=VALUE, got \"l3IifTH3::7\""},
-      {"l3IifTH3:l3Iif=1,:7", "--fail: expected FIELD=VALUE, got \"\""},
-      {"l3IifTH3:vrf=1:7", "--fail: expected a key field of l3IifTH3, got \"vrf\""},
-      {"l3IifTH3:l3Iif=x:7",
-       "--fail: column \"l3Iif\": expected a decimal or 0x number from 0 to 18446744073709551615 (uint64_t), "
-       "got \"x\""}};
-  for (const auto& [option, message] : cases) {
-    try {
-      L3IifFaults("l3IifTH3", {readFail(option)}, {});
-      ADD_FAILURE() << option;
-    } catch (const Cairn::Exception& error) {
-      EXPECT_EQ(error.message(), message);
-    }
-  }
 }
 
 }  // namespace

@@ -23,16 +23,6 @@ std::string textOf(const ScriptUpdate& update) {
   return text;
 }
 
-std::string textOf(const ScriptStep& step) {
-  if (const auto* print = std::get_if<PrintStep>(&step)) return "print:" + print->text;
-  if (const auto* show = std::get_if<ShowStep>(&step)) return "show:" + show->table;
-  const auto* const batch = std::get_if<BatchStep>(&step);
-  if (batch == nullptr) return "cleanup";
-  std::string text;
-  for (const ScriptUpdate& update : batch->updates) text += (text.empty() ? "" : " | ") + textOf(update);
-  return text;
-}
-
 /// The steps of a script as texts: a batch is its updates joined by " | ".
 Strings steps(const std::string& script, std::size_t limit = 50) {
   const std::vector<Statement> statements = parseScript(script);
@@ -41,7 +31,13 @@ Strings steps(const std::string& script, std::size_t limit = 50) {
   while (texts.size() < limit) {
     const ScriptStep step = cursor.next();
     if (std::holds_alternative<EndStep>(step)) break;
-    texts.push_back(textOf(step));
+    std::string& text = texts.emplace_back();
+    if (const auto* print = std::get_if<PrintStep>(&step)) text = "print:" + print->text;
+    if (const auto* show = std::get_if<ShowStep>(&step)) text = "show:" + show->table;
+    if (std::holds_alternative<CleanupStep>(step)) text = "cleanup";
+    const auto* const batch = std::get_if<BatchStep>(&step);
+    if (batch == nullptr) continue;
+    for (const ScriptUpdate& update : batch->updates) text += (text.empty() ? "" : " | ") + textOf(update);
   }
   return texts;
 }
@@ -75,18 +71,16 @@ const Case kCases[] = {
      "g={i:04}\nend\n",
      {"2 insert t a=32 b=50 c=4 d=3.1 e=a f=0104 g=0010"}},
     {"Malformed_Lines",
-     "insrt t a=2 expect INVALID_ARGUMENT\ninsert\ninsert t a\ninsert t =1\ninsert t a=1 expect maybe\n"
-     "insert t a=1 expect HARDWARE_ERROR 70000\ninsert t a=1 expect ok 3\nexpect ok\nend\n",
+     "insrt t a=2 expect INVALID_ARGUMENT\ninsert\ninsert t a\ninsert t a=1 expect maybe\n"
+     "insert t a=1 expect HARDWARE_ERROR 70000\nexpect ok\nend\n",
      {"1 ! expected insert, modify, delete, batch, for, end, print, show or cleanup, got \"insrt\" ~ "
       "INVALID_ARGUMENT",
       "2 ! expected a table name, got the end of the line", "3 ! expected field=value, got \"a\"",
-      "4 ! expected field=value, got \"=1\"",
-      "5 ! expected one of OK, ALREADY_EXISTS, NOT_FOUND, RESOURCE_EXHAUSTED, INVALID_ARGUMENT, "
+      "4 ! expected one of OK, ALREADY_EXISTS, NOT_FOUND, RESOURCE_EXHAUSTED, INVALID_ARGUMENT, "
       "HARDWARE_ERROR, DEADLINE_EXCEEDED, INTERNAL, got \"maybe\"",
-      "6 ! expected the end of the line, or 0 to 65535 after HARDWARE_ERROR, got \"70000\"",
-      "7 ! expected the end of the line, or 0 to 65535 after HARDWARE_ERROR, got \"3\"",
-      "8 ! expected an update before \"expect\", got the end of the line",
-      "9 ! expected a statement, got \"end\" without \"batch\" or \"for\""}},
+      "5 ! expected the end of the line, or 0 to 65535 after HARDWARE_ERROR, got \"70000\"",
+      "6 ! expected an update before \"expect\", got the end of the line",
+      "7 ! expected a statement, got \"end\" without \"batch\" or \"for\""}},
     {"Malformed_InBatchTheRestStaysAndEndsAreMissed",
      "batch\nprint x\nfor i in 0..0\ninsert t a=3\n",
      {"2 ! expected insert, modify, delete, for or end in the batch of line 1, got \"print\" | 4 insert t "
@@ -100,16 +94,14 @@ const Case kCases[] = {
      {"1 ! expected \"for VARIABLE in FIRST..LAST\", got 3 words", "4 ! expected a loop variable, got \"x\"",
       "7 ! expected a loop of at most 1000000 rounds, got 0..99999999", "10 insert t a=1"}},
     {"Malformed_Values",
-     "for i in 0..1\ninsert t a={4/i}\nend\ninsert t a={9223372036854775807+1}\ninsert t "
-     "a={9223372036854775808}\n"
-     "insert t a={1\ninsert t a=1}\ninsert t a={}\ninsert t a={1:5y}\n",
+     "for i in 0..1\ninsert t a={4/i}\nend\ninsert t a={9223372036854775807+1}\n"
+     "insert t a={9223372036854775808}\ninsert t a={1\ninsert t a=1}\ninsert t a={1:5y}\n",
      {"2 ! expected a divisor other than 0", "2 insert t a=4", "4 ! expected a value of at most 64 bits",
       "5 ! expected a number of at most 64 bits, a loop variable or \"(\", got \"9223372036854775808\" in "
       "the expression \"9223372036854775808\"",
       "6 ! expected \"{\", an expression and \"}\", got \"{1\"",
       "7 ! expected \"{\", an expression and \"}\", got \"}\"",
-      "8 ! expected a number of at most 64 bits, a loop variable or \"(\", got \"\" in the expression \"\"",
-      "9 ! expected a format such as x, 04x or 03, got \"5y\""}},
+      "8 ! expected a format such as x, 04x or 03, got \"5y\""}},
 };
 
 TEST(Script, StepsAreAsWritten) {

@@ -1,31 +1,86 @@
 #pragma once
 
-#include <sys/types.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <csignal>
 #include <string>
 #include <vector>
+
+#include "cairn/Exception.h"
 
 /// One program started by a test, its standard output and error caught together. Killed, if it still runs,
 /// when the object or the test goes: a wait that never ends is ended with the test, by CTest.
 class Program {
  public:
   /// Starts arguments[0] with `input` on its standard input.
-  explicit Program(const std::vector<std::string>& arguments, const std::string& input = "");
-  ~Program();
+  explicit Program(const std::vector<std::string>& arguments, const std::string& input = "") {
+    std::vector<char*> pointers;
+    for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
+    pointers.push_back(nullptr);
+    std::array<int, 2> ends{};
+    const int in = ::memfd_create("input", MFD_CLOEXEC);
+    if (in < 0 || ::pipe2(ends.data(), O_CLOEXEC) != 0) throw Cairn::SystemException("program", errno);
+    const ssize_t length = ::pwrite(in, input.data(), input.size(), 0);
+    if (length != static_cast<ssize_t>(input.size())) throw Cairn::SystemException("program's input", errno);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that is killed leaves no program behind
+      ::dup2(in, STDIN_FILENO);
+      ::dup2(ends[1], STDOUT_FILENO);
+      ::dup2(ends[1], STDERR_FILENO);
+      ::execv(pointers[0], pointers.data());
+      ::_exit(127);
+    }
+    ::close(in);
+    ::close(ends[1]);
+    pipe_ = ends[0];
+    if (pid_ < 0) throw Cairn::SystemException("fork", errno);
+  }
+  ~Program() {
+    if (exitCode_ < 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    ::close(pipe_);
+  }
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
   pid_t pid() const { return pid_; }
+  void signal(int number) const { ::kill(pid_, number); }
   /// Reads until the output holds `text`. False when the program ends before.
-  bool says(const std::string& text);
-  void signal(int number) const;
+  bool says(const std::string& text) {
+    while (output_.find(text) == std::string::npos) {
+      if (!readMore()) return false;
+    }
+    return true;
+  }
   /// Waits for the end and returns the exit code, 128 plus the signal's number for a program that was killed.
-  int exitCode();
+  int exitCode() {
+    if (exitCode_ >= 0) return exitCode_;
+    while (readMore()) {
+    }
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return exitCode_;
+  }
   /// What it has said, up to the last wait.
   const std::string& output() const { return output_; }
 
  private:
-  bool readMore();
+  bool readMore() {
+    std::array<char, 65536> bytes;
+    const ssize_t length = ::read(pipe_, bytes.data(), bytes.size());
+    if (length > 0) output_.append(bytes.data(), static_cast<std::size_t>(length));
+    return length > 0;
+  }
 
   pid_t pid_;
   int pipe_;
