@@ -1,4 +1,5 @@
-// What the plugin works with, real in all it does, with one log of all calls; and what it traces.
+// What the plugin works with: the platform, real in all it does, with one log of all calls; and what the
+// plugin traces.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,22 +8,79 @@
 #include <functional>
 #include <sstream>
 
-#include "RecordingPlatform.h"
+#include "lumen/LumenDB.h"
+#include "orrery/EntityManager.h"
 #include "p4runtime/PluginContext.h"
-#include "p4runtime/PluginStatus.h"
-#include "quill/EventLoop.h"
+#include "quill/Generic.h"
 #include "quill/TraceHandle.h"
 #include "skein/Skein.h"
 #include "skein/TraceReader.h"
 #include "tests/NothingLeft.h"
 #include "tests/RuntimeFolder.h"
 
-/// All tests run a second time with atomic counting, asked for by the environment.
-inline const bool threadSafePtrs = [] {
-  const bool asked = std::getenv("TOLMAR_THREAD_SAFE_PTRS") != nullptr;
-  Quill::PtrInterface::threadSafePtrsIs(asked);
-  return asked;
-}();
+using Log = std::vector<std::string>;
+
+class RecordingEntityManager final : public Orrery::EntityManager {
+ public:
+  RecordingEntityManager(const std::string& folder, Quill::EventLoop& loop, Log& log)
+      : EntityManager(folder, loop), log_(log) {}
+
+  std::string refused;  ///< a call whose line this is fails before it does anything
+
+  Quill::Ptr<QuillVesta::TableEntity> mount(const Quill::String& path, const Quill::String& typeName,
+                                            const QuillVesta::MountDescription& description) const override {
+    record("mount " + path + " " + typeName + " " + std::to_string(static_cast<int>(description.type())) +
+           " " + description.collection() + " " + std::to_string(description.capacity()));
+    return EntityManager::mount(path, typeName, description);
+  }
+  Quill::Ptr<Quill::Entity> entity(const Quill::String& path) const override {
+    record("entity " + path);
+    return EntityManager::entity(path);
+  }
+  void cleanup(const Quill::String& path) const override {
+    record("cleanup " + path);
+    EntityManager::cleanup(path);
+  }
+  void unmount(const Quill::String& path) const override {
+    record("unmount " + path);
+    EntityManager::unmount(path);
+  }
+
+ private:
+  /// "~" stands for the folder of the hardware tables.
+  void record(std::string line) const {
+    constexpr std::string_view kFolder = "p4runtime/outputTables/tolmar/";
+    const std::size_t at = line.find(kFolder);
+    if (at != line.npos) line.erase(at, kFolder.size()).insert(at, 1, '~');
+    log_.push_back(line);
+    if (line == refused) throw Cairn::Exception("refused " + line);
+  }
+
+  Log& log_;
+};
+
+class RecordingLumenDB final : public Lumen::LumenDB {
+ public:
+  explicit RecordingLumenDB(Log& log) : log_(log) {}
+
+  void registerTable(const std::string& tableName, const std::string& rowTypeName, Lumen::TableType type,
+                     std::uint16_t rowsHint, std::uint16_t changesHint, const std::string& folder,
+                     const Lumen::IndexMap& indexMap) override {
+    std::ostringstream line;
+    line << "register " << tableName << " " << rowTypeName << " " << static_cast<int>(type) << " " << rowsHint
+         << " " << changesHint << " \"" << folder << "\" " << indexMap.size();
+    log_.push_back(line.str());
+    LumenDB::registerTable(tableName, rowTypeName, type, rowsHint, changesHint, folder, indexMap);
+  }
+  void tableImplementationIs(const std::string& tableName,
+                             std::shared_ptr<Lumen::LmTableImplementation> implementation) override {
+    log_.push_back("serve " + tableName);
+    LumenDB::tableImplementationIs(tableName, std::move(implementation));
+  }
+
+ private:
+  Log& log_;
+};
 
 class RecordingBatchStatus final : public P4Runtime::BatchStatus {
  public:
@@ -40,14 +98,48 @@ class RecordingBatchStatus final : public P4Runtime::BatchStatus {
   Log& log_;
 };
 
+inline Quill::Ptr<Quill::PtrInterface> pointer(const Quill::GenericValue& value) {
+  return std::any_cast<Quill::Ptr<Quill::PtrInterface>>(value);
+}
+
 class PluginFixture : public ::testing::Test {
  protected:
+  PluginFixture() {
+    // All tests run a second time with atomic counting, asked for by the environment.
+    Quill::PtrInterface::threadSafePtrsIs(std::getenv("TOLMAR_THREAD_SAFE_PTRS") != nullptr);
+    Quill::TraceHandle::sinkIs([this](const Quill::TraceHandle::Line& l) {
+      log_.push_back(traced(l.source, l.line, l.function, l.text) + " at " + std::to_string(l.level));
+    });
+  }
   // A wrapper holds the database that holds it.
   ~PluginFixture() override {
     for (const auto& table : lumenDb_->tables()) lumenDb_->tableImplementationDel(table->name());
+    for (const auto& [handle, level] : tracing_) Quill::TraceHandle::levelIs(handle, level, false);
+    Quill::TraceHandle::sinkIs(nullptr);
   }
 
   Log taken() { return std::exchange(log_, {}); }
+
+  /// From here on what the handle traces at this level is logged, as "source:line function: text at level",
+  /// without the line where it is that of the plugin's own source.
+  void traceIs(const char* handle, int level) {
+    tracing_.emplace_back(handle, level);
+    Quill::TraceHandle::levelIs(handle, level, true);
+    Skein::ringIs(folder_.path() + "/ring", 64 * 1024);
+    before_ = 0;
+    before_ = static_cast<std::ptrdiff_t>(fastTrace().size());
+  }
+  /// What has come to the fast trace since then, with "|value" behind it for each value.
+  Log fastTrace() const {
+    Log lines;
+    for (const Skein::TraceRecord& record : Skein::readTrace(folder_.path() + "/ring")) {
+      const Skein::TraceSite& site = *record.site;
+      lines.push_back(traced(site.source, static_cast<int>(site.line), site.function, record.text()));
+      for (const std::string& value : record.values) lines.back().append("|").append(value);
+    }
+    lines.erase(lines.begin(), lines.begin() + before_);
+    return lines;
+  }
 
   const NothingLeft nothingLeft_;
   const RuntimeFolder folder_;
@@ -60,76 +152,17 @@ class PluginFixture : public ::testing::Test {
   const Quill::Ptr<P4Runtime::VrfIdCollection> vrfs_ = Quill::allocate<P4Runtime::VrfIdCollection>();
   const Quill::Ptr<P4Runtime::PluginContext> context_ =
       Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batch_, vrfs_);
-};
-
-/// Told when an object loses its last reference or, on a plugin status, when a cleanup is completed.
-class Watcher final : public P4Runtime::PluginStatus::NotifieeConst {
- public:
-  using Call = std::function<void()>;
-  Watcher(Call ended, Call completed)
-      : NotifieeConst(Hold::uncounted), ended_(std::move(ended)), completed_(std::move(completed)) {}
-  static Quill::Ptr<Watcher> on(const Quill::Ptr<const Quill::PtrInterface>& object, const Call& ended,
-                                const Call& completed = {}) {
-    const auto watcher = Quill::allocate<Watcher>(ended, completed);
-    watcher->hasNotificationActiveIs(static_cast<bool>(completed));
-    watcher->notifierIs(object);
-    watcher->isRegisteredNotifieeIs(true);
-    return watcher;
-  }
-  void onZeroReferences() override {
-    if (ended_) ended_();
-  }
-  void onCleanupsCompleted() override { completed_(); }
-
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
 
  private:
-  Call ended_;
-  Call completed_;
-};
-
-/// What is traced from here on, by the one handle at the one level and on the fast trace, as
-/// "source:line function: text"; on the fast trace with "|value" behind it for each value.
-class Traces {
- public:
-  Traces(const RuntimeFolder& folder, const char* handle, int level)
-      : ring_(folder.path() + "/ring"), handle_(handle), level_(level) {
-    Skein::ringIs(ring_, 64 * 1024);
-    before_ = Skein::readTrace(ring_).size();
-    Quill::TraceHandle::levelIs(handle_, level_, true);
-    Quill::TraceHandle::sinkIs([this](const Quill::TraceHandle::Line& l) {
-      EXPECT_EQ(l.handle, handle_);
-      EXPECT_EQ(l.level, level_);
-      std::ostringstream line;
-      line << l.source << ":" << l.line << " " << l.function << ": " << l.text;
-      ofHandle.push_back(line.str());
-    });
-  }
-  ~Traces() {
-    Quill::TraceHandle::levelIs(handle_, level_, false);
-    Quill::TraceHandle::sinkIs(nullptr);
-  }
-  Traces(const Traces&) = delete;
-  Traces& operator=(const Traces&) = delete;
-
-  Log ofHandle;
-  Log fast() const {
-    Log lines;
-    const auto records = Skein::readTrace(ring_);
-    for (std::size_t i = before_; i < records.size(); ++i) {
-      const Skein::TraceSite& site = *records[i].site;
-      std::ostringstream line;
-      line << site.source << ":" << site.line << " " << site.function << ": " << records[i].text();
-      for (const std::string& value : records[i].values) line << "|" << value;
-      lines.push_back(line.str());
-    }
-    return lines;
+  static std::string traced(std::string_view source, int line, std::string_view function,
+                            std::string_view text) {
+    std::ostringstream result;
+    result << source;
+    if (!source.starts_with("./P4RuntimePlugin/P")) result << ":" << line;
+    result << " " << function << ": " << text;
+    return result.str();
   }
 
- private:
-  std::string ring_;
-  const char* handle_;
-  int level_;
-  std::size_t before_ = 0;
+  std::vector<std::pair<const char*, int>> tracing_;
+  std::ptrdiff_t before_ = 0;
 };

@@ -1,11 +1,8 @@
 // The plugin object over the real platform: start-up, wiring, cleanup and end, as one log of calls.
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
 
-#include <gmock/gmock.h>
-
 #include "PluginFixture.h"
 #include "cairn/Assert.h"
-#include "quill/Generic.h"
 #include "tests/AllocationCount.h"
 
 namespace {
@@ -31,41 +28,70 @@ Log tableLog(const std::string& type, const std::string& table, const std::strin
           "serve Lumen" + name + "ConfigTable"};
 }
 
-const Log kWiringLog = {"on l3TunnelIpv4TH3PhpSm",
-                        "on l3TunnelIpv6TH3PhpSm",
-                        "on l3IifTH3PhpSm",
-                        "on myStationTcamTH3PhpSm",
-                        "on vrfSm",
-                        "on pluginCleanupHelper"};
-const Log kInitLog = tableLog("L3TunnelTH3", "l3TunnelIpv4TH3", "8192") +
+const std::string kTrace = "./P4RuntimePlugin/P4RuntimeTolmarPlugin ";
+const std::string kInitTrace = kTrace + "pluginInit: pluginInit at 0";
+const std::string kCleanupTrace = kTrace + "doCleanup: TolmarP4RuntimePlugin::doCleanup at 4";
+const std::string kRequestTrace =
+    "./P4RuntimePlugin/PluginCleanupHelper handleCleanupRequest: "
+    "TolmarP4RuntimePlugin::handleCleanupRequest at 4";
+
+const Log kInitLog = Log{kInitTrace} + tableLog("L3TunnelTH3", "l3TunnelIpv4TH3", "8192") +
                      tableLog("L3TunnelTH3", "l3TunnelIpv6TH3", "4096") +
                      tableLog("MyStationTcamTH3", "myStationTcamTH3", "512") +
-                     tableLog("L3IifTH3", "l3IifTH3", "8192") + kWiringLog;
-const Log kCleanupLog = {"cleanup ~l3TunnelIpv4TH3Table/config",  "unmount ~l3TunnelIpv4TH3Table/config",
-                         "cleanup ~l3TunnelIpv6TH3Table/config",  "unmount ~l3TunnelIpv6TH3Table/config",
-                         "cleanup ~l3IifTH3Table/config",         "unmount ~l3IifTH3Table/config",
-                         "cleanup ~myStationTcamTH3Table/config", "unmount ~myStationTcamTH3Table/config"};
+                     tableLog("L3IifTH3", "l3IifTH3", "8192") +
+                     Log{"on l3TunnelIpv4TH3PhpSm",
+                         "on l3TunnelIpv6TH3PhpSm",
+                         "on l3IifTH3PhpSm",
+                         "on myStationTcamTH3PhpSm",
+                         "on vrfSm",
+                         "on pluginCleanupHelper"};
 
-Quill::Ptr<Quill::PtrInterface> pointer(const Quill::GenericValue& value) {
-  return std::any_cast<Quill::Ptr<Quill::PtrInterface>>(value);
-}
+const Log kCleanupLog = [] {
+  Log log = {kRequestTrace, kCleanupTrace};
+  for (const std::string table : {"l3TunnelIpv4TH3", "l3TunnelIpv6TH3", "l3IifTH3", "myStationTcamTH3"}) {
+    for (const std::string call : {"cleanup ~", "unmount ~"}) log.push_back(call + table + "Table/config");
+  }
+  return log;
+}();
+
+/// Logs the end of the object and, when that is a plugin status, each completion of a cleanup.
+class Watcher final : public P4Runtime::PluginStatus::NotifieeConst {
+ public:
+  Watcher(const Quill::Ptr<const Quill::PtrInterface>& object, std::string name, Log& log)
+      : NotifieeConst(Hold::uncounted), name_(std::move(name)), log_(log) {
+    Watcher::notifierIs(object);
+    isRegisteredNotifieeIs(true);
+  }
+  void onZeroReferences() override { log_.push_back("end " + name_); }
+  void onCleanupsCompleted() override {
+    log_.push_back("completed " + name_);
+    if (onCompleted) onCompleted();
+  }
+  std::function<void()> onCompleted;
+
+  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
+
+ private:
+  std::string name_;
+  Log& log_;
+};
 
 class Plugin : public PluginFixture {
  protected:
+  Plugin() {
+    for (const int level : {0, 4}) traceIs("TolmarP4RuntimePlugin", level);
+  }
   ~Plugin() override {
     if (plugin_) plugin_->pluginCleanupHelperIs(nullptr);
   }
 
-  void note(std::string_view attribute) { log_.push_back("on " + std::string(attribute)); }
   void byName(Op op, std::string_view member, const Values& arguments = {}) const {
     Quill::genericIfAttributeOp(plugin_, op, member, arguments);
   }
-  /// Logs the completion of cleanups, then does `then`.
-  void followStatus(const std::function<void()>& then = [] {}) {
-    watchers_.push_back(Watcher::on(plugin_->pluginStatus(), {}, [this, then] {
-      log_.emplace_back("completed");
-      then();
-    }));
+  Watcher& watch(const Quill::Ptr<const Quill::PtrInterface>& object, const std::string& name) {
+    watchers_.push_back(Quill::allocate<Watcher>(object, name, log_));
+    return *watchers_.back();
   }
 
   Quill::Ptr<TolmarP4RuntimePlugin> plugin_ = Quill::ptrCast<TolmarP4RuntimePlugin>(
@@ -74,8 +100,8 @@ class Plugin : public PluginFixture {
       Quill::allocate<P4Runtime::AllPluginConfig>(Quill::Name("allPluginConfig"));
   // Hears every notification of the plugin by its attribute's name.
   const Quill::Ptr<Quill::NotifieeConst> reactor_ = TolmarP4RuntimePlugin::_quillType.genericNotifiee(
-      plugin_, [this](std::string_view attribute) { note(attribute); });
-  std::vector<Quill::Ptr<Quill::NotifieeConst>> watchers_;
+      plugin_, [this](std::string_view attribute) { log_.push_back("on " + std::string(attribute)); });
+  std::vector<Quill::Ptr<Watcher>> watchers_;
 };
 
 TEST_F(Plugin, Init_MountsRegistersAndWiresInOrder) {
@@ -115,6 +141,11 @@ TEST_F(Plugin, Init_TakesDatabaseFromAttributeAndTheRestFromTheArgument) {
   EXPECT_EQ(entityManager_->mountedPaths().size(), 8u);
   EXPECT_EQ(plugin_->l3IifTH3PhpSm()->batchStatus(), otherBatch);
   EXPECT_EQ(plugin_->vrfSm()->pluginContext(), given);
+  taken();
+  auto* const plugin = plugin_.get();
+  plugin_ = nullptr;
+  plugin->pluginCleanupHelperIs(nullptr);
+  EXPECT_EQ(taken(), (Log{"on pluginCleanupHelper", "on vrfSm"})) << "the helper held the last reference";
 }
 
 TEST_F(Plugin, MissingRowDatabase_StopsTheProcessBeforeAnythingIsMounted) {
@@ -128,28 +159,25 @@ TEST_F(Plugin, MissingRowDatabase_StopsTheProcessBeforeAnythingIsMounted) {
   for (const auto& [own, given] : {std::pair{bare, context_}, {none, context_}, {context_, none}}) {
     plugin_->pluginContextIs(own);
     taken();
-    const Traces traces(folder_, "TolmarP4RuntimePlugin", 0);
     EXPECT_THROW(plugin_->pluginInit(given), Stopped);
-    EXPECT_EQ(traces.ofHandle.size(), 1u);
-    if (given) {
-      EXPECT_THROW(byName(Op::call, "doCleanup"), Stopped);
-    }
-    EXPECT_EQ(taken(), Log{});
+    EXPECT_EQ(taken(), Log{kInitTrace});
+    if (!given) continue;
+    EXPECT_THROW(byName(Op::call, "doCleanup"), Stopped);
+    EXPECT_EQ(taken(), Log{kCleanupTrace});
   }
   Cairn::fatalHandlerIs(nullptr);
 }
 
 /// Makes the i-th allocation of `make` fail, for every i until none is left to fail. Returns how many did.
 std::size_t failEach(const std::function<void()>& make) {
-  for (std::size_t i = 1;; ++i) {
+  for (std::size_t failed = 0;; ++failed) {
     const NothingLeft nothingLeft;
-    allocationFailureIs(i);
+    allocationFailureIs(failed + 1);
     try {
       make();
       allocationFailureIs(0);
-      return i - 1;
+      return failed;
     } catch (const std::bad_alloc&) {
-      allocationFailureIs(0);
     }
   }
 }
@@ -188,18 +216,22 @@ TEST_F(Plugin, VrfSm_IsMadeAnewForAnotherTableOrContextOnly) {
 }
 
 TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
+  watch(plugin_->pluginStatus(), "status");
+  Quill::allocate<P4RuntimeTolmar::PluginCleanupHelper>(nullptr, plugin_->pluginStatus(), nullptr,
+                                                        Quill::Ptr<TolmarP4RuntimePlugin>())
+      ->handleCleanupRequest();
+  EXPECT_EQ(taken(), (Log{kRequestTrace, "completed status"})) << "one without a plugin";
   plugin_->init(context_);
-  followStatus();
   taken();
   const auto references = plugin_->references();
   const Quill::GenericIf helper(plugin_->pluginCleanupHelper());
   for (int request = 0; request < 2; ++request) {
     helper.call("handleCleanupRequest");
-    EXPECT_EQ(taken(), kCleanupLog + Log{"completed"});
+    EXPECT_EQ(taken(), kCleanupLog + Log{"completed status"});
   }
-  entityManager_->refused = kCleanupLog[5];
+  entityManager_->refused = kCleanupLog[7];
   EXPECT_THROW(helper.call("handleCleanupRequest"), Cairn::Exception);
-  EXPECT_EQ(taken(), Log(kCleanupLog.begin(), kCleanupLog.begin() + 6));
+  EXPECT_EQ(taken(), Log(kCleanupLog.begin(), kCleanupLog.begin() + 8));
   const auto mounted = entityManager_->mountedPaths();
   EXPECT_EQ(mounted.size(), 4u);
   for (const Quill::String& path : mounted) EXPECT_TRUE(path.ends_with("/status")) << path;
@@ -207,54 +239,19 @@ TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
   EXPECT_EQ(plugin_->references(), references);
 }
 
-TEST_F(Plugin, Cleanup_WithoutParentOnlyCompletes) {
-  followStatus();
-  const auto helper = Quill::allocate<P4RuntimeTolmar::PluginCleanupHelper>(
-      Quill::Ptr<const P4Runtime::AllPluginConfig>(), plugin_->pluginStatus(),
-      Quill::Ptr<P4Runtime::CliCommandConfig>(), Quill::Ptr<TolmarP4RuntimePlugin>());
-  helper->handleCleanupRequest();
-  EXPECT_EQ(taken(), Log{"completed"});
-}
-
 TEST_F(Plugin, Cleanup_AgentMayLetHelperAndPluginGoInTheCompletion) {
   context_->allPluginConfigIs(config_);
   plugin_->init(context_);
-  followStatus([plugin = plugin_.get()] { plugin->pluginCleanupHelperIs(nullptr); });
-  watchers_.push_back(Watcher::on(plugin_, [this] { log_.emplace_back("plugin ends"); }));
+  auto* const plugin = plugin_.get();
+  watch(plugin->pluginStatus(), "status").onCompleted = [plugin] { plugin->pluginCleanupHelperIs(nullptr); };
   plugin_ = nullptr;
   taken();
   config_->cleanupsRequestedIs(Quill::Name("another"), 1);
   EXPECT_EQ(taken(), Log{});
   config_->cleanupsRequestedIs(Quill::Name("Tolmar"), 1);
-  EXPECT_EQ(taken(), (kCleanupLog + Log{"completed", "on pluginCleanupHelper", "plugin ends", "on vrfSm"}));
+  EXPECT_EQ(taken(),
+            (kCleanupLog + Log{"completed status", "on pluginCleanupHelper", "on vrfSm", "end status"}));
   EXPECT_TRUE(context_->plugins().empty());
-}
-
-TEST_F(Plugin, Trace_FourEntryPointsOnBothTraces) {
-  const auto expectTraced = [this](int level, const std::function<void()>& act, const Log& expected) {
-    const Traces traces(folder_, "TolmarP4RuntimePlugin", level);
-    act();
-    EXPECT_EQ(traces.ofHandle, traces.fast());
-    ASSERT_EQ(traces.ofHandle.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-      EXPECT_THAT(traces.ofHandle[i], testing::MatchesRegex(expected[i]));
-    }
-  };
-  const std::string source = "./P4RuntimePlugin/P4RuntimeTolmarPlugin:[0-9]+ ";
-  const auto complete = [this] {
-    byName(Op::call, "doMountsComplete", {Orrery::MountStatus::failed, genericValue(entityManager_)});
-  };
-  expectTraced(0, complete, {source + "doMountsComplete: doMountsComplete"});
-  entityManager_->refused = kInitLog[0];
-  const auto start = [this] { EXPECT_THROW(plugin_->init(context_), Cairn::Exception); };
-  expectTraced(0, start, {source + "pluginInit: pluginInit"});
-  const auto helper = Quill::allocate<P4RuntimeTolmar::PluginCleanupHelper>(
-      config_, plugin_->pluginStatus(), Quill::Ptr<P4Runtime::CliCommandConfig>(), plugin_);
-  const auto cleanup = [&helper] { helper->handleCleanupRequest(); };
-  expectTraced(4, cleanup,
-               {"./P4RuntimePlugin/PluginCleanupHelper:[0-9]+ "
-                "handleCleanupRequest: TolmarP4RuntimePlugin::handleCleanupRequest",
-                source + "doCleanup: TolmarP4RuntimePlugin::doCleanup"});
 }
 
 TEST_F(Plugin, Attributes_NotifyOfEachChangeAndAreReleasedInOrder) {
@@ -270,27 +267,18 @@ TEST_F(Plugin, Attributes_NotifyOfEachChangeAndAreReleasedInOrder) {
       value = {genericValue(type->newEntityForDir(Quill::Name(name), nullptr))};
     }
     for (int i = 0; i < 2; ++i) byName(Op::set, name, value);
-    const auto set = genericIfAttributeOp(plugin_, Op::get, name);
-    watchers_.push_back(Watcher::on(std::any_cast<Quill::Ptr<Quill::PtrInterface>>(set),
-                                    [this, name] { log_.push_back("end " + name); }));
+    watch(pointer(genericIfAttributeOp(plugin_, Op::get, name)), name);
     notified.push_back("on " + name);
   }
   EXPECT_EQ(taken(), notified);
+  byName(Op::call, "doMountsComplete", {Orrery::MountStatus::failed, genericValue(entityManager_)});
+  EXPECT_EQ(taken(), Log{kTrace + "doMountsComplete: doMountsComplete at 0"});
   plugin_ = nullptr;
   EXPECT_EQ(taken(), (Log{"on vrfSm", "end vrfSm", "end myStationTcamTH3PhpSm", "end l3IifTH3PhpSm",
                           "end l3TunnelIpv6TH3PhpSm", "end l3TunnelIpv4TH3PhpSm", "end l3IifTH3Status",
                           "end l3IifTH3Config", "end myStationTcamTH3Status", "end myStationTcamTH3Config",
                           "end l3TunnelIpv6TH3Status", "end l3TunnelIpv6TH3Config",
                           "end l3TunnelIpv4TH3Status", "end l3TunnelIpv4TH3Config"}));
-}
-
-TEST_F(Plugin, End_ByAnAttributeThatHoldsItsLastReference) {
-  plugin_->init(context_);
-  taken();
-  auto* const plugin = plugin_.get();
-  plugin_ = nullptr;
-  plugin->pluginCleanupHelperIs(nullptr);
-  EXPECT_EQ(taken(), (Log{"on pluginCleanupHelper", "on vrfSm"}));
 }
 
 }  // namespace

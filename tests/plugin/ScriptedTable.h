@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "cairn/DebugHandler.h"
 #include "quill/PtrInterface.h"
@@ -20,16 +19,14 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
 
   explicit ScriptedTable(Vesta::RootPath path) : path_(std::move(path)) {}
 
-  /// Calls `call` in each read from now on with its number, from 1 on.
-  void onReadIs(std::function<void(std::size_t)> call) {
+  /// Calls `call` in the n-th read from now.
+  void onReadIs(std::size_t n, std::function<void()> call) {
+    reads_ = n;
     onRead_ = std::move(call);
-    reads_ = 0;
   }
   /// Has the table found damaged in the n-th read from now.
   void damageIs(std::size_t n) {
-    onReadIs([n](std::size_t read) {
-      if (read == n) throw Cairn::CorruptionDetectedException("row 3: bad checksum");
-    });
+    onReadIs(n, [] { throw Cairn::CorruptionDetectedException("row 3: bad checksum"); });
   }
 
   bool initialize() override { return true; }
@@ -55,41 +52,34 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
 
  private:
   void read() {
-    if (onRead_) onRead_(++reads_);
+    if (reads_ != 0 && --reads_ == 0) onRead_();
   }
   bool at(typename std::map<Key, Row>::const_iterator row, Row& value) {
     read();
-    if (row == rows_.end()) return false;
-    value = row->second;
-    return true;
+    if (row != rows_.end()) value = row->second;
+    return row != rows_.end();
   }
 
   Vesta::RootPath path_;
   std::map<Key, Row> rows_;
-  std::function<void(std::size_t)> onRead_;
-  std::size_t reads_ = 0;
+  std::size_t reads_ = 0;  // until the one that is spoilt
+  std::function<void()> onRead_;
   Row empty_{};
 };
 
-/// An entity whose collection is such a table. Reports of damage go to `folder`, messages to `messages`.
+/// An entity whose collection is such a table. Reports of damage go to `folder`.
 template <class Entity>
 struct ScriptedEntity {
   using Table = ScriptedTable<typename Entity::Key, typename Entity::Entry>;
 
   explicit ScriptedEntity(const std::string& folder, const char* name = "table")
-      : entity(Quill::allocate<Entity>(Quill::Name(name))) {
-    auto handler = std::make_shared<Cairn::DebugHandler>();
-    handler->sinkIs([this](const Cairn::DebugHandler::Message& m) { messages.emplace_back(m.text); });
+      : entity(Quill::allocate<Entity>(Quill::Name(name))),
+        table(new Table(Vesta::RootPath(folder, "tables", name))) {
     std::filesystem::create_directory(folder + "/tables");
-    auto made = std::make_unique<Table>(Vesta::RootPath(folder, "tables", name));
-    table = made.get();
-    entity->table().attach(std::move(made), handler);
+    entity->table().attach(std::unique_ptr<Table>(table), std::make_shared<Cairn::DebugHandler>(0));
     entity->table().readyFunctionIs([] {});
   }
-  ScriptedEntity(const ScriptedEntity&) = delete;
-  ScriptedEntity& operator=(const ScriptedEntity&) = delete;
 
   const Quill::Ptr<Entity> entity;
-  Table* table;  // owned by the entity's map, also behind the placeholder
-  std::vector<std::string> messages;
+  Table* const table;  // owned by the entity's map, also behind the placeholder
 };
