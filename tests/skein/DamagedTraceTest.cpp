@@ -63,7 +63,7 @@ constexpr Damage kDamages[] = {
     {"record: values too many", kFourth + 22, 2, 0xffff, leftOut},
     {"record: values too few", kFourth + 22, 2, 9, leftOut},
     {"record: value over the end", kFourth + 24, 2, 9, leftOut},
-    {"record: number over the end", kFourth + 30, 2, 0xffff, leftOut},
+    {"record: second value over the end", kFourth + 30, 2, 0xffff, leftOut},
     {"record: no site", kFourth + 16, 4, 0, withoutSite},
     {"record: site's middle", kFourth + 16, 4, 2, withoutSite},
     {"record: site beyond the area", kFourth + 16, 4, 0xffffffff, withoutSite},

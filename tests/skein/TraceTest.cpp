@@ -35,7 +35,7 @@ TEST_F(Trace, LongValues_AreCutAtTheEndOfTheRecord) {
   const std::string most(2048 - 24 - 2, 'x');
   Skein::ringIs(path(), kSmallRing);
   Skein::message(kPlain, most + "yz", "lost");
-  Skein::message(kTwo, most.substr(9), 1234567890123u);  // a number takes ten bytes, or is cut as its text
+  Skein::message(kTwo, most.substr(9), 1234567890123u);  // no room for the whole of the number
   Skein::message(kTwo, "short", "kept");
   EXPECT_EQ(lastTexts(3), (Texts{"add vrf " + most, most.substr(9) + " is ", "short is kept"}));
 }
