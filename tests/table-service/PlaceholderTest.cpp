@@ -1,4 +1,3 @@
-#include "Log.h"
 #include "Support.h"
 #include "table-service/VestaBaseDummy.h"
 #include "tests/SlotOf.h"

@@ -81,7 +81,7 @@ TEST_F(TableTest, Files_InTheWayAreRefusedNotFollowed) {
   }
 }
 
-// A table of 4096 rows: 4 MB that are not there.
+// A table of 4096 rows: more than there is room for.
 TEST_F(TableTest, Creation_OnAFullFileSystemLeavesNothingHalfMade) {
   Child child([this] {
     if (mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=256k") != 0) return 77;
@@ -89,8 +89,7 @@ TEST_F(TableTest, Creation_OnAFullFileSystemLeavesNothingHalfMade) {
                 ::testing::MatchesRegex("create segment .*: reserve [0-9]+ bytes: No space left on device"));
     EXPECT_EQ(files(), Names{"table.lock"});
     EXPECT_EQ(failure([this] { writer(16); }), "") << "what fits still works";
-    umount2(folder_.c_str(), MNT_DETACH);
-    return 0;
+    return umount2(folder_.c_str(), MNT_DETACH);
   });
   const int end = child.wait();
   if (end == 77) GTEST_SKIP() << "only root can mount";
@@ -140,17 +139,12 @@ TEST_F(TableTest, Removal_IsToldToReadersWhoFollowToTheNextTable) {
   EXPECT_TRUE(readable(follower->wakeDescriptor()));
   follower->descriptorReadable();
   EXPECT_EQ(told(*follower), (Ids{1, 2}));
-  EXPECT_EQ(contents(*follower).size(), 0u);
-  EXPECT_TRUE(follower->maySleep());
-  EXPECT_THROW(put(*table, 3, 1), Cairn::NoPermissionException);
-
+  EXPECT_TRUE(follower->maySleep() && contents(*follower).empty());
   table = writer();
   EXPECT_TRUE(readable(follower->wakeDescriptor()));
   follower->descriptorReadable();
   put(*table, 4, 1);
   EXPECT_EQ(told(*follower), Ids{4});
-  EXPECT_EQ(stampOf(*follower, 4), 1u);
-  EXPECT_EQ(table->readers().size(), 1u);
 }
 
 // A reader and a writer that both wait to create the table: whoever is first, the other goes on with it.

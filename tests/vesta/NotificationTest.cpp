@@ -51,84 +51,69 @@ TEST_F(TableTest, Notify_LateReaderIsToldOfRowsThatAreThereUnlessItSkips) {
   EXPECT_EQ(told(*std::make_unique<Reader>(late)), Ids{}) << "nor of what it met before the damage";
 }
 
-// A reader that polls within the steps of writes, now and then too late for the log, and whose handlers write
-// when the writer is not at work: what they saw last of each key must be how things are.
-TEST_F(TableTest, Notify_ReaderAtAnyStepOfAWriteEndsUpWithTheTable) {
-  std::mt19937_64 random(7);
-  std::unique_ptr<Reader> follower;
-  enum { kIdle, kWriting, kHandling } now = kIdle;
-  Vesta::AttachOptions stepped = options(8);
-  stepped.stepHook = [&](Vesta::WriteStep) {
-    if (now == kWriting && random() % 50 == 0) follower->poll(1 + random() % 8);
-  };
-  Writer table(stepped);
-  follower = reader(8);
-  std::uint64_t stamp = 0;
-  const auto changeOne = [&] {
-    const bool goes = table.members() == 8 || random() % 2 == 0;
-    put(table, random() % 12, goes ? 0 : ++stamp);
-  };
-  Model known;
-  follower->onChangeIs([&](const TestKey& key) {
-    for (std::uint64_t i = random() % 40; now == kHandling && i < 5; ++i) changeOne();
-    put(known, key.id, stampOf(*follower, key.id));
-    for (std::uint64_t i = random() % 40; now == kHandling && i < 30; ++i) changeOne();
-  });
-  for (std::uint64_t round = 0; round < scaled(20000); ++round) {
-    now = kWriting;
-    for (std::uint64_t i = random() % 60; i > 0; --i) changeOne();
-    now = kHandling;
-    follower->poll(20);
-    now = kIdle;
-    while (follower->poll(1000) != 0) {
-    }
-    ASSERT_EQ(known, contents(table)) << "round " << round;
-  }
-  EXPECT_GT(follower->readerCounters().overtaken, scaled(20000) / 20);
-}
-
-// Follows a random history across the wrap of the sequences; more keys than rows, alike in their low halves.
-// At each catch-up the reader must have been told of exactly the keys that changed since it last caught up:
-// each change in order if it kept up; each changed key once, unless it came and went unseen, and no other, if
-// overtaken.
+// Follows random histories across the wrap of the sequences; mostly more keys than rows, alike in their low
+// halves. At each catch-up the reader must have been told of exactly the keys that changed since it last
+// caught up: each change in order if it kept up; each changed key once, unless it came and went unseen, and
+// no other, if overtaken. In the last history it polls within the steps of writes, too, and its handlers
+// write.
 TEST_F(TableTest, Notify_RandomHistory) {
   const struct {
     const char* name;
     std::uint64_t keys;       // few, or more than rows
     std::uint64_t pollEvery;  // changes between polls: fast, slow, stopped for longer than the log
     std::size_t limit;
+    std::uint32_t capacity = 64;
+    bool within = false;
   } paces[] = {{"fast", 80, 1, 10},
                {"catching up", 80, 10, 11},
                {"stopped, few keys", 3, 400, 10000},
-               {"stopped, all keys", 80, 500, 10000}};
+               {"stopped, all keys", 80, 500, 10000},
+               {"at any step", 12, 30, 20, 8, true}};
   for (const auto& pace : paces) {
     SCOPED_TRACE(pace.name);
     startOver();
-    Vesta::AttachOptions start = options();
-    start.firstSequence = Vesta::kSequenceMask - 200;
-    Writer table(start);
-    const auto follower = reader();
     std::mt19937_64 random(pace.pollEvery);
+    std::unique_ptr<Reader> follower;
+    enum { kIdle, kWriting, kHandling } now = kIdle;
+    Vesta::AttachOptions start = options(pace.capacity);
+    start.firstSequence = Vesta::kSequenceMask - 200;
+    start.stepHook = [&](Vesta::WriteStep) {
+      if (pace.within && now == kWriting && random() % 50 == 0) follower->poll(1 + random() % 8);
+    };
+    Writer table(start);
+    follower = reader(pace.capacity);
     Ids changes;
     Ids got;
     Model model;
     Model known;
-    std::uint64_t overtaken = 0;
+    std::uint64_t stamp = 0;
+    const auto changeOne = [&] {
+      const std::uint64_t id = random() % pace.keys << 32;
+      const bool goes = random() % 3 == 0 || (pace.within && model.size() == pace.capacity);
+      const bool fits = goes || model.size() < pace.capacity || model.contains(id);
+      if (!goes || model.contains(id)) changes.insert(changes.end(), fits ? 1 : 0, id);
+      ASSERT_EQ(failure([&] { put(table, id, goes ? 0 : ++stamp); }),
+                fits ? "" : "table is full: used 64 of 64");
+      if (fits) put(model, id, goes ? 0 : stamp);
+      ASSERT_EQ(stampOf(*follower, id), model.contains(id) ? model[id] : 0);
+    };
     follower->onChangeIs([&](const TestKey& key) {
+      for (std::uint64_t i = random() % 40; now == kHandling && i < 5; ++i) changeOne();
       got.push_back(key.id);
       put(known, key.id, stampOf(*follower, key.id));
+      for (std::uint64_t i = random() % 40; now == kHandling && i < 30; ++i) changeOne();
     });
-    for (std::uint64_t i = 1; i <= scaled(60000); ++i) {
-      const std::uint64_t id = random() % pace.keys << 32;
-      const std::uint64_t stamp = random() % 3 == 0 ? 0 : i;
-      const bool fits = stamp == 0 || model.size() < 64 || model.contains(id);
-      if (stamp != 0 || model.contains(id)) changes.insert(changes.end(), fits ? 1 : 0, id);
-      ASSERT_EQ(failure([&] { put(table, id, stamp); }), fits ? "" : "table is full: used 64 of 64");
-      if (fits) put(model, id, stamp);
-      ASSERT_EQ(stampOf(*follower, id), model.contains(id) ? model[id] : 0);
+    std::uint64_t overtaken = 0;
+    for (std::uint64_t i = 1; i <= scaled(pace.within ? 600000 : 60000) && !HasFatalFailure(); ++i) {
+      now = kWriting;
+      changeOne();
       ASSERT_EQ(follower->members(), model.size());
-      if (i % pace.pollEvery != 0) continue;
+      if (pace.within ? random() % pace.pollEvery != 0 : i % pace.pollEvery != 0) continue;
+      now = pace.within ? kHandling : kIdle;
       follower->poll(pace.limit);
+      now = kIdle;
+      while (pace.within && follower->poll(1000) != 0) {
+      }
       if (!table.quiesced(table.sequence())) continue;
       if (overtaken == follower->readerCounters().overtaken) {
         ASSERT_EQ(got, changes);
@@ -145,7 +130,7 @@ TEST_F(TableTest, Notify_RandomHistory) {
     }
     EXPECT_EQ(contents(*follower), model);
     EXPECT_TRUE(follower->validate());
-    EXPECT_EQ(overtaken != 0, pace.pollEvery > 64);
+    EXPECT_EQ(overtaken != 0, pace.pollEvery > 64 || pace.within);
   }
 }
 
