@@ -104,7 +104,8 @@ std::string slotText(int file, const std::array<Word, kHeaderWords>& header, std
   const Layout layout(shape);
   const auto number = static_cast<std::uint32_t>(slot);
   return "slot " + std::to_string(slot) + " as read:\n" +
-         dumpText(file, layout.slotAt(number), layout.sizes().slot());
+         dumpText(file, layout.slotAt(number), layout.sizes().slot()) + "staging row:\n" +
+         dumpText(file, layout.stagingAt, 1 + layout.rowWords);
 }
 
 // With its neighbours: two cache lines.
