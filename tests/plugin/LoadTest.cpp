@@ -95,8 +95,14 @@ TEST_F(Load, Init_MakesOnePluginAndUnloadingLeavesNothingOfIt) {
     EXPECT_TRUE(plugin().hasNotificationActive());
     EXPECT_EQ(plugin().pluginContext(), context_);
     plugin().pluginCleanupHelperIs(nullptr);
+    Quill::Ptr<Quill::NotifieeConst> reactor = plugin().fwkType()->genericNotifiee(
+        Quill::Ptr<P4Runtime::P4RuntimePluginBase>(&plugin()),
+        [this](std::string_view attribute) { log_.push_back("first: " + std::string(attribute)); });
     library.init(context_);
-    EXPECT_EQ(taken(), first) << "a second one, with a start of its own";
+    Log second = {"first: vrfSm"};
+    second.insert(second.end(), first.begin(), first.end());
+    EXPECT_EQ(taken(), second) << "the first ends before the second starts";
+    reactor = nullptr;
     EXPECT_EQ(context_->plugins().size(), 1u);
     const auto config = Quill::ptrCast<TolmarHwLib::L3IifTH3Config>(
         entityManager_->entity("p4runtime/outputTables/tolmar/l3IifTH3Table/config"));

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <sstream>
@@ -26,6 +27,7 @@ class RecordingEntityManager final : public Orrery::EntityManager {
       : EntityManager(folder, loop), log_(log) {}
 
   std::string refused;  ///< a call whose line this is fails before it does anything
+  Log missing;          ///< lines of `entity` calls that find nothing
 
   Quill::Ptr<QuillVesta::TableEntity> mount(const Quill::String& path, const Quill::String& typeName,
                                             const QuillVesta::MountDescription& description) const override {
@@ -35,7 +37,8 @@ class RecordingEntityManager final : public Orrery::EntityManager {
   }
   Quill::Ptr<Quill::Entity> entity(const Quill::String& path) const override {
     record("entity " + path);
-    return EntityManager::entity(path);
+    const bool isMissing = std::find(missing.begin(), missing.end(), log_.back()) != missing.end();
+    return isMissing ? nullptr : EntityManager::entity(path);
   }
   void cleanup(const Quill::String& path) const override {
     record("cleanup " + path);

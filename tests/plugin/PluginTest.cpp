@@ -93,14 +93,27 @@ class Plugin : public PluginFixture {
     watchers_.push_back(Quill::allocate<Watcher>(object, name, log_));
     return *watchers_.back();
   }
+  /// What the attributes of the plugin point at, in their order.
+  std::vector<Quill::Ptr<Quill::PtrInterface>> attributes() const {
+    std::vector<Quill::Ptr<Quill::PtrInterface>> all;
+    for (const Quill::Member& member : TolmarP4RuntimePlugin::_quillType.members) {
+      if (member.kind != Quill::Member::Kind::attribute) continue;
+      all.push_back(pointer(genericIfAttributeOp(plugin_, Op::get, member.name)));
+    }
+    return all;
+  }
 
   Quill::Ptr<TolmarP4RuntimePlugin> plugin_ = Quill::ptrCast<TolmarP4RuntimePlugin>(
       TolmarP4RuntimePlugin::_quillType.newEntityForDir(Quill::Name("Tolmar"), nullptr));
   const Quill::Ptr<P4Runtime::AllPluginConfig> config_ =
       Quill::allocate<P4Runtime::AllPluginConfig>(Quill::Name("allPluginConfig"));
   // Hears every notification of the plugin by its attribute's name.
-  const Quill::Ptr<Quill::NotifieeConst> reactor_ = TolmarP4RuntimePlugin::_quillType.genericNotifiee(
-      plugin_, [this](std::string_view attribute) { log_.push_back("on " + std::string(attribute)); });
+  const Quill::Ptr<Quill::NotifieeConst> reactor_ =
+      TolmarP4RuntimePlugin::_quillType.genericNotifiee(plugin_, [this](std::string_view attribute) {
+        log_.push_back("on " + std::string(attribute));
+        if (onAttribute_) onAttribute_(attribute);
+      });
+  std::function<void(std::string_view)> onAttribute_;
   std::vector<Quill::Ptr<Watcher>> watchers_;
 };
 
@@ -146,6 +159,32 @@ TEST_F(Plugin, Init_TakesDatabaseFromAttributeAndTheRestFromTheArgument) {
   plugin_ = nullptr;
   plugin->pluginCleanupHelperIs(nullptr);
   EXPECT_EQ(taken(), (Log{"on pluginCleanupHelper", "on vrfSm"})) << "the helper held the last reference";
+}
+
+TEST_F(Plugin, MissingTables_ArePassedOnAsNull) {
+  entityManager_->missing = {"entity ~myStationTcamTH3Table/config", "entity ~l3IifTH3Table/status"};
+  plugin_->init(context_);
+  EXPECT_FALSE(plugin_->myStationTcamTH3Config());
+  EXPECT_TRUE(plugin_->myStationTcamTH3PhpSm()->status());
+  EXPECT_FALSE(plugin_->l3IifTH3Status());
+  EXPECT_FALSE(plugin_->l3IifTH3PhpSm()->status());
+  EXPECT_EQ(plugin_->l3IifTH3PhpSm()->batchStatus(), batch_);
+  EXPECT_EQ(lumenDb_->tables().size(), 4u);
+  EXPECT_TRUE(plugin_->pluginCleanupHelper());
+}
+
+TEST_F(Plugin, MissingVrfs_FailTheirTrackerAndKeepWhatIsMade) {
+  plugin_->init(context_);
+  L3IifTH3ConfigEntry entry;
+  entry.vrf = 5;
+  plugin_->l3IifTH3Config()->tableIs(entry);
+  const auto second = Quill::allocate<TolmarP4RuntimePlugin>(Quill::Name("second"));
+  const auto noVrfs = Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batch_, nullptr);
+  second->pluginContextIs(noVrfs);
+  EXPECT_THROW(second->pluginInit(noVrfs), Cairn::AssertionException);
+  EXPECT_TRUE(second->myStationTcamTH3PhpSm());
+  EXPECT_FALSE(second->vrfSm());
+  EXPECT_FALSE(second->pluginCleanupHelper());
 }
 
 TEST_F(Plugin, MissingRowDatabase_StopsTheProcessBeforeAnythingIsMounted) {
@@ -209,10 +248,14 @@ TEST_F(Plugin, VrfSm_IsMadeAnewForAnotherTableOrContextOnly) {
   const auto third = plugin_->vrfSmIs(Quill::allocate<L3IifTH3Config>(Quill::Name("table")), other);
   EXPECT_NE(third, second);
   EXPECT_EQ(taken(), (Log{"on vrfSm", "on vrfSm"}));
+  onAttribute_ = [&](std::string_view) {
+    log_.push_back(plugin_->vrfSm() ? "set" : third->hasNotificationActive() ? "gone, still on" : "off");
+  };
   byName(Op::del, "vrfSm");
   EXPECT_FALSE(third->hasNotificationActive());
   EXPECT_FALSE(plugin_->vrfSmDel());
-  EXPECT_EQ(taken(), Log{"on vrfSm"});
+  plugin_->vrfSmIs(nullptr, other);
+  EXPECT_EQ(taken(), (Log{"on vrfSm", "gone, still on", "on vrfSm", "set"}));
 }
 
 TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
@@ -224,6 +267,9 @@ TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
   plugin_->init(context_);
   taken();
   const auto references = plugin_->references();
+  const auto before = attributes();
+  byName(Op::call, "doMountsComplete", {Orrery::MountStatus::failed, genericValue(entityManager_)});
+  EXPECT_EQ(taken(), Log{kTrace + "doMountsComplete: doMountsComplete at 0"});
   const Quill::GenericIf helper(plugin_->pluginCleanupHelper());
   for (int request = 0; request < 2; ++request) {
     helper.call("handleCleanupRequest");
@@ -236,6 +282,7 @@ TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
   EXPECT_EQ(mounted.size(), 4u);
   for (const Quill::String& path : mounted) EXPECT_TRUE(path.ends_with("/status")) << path;
   EXPECT_EQ(lumenDb_->tables().size(), 4u);
+  EXPECT_EQ(attributes(), before);
   EXPECT_EQ(plugin_->references(), references);
 }
 
@@ -257,22 +304,42 @@ TEST_F(Plugin, Cleanup_AgentMayLetHelperAndPluginGoInTheCompletion) {
 TEST_F(Plugin, Attributes_NotifyOfEachChangeAndAreReleasedInOrder) {
   const auto null = genericValue(Quill::Ptr<Quill::PtrInterface>());
   Log notified;
+  Values value;
+  onAttribute_ = [&](std::string_view attribute) {
+    if (attribute == "vrfSm") return;
+    EXPECT_EQ(pointer(genericIfAttributeOp(plugin_, Op::get, attribute)), pointer(value[0]));
+  };
   for (const Quill::Member& member : TolmarP4RuntimePlugin::_quillType.members) {
     if (member.kind != Quill::Member::Kind::attribute) continue;
     const std::string name(member.name);
-    Values value = {null, genericValue(context_)};
-    if (const Quill::TypeNode* const type = Quill::typeNode(member.type); name.ends_with("PhpSm")) {
-      value = {genericValue(type->genericIfFromCtorArgs(std::vector{genericValue(batch_), null}).object())};
-    } else if (name != "vrfSm") {
-      value = {genericValue(type->newEntityForDir(Quill::Name(name), nullptr))};
+    const Quill::TypeNode* const type = Quill::typeNode(member.type);
+    for (const std::string which : {"first ", ""}) {
+      if (name == "vrfSm") {
+        const auto other = Quill::allocate<P4Runtime::PluginContext>(nullptr, nullptr, nullptr, vrfs_);
+        value = {null, genericValue(other)};
+      } else if (name.ends_with("PhpSm")) {
+        value = {genericValue(type->genericIfFromCtorArgs(std::vector{genericValue(batch_), null}).object())};
+      } else {
+        value = {genericValue(type->newEntityForDir(Quill::Name(name), nullptr))};
+      }
+      for (int i = 0; i < 2; ++i) byName(Op::set, name, value);
+      watch(pointer(genericIfAttributeOp(plugin_, Op::get, name)), which + name);
+      notified.push_back("on " + name);
     }
-    for (int i = 0; i < 2; ++i) byName(Op::set, name, value);
-    watch(pointer(genericIfAttributeOp(plugin_, Op::get, name)), name);
-    notified.push_back("on " + name);
+    notified.insert(notified.end() - 1, "end first " + name);
+  }
+  const Quill::Ptr<Quill::PtrInterface> inherited[] = {
+      Quill::allocate<P4Runtime::CliCommandStatus>(Quill::Name("cli")),
+      Quill::allocate<P4Runtime::CliCommandConfig>(Quill::Name("config")),
+      Quill::allocate<P4Runtime::CliCommandConfig>(Quill::Name("status")),
+      Quill::allocate<P4Runtime::PluginStatus>(Quill::Name("plugin"))};
+  const char* const names[] = {"cliStatus", "pluginConfigDir", "pluginStatusDir", "pluginStatus"};
+  for (std::size_t i = 0; i < std::size(names); ++i) {
+    value = {genericValue(inherited[i])};
+    byName(Op::set, names[i], value);
+    notified.push_back(std::string("on ") + names[i]);
   }
   EXPECT_EQ(taken(), notified);
-  byName(Op::call, "doMountsComplete", {Orrery::MountStatus::failed, genericValue(entityManager_)});
-  EXPECT_EQ(taken(), Log{kTrace + "doMountsComplete: doMountsComplete at 0"});
   plugin_ = nullptr;
   EXPECT_EQ(taken(), (Log{"on vrfSm", "end vrfSm", "end myStationTcamTH3PhpSm", "end l3IifTH3PhpSm",
                           "end l3TunnelIpv6TH3PhpSm", "end l3TunnelIpv4TH3PhpSm", "end l3IifTH3Status",
