@@ -124,9 +124,9 @@ template <class Sizes>
     stored = words_ + layout_.stagingAt;
   const Word found = loadAcquire(stored[0]);
   row[0] = version & ~kStaged;
-  eachWord(sizes.rowWords, [&](std::size_t i) { row[1 + i] = loadAcquire(stored[1 + i]); });
-  const bool stoodStill = loadAcquire(words[0]) == version;
-  return {stoodStill, found, checksumOf(row, sizes.rowWords, slot)};
+  const Word computed = checksumOf(row[0], sizes.rowWords, slot,
+                                   [&](std::size_t i) { return row[1 + i] = loadAcquire(stored[1 + i]); });
+  return {loadAcquire(words[0]) == version, found, computed};
 }
 
 template <class Sizes>

@@ -69,16 +69,25 @@ template <class Count, class Call>
   for (std::size_t i = 0; i < count; ++i) call(i);
 }
 
-/// The checksum that rows and log records carry: over `row[0]` and the `count` words after it, seeded with
-/// the slot.
-template <class Count>
-[[gnu::always_inline]] inline Word checksumOf(const Word* row, Count count, std::uint32_t slot) noexcept {
+/// The checksum that rows and log records carry: over `first` and the `count` words after it, which `next`
+/// gives one by one, seeded with the slot.
+template <class Count, class Next>
+[[gnu::always_inline]] inline Word checksumOf(Word first, Count count, std::uint32_t slot, const Next& next) {
   if (Cairn::hasChecksumInstruction()) [[likely]] {
-    Word crc = Cairn::checksumStep(static_cast<std::uint32_t>(~slot), row[0]);
-    eachWord(count, [&](std::size_t i) { crc = Cairn::checksumStep(crc, row[1 + i]); });
+    Word crc = Cairn::checksumStep(static_cast<std::uint32_t>(~slot), first);
+    eachWord(count, [&](std::size_t i) { crc = Cairn::checksumStep(crc, next(i)); });
     return static_cast<std::uint32_t>(~crc);
   }
-  return Cairn::checksum(row, (1 + std::size_t{count}) * sizeof(Word), slot);
+  std::uint32_t crc = Cairn::checksum(&first, sizeof first, slot);
+  eachWord(count, [&](std::size_t i) {
+    const Word word = next(i);
+    crc = Cairn::checksum(&word, sizeof word, crc);
+  });
+  return crc;
+}
+template <class Count>
+[[gnu::always_inline]] inline Word checksumOf(const Word* row, Count count, std::uint32_t slot) {
+  return checksumOf(row[0], count, slot, [row](std::size_t i) { return row[1 + i]; });
 }
 
 /// Hash of an encoded key. Every bit of every word counts: keys that agree in half of a word are common.
