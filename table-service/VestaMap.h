@@ -104,7 +104,7 @@ class VestaMap final : private EventSource {
   /// Called with each changed key, from EventSource::poll. Only a map attached as reader has such events.
   void onChangeIs(std::function<void(const Key&)> handler) { onChange_ = std::move(handler); }
   /// Stays valid as long as the map; the descriptor is that of the attached reader, or -1. Damage met by poll
-  /// is handled as by corruptionDetected.
+  /// is handled as by corruptionDetected; a row that keeps changing is logged, and looked at again later.
   EventSource& events() noexcept { return *this; }
 
   /// The table's place; an assertion failure before the first attach.
@@ -125,6 +125,11 @@ class VestaMap final : private EventSource {
 
   template <class Call>
   std::size_t guarded(const Call& call);
+  void logError(int line, const char* function, const std::string& text) const {
+    if (handler_ && handler_->wants(Cairn::DebugHandler::kErrorFlag)) {
+      handler_->log(1, "VestaMap", line, function, text);
+    }
+  }
   Base& required() {
     Cairn::require(implementation_ != nullptr, "table is not attached", "VestaMap");
     return *implementation_;
@@ -163,17 +168,12 @@ class VestaMap final : private EventSource {
 
 template <class Key, class Entry>
 void VestaMap<Key, Entry>::corruptionDetected(const std::string& message) {
-  const auto log = [this](int line, const char* function, const std::string& text) {
-    if (handler_ && handler_->wants(Cairn::DebugHandler::kErrorFlag)) {
-      handler_->log(1, "VestaMap", line, function, text);
-    }
-  };
   const std::string path = implementation_ ? implementation_->rootPath().text() : std::string();
   const std::string text = "VestaMap::corruptionDetected() " + path + " " + message;
-  log(383, "corruptionDetected", text);
+  logError(383, "corruptionDetected", text);
   if (!attached_) throw Cairn::CorruptionDetectedException(text);
 
-  log(324, "detach", "VestaMap::detach() " + path);
+  logError(324, "detach", "VestaMap::detach() " + path);
   const RootPath rootPath = implementation_->rootPath();
   implementation_->detach();
   attached_ = false;
@@ -217,6 +217,9 @@ std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
       if (!called->segment().hasMet(std::current_exception())) throw;
       corruptionDetected(damage.message());
     }
+    return 0;
+  } catch (const UnsettledException& busy) {
+    logError(0, "poll", busy.message());  // the reader goes on from where it was
     return 0;
   }
 }

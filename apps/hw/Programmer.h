@@ -139,7 +139,7 @@ class Programmer {
   /// Removes the status rows of deleted entries that every reader has handled, unless the key came back.
   bool removeHandled() {
     bool removed = false;
-    while (!removals_.empty() && tables_.readersHandled(removals_.front().sequence)) {
+    while (!removals_.empty() && tables_.readersHandled(removals_.front().sequence, !blocked_.empty())) {
       const Removal removal = removals_.front();
       removals_.pop_front();
       const std::optional<Status> status = tables_.status(removal.key);

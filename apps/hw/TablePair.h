@@ -55,13 +55,12 @@ class TablePair {
   }
   /// The number of the status table's last change.
   std::uint64_t statusSequence() const { return writer().sequence(); }
-  /// Whether every living reader has handled the status table's changes up to `sequence`. While the table is
-  /// full, and answers wait for room, readers that have not moved for a second do not count.
-  bool readersHandled(std::uint64_t sequence) const {
+  /// Whether every living reader has handled the status table's changes up to `sequence`. While answers wait
+  /// for room, readers that have not moved for a second do not count.
+  bool readersHandled(std::uint64_t sequence, bool roomNeeded) const {
     auto* const attached = status_->table().writer();
     if (attached == nullptr) return true;
-    const bool full = attached->members() == attached->capacity();
-    return full ? attached->movingReadersQuiesced(sequence) : attached->quiesced(sequence);
+    return roomNeeded ? attached->movingReadersQuiesced(sequence) : attached->quiesced(sequence);
   }
 
  private:

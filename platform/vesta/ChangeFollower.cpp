@@ -175,10 +175,14 @@ void ChangeFollower::tellKey(RowReads* reads, const Key& key, const KeyHandler& 
 // Whether a lookup between the load of `before`, the sequence published then, and now may have found `key`.
 // The order of the looks is what makes a no certain. A lookup that misses the key because its removal has
 // taken place also makes that change's record visible. So either the record is there, or one that overwrote
-// it, and whoever has seen that one sees a newer sequence too.
+// it, and whoever has seen that one sees a newer sequence too. A read that fails says nothing: it may.
 bool ChangeFollower::maySee(RowReads& reads, const Key& key, Word before) {
-  std::uint32_t slot = 0;
-  if (reads.lookup(key.data(), row_.data(), slot)) return true;
+  try {
+    std::uint32_t slot = 0;
+    if (reads.lookup(key.data(), row_.data(), slot)) return true;
+  } catch (const Cairn::Exception&) {
+    return true;
+  }
   if (isBegun(reads.segment(), nextSequence(before))) return true;
   return reads.segment().load(kSequenceAt) != before;
 }

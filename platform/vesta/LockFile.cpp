@@ -70,11 +70,11 @@ std::vector<long> LockFile::heldElsewhere(long first, long end) const {
   return held;
 }
 
-CreationLock::CreationLock(LockFile& file, const std::string& path) : file_(file) {
-  constexpr std::chrono::milliseconds kBound{5000};
-  if (!file_.lockWithin(LockFile::kCreation, kBound)) {
+CreationLock::CreationLock(LockFile& file, const std::string& path, std::chrono::milliseconds bound)
+    : file_(file) {
+  if (!file_.lockWithin(LockFile::kCreation, bound)) {
     throw Cairn::Exception(path + ": another process has been creating it for " +
-                           std::to_string(kBound.count()) + " ms");
+                           std::to_string(bound.count()) + " ms");
   }
 }
 

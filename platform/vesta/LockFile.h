@@ -36,10 +36,12 @@ class LockFile {
 };
 
 /// Holds the creation lock while it lives; its constructor throws Cairn::Exception when someone else has held
-/// it for 5 seconds.
+/// it for longer than `bound`.
 class CreationLock {
  public:
-  CreationLock(LockFile& file, const std::string& path);
+  static constexpr std::chrono::milliseconds kUsualBound{5000};
+
+  CreationLock(LockFile& file, const std::string& path, std::chrono::milliseconds bound = kUsualBound);
   ~CreationLock() { file_.unlock(LockFile::kCreation); }
   CreationLock(const CreationLock&) = delete;
   CreationLock& operator=(const CreationLock&) = delete;

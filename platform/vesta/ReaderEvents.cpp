@@ -83,7 +83,11 @@ void SegmentReader::followReplacement() {
     if (!found.missing && !options_.observer) files_.lock().unlock(LockFile::followerByte(number_));
     return;
   }
-  if (found.segment->load(kStateAt) != kLive) return;
+  if (found.segment->retired()) return;  // its successor will wake this reader
+  if (const Word state = found.segment->load(kStateAt); state != kLive) {
+    reportToWriter(*found.segment);
+    throw Cairn::CorruptionDetectedException(files_.path().text() + ": state: found " + hexText(state));
+  }
   if (!options_.observer && !fifo_.stands(files_.folder(), files_.fifoName(number_))) {
     throw Cairn::Exception("FIFO " + files_.path().folder() + "/" + files_.fifoName(number_) +
                            " of this reader was removed");

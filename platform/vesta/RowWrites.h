@@ -12,7 +12,7 @@ namespace Vesta {
 /// Writes rows of a mapped segment. The constructor takes the segment over from a predecessor that may have
 /// died at any step: it checks every slot, makes the index anew from the slots and publishes a change that
 /// took place but was not published. It throws Cairn::CorruptionDetectedException on damage, having changed
-/// nothing.
+/// no row.
 ///
 /// What holds between any two steps: every row that readers can find was once written whole; the log holds
 /// the record of the newest published change, and of the next one before its slot moves.

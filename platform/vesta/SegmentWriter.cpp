@@ -73,13 +73,14 @@ void SegmentWriter::wake(Word sleepers) {
 }
 
 // A reader has met damage. It may have been that reader's own; if it is in the segment, a new one takes over.
-// The change that this follows has taken place, so a replacement that fails is left to the next one.
+// The change that this follows has taken place, so a replacement that fails is left to the next one, also
+// where a reader holds the creation lock: it may have been stopped.
 void SegmentWriter::replaceIfDamaged() {
   try {
     rows_->reads().validate();
   } catch (const Cairn::CorruptionDetectedException& damage) {
     try {
-      replaceSegment(damage.message());
+      replaceSegment(damage.message(), std::chrono::milliseconds(0));
     } catch (const std::exception& failure) {
       logError(options_, failure.what());
       std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(kDamageReported);
@@ -88,12 +89,12 @@ void SegmentWriter::replaceIfDamaged() {
 }
 
 // Sequences go on, so that what its owner waits for in terms of them keeps its meaning.
-void SegmentWriter::replaceSegment(const std::string& reason) {
+void SegmentWriter::replaceSegment(const std::string& reason, std::chrono::milliseconds lockBound) {
   AttachOptions with = options_;
   with.onDamage = OnDamage::keepSoundRows;
   with.firstSequence = rows_->sequence();
   try {
-    const CreationLock creation(files_.lock(), files_.path().text());
+    const CreationLock creation(files_.lock(), files_.path().text(), lockBound);
     rowsAre(replaceDamaged(files_, mapping(), reason, with));
     files_.wakeEveryone(*mapping());
   } catch (const Cairn::Exception& failure) {

@@ -93,12 +93,12 @@ class SegmentWriter {
     try {
       return change();
     } catch (const Cairn::CorruptionDetectedException& damage) {
-      replaceSegment(damage.message());
+      replaceSegment(damage.message(), CreationLock::kUsualBound);
       return change();
     }
   }
   void replaceIfDamaged();
-  void replaceSegment(const std::string& reason);
+  void replaceSegment(const std::string& reason, std::chrono::milliseconds lockBound);
   bool isGone(unsigned reader, Word identity);
   bool isStalled(unsigned reader, Word who, Word handled);
   template <class Counts>

@@ -12,6 +12,7 @@ RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
       words_(&segment_.at(0)),
       scratch_(1 + layout_.rowWords) {
   known_.resize(layout_.shape.capacity);
+  free_.reserve(layout_.shape.capacity);  // a removal must not fail half-way
   takeOver();
 }
 

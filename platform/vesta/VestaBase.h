@@ -139,7 +139,8 @@ class VestaBase {
   virtual void sampleIs(std::uint32_t every) { (void)every; }
   /// Sequence of the newest change: +1 for each write and each removal.
   virtual std::uint64_t sequence() { return 0; }
-  /// Whether every reader that calls itself `name` has handled all changes.
+  /// Whether every reader that calls itself `name` has handled all changes. One that is on its way from an
+  /// earlier segment has told no name yet, and does not count.
   virtual bool clientQuiesced(const std::string& name) {
     (void)name;
     throw Cairn::UnimplementedException("clientQuiesced() not implemented");

@@ -32,7 +32,7 @@ WakeFifo WakeFifo::forReader(int folder, const std::string& name, const std::str
 
 bool WakeFifo::forWriter(int folder, const std::string& name, WakeFifo& fifo) {
   fifo.fifo_ = Descriptor(openat(folder, name.c_str(), kFlags));
-  if (!fifo) return errno == ENOENT || errno == ELOOP;
+  if (!fifo) return errno != EMFILE && errno != ENFILE && errno != ENOMEM;
   struct stat status {};
   if (fstat(fifo.descriptor(), &status) != 0 || !S_ISFIFO(status.st_mode) || status.st_uid != geteuid()) {
     fifo.fifo_ = Descriptor();

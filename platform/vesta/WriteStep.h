@@ -5,7 +5,8 @@
 namespace Vesta {
 
 /// The steps of a write, in order, at each of which a writer may die. Those of an index rebuild come first
-/// when one is due, and at attach; insertions put a cell, removals take one.
+/// when one is due, and at attach, where those that settle a row may precede them; insertions put a cell,
+/// removals take one.
 enum class WriteStep {
   rebuildCleared,
   rebuildHalf,

@@ -1,6 +1,8 @@
 // Answers over real tables: the test writes the config table and reads the status table, as an agent does.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "P4RuntimeTolmar/Entities.h"
 #include "apps/hw/Programmer.h"
 #include "apps/hw/TablePair.h"
@@ -113,6 +115,18 @@ TEST_F(ProgrammerTest, FullStatusTable_AnswersWaitForRoomAndRemovalsPassThemBy) 
   EXPECT_EQ(heard(), Strings{"1 deleted 101"});
   programmer_->advance(kNow);
   EXPECT_EQ(heard(), (Strings{"1 gone", "9 handle 109"}));
+}
+
+TEST_F(ProgrammerTest, FullStatusTable_ReaderThatHasStoppedHoldsAnswersUpForASecondOnly) {
+  for (std::uint64_t id = 1; id <= kCapacity; ++id) write(id, 100 + id);
+  for (std::uint64_t id = 1; id <= kCapacity; ++id) config_->tableDel({id});
+  for (std::uint64_t id = 1; id <= kCapacity; ++id) write(10 + id, 200 + id);
+  for (std::uint64_t id = 1; id <= kCapacity; ++id) programmer_->changed({id}, kNow);
+  EXPECT_FALSE(programmer_->advance(kNow));
+  EXPECT_EQ(programmer_->blocked(), kCapacity);
+  std::this_thread::sleep_for(1100ms);
+  EXPECT_TRUE(programmer_->advance(kNow));
+  EXPECT_EQ(programmer_->blocked() + programmer_->removals(), 0u) << "all at once";
 }
 
 TEST_F(ProgrammerTest, Start_AnswersWhatDiffersAndLeavesEqualRowsAlone) {

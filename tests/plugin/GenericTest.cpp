@@ -90,16 +90,23 @@ TEST_F(Generic, Complaints_SayWhatWasExpectedAndWhatCame) {
   using Op = Quill::GenericOp;
   const std::string plugin = "P4RuntimeTolmar::TolmarP4RuntimePlugin";
   const std::string expected = "l3IifTH3Config: argument 1: expected TolmarHwLib::L3IifTH3Config, got ";
-  const std::tuple<Op, const char*, Values, std::string> cases[] = {
+  const struct {
+    Op op;
+    const char* member;
+    Values arguments;
+    std::string text;
+  } cases[] = {
       {Op::get, "vrf", {}, plugin + " has no member \"vrf\""},
       {Op::set, "doCleanup", {}, plugin + ": member \"doCleanup\" cannot be set"},
       {Op::call, "pluginInit", {}, "pluginInit: expected 1 arguments, got 0"},
       {Op::set, "l3IifTH3Config", {genericValue(context_)}, expected + "P4Runtime::PluginContext"},
       {Op::set, "l3IifTH3Config", {7}, expected + "int"},
   };
-  for (const auto& [op, member, arguments, text] : cases) {
-    const auto ask = [&] { Quill::genericIfAttributeOp(plugin_.object(), op, member, arguments); };
-    EXPECT_THAT(ask, testing::ThrowsMessage<GenericIfException>(text));
+  for (const auto& one : cases) {
+    const auto ask = [&] {
+      Quill::genericIfAttributeOp(plugin_.object(), one.op, one.member, one.arguments);
+    };
+    EXPECT_THAT(ask, testing::ThrowsMessage<GenericIfException>(one.text));
   }
 }
 

@@ -94,7 +94,7 @@ TEST_F(Vrf, Counts_FollowTheNumberOfAddNotifications) {
 }
 
 TEST_F(Vrf, Start_CountsEveryRowThatIsThereOnceAndAgainOnRequest) {
-  for (int i = 1; i <= 100; ++i) write(config_, i, i % 2 == 0 ? 4 : 0);
+  for (std::uint64_t i = 1; i <= 100; ++i) write(config_, i, i % 2 == 0 ? 4 : 0);
   make(config_);
   EXPECT_EQ(counts(), (Counts{{4, 50}}));
   EXPECT_EQ(lines().size(), 50u);

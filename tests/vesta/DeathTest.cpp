@@ -40,7 +40,9 @@ const Kind kKinds[] = {
     {"replace", 1, 1, 7, kRows, kEveryWrite & ~kInsertion},
     {"remove", 1, 1, 0, kRows, kEveryWrite},
     {"churn", 1000, 2, 7, 400, kEveryWrite | kRebuild},
-    {"take over", 1, 1, 1, 0, kRebuild | range(WriteStep::membersMoved, WriteStep::membersMoved)},
+    {"take over", 1, 1, 1, 0,
+     kRebuild | range(WriteStep::rowHalf, WriteStep::versionSettled) |
+         range(WriteStep::membersMoved, WriteStep::membersMoved)},
 };
 
 template <class Table>
@@ -57,13 +59,16 @@ Model after(const Kind& kind, std::uint64_t changes) {
 
 class Death : public TableTest {
  protected:
-  /// A table whose next change carries sequence 0 and whose next index generations wrap.
+  /// A table whose last row is staged, whose next change carries sequence 0 and whose next index generations
+  /// wrap.
   void prepare() const {
     Vesta::AttachOptions start = options(kCapacity);
     start.firstSequence = Vesta::kSequenceMask - kRows;
     Writer table(start);
     for (std::uint64_t id = 1; id <= kRows; ++id) put(table, id, 1);
     Vesta::Segment& segment = *table.segment().mapping();
+    segment.at(segment.layout().slotAt(kRows - 1)) |=
+        Vesta::kStaged;  // as a dead writer may leave its last row
     const auto which = static_cast<std::uint32_t>(segment.load(Vesta::kIndexAt) & 1);
     segment.store(Vesta::kIndexAt, Vesta::sealed(0xfffffffc | which, Vesta::kIndexAt));
   }

@@ -1,4 +1,5 @@
 // Segments as hostile input: nothing read from one is believed without a check.
+#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
@@ -9,6 +10,17 @@
 #include <set>
 
 #include "Support.h"
+
+namespace VestaTest {
+
+struct RenamedEntry : TestEntry {
+  static constexpr std::string_view kText = "id:u64,stamp:u64,other:u64*3";
+};
+
+}  // namespace VestaTest
+
+template <>
+struct Vesta::Codec<VestaTest::RenamedEntry> : VestaTest::PlainCodec<VestaTest::RenamedEntry> {};
 
 namespace VestaTest {
 namespace {
@@ -241,6 +253,23 @@ TEST_F(TableTest, Hostile_ReplacementThatFails) {
   EXPECT_EQ(child.wait(), 0);
 }
 
+// A reader may be stopped while it holds the lock under which segments are replaced.
+TEST_F(TableTest, Hostile_ReplacementThatWouldHaveToWaitIsLeftToALaterWrite) {
+  const auto table = writer(kCapacity);
+  build(*table);
+  table->segment().mapping()->at(Vesta::kMembersAt) ^= 1;
+  table->segment().mapping()->at(Vesta::kSleepersAt) |= Vesta::kDamageReported;
+  const Vesta::Descriptor folder(open(path().folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Vesta::LockFile lock(folder.get(), "table.lock", "");
+  ASSERT_TRUE(lock.tryLock(Vesta::LockFile::kCreation));
+  const auto before = std::chrono::steady_clock::now();
+  put(*table, 2, 4);
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(2));
+  lock.unlock(Vesta::LockFile::kCreation);
+  put(*table, 2, 5);
+  EXPECT_EQ(reader(kCapacity)->members(), kCapacity);
+}
+
 // A replacement that is damaged as well is no reason to take the keys of the old segment for gone.
 TEST_F(TableTest, Hostile_ReplacementThatIsDamaged) {
   const auto table = writer(kCapacity);
@@ -249,14 +278,18 @@ TEST_F(TableTest, Hostile_ReplacementThatIsDamaged) {
   Model known;
   told(*follower, &known);
   replaceSegment(*table);
-  table->segment().mapping()->at(Vesta::kGenerationAt) ^= 1;
-  for (const bool polls : {false, true}) {
-    const auto look = [&] { polls ? void(told(*follower, &known)) : follower->descriptorReadable(); };
-    EXPECT_THAT(failure(look), ::testing::HasSubstr("header: checksum"));
-    EXPECT_EQ(known.size(), kCapacity);
-    EXPECT_TRUE(readable(follower->wakeDescriptor())) << "for another try";
+  for (const auto& [at, says] : {std::pair(std::size_t{Vesta::kGenerationAt}, "header: checksum"),
+                                 std::pair(Vesta::kStateAt, "state: found")}) {
+    Vesta::Word& word = table->segment().mapping()->at(at);
+    word ^= 1;
+    for (const bool polls : {false, true}) {
+      const auto look = [&] { polls ? void(told(*follower, &known)) : follower->descriptorReadable(); };
+      EXPECT_THAT(failure(look), ::testing::HasSubstr(says));
+      EXPECT_EQ(known.size(), kCapacity);
+      EXPECT_TRUE(readable(follower->wakeDescriptor())) << "for another try";
+    }
+    word ^= 1;
   }
-  table->segment().mapping()->at(Vesta::kGenerationAt) ^= 1;
   told(*follower, &known);
   EXPECT_EQ(known, contents(*table));
 }
@@ -279,6 +312,8 @@ TEST_F(TableTest, Hostile_OtherShapeIsSetAsideByWritersAndRefusedByReadersOfALiv
   put(*small, 1, 1);
   EXPECT_EQ(failure([this] { reader(32); }),
             file() + ": capacity: expected 32, found 16; its writer is process " + std::to_string(getpid()));
+  EXPECT_THAT(failure([this] { Vesta::VestaReader<TestKey, RenamedEntry>(options(kCapacity)); }),
+              ::testing::HasSubstr(": fingerprint: expected "));
   const auto follower = reader(kCapacity);
   told(*follower);
   small.reset();

@@ -27,8 +27,12 @@ TEST_F(TableTest, Rows_WriteVariants) {
     if (met.size() < 3) put(*table, removed.key.id, 0);  // a walk goes on without the row it stands on
   }
   EXPECT_THAT(met, ::testing::UnorderedElementsAre(0, 1, 2));
-  Vesta::IterHint fresh;
-  EXPECT_FALSE(table->next(TestKey{met.back()}, removed, fresh));
+  put(*table, 7, 1);
+  ASSERT_TRUE(table->first(removed, hint));
+  for (const bool more : {true, false}) {
+    Vesta::IterHint fresh;
+    EXPECT_EQ(table->next(removed.key, removed, fresh), more) << "from where the key stands";
+  }
   table->detach();
   EXPECT_THROW(put(*table, met.back(), 1), Cairn::NoPermissionException);
   EXPECT_EQ(stampOf(*table, met.back()), 0u);
