@@ -62,7 +62,7 @@ TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
   child.pass();
   const Vesta::Descriptor fifo(open((path().folder() + "/vesta.table.0").c_str(), O_RDWR | O_NONBLOCK));
   const Vesta::Descriptor schedstat(open(("/proc/" + std::to_string(child.pid()) + "/schedstat").c_str(), 0));
-  const std::uint64_t writes = scaled(200000);
+  const std::uint64_t writes = scaled(1000000);
   for (std::uint64_t i = 1; i <= writes; ++i) {
     if (i % 64 == 0) fill(fifo.get());
     const Nanoseconds before = queued(schedstat);
