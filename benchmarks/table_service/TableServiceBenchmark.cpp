@@ -67,13 +67,14 @@ std::vector<Key> makeKeys(std::size_t count, Keys kind) {
   return keys;
 }
 
-// In which order they are asked for: each block visits every key equally often. A turn goes through it a few
-// times, so that what it finds in the caches is its own and not the other side's.
+// Keys as they are asked for: in the order in which they were written, or in any order, which shows the caches
+// rather than the table. Each block visits every key equally often. A turn goes through it a few times, so that
+// what it finds in the caches is its own and not the other side's.
 constexpr int kPasses = 4;
-std::vector<Key> shuffledBlock(const std::vector<Key>& keys) {
+std::vector<Key> makeBlock(const std::vector<Key>& keys, bool shuffled) {
   std::vector<Key> block;
   while (block.size() < kBlock) block.insert(block.end(), keys.begin(), keys.end());
-  std::shuffle(block.begin(), block.end(), std::mt19937_64(11));
+  if (shuffled) std::shuffle(block.begin(), block.end(), std::mt19937_64(11));
   return block;
 }
 
@@ -160,7 +161,7 @@ std::uint64_t lookUpInTable(Reader& table, const std::vector<Key>& block) {
 void lookup(benchmark::State& state) {
   const Folder folder;
   const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), static_cast<Keys>(state.range(1)));
-  const auto block = shuffledBlock(keys);
+  const auto block = makeBlock(keys, state.range(2) != 0);
   Writer table(folder.options());
   for (const Key& key : keys) table.write({key, makeEntry(key, 1)}, false);
   Reader reader(folder.options());
@@ -174,7 +175,7 @@ void lookup(benchmark::State& state) {
 void lookupBesideWriter(benchmark::State& state) {
   const Folder folder;
   const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), Keys::consecutive);
-  const auto block = shuffledBlock(keys);
+  const auto block = makeBlock(keys, true);
   { Writer filling(folder.options()); }
   const pid_t child = fork();
   if (child == 0) {
@@ -247,7 +248,7 @@ class ByHand {
 void writeExisting(benchmark::State& state) {
   const Folder folder;
   const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), static_cast<Keys>(state.range(1)));
-  const auto block = shuffledBlock(keys);
+  const auto block = makeBlock(keys, state.range(2) != 0);
   Writer table(folder.options());
   for (const Key& key : keys) table.write({key, makeEntry(key, 1)}, false);
   Reader reader(folder.options());
@@ -359,9 +360,16 @@ void memory(benchmark::State& state) {
   }
 }
 
-BENCHMARK(lookup)->Args({64, 0})->Args({8192, 0})->Args({8192, 1})->UseManualTime();
+void kinds(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"rows", "alike", "shuffled"})->UseManualTime();
+  for (const bool shuffled : {false, true}) {
+    benchmark->Args({64, 0, shuffled})->Args({8192, 0, shuffled})->Args({8192, 1, shuffled});
+  }
+}
+
+BENCHMARK(lookup)->Apply(kinds);
 BENCHMARK(lookupBesideWriter)->Arg(64)->Arg(8192)->UseManualTime();
-BENCHMARK(writeExisting)->Args({64, 0})->Args({8192, 0})->Args({8192, 1})->UseManualTime();
+BENCHMARK(writeExisting)->Apply(kinds);
 BENCHMARK(churn)->UseManualTime();
 BENCHMARK(attach)->ArgName("writer")->Arg(0)->Arg(1)->UseManualTime();
 BENCHMARK(follow)->UseManualTime();
