@@ -67,9 +67,9 @@ std::vector<Key> makeKeys(std::size_t count, Keys kind) {
   return keys;
 }
 
-// Keys as they are asked for: in the order in which they were written, or in any order, which shows the caches
-// rather than the table. Each block visits every key equally often. A turn goes through it a few times, so that
-// what it finds in the caches is its own and not the other side's.
+// Keys as they are asked for: in the order in which they were written, or in any order, which shows the
+// caches rather than the table. Each block visits every key equally often. A turn goes through it a few
+// times, so that what it finds in the caches is its own and not the other side's.
 constexpr int kPasses = 4;
 std::vector<Key> makeBlock(const std::vector<Key>& keys, bool shuffled) {
   std::vector<Key> block;
