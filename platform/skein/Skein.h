@@ -69,7 +69,7 @@ class Message {
     if (ring_ == nullptr) return;
     const auto used = static_cast<std::size_t>(at_ - begin_);
     const std::size_t bytes = Braid::alignedBytes(used);
-    // Made in its place: copied there, it would be read back in other pieces than it was written in.
+    // Made in its place: a copy of one made aside would wait for the stores that made it.
     new (begin_) Braid::RecordHeader{ring_->head(), ticks_, site_, static_cast<std::uint16_t>(bytes),
                                      static_cast<std::uint16_t>(used - sizeof(Braid::RecordHeader))};
     ring_->publish(bytes, ticks_);

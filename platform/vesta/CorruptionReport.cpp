@@ -140,13 +140,14 @@ std::string setAside(const RootPath& path) {
   }
 }
 
-// The highest number of a report there is, or 0.
+// The highest number of a report that can be seen, or 0.
 unsigned long highestReport(const RootPath& path) {
   const std::string prefix = path.collection() + ".report.";
   unsigned long highest = 0;
   std::error_code failed;
-  for (const auto& file : std::filesystem::directory_iterator(path.folder(), failed)) {
-    const std::string name = file.path().filename();
+  for (std::filesystem::directory_iterator file(path.folder(), failed), end; file != end && !failed;
+       file.increment(failed)) {
+    const std::string name = file->path().filename();
     if (!name.starts_with(prefix)) continue;
     highest = std::max(highest, std::strtoul(name.c_str() + prefix.size(), nullptr, 10));
   }
@@ -163,8 +164,8 @@ std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const Root
   if (const std::string aside = setAside(path); !aside.empty()) {
     text += "set aside: " + aside + "\n" + segmentText(aside, message);
   }
+  const std::string reports = path.text() + ".report.";
   for (unsigned long number = highestReport(path) + 1;; ++number) {
-    const std::string reports = path.text() + ".report.";
     const std::string name = reports + std::to_string(number);
     const Descriptor file(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file && errno == EEXIST) continue;

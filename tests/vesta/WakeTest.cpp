@@ -36,8 +36,7 @@ Nanoseconds queued(const Vesta::Descriptor& schedstat) {
 
 // One write at a time, each against a reader that has just gone to sleep or is about to, now and then with
 // its FIFO full. A lost wake-up would leave the reader asleep for ever, since nothing else wakes it. It may
-// take 100 ms, without the time in which the scheduler had it wait for its turn. TOLMAR_LONG_TESTS=5 makes it
-// a million writes.
+// take 100 ms, without the time in which the scheduler had it wait for its turn.
 TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
   const auto table = writer();
   auto& handled = sharedCount(0);
