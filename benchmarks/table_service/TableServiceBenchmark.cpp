@@ -67,10 +67,12 @@ std::vector<Key> makeKeys(std::size_t count, Keys kind) {
   return keys;
 }
 
+// Tables are full, so that the small one differs from the large one in nothing but its size.
+//
 // Keys as they are asked for: in the order in which they were written, or in any order, which shows the
-// caches rather than the table. Each block visits every key equally often. A turn goes through it a few
+// caches rather than the table. Each block visits every key equally often. A turn goes through it many
 // times, so that what it finds in the caches is its own and not the other side's.
-constexpr int kPasses = 4;
+constexpr int kPasses = 16;
 std::vector<Key> makeBlock(const std::vector<Key>& keys, bool shuffled) {
   std::vector<Key> block;
   while (block.size() < kBlock) block.insert(block.end(), keys.begin(), keys.end());
@@ -160,11 +162,12 @@ std::uint64_t lookUpInTable(Reader& table, const std::vector<Key>& block) {
 
 void lookup(benchmark::State& state) {
   const Folder folder;
+  const Vesta::AttachOptions options = folder.options(static_cast<std::uint32_t>(state.range(0)));
   const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), static_cast<Keys>(state.range(1)));
   const auto block = makeBlock(keys, state.range(2) != 0);
-  Writer table(folder.options());
+  Writer table(options);
   for (const Key& key : keys) table.write({key, makeEntry(key, 1)}, false);
-  Reader reader(folder.options());
+  Reader reader(options);
   const Map map = makeMap(keys);
   compare(
       state, kPasses * block.size(), [&] { benchmark::DoNotOptimize(lookUpInTable(reader, block)); },
@@ -174,17 +177,18 @@ void lookup(benchmark::State& state) {
 // Another process rewrites all rows at full speed.
 void lookupBesideWriter(benchmark::State& state) {
   const Folder folder;
+  const Vesta::AttachOptions options = folder.options(static_cast<std::uint32_t>(state.range(0)));
   const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), Keys::consecutive);
   const auto block = makeBlock(keys, true);
-  { Writer filling(folder.options()); }
+  { Writer filling(options); }
   const pid_t child = fork();
   if (child == 0) {
-    Writer table(folder.options());
+    Writer table(options);
     for (std::uint64_t stamp = 1;; ++stamp) {
       for (const Key& key : keys) table.write({key, makeEntry(key, stamp)}, false);
     }
   }
-  Reader reader(folder.options());
+  Reader reader(options);
   while (reader.members() < keys.size()) {
   }
   const Map map = makeMap(keys);
@@ -201,11 +205,13 @@ class ByHand {
   static constexpr std::size_t kKeyWords = 1;
   static constexpr std::size_t kWords = 6;
 
-  explicit ByHand(const std::vector<Key>& keys) : index_(16384), slots_(8192), log_(16384) {
+  // `keys`: a power of two of them, which fill it.
+  explicit ByHand(const std::vector<Key>& keys)
+      : mask_(2 * keys.size() - 1), index_(mask_ + 1), slots_(keys.size()), log_(mask_ + 1) {
     for (const Key& key : keys) {
       const auto slot = static_cast<std::uint32_t>(used_++);
-      std::size_t at = Vesta::hashOf(&key.l3Iif, kKeyWords) & 16383;
-      while (index_[at] != 0) at = (at + 1) & 16383;
+      std::size_t at = Vesta::hashOf(&key.l3Iif, kKeyWords) & mask_;
+      while (index_[at] != 0) at = (at + 1) & mask_;
       index_[at] = slot + 1;
       slots_[slot].row[0] = key.l3Iif;
     }
@@ -214,11 +220,11 @@ class ByHand {
     Word row[kWords] = {};
     Vesta::Codec<Key>::encode(key, reinterpret_cast<std::uint8_t*>(row));
     Vesta::Codec<Entry>::encode(entry, reinterpret_cast<std::uint8_t*>(row + kKeyWords));
-    std::size_t at = Vesta::hashOf(row, kKeyWords) & 16383;
-    while (slots_[index_[at] - 1].row[0] != row[0]) at = (at + 1) & 16383;
+    std::size_t at = Vesta::hashOf(row, kKeyWords) & mask_;
+    while (slots_[index_[at] - 1].row[0] != row[0]) at = (at + 1) & mask_;
     Slot& slot = slots_[index_[at] - 1];
     ++sequence_;
-    Record& record = log_[sequence_ & 16383];
+    Record& record = log_[sequence_ & mask_];
     record.sequence = sequence_;
     record.key = row[0];
     record.check = Cairn::checksum(&record, 16);
@@ -237,6 +243,7 @@ class ByHand {
     Word key;
     Word check;
   };
+  std::size_t mask_;
   std::vector<std::uint32_t> index_;
   std::vector<Slot> slots_;
   std::vector<Record> log_;
@@ -247,11 +254,12 @@ class ByHand {
 
 void writeExisting(benchmark::State& state) {
   const Folder folder;
+  const Vesta::AttachOptions options = folder.options(static_cast<std::uint32_t>(state.range(0)));
   const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), static_cast<Keys>(state.range(1)));
   const auto block = makeBlock(keys, state.range(2) != 0);
-  Writer table(folder.options());
+  Writer table(options);
   for (const Key& key : keys) table.write({key, makeEntry(key, 1)}, false);
-  Reader reader(folder.options());
+  Reader reader(options);
   ByHand byHand(keys);
   std::uint64_t stamp = 1;
   const auto rewrite = [&](const auto& write) {

@@ -33,7 +33,8 @@ Layout::Layout(const Shape& of) : shape(of) {
   cells = std::bit_ceil(std::max(2 * shape.capacity, 16u));
   records = std::bit_ceil(std::max(2 * shape.capacity, 16u));
   recordWords = sizes().record();
-  stagingAt = kTablesAt + 2 * std::size_t{cells};
+  shortcutsAt = kTablesAt + 2 * std::size_t{cells};
+  stagingAt = shortcutsAt + cells / 2;
   slotsAt = stagingAt + wholeLines(1 + rowWords);
   logAt = slotAt(shape.capacity);
   words = roundUp(logAt + std::size_t{records} * recordWords, kPageWords);

@@ -1,7 +1,7 @@
 // Where everything stands in a segment; docs/segment_format.md draws it. One page for the header, which never
 // changes after creation, one that only the writer writes, one that only readers write, then the two indexes,
-// the staging row, the slots and the change log. Offsets are in words of 8 bytes from the start of the
-// segment.
+// the shortcuts, the staging row, the slots and the change log. Offsets are in words of 8 bytes from the
+// start of the segment.
 #pragma once
 
 #include <cstddef>
@@ -38,7 +38,7 @@ enum HeaderWord : std::size_t {
   kHeaderWords
 };
 constexpr Word kMagic = 0x31545345'564c4f54u;  // "TOLVEST1" in memory
-constexpr Word kLayoutVersion = 3;
+constexpr Word kLayoutVersion = 4;
 
 // Writer's page: one cache line each.
 constexpr std::size_t kSequenceAt = kPageWords;                    // of the newest published change
@@ -76,6 +76,7 @@ constexpr std::uint32_t cellSlot(std::uint32_t value) { return value & ((1u << k
 constexpr bool sameTag(std::uint32_t value, Word hash) {
   return (value >> kSlotBits & 1023) == static_cast<std::uint32_t>(hash >> 54);
 }
+constexpr std::uint32_t kEmptyCell = 0;
 constexpr std::uint32_t kMarkCell = 1u << 30;
 
 /// Sizes of a row, in words. Known to the compiler where the record types are, so that rows move without
@@ -120,7 +121,8 @@ struct Layout {
   std::uint32_t cells;     // of each index; a power of two, at least twice the capacity
   std::uint32_t records;   // of the log; a power of two, at least twice the capacity
   std::uint32_t recordWords;
-  std::size_t stagingAt;  // a checksum and a row
+  std::size_t shortcutsAt;  // the current index's values once more, of 4 bytes each and without seals
+  std::size_t stagingAt;    // a checksum and a row
   std::size_t slotsAt;
   std::size_t logAt;
   std::size_t words;

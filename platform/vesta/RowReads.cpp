@@ -11,7 +11,7 @@ RowReads::RowReads(std::shared_ptr<Segment> segment)
     : segment_(std::move(segment)),
       layout_(segment_->layout()),
       words_(&segment_->at(0)),
-      indexes_{words_ + layout_.indexAt(0), words_ + layout_.indexAt(1)},
+      shortcuts_(reinterpret_cast<const std::uint32_t*>(words_ + layout_.shortcutsAt)),
       slots_(words_ + layout_.slotsAt),
       cellMask_(layout_.cells - 1) {}
 

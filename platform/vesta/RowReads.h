@@ -26,6 +26,9 @@ class RowReads {
   template <class Sizes>
   bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot);
   bool lookup(const Word* key, Word* row, std::uint32_t& slot) { return lookup(sizes(), key, row, slot); }
+  /// The slot that a key of this hash probably has, for whoever can tell whether it does; kNone when the
+  /// index has to be asked.
+  std::uint32_t shortcut(Word hash) const;
   /// Copies the first row at `slot` or after it out and moves `slot` to it; false when there is none.
   bool rowFrom(std::uint32_t& slot, Word* row);
   /// Copies what `slot` holds, row or not. Returns its version.
@@ -83,7 +86,7 @@ class RowReads {
   std::shared_ptr<Segment> segment_;
   const Layout layout_;
   Word* const words_;  // the segment's; not owned, and so those that follow
-  const Word* const indexes_[2];
+  const std::uint32_t* const shortcuts_;
   const Word* const slots_;
   const std::uint32_t cellMask_;
   std::chrono::milliseconds yieldTime_{kDefaultYieldTime};
@@ -143,25 +146,31 @@ Word RowReads::readSlot(const Sizes& sizes, std::uint32_t slot, Word* row) {
   }
 }
 
-// The common case without detours: down the chain to the first cell with the key's tag, and that names its
-// row. A row that is right proves itself, so nothing else is asked; with any doubt the whole protocol
-// decides.
+// Down the chain to the first value with the hash's tag, or to its end. Shortcuts carry no check: whatever
+// they say, the slot is one of the table's, and only its row can prove that it is the one.
+inline std::uint32_t RowReads::shortcut(Word hash) const {
+  const std::uint32_t wanted = usedCell(hash, 0) >> kSlotBits;
+  auto at = static_cast<std::uint32_t>(hash);
+  std::uint32_t value = loadAcquire(shortcuts_[at & cellMask_]);
+  for (int i = 0; i < 8 && value >> kSlotBits != wanted && value != kEmptyCell; ++i) {
+    value = loadAcquire(shortcuts_[++at & cellMask_]);
+  }
+  const bool fits = value >> kSlotBits == wanted && cellSlot(value) < layout_.shape.capacity;
+  return fits ? cellSlot(value) : kNone;
+}
+
+// The common case without detours. A row that is right proves itself, so nothing else is asked; with any
+// doubt the whole protocol decides.
 template <class Sizes>
 [[gnu::always_inline]] inline bool RowReads::lookup(const Sizes& sizes, const Word* key, Word* row,
                                                     std::uint32_t& slot) {
   const Word hash = hashOf(key, sizes.keyWords);
-  const Word* cells = indexes_[loadAcquire(words_[kIndexAt]) & 1];
-  const std::uint32_t wanted = usedCell(hash, 0) >> kSlotBits;
-  auto at = static_cast<std::uint32_t>(hash);
-  auto value = static_cast<std::uint32_t>(loadAcquire(cells[at & cellMask_]));
-  for (int i = 0; i < 8 && value >> kSlotBits != wanted; ++i) {
-    value = static_cast<std::uint32_t>(loadAcquire(cells[++at & cellMask_]));
-  }
-  if (value >> kSlotBits == wanted && cellSlot(value) < layout_.shape.capacity) [[likely]] {
-    const Copied copied = copyOut(sizes, cellSlot(value), row);
+  const std::uint32_t probable = shortcut(hash);
+  if (probable != kNone) [[likely]] {
+    const Copied copied = copyOut(sizes, probable, row);
     if (copied.stoodStill && copied.passes() && isOccupied(row[0]) && sameKey(sizes, row + 1, key))
         [[likely]] {
-      slot = cellSlot(value);
+      slot = probable;
       return true;
     }
     retries_ += copied.stoodStill ? 0 : 1;

@@ -49,6 +49,7 @@ void RowWrites::putCell(std::uint32_t cell, std::uint32_t value) {
   if (cellState(static_cast<std::uint32_t>(segment_.load(at))) == CellState::empty) ++cellsTaken_;
   segment_.store(at, sealed(value, at));
   step(WriteStep::cellMoved);
+  storeRelease(shortcuts_[cell], value);
 }
 
 // A cell whose successor is empty ends every chain through it, so it may become empty itself, and so may the
@@ -63,13 +64,14 @@ void RowWrites::takeCell(std::uint32_t cell) {
     return isSealed(word, base + at) ? cellState(static_cast<std::uint32_t>(word)) : CellState::used;
   };
   const auto put = [&](std::uint32_t at, std::uint32_t value) {
+    storeRelease(shortcuts_[at], value);
     segment_.store(base + at, sealed(value, base + at));
   };
   if (state((cell + 1) & mask) != CellState::empty) {
     put(cell, kMarkCell);
   } else {
     do {
-      put(cell, 0);
+      put(cell, kEmptyCell);
       --cellsTaken_;
       cell = (cell - 1) & mask;
     } while (state(cell) == CellState::mark);
@@ -89,7 +91,7 @@ void RowWrites::rebuildIndex() {
   const unsigned spare = 1 - index_;
   const std::size_t base = layout_.indexAt(spare);
   const std::uint32_t mask = layout_.cells - 1;
-  for (std::size_t at = base; at < base + layout_.cells; ++at) segment_.store(at, sealed(0, at));
+  for (std::size_t at = base; at < base + layout_.cells; ++at) segment_.store(at, sealed(kEmptyCell, at));
   step(WriteStep::rebuildCleared);
   cellsTaken_ = 0;
   std::vector<std::uint32_t> filled(
@@ -113,6 +115,7 @@ void RowWrites::rebuildIndex() {
   segment_.store(kIndexAt, sealed(indexGeneration_ << 1 | index_, kIndexAt));
   ++indexRebuilds_;
   step(WriteStep::rebuildSwitched);
+  for (std::uint32_t cell = 0; cell < layout_.cells; ++cell) storeRelease(shortcuts_[cell], filled[cell]);
 }
 
 }  // namespace Vesta

@@ -56,6 +56,11 @@ class RowWrites {
   void putSlot(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied);
   template <class Sizes>
   void settle(const Sizes& sizes, const Word* row, std::uint32_t slot, Word check);
+  template <class Sizes>
+  bool holds(const Sizes& sizes, std::uint32_t slot, const Word* key) const {
+    const Word* words = words_ + layout_.slotAt(sizes, slot);
+    return isOccupied(words[0]) && RowReads::sameKey(sizes, words + 2, key);
+  }
   void putCell(std::uint32_t cell, std::uint32_t value);
   void takeCell(std::uint32_t cell);
   void membersIs(std::size_t members);
@@ -65,7 +70,8 @@ class RowWrites {
   RowReads reads_;
   Segment& segment_;
   const Layout layout_;
-  Word* const words_;  // the segment's; not owned
+  Word* const words_;  // the segment's; not owned, and so the next
+  std::uint32_t* const shortcuts_;
   Word sequence_ = 0;
   std::size_t members_ = 0;
   unsigned index_ = 0;
@@ -80,7 +86,9 @@ class RowWrites {
 template <class Sizes>
 bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
   const Word hash = hashOf(row + 1, sizes.keyWords);
-  RowReads::Probe place = find(sizes, row + 1, hash);
+  RowReads::Probe place{reads_.shortcut(hash), RowReads::kNone};
+  if (place.slot == RowReads::kNone || !holds(sizes, place.slot, row + 1)) [[unlikely]]
+    place = find(sizes, row + 1, hash);
   const bool isNew = place.slot == RowReads::kNone;
   if (isNew) [[unlikely]] {
     if (onlyIfPresent) return false;
@@ -100,8 +108,7 @@ bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
 template <class Sizes>
 RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) {
   return reads_.probe(index_, hash, [&](std::uint32_t slot) {
-    const Word* words = words_ + layout_.slotAt(sizes, slot);
-    if (isOccupied(words[0]) && RowReads::sameKey(sizes, words + 2, key)) [[likely]]
+    if (holds(sizes, slot, key)) [[likely]]
       return true;
     reads_.readSlot(slot, scratch_.data());
     return false;

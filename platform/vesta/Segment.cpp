@@ -75,7 +75,8 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation) {
   words[kIndexAt] = sealed(0, kIndexAt);
   words[kStateAt] = kLive;
   words[kWriterPidAt] = sealed(0, kWriterPidAt);
-  for (std::size_t cell = kTablesAt; cell < layout.stagingAt; ++cell) words[cell] = sealed(0, cell);
+  for (std::size_t cell = kTablesAt; cell < layout.shortcutsAt; ++cell)
+    words[cell] = sealed(kEmptyCell, cell);
   const Word vacant = makeVersion(firstSequence, false);
   std::vector<Word> row(1 + layout.rowWords);
   row[0] = vacant;

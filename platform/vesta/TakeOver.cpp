@@ -10,6 +10,7 @@ RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
       segment_(reads_.segment()),
       layout_(segment_.layout()),
       words_(&segment_.at(0)),
+      shortcuts_(reinterpret_cast<std::uint32_t*>(words_ + layout_.shortcutsAt)),
       scratch_(1 + layout_.rowWords) {
   known_.resize(layout_.shape.capacity);
   free_.reserve(layout_.shape.capacity);  // a removal must not fail half-way

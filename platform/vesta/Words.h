@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 
 #include "cairn/Hash.h"
@@ -17,11 +18,13 @@ namespace Vesta {
 
 using Word = std::uint64_t;
 
-inline Word loadAcquire(const Word& word) noexcept {
-  return std::atomic_ref<Word>(const_cast<Word&>(word)).load(std::memory_order_acquire);
+template <class Number>
+Number loadAcquire(const Number& from) noexcept {
+  return std::atomic_ref<Number>(const_cast<Number&>(from)).load(std::memory_order_acquire);
 }
-inline void storeRelease(Word& word, Word value) noexcept {
-  std::atomic_ref<Word>(word).store(value, std::memory_order_release);
+template <class Number>
+void storeRelease(Number& to, std::type_identity_t<Number> value) noexcept {
+  std::atomic_ref<Number>(to).store(value, std::memory_order_release);
 }
 
 // Change sequences count writes and removals in 62 bits and may wrap: they are compared by distance.

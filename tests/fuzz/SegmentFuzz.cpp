@@ -87,7 +87,7 @@ void makeChecksRight(Words& words) {
     words[at] = Vesta::sealed(static_cast<std::uint32_t>(words[at]), at);
   };
   for (const std::size_t at : {Vesta::kMembersAt, Vesta::kIndexAt, Vesta::kWriterPidAt}) seal(at);
-  for (std::size_t cell = kLayout.indexAt(0); cell < kLayout.stagingAt; ++cell) seal(cell);
+  for (std::size_t cell = kLayout.indexAt(0); cell < kLayout.shortcutsAt; ++cell) seal(cell);
   for (std::uint32_t slot = 0; slot < kCapacity; ++slot) {
     const Vesta::Word version = words[kLayout.slotAt(slot)];
     const std::size_t stored = Vesta::isStaged(version) ? kLayout.stagingAt : kLayout.slotAt(slot) + 1;

@@ -62,8 +62,14 @@ std::size_t expectRightOrAnError(Table& table, const Model& model) {
   return errors;
 }
 
+/// The shortcuts of a segment, two in a word.
+std::vector<Vesta::Word> shortcutsOf(Vesta::Segment& segment) {
+  return {&segment.at(segment.layout().shortcutsAt), &segment.at(segment.layout().stagingAt)};
+}
+
 // Each bit of each word flipped, each word zeroed and set to its maximum, under a reader; some of it also
-// under a follower with ten changes pending and before someone attaches.
+// under a follower with ten changes pending and before someone attaches. What stands before the shortcuts is
+// damaged while there are none, since readers would not come by it.
 TEST_F(TableTest, Hostile_EveryWordDamagedIsRightOrAnError) {
   const auto table = writer(kCapacity);
   const Model model = build(*table);
@@ -71,10 +77,13 @@ TEST_F(TableTest, Hostile_EveryWordDamagedIsRightOrAnError) {
   const auto looking = reader(kCapacity);
   std::size_t seenInRows = 0;
   std::size_t seenInLog = 0;
+  const auto shortcuts = shortcutsOf(segment);
+  std::fill_n(&segment.at(segment.layout().shortcutsAt), shortcuts.size(), 0);
   for (std::size_t at = 0; at < segment.layout().words * 66 && !HasFailure(); ++at) {
     const std::size_t word = at / 66;
     const std::size_t bit = at % 66;
     SCOPED_TRACE("word " + std::to_string(word) + " bit " + std::to_string(bit));
+    if (word == segment.layout().shortcutsAt && bit == 0) std::ranges::copy(shortcuts, &segment.at(word));
     const bool follows = bit >= 64 || bit == word % 64;
     auto following = follows ? std::make_unique<Reader>(observer(kCapacity)) : nullptr;
     Ids pending;
@@ -138,6 +147,50 @@ TEST_F(TableTest, Hostile_WriterThatMeetsDamageFinishesItsChange) {
       // a cell that the writer did not come by: it is told, and replaces the segment at its next write
     }
     put(*table, id, ++model[id]);
+    EXPECT_EQ(contents(*reader(kCapacity)), model);
+  }
+}
+
+// They say at all times what the index says. When they say anything else, whoever follows them is led to a
+// row that proves to be another one, and asks the index.
+TEST_F(TableTest, Hostile_ShortcutsCostNothingButTime) {
+  const auto table = writer(kCapacity);
+  Model model = build(*table);
+  for (std::uint64_t id = 200; id < 300; ++id) {
+    put(*table, model.begin()->first, 0);
+    model.erase(model.begin());
+    put(*table, id, 1);
+    put(model, id, 1);
+  }
+  EXPECT_GT(table->writerCounters().indexRebuilds, 0u);
+  Vesta::Segment& segment = *table->segment().mapping();
+  const auto looking = reader(kCapacity);
+  const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
+  auto* const shortcuts = reinterpret_cast<std::uint32_t*>(&segment.at(segment.layout().shortcutsAt));
+  const std::size_t cells = segment.layout().cells;
+  for (std::size_t cell = 0; cell < cells; ++cell) {
+    EXPECT_EQ(shortcuts[cell], segment.unsealed(index + cell, "index cell")) << cell;
+  }
+  const std::function<void()> damages[] = {
+      [&] { std::fill_n(shortcuts, cells, 0); }, [&] { std::fill_n(shortcuts, cells, 0xffffffff); },
+      [&] { std::rotate(shortcuts, shortcuts + 1, shortcuts + cells); },
+      [&] { std::transform(shortcuts, shortcuts + cells, shortcuts, [](auto value) { return value ^ 1; }); },
+      [&] {
+        std::transform(shortcuts, shortcuts + cells, shortcuts, [](auto value) { return value | 0xfffff; });
+      }};
+  for (const auto& damage : damages) {
+    SCOPED_TRACE(&damage - damages);
+    const Model before = model;
+    damage();
+    EXPECT_EQ(expectRightOrAnError(*looking, model), 0u);
+    EXPECT_EQ(expectRightOrAnError(*table, model), 0u);
+    for (const auto& [id, stamp] : before) {
+      put(*table, id, ++model[id]);
+      put(*table, id, 0);
+      EXPECT_EQ(stampOf(*looking, id), 0u);
+      put(*table, id, model[id]);
+    }
+    EXPECT_EQ(expectRightOrAnError(*looking, model), 0u);
     EXPECT_EQ(contents(*reader(kCapacity)), model);
   }
 }
