@@ -39,8 +39,9 @@ struct Folder {
     if (mkdtemp(path.data()) == nullptr) std::abort();
   }
   ~Folder() { std::filesystem::remove_all(path); }
-  Vesta::AttachOptions options(std::uint32_t capacity = 8192) const {
-    return {.path = Vesta::RootPath(path, "bench/place", "table"), .capacity = capacity};
+  Vesta::AttachOptions options(std::int64_t capacity = 8192) const {
+    return {.path = Vesta::RootPath(path, "bench/place", "table"),
+            .capacity = static_cast<std::uint32_t>(capacity)};
   }
 };
 
@@ -67,8 +68,6 @@ std::vector<Key> makeKeys(std::size_t count, Keys kind) {
   return keys;
 }
 
-// Tables are full, so that the small one differs from the large one in nothing but its size.
-//
 // Keys as they are asked for: in the order in which they were written, or in any order, which shows the
 // caches rather than the table. Each block visits every key equally often. A turn goes through it many
 // times, so that what it finds in the caches is its own and not the other side's.
@@ -160,24 +159,35 @@ std::uint64_t lookUpInTable(Reader& table, const std::vector<Key>& block) {
   return sum;
 }
 
+// Full, so that a small table differs from a large one in nothing but its size.
+struct FullTable {
+  explicit FullTable(const benchmark::State& state)
+      : keys(makeKeys(static_cast<std::size_t>(state.range(0)), static_cast<Keys>(state.range(1)))),
+        block(makeBlock(keys, state.range(2) != 0)),
+        writer(folder.options(state.range(0))),
+        reader(folder.options(state.range(0))) {
+    for (const Key& key : keys) writer.write({key, makeEntry(key, 1)}, false);
+  }
+  Folder folder;
+  std::vector<Key> keys;
+  std::vector<Key> block;
+  Writer writer;
+  Reader reader;
+};
+
 void lookup(benchmark::State& state) {
-  const Folder folder;
-  const Vesta::AttachOptions options = folder.options(static_cast<std::uint32_t>(state.range(0)));
-  const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), static_cast<Keys>(state.range(1)));
-  const auto block = makeBlock(keys, state.range(2) != 0);
-  Writer table(options);
-  for (const Key& key : keys) table.write({key, makeEntry(key, 1)}, false);
-  Reader reader(options);
-  const Map map = makeMap(keys);
+  FullTable table(state);
+  const Map map = makeMap(table.keys);
   compare(
-      state, kPasses * block.size(), [&] { benchmark::DoNotOptimize(lookUpInTable(reader, block)); },
-      [&] { benchmark::DoNotOptimize(lookUpInMap(map, block)); });
+      state, kPasses * table.block.size(),
+      [&] { benchmark::DoNotOptimize(lookUpInTable(table.reader, table.block)); },
+      [&] { benchmark::DoNotOptimize(lookUpInMap(map, table.block)); });
 }
 
 // Another process rewrites all rows at full speed.
 void lookupBesideWriter(benchmark::State& state) {
   const Folder folder;
-  const Vesta::AttachOptions options = folder.options(static_cast<std::uint32_t>(state.range(0)));
+  const Vesta::AttachOptions options = folder.options(state.range(0));
   const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), Keys::consecutive);
   const auto block = makeBlock(keys, true);
   { Writer filling(options); }
@@ -253,24 +263,18 @@ class ByHand {
 };
 
 void writeExisting(benchmark::State& state) {
-  const Folder folder;
-  const Vesta::AttachOptions options = folder.options(static_cast<std::uint32_t>(state.range(0)));
-  const auto keys = makeKeys(static_cast<std::size_t>(state.range(0)), static_cast<Keys>(state.range(1)));
-  const auto block = makeBlock(keys, state.range(2) != 0);
-  Writer table(options);
-  for (const Key& key : keys) table.write({key, makeEntry(key, 1)}, false);
-  Reader reader(options);
-  ByHand byHand(keys);
+  FullTable table(state);
+  ByHand byHand(table.keys);
   std::uint64_t stamp = 1;
   const auto rewrite = [&](const auto& write) {
     for (int pass = 0; pass < kPasses; ++pass) {
-      for (const Key& key : block) write(key, makeEntry(key, ++stamp));
+      for (const Key& key : table.block) write(key, makeEntry(key, ++stamp));
     }
   };
   compare(
-      state, kPasses * block.size(),
+      state, kPasses * table.block.size(),
       [&] { rewrite([&](const Key& key, const Entry& entry) {
-              table.write({key, entry}, false);
+              table.writer.write({key, entry}, false);
             }); },
       [&] { rewrite([&](const Key& key, const Entry& entry) { byHand.write(key, entry); }); });
 }
