@@ -146,8 +146,8 @@ Word RowReads::readSlot(const Sizes& sizes, std::uint32_t slot, Word* row) {
   }
 }
 
-// Down the chain to the first value with the hash's tag, or to its end. Shortcuts carry no check: whatever
-// they say, the slot is one of the table's, and only its row can prove that it is the one.
+// Down the chain to the first value with the hash's tag; not beyond its end, and not far. Shortcuts carry no
+// check: whatever they say, the slot is one of the table's, and only its row can prove that it is the one.
 inline std::uint32_t RowReads::shortcut(Word hash) const {
   const std::uint32_t wanted = usedCell(hash, 0) >> kSlotBits;
   auto at = static_cast<std::uint32_t>(hash);

@@ -21,7 +21,7 @@ void RowWrites::prepareInsertion(RowReads::Probe& place, const Word* key, Word h
 
 void RowWrites::finishInsertion(const RowReads::Probe& place, Word hash) {
   free_.pop_back();
-  known_[place.slot] = {hash, true};
+  known_[place.slot] = hash | kKnown;
   putCell(place.cell, usedCell(hash, place.slot));
   membersIs(members_ + 1);
 }
@@ -36,7 +36,7 @@ bool RowWrites::remove(const Word* key) {
   step(WriteStep::begun);
   putRecord(reads_.sizes(), scratch_.data(), found.slot, false);
   putSlot(reads_.sizes(), scratch_.data(), found.slot, false);
-  known_[found.slot].occupied = false;
+  known_[found.slot] = 0;
   free_.push_back(found.slot);
   takeCell(found.cell);
   membersIs(members_ - 1);
@@ -44,6 +44,7 @@ bool RowWrites::remove(const Word* key) {
   return true;
 }
 
+// A shortcut is put after its cell and taken before it, so that it never names what the index does not.
 void RowWrites::putCell(std::uint32_t cell, std::uint32_t value) {
   const std::size_t at = layout_.indexAt(index_) + cell;
   if (cellState(static_cast<std::uint32_t>(segment_.load(at))) == CellState::empty) ++cellsTaken_;
@@ -93,23 +94,24 @@ void RowWrites::rebuildIndex() {
   const std::uint32_t mask = layout_.cells - 1;
   for (std::size_t at = base; at < base + layout_.cells; ++at) segment_.store(at, sealed(kEmptyCell, at));
   step(WriteStep::rebuildCleared);
-  cellsTaken_ = 0;
+  std::uint32_t taken = 0;
   std::vector<std::uint32_t> filled(
       layout_.cells);  // what is read back comes from here, not from the segment
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
     if (slot == layout_.shape.capacity / 2) step(WriteStep::rebuildHalf);
-    if (!known_[slot].occupied) continue;
-    const Word hash = known_[slot].hash;
+    const Word hash = known_[slot];
+    if (hash == 0) continue;
     std::uint32_t at = static_cast<std::uint32_t>(hash) & mask;
     for (; cellState(filled[at]) == CellState::used; at = (at + 1) & mask) {
-      if (known_[cellSlot(filled[at])].hash == hash) [[unlikely]]
+      if (known_[cellSlot(filled[at])] == hash) [[unlikely]]
         requireOtherKey(cellSlot(filled[at]), slot);
     }
     filled[at] = usedCell(hash, slot);
     segment_.store(base + at, sealed(filled[at], base + at));
-    ++cellsTaken_;
+    ++taken;
   }
   step(WriteStep::rebuildFilled);
+  cellsTaken_ = taken;
   index_ = spare;
   indexGeneration_ = (indexGeneration_ + 1) & 0x7fffffff;
   segment_.store(kIndexAt, sealed(indexGeneration_ << 1 | index_, kIndexAt));

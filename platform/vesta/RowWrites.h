@@ -38,10 +38,9 @@ class RowWrites {
   }
 
  private:
-  struct Known {
-    Word hash = 0;
-    bool occupied = false;
-  };
+  // What a slot is known to hold: the key's hash with this bit set, which is neither of its place nor of its
+  // tag; 0 for no row.
+  static constexpr Word kKnown = Word{1} << 40;
 
   void takeOver();
   void requireOtherKey(std::uint32_t slot, std::uint32_t other);
@@ -57,10 +56,7 @@ class RowWrites {
   template <class Sizes>
   void settle(const Sizes& sizes, const Word* row, std::uint32_t slot, Word check);
   template <class Sizes>
-  bool holds(const Sizes& sizes, std::uint32_t slot, const Word* key) const {
-    const Word* words = words_ + layout_.slotAt(sizes, slot);
-    return isOccupied(words[0]) && RowReads::sameKey(sizes, words + 2, key);
-  }
+  bool holds(const Sizes& sizes, std::uint32_t slot, const Word* key, Word hash) const;
   void putCell(std::uint32_t cell, std::uint32_t value);
   void takeCell(std::uint32_t cell);
   void membersIs(std::size_t members);
@@ -78,7 +74,7 @@ class RowWrites {
   std::uint32_t indexGeneration_ = 0;
   std::uint32_t cellsTaken_ = 0;  // cells of the current index that are not empty
   std::uint64_t indexRebuilds_ = 0;
-  std::vector<Known> known_;         // by slot
+  std::vector<Word> known_;          // by slot
   std::vector<std::uint32_t> free_;  // the next to be taken is the last
   std::vector<Word> scratch_;        // one row
 };
@@ -87,7 +83,7 @@ template <class Sizes>
 bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
   const Word hash = hashOf(row + 1, sizes.keyWords);
   RowReads::Probe place{reads_.shortcut(hash), RowReads::kNone};
-  if (place.slot == RowReads::kNone || !holds(sizes, place.slot, row + 1)) [[unlikely]]
+  if (place.slot == RowReads::kNone || !holds(sizes, place.slot, row + 1, hash)) [[unlikely]]
     place = find(sizes, row + 1, hash);
   const bool isNew = place.slot == RowReads::kNone;
   if (isNew) [[unlikely]] {
@@ -103,12 +99,20 @@ bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
   return true;
 }
 
-// A key that is here is found by its bytes alone. One that seems not to be here is believed only after the
-// checksum of every slot that was compared with it.
+// By memory and by the key's bytes, without the checksum: what is in the segment alone, damaged, may look
+// like a row that is not there or like another key's.
+template <class Sizes>
+bool RowWrites::holds(const Sizes& sizes, std::uint32_t slot, const Word* key, Word hash) const {
+  return known_[slot] == (hash | kKnown) &&
+         RowReads::sameKey(sizes, words_ + layout_.slotAt(sizes, slot) + 2, key);
+}
+
+// A key that seems not to be here is believed not to be only after the checksum of every slot that was
+// compared with it.
 template <class Sizes>
 RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) {
   return reads_.probe(index_, hash, [&](std::uint32_t slot) {
-    if (holds(sizes, slot, key)) [[likely]]
+    if (holds(sizes, slot, key, hash)) [[likely]]
       return true;
     reads_.readSlot(slot, scratch_.data());
     return false;

@@ -17,10 +17,10 @@ RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
   takeOver();
 }
 
-// The slots are the truth: index, member count and free slots follow from them. The slot that carries the
-// sequence after the published one is the change that the predecessor died in; its record is in the log,
-// since that is written first, so it only remains to settle its row and to publish it. Without such a slot
-// the change did not take place.
+// The slots are the truth: index, shortcuts, member count and free slots follow from them. The slot that
+// carries the sequence after the published one is the change that the predecessor died in; its record is in
+// the log, since that is written first, so it only remains to settle its row and to publish it. Without such
+// a slot the change did not take place.
 void RowWrites::takeOver() {
   const Word published = segment_.load(kSequenceAt);
   const Word pending = nextSequence(published);
@@ -36,8 +36,8 @@ void RowWrites::takeOver() {
     }
     took = took || sequenceOf(version) == pending;
     if (isStaged(segment_.load(layout_.slotAt(slot)))) staged = slot;
-    known_[slot] = {hashOf(row.data() + 1, layout_.keyWords), isOccupied(version)};
     if (isOccupied(version)) {
+      known_[slot] = hashOf(row.data() + 1, layout_.keyWords) | kKnown;
       ++members;
     } else {
       free_.push_back(slot);

@@ -1,9 +1,9 @@
 // Ordered access to the words of a segment, and the numbers they carry.
 //
-// A segment is an array of 64-bit words, and every word that can change after creation is read and written
-// whole, by the functions here. There are no stand-alone fences: the thread sanitizer does not know them, and
-// none is needed. Rows travel by release stores and acquire loads word by word, so that whoever has seen one
-// word of a newer row also sees that the slot's version has moved.
+// A segment is an array of 64-bit words, its shortcuts one of 32-bit numbers, and whatever can change after
+// creation is read and written whole, by the functions here. There are no stand-alone fences: the thread
+// sanitizer does not know them, and none is needed. Rows travel by release stores and acquire loads word by
+// word, so that whoever has seen one word of a newer row also sees that the slot's version has moved.
 #pragma once
 
 #include <atomic>

@@ -151,8 +151,8 @@ TEST_F(TableTest, Hostile_WriterThatMeetsDamageFinishesItsChange) {
   }
 }
 
-// They say at all times what the index says. When they say anything else, whoever follows them is led to a
-// row that proves to be another one, and asks the index.
+// Between two changes they say what the index says. When they say anything else, whoever follows them is led
+// to a row that proves to be another one, and asks the index.
 TEST_F(TableTest, Hostile_ShortcutsCostNothingButTime) {
   const auto table = writer(kCapacity);
   Model model = build(*table);
@@ -192,6 +192,47 @@ TEST_F(TableTest, Hostile_ShortcutsCostNothingButTime) {
     }
     EXPECT_EQ(expectRightOrAnError(*looking, model), 0u);
     EXPECT_EQ(contents(*reader(kCapacity)), model);
+  }
+}
+
+// Words that are damaged may look like a row, or like another key's. The writer remembers what it has
+// written.
+TEST_F(TableTest, Hostile_WriterMistakesNoSlotForAKeysRow) {
+  {
+    SCOPED_TRACE("a vacated slot, named by a shortcut");
+    const auto table = writer(kCapacity);
+    Vesta::Segment& segment = *table->segment().mapping();
+    put(*table, 1, 1);
+    const auto shortcuts = shortcutsOf(segment);
+    put(*table, 1, 0);
+    segment.at(segment.layout().slotAt(0)) |= 1;
+    std::ranges::copy(shortcuts, &segment.at(segment.layout().shortcutsAt));
+    put(*table, 1, 2);
+    EXPECT_EQ(table->members(), 1u);
+    put(*table, 2, 3);
+    EXPECT_EQ(contents(*table), (Model{{1, 2}, {2, 3}}));
+  }
+  for (const bool writes : {true, false}) {
+    SCOPED_TRACE(writes ? "one key turned into another, which is written" : "... which is removed");
+    startOver();
+    const auto table = writer(kCapacity);
+    Vesta::Segment& segment = *table->segment().mapping();
+    const std::uint64_t mask = segment.layout().cells - 1;
+    std::uint64_t id = 0;
+    std::uint64_t twin = 0;  // one bit away, with the same tag, and at home in the same cell
+    const auto alike = [mask](std::uint64_t a, std::uint64_t b) {
+      const Vesta::Word difference = Vesta::hashOf(&a, 1u) ^ Vesta::hashOf(&b, 1u);
+      return (difference & mask) == 0 && difference >> 54 == 0;
+    };
+    for (unsigned bit = 0; twin == 0; bit = (bit + 1) % 64) {
+      if (bit == 0) ++id;
+      if (alike(id, id ^ std::uint64_t{1} << bit)) twin = id ^ std::uint64_t{1} << bit;
+    }
+    put(*table, id, 1);
+    segment.at(segment.layout().slotAt(0) + 2) = twin;
+    put(*table, twin, writes ? 1 : 0);
+    EXPECT_EQ(contents(*table), writes ? (Model{{twin, 1}}) : Model{});
+    EXPECT_THAT(files(), ::testing::Contains("table.retired.1")) << "that the other is lost is seen";
   }
 }
 
