@@ -51,6 +51,8 @@ class VestaMap final : private EventSource {
   }
   /// Puts an implementation in place that counts as attached to a segment.
   void attach(std::unique_ptr<Base> implementation, std::shared_ptr<const Cairn::DebugHandler> handler) {
+    Cairn::require(implementation != nullptr && handler != nullptr, "implementation and debug handler",
+                   "VestaMap::attach");
     drop();
     implementation_ = std::move(implementation);
     handler_ = std::move(handler);
@@ -104,7 +106,8 @@ class VestaMap final : private EventSource {
   /// Called with each changed key, from EventSource::poll. Only a map attached as reader has such events.
   void onChangeIs(std::function<void(const Key&)> handler) { onChange_ = std::move(handler); }
   /// Stays valid as long as the map; the descriptor is that of the attached reader, or -1. Damage met by poll
-  /// is handled as by corruptionDetected; a row that keeps changing is logged, and looked at again later.
+  /// is handled as by corruptionDetected; a report that cannot be written is logged, and so is a row that
+  /// keeps changing, which is looked at again later.
   EventSource& events() noexcept { return *this; }
 
   /// The table's place; an assertion failure before the first attach.
@@ -209,19 +212,22 @@ std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
     }
   } counted(*this);
   try {
-    return call();
-  } catch (const Cairn::CorruptionDetectedException& damage) {
-    // A handler may have met it first, and have taken the table down or mounted it again. What it has met in
-    // another table passes out.
-    if (reader_ == called) {
-      if (!called->segment().hasMet(std::current_exception())) throw;
-      corruptionDetected(damage.message());
+    try {
+      return call();
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      // A handler may have met it first, and have taken the table down or mounted it again. What it has met
+      // in another table passes out.
+      if (reader_ == called) {
+        if (!called->segment().hasMet(std::current_exception())) throw;
+        corruptionDetected(damage.message());
+      }
     }
-    return 0;
   } catch (const UnsettledException& busy) {
     logError(0, "poll", busy.message());  // the reader goes on from where it was
-    return 0;
+  } catch (const Cairn::SystemException& failure) {
+    logError(0, "poll", failure.message());  // a report, this table's or another's, that could not be written
   }
+  return 0;
 }
 
 }  // namespace Vesta

@@ -7,6 +7,9 @@
 namespace Agent {
 
 namespace {
+// A hardware agent looks twice a second whether a reader has met damage in its tables.
+constexpr std::chrono::seconds kDamagePatience{5};
+
 std::uint64_t wallClockNanoseconds() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
@@ -15,7 +18,8 @@ std::uint64_t wallClockNanoseconds() {
 
 AgentProcess::AgentProcess(Quill::EventLoop& loop, const Options& options)
     : loop_(loop),
-      entityManager_(Quill::allocate<Orrery::EntityManager>(options.runtimeFolder, loop)),
+      entityManager_(
+          Quill::allocate<Orrery::EntityManager>(options.runtimeFolder, loop, nullptr, kDamagePatience)),
       lumenDb_(std::make_shared<Lumen::LumenDB>()),
       batchStatus_(Quill::allocate<P4Runtime::BatchStatus>()),
       vrfIdCollection_(Quill::allocate<P4Runtime::VrfIdCollection>()),

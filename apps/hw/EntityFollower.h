@@ -16,7 +16,7 @@ class EntityFollower final : public TableFollower {
   using Key = typename Pair::Key;
   using Clock = std::chrono::steady_clock;
 
-  EntityFollower(const TablePlace& place, const Settings& settings, const std::function<void()>& damaged)
+  EntityFollower(const TablePlace& place, const Settings& settings)
       : loop_(place.entityManager->eventLoop()),
         pair_(place),
         programmer_(pair_, Faults<typename Pair::Config>(place.name, settings.fails, settings.failEvery),
@@ -25,12 +25,10 @@ class EntityFollower final : public TableFollower {
         reactor_(Quill::allocate<Reactor>(*this)) {
     reactor_->notifierIs(pair_.configEntity());
     reactor_->isRegisteredNotifieeIs(true);
-    pair_.damagedIs(damaged);
     programmer_.reconcile(Clock::now());
     arm();
   }
   ~EntityFollower() override {
-    pair_.damagedIs({});
     reactor_->isRegisteredNotifieeIs(false);
     reactor_->notifierIs(nullptr);
     if (timer_ != 0) loop_.timerDel(timer_);
@@ -38,6 +36,7 @@ class EntityFollower final : public TableFollower {
 
   std::uint64_t answers() const override { return programmer_.answers(); }
   bool attached() const override { return pair_.readable(); }
+  void lookAfterReaders() const override { pair_.lookAfterReaders(); }
 
  private:
   class Reactor final : public ConfigEntity::NotifieeConst {
@@ -85,9 +84,8 @@ class EntityFollower final : public TableFollower {
 };
 
 template <class ConfigEntity, class StatusEntity>
-std::unique_ptr<TableFollower> followEntities(const TablePlace& place, const Settings& settings,
-                                              std::function<void()> damaged) {
-  return std::make_unique<EntityFollower<ConfigEntity, StatusEntity>>(place, settings, damaged);
+std::unique_ptr<TableFollower> followEntities(const TablePlace& place, const Settings& settings) {
+  return std::make_unique<EntityFollower<ConfigEntity, StatusEntity>>(place, settings);
 }
 
 }  // namespace HwAgent

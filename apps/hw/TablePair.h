@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <iostream>
 #include <optional>
 #include <string>
 
@@ -32,11 +33,6 @@ class TablePair {
         status_(mounted<StatusEntity>(place, "Status", "status", QuillVesta::QuillVestaType::writer)) {}
 
   const Quill::Ptr<ConfigEntity>& configEntity() const { return config_; }
-  /// Called when one of the tables is found damaged; may be empty.
-  void damagedIs(const std::function<void()>& damaged) const {
-    config_->table().readyCallbackIs(damaged);
-    status_->table().readyCallbackIs(damaged);
-  }
 
   /// False once one of the tables was found damaged: it then reads as empty, which says nothing of its rows,
   /// and writes are dropped.
@@ -52,6 +48,10 @@ class TablePair {
   }
   void statusDel(const Key& key) {
     guarded(*status_, [&] { status_->tableDel(key); });
+  }
+  /// Replaces the status table if a reader has met damage in it.
+  void lookAfterReaders() const {
+    if (auto* const attached = status_->table().writer()) attached->segment().lookAfterReaders();
   }
   /// The number of the status table's last change.
   std::uint64_t statusSequence() const { return writer().sequence(); }
@@ -74,13 +74,17 @@ class TablePair {
     return Quill::ptrCast<Entity>(entity);
   }
 
-  /// Damage is reported to the table, which then reads as empty.
+  /// Damage is reported to the table, which then reads as empty, whether or not its report could be written.
   template <class Entity, class Call>
   static void guarded(const Entity& entity, const Call& call) {
     try {
       call();
     } catch (const Cairn::CorruptionDetectedException& damage) {
-      entity.corruptionDetected(damage.message());
+      try {
+        entity.corruptionDetected(damage.message());
+      } catch (const Cairn::SystemException& failure) {
+        std::cerr << "hw-agent: " << failure.message() << "\n";
+      }
     }
   }
 

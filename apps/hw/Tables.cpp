@@ -28,8 +28,7 @@ struct Table {
   std::string_view name;
   std::string_view typePrefix;
   unsigned capacity;
-  std::unique_ptr<TableFollower> (*follow)(const TablePlace& place, const Settings& settings,
-                                           std::function<void()> damaged);
+  std::unique_ptr<TableFollower> (*follow)(const TablePlace& place, const Settings& settings);
 };
 
 constexpr std::array<Table, 4> kTables = {{
@@ -61,11 +60,11 @@ Tables::Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings s
       followed_(kTables.size()) {
   requireKnownTables(settings_);
   follow();
+  started_ = true;
+  arm();
 }
 
-Tables::~Tables() {
-  if (timer_ != 0) entityManager_->eventLoop().timerDel(timer_);
-}
+Tables::~Tables() { entityManager_->eventLoop().timerDel(timer_); }
 
 std::uint64_t Tables::answers() const {
   std::uint64_t sum = answersBefore_;
@@ -78,27 +77,35 @@ void Tables::follow() {
     const Table& table = kTables[i];
     const std::string name(table.name);
     auto& [follower, waitedFor] = followed_[i];
-    if (follower && follower->attached()) continue;
+    if (follower && follower->attached()) {
+      follower->lookAfterReaders();
+      continue;
+    }
     if (follower) answersBefore_ += follower->answers();
     follower.reset();
     const TablePlace place{entityManager_, name, std::string(table.typePrefix),
                            std::string(kPathPrefix) + name + "Table/", table.capacity};
     try {
-      follower = table.follow(place, settings_, [this] { followLater(); });
+      follower = table.follow(place, settings_);
       if (std::exchange(waitedFor, false)) report_(name + ": followed again");
     } catch (const Cairn::CorruptionDetectedException& damage) {
       // The table's writer has been told and replaces it at its next write.
-      if (!std::exchange(waitedFor, true)) report_(name + ": waiting for a sound table: " + damage.message());
-      followLater();
+      wait(name, waitedFor, damage.message());
+    } catch (const Cairn::Exception& failure) {
+      if (!started_) throw;
+      wait(name, waitedFor, failure.message());
     }
   }
 }
 
-void Tables::followLater() {
-  if (timer_ != 0) return;
+void Tables::wait(const std::string& table, bool& waitedFor, const std::string& reason) {
+  if (!std::exchange(waitedFor, true)) report_(table + ": waiting for a sound table: " + reason);
+}
+
+void Tables::arm() {
   timer_ = entityManager_->eventLoop().timerIs(kPause, [this] {
-    timer_ = 0;
     follow();
+    arm();
   });
 }
 

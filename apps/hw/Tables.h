@@ -25,6 +25,9 @@ class TableFollower {
   virtual std::uint64_t answers() const = 0;
   /// False once one of the two tables was found damaged; nothing is followed any more then.
   virtual bool attached() const = 0;
+  /// Replaces the status table if a reader has met damage in it; to be called now and then, since an agent
+  /// that meets it at its start makes no change that would be answered.
+  virtual void lookAfterReaders() const = 0;
 };
 
 /// Mounts all tables in the runtime folder of an entity manager, answers what is open and follows them. A
@@ -46,7 +49,7 @@ class Tables {
   std::uint64_t answers() const;
 
  private:
-  static constexpr std::chrono::milliseconds kPause{500};  // between attempts to mount a damaged table
+  static constexpr std::chrono::milliseconds kPause{500};  // between looks at the tables
 
   struct Followed {
     std::unique_ptr<TableFollower> follower;  // null while a table of the pair is damaged
@@ -54,13 +57,15 @@ class Tables {
   };
 
   void follow();
-  void followLater();
+  void wait(const std::string& table, bool& waitedFor, const std::string& reason);
+  void arm();
 
   Quill::Ptr<const Orrery::EntityManager> entityManager_;
   Settings settings_;
   Report report_;
   std::vector<Followed> followed_;   // in mount order
   std::uint64_t answersBefore_ = 0;  // of followers that are gone
+  bool started_ = false;
   Quill::EventLoop::TimerId timer_ = 0;
 };
 

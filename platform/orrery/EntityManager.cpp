@@ -22,8 +22,12 @@ Quill::Ptr<QuillVesta::TableEntity> tableEntityOfType(const Quill::String& path,
 constinit const Quill::TypeNode EntityManager::_quillType{.name = "Orrery::EntityManager", .members = {}};
 
 EntityManager::EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
-                             std::shared_ptr<const Cairn::DebugHandler> debugHandler)
-    : runtimeFolder_(std::move(runtimeFolder)), loop_(loop), debugHandler_(std::move(debugHandler)) {}
+                             std::shared_ptr<const Cairn::DebugHandler> debugHandler,
+                             std::chrono::milliseconds damagePatience)
+    : runtimeFolder_(std::move(runtimeFolder)),
+      loop_(loop),
+      debugHandler_(std::move(debugHandler)),
+      damagePatience_(damagePatience) {}
 
 EntityManager::~EntityManager() {
   for (const auto& [path, mounted] : mounts_) mounted.entity->detach();
@@ -54,7 +58,8 @@ void EntityManager::attach(const Quill::String& path, const Mounted& mounted) co
       .path = Vesta::RootPath(runtimeFolder_, path, mounted.description.collection()),
       .capacity = mounted.description.capacity(),
       .debugHandler = debugHandler_,
-      .initialRows = Vesta::InitialRows::skip};
+      .initialRows = Vesta::InitialRows::skip,
+      .damagePatience = damagePatience_};
   mounted.entity->attach(mounted.description, options, loop_);
 }
 

@@ -1,6 +1,7 @@
 // The state database's entity manager: entities by path, and the mounts that bring shared-memory tables in.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -19,9 +20,11 @@ class EntityManager : public Quill::PtrInterface {
  public:
   /// Tables live in `runtimeFolder`, which must exist and belong to this user with mode 0700. Changes made by
   /// other processes are delivered from `loop`, which is not owned and outlives the manager's mounts.
-  /// A null debug handler stands for one that writes errors to standard error.
+  /// A null debug handler stands for one that writes errors to standard error. A mount for reading waits up
+  /// to `damagePatience` for a damaged table to be replaced by its writer.
   EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
-                std::shared_ptr<const Cairn::DebugHandler> debugHandler = nullptr);
+                std::shared_ptr<const Cairn::DebugHandler> debugHandler = nullptr,
+                std::chrono::milliseconds damagePatience = {});
   ~EntityManager() override;
   static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
   inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
@@ -55,6 +58,7 @@ class EntityManager : public Quill::PtrInterface {
   std::string runtimeFolder_;
   Quill::EventLoop& loop_;
   std::shared_ptr<const Cairn::DebugHandler> debugHandler_;
+  std::chrono::milliseconds damagePatience_;
   mutable std::map<Quill::String, Mounted> mounts_;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -31,6 +32,8 @@ struct AttachOptions {
       false;  ///< a reader that the writer does not know of: it writes nothing, not even itself down
   std::uint64_t firstSequence = 1;  ///< of a segment that this attach creates; below 2^62
   StepHook stepHook{};              ///< of writers
+  /// How long a reader waits at attach for a living writer to replace a segment that is damaged.
+  std::chrono::milliseconds damagePatience{0};
   std::string name{};  ///< by which a writer sees this reader, at most 32 bytes; "": the program's name
 };
 

@@ -70,8 +70,8 @@ void SegmentReader::descriptorReadable() {
 
 // Goes over to the segment that now has the table's name. Without one, the table is empty until a writer
 // wakes this reader; creating one here would undo its removal. The same goes for a segment of another kind,
-// but its writer does not expect this reader.
-void SegmentReader::followReplacement() {
+// but its writer does not expect this reader. A reader that cannot go over is as good as cut off by damage.
+void SegmentReader::followReplacement() try {
   const TableFiles::Found found = files_.open(layout_, options_.observer ? Access::observer : Access::reader);
   if (found.fault.damaged) {
     if (found.segment) reportToWriter(*found.segment);
@@ -89,13 +89,16 @@ void SegmentReader::followReplacement() {
     throw Cairn::CorruptionDetectedException(files_.path().text() + ": state: found " + hexText(state));
   }
   if (!options_.observer && !fifo_.stands(files_.folder(), files_.fifoName(number_))) {
-    throw Cairn::Exception("FIFO " + files_.path().folder() + "/" + files_.fifoName(number_) +
-                           " of this reader was removed");
+    throw Cairn::CorruptionDetectedException("FIFO " + files_.path().folder() + "/" +
+                                             files_.fifoName(number_) + " of this reader was removed");
   }
   if (!options_.observer) files_.lock().tryLock(LockFile::followerByte(number_));
   options_.initialRows = InitialRows::tell;
   startOn(found.segment);
   ++counters_.reattached;
+} catch (const Cairn::SystemException& failure) {
+  throw Cairn::CorruptionDetectedException(files_.path().text() +
+                                           " has a new segment, out of reach: " + failure.message());
 }
 
 }  // namespace Vesta

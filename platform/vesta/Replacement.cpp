@@ -60,6 +60,9 @@ std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
                                         const AttachOptions& options) {
   TableFiles::Found found = files.open(layout, Access::writer);
   if (found.missing) return createSegment(files, layout, options, {}, false);
+  if (found.segment && found.fault.sameKind) {
+    return replaceDamaged(files, found.segment, found.fault.text, options);
+  }
   if (!found.fault.text.empty()) {
     logError(options, std::string(found.fault.damaged ? "is damaged" : "is of another kind") +
                           " and set aside: " + found.fault.text);

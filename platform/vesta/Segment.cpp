@@ -86,15 +86,10 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation) {
   }
 }
 
-HeaderFault headerFault(const Word* words, const Layout& layout) {
-  if (words[kMagicAt] != kMagic) {
-    return {"header: expected magic " + hexText(kMagic) + ", found " + hexText(words[kMagicAt]), true};
-  }
-  const Word check = sealed(headerChecksum(words), kHeaderCheckAt);
-  if (words[kHeaderCheckAt] != check) {
-    return {"header: checksum found " + hexText(words[kHeaderCheckAt]) + ", computed " + hexText(check),
-            true};
-  }
+namespace {
+
+// Empty when every word that describes the layout is as expected.
+std::string otherKind(const Word* words, const Layout& layout) {
   const struct {
     HeaderWord at;
     const char* name;
@@ -108,11 +103,26 @@ HeaderFault headerFault(const Word* words, const Layout& layout) {
     if (words[field.at] == field.expected) continue;
     const bool decimal = field.at == kCapacityAt || field.at == kFileSizeAt;
     const auto text = [decimal](Word value) { return decimal ? std::to_string(value) : hexText(value); };
-    return {
-        std::string(field.name) + ": expected " + text(field.expected) + ", found " + text(words[field.at]),
-        false};
+    return std::string(field.name) + ": expected " + text(field.expected) + ", found " +
+           text(words[field.at]);
   }
   return {};
+}
+
+}  // namespace
+
+HeaderFault headerFault(const Word* words, const Layout& layout) {
+  const std::string other = otherKind(words, layout);
+  if (words[kMagicAt] != kMagic) {
+    return {"header: expected magic " + hexText(kMagic) + ", found " + hexText(words[kMagicAt]), true,
+            other.empty()};
+  }
+  const Word check = sealed(headerChecksum(words), kHeaderCheckAt);
+  if (words[kHeaderCheckAt] != check) {
+    return {"header: checksum found " + hexText(words[kHeaderCheckAt]) + ", computed " + hexText(check), true,
+            other.empty()};
+  }
+  return {other, false, false};
 }
 
 }  // namespace Vesta

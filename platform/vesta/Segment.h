@@ -53,7 +53,8 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation);
 /// Why a header is not that of a segment of this layout; empty when it is. `words` has kHeaderWords words.
 struct HeaderFault {
   std::string text;
-  bool damaged = false;  ///< not merely of another kind
+  bool damaged = false;   ///< not merely of another kind
+  bool sameKind = false;  ///< damaged, but what says where the rows stand and what they mean is right
 };
 HeaderFault headerFault(const Word* words, const Layout& layout);
 

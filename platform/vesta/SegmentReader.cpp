@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <thread>
 
 #include "cairn/Exception.h"
 #include "vesta/Replacement.h"
@@ -54,9 +55,23 @@ void SegmentReader::observe() {
   throw Cairn::CorruptionDetectedException(problem);
 }
 
+void SegmentReader::attach() {
+  const auto until = std::chrono::steady_clock::now() + options_.damagePatience;
+  for (bool first = true;; first = false) {
+    try {
+      attachOnce();
+      return;
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      if (std::chrono::steady_clock::now() >= until) throw;
+      if (first) logError(options_, "is to be replaced by its writer: " + damage.message());
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+}
+
 // Without a living writer, this reader does what a writer would do at attach. Whoever holds the creation lock
 // may be about to name the segment, so the last word on it is spoken under that lock.
-void SegmentReader::attach() {
+void SegmentReader::attachOnce() {
   TableFiles::Found found = files_.open(layout_, Access::reader);
   if (start(found).empty()) return;
   const CreationLock creation(files_.lock(), files_.path().text());

@@ -69,6 +69,7 @@ class SegmentReader {
  private:
   void claimNumber();
   void attach();
+  void attachOnce();
   void observe();
   std::string start(const TableFiles::Found& found);
   void startOn(std::shared_ptr<Segment> segment);

@@ -41,6 +41,16 @@ class SegmentWriter {
   }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
+  /// Wakes readers that sleep on changes and replaces a segment in which one has met damage. Every write ends
+  /// with it; for a writer that may not write for long. Nothing after detach.
+  void lookAfterReaders() {
+    if (!rows_) return;
+    // The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
+    std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
+    if (sleepers.load(std::memory_order_seq_cst) != 0) [[unlikely]]
+      wakeSleepers();
+  }
+
   bool attached() const noexcept { return rows_ != nullptr; }
   void detach();
   void cleanup();
@@ -79,12 +89,6 @@ class SegmentWriter {
   [[noreturn]] void refuse() const;
   void takeTable();
   void rowsAre(std::unique_ptr<RowWrites> rows);
-  // The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
-  void lookAfterReaders() {
-    std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
-    if (sleepers.load(std::memory_order_seq_cst) != 0) [[unlikely]]
-      wakeSleepers();
-  }
   void wakeSleepers();
   void wake(Word sleepers);
   // A change that meets damage is done again in a new segment with all sound rows.

@@ -34,7 +34,10 @@ class TypedReads : public VestaBase<Key, Entry> {
   }
   bool first(Row& value, IterHint& hint) override { return rowFrom(0, value, hint); }
   bool next(const Key& key, Row& value, IterHint& hint) override {
-    if (hint.slot == IterHint::kNowhere && !find(key, &hint)) return false;
+    if (hint.slot == IterHint::kNowhere && !find(key, &hint)) {
+      value = Row{};
+      return false;
+    }
     return rowFrom(hint.slot + 1, value, hint);
   }
   std::size_t members() override { return bytes().members(); }
