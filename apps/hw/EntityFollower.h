@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "apps/hw/Programmer.h"
 #include "apps/hw/TablePair.h"
@@ -22,7 +23,8 @@ class EntityFollower final : public TableFollower {
         programmer_(pair_, Faults<typename Pair::Config>(place.name, settings.fails, settings.failEvery),
                     settings.delay),
         delayed_(settings.delay.count() != 0),
-        reactor_(Quill::allocate<Reactor>(*this)) {
+        reactor_(Quill::allocate<Reactor>(*this)),
+        generation_(pair_.statusGeneration()) {
     reactor_->notifierIs(pair_.configEntity());
     reactor_->isRegisteredNotifieeIs(true);
     programmer_.reconcile(Clock::now());
@@ -36,7 +38,14 @@ class EntityFollower final : public TableFollower {
 
   std::uint64_t answers() const override { return programmer_.answers(); }
   bool attached() const override { return pair_.readable(); }
-  void lookAfterReaders() const override { pair_.lookAfterReaders(); }
+  void lookAfterReaders() override {
+    pair_.lookAfterReaders();
+    const std::uint64_t generation = pair_.statusGeneration();
+    if (std::exchange(generation_, generation) == generation) return;
+    // Status rows that were not sound are gone; an agent that starts takes their answers for owed.
+    programmer_.reconcile(Clock::now());
+    arm();
+  }
 
  private:
   class Reactor final : public ConfigEntity::NotifieeConst {
@@ -81,6 +90,7 @@ class EntityFollower final : public TableFollower {
   Quill::Ptr<Reactor> reactor_;
   Clock::duration pause_ = kShortestPause;
   Quill::EventLoop::TimerId timer_ = 0;
+  std::uint64_t generation_;  // of the status table's segment when last looked at
 };
 
 template <class ConfigEntity, class StatusEntity>

@@ -53,6 +53,11 @@ class TablePair {
   void lookAfterReaders() const {
     if (auto* const attached = status_->table().writer()) attached->segment().lookAfterReaders();
   }
+  /// Names the segment that the status table stands in; 0 when there is none.
+  std::uint64_t statusGeneration() const {
+    auto* const attached = status_->table().writer();
+    return attached == nullptr ? 0 : attached->segment().mapping()->load(Vesta::kGenerationAt);
+  }
   /// The number of the status table's last change.
   std::uint64_t statusSequence() const { return writer().sequence(); }
   /// Whether every living reader has handled the status table's changes up to `sequence`. While answers wait

@@ -25,9 +25,9 @@ class TableFollower {
   virtual std::uint64_t answers() const = 0;
   /// False once one of the two tables was found damaged; nothing is followed any more then.
   virtual bool attached() const = 0;
-  /// Replaces the status table if a reader has met damage in it; to be called now and then, since an agent
-  /// that meets it at its start makes no change that would be answered.
-  virtual void lookAfterReaders() const = 0;
+  /// Replaces the status table if a reader has met damage in it, and gives the answers again that were lost;
+  /// to be called now and then, since an agent that meets it at its start makes no change to be answered.
+  virtual void lookAfterReaders() = 0;
 };
 
 /// Mounts all tables in the runtime folder of an entity manager, answers what is open and follows them. A

@@ -119,4 +119,19 @@ TEST_F(MountTest, Reader_HearsOfChangesAfterItsMountThroughItsLoop) {
   EXPECT_THROW(reader.table->tableIs({{1}, {1}}), Cairn::NoPermissionException);
 }
 
+TEST_F(MountTest, Reader_MountedAgainWhenItIsFoundCorruptHearsOfChangesAgain) {
+  Side reader(folder, kReader);
+  Listener listener(reader.table);
+  int changes = 0;
+  reader.table->table().readyCallbackIs([&] {
+    ++changes;
+    reader.mount.doMount(kPath, kType, kReader);
+  });
+  reader.table->corruptionDetected("found by a test");
+  EXPECT_EQ(changes, 1);
+  writer.table->tableIs({{1}, {5}});
+  reader.settle();
+  EXPECT_EQ(listener.calls, (Calls{{5, 1}}));
+}
+
 }  // namespace

@@ -186,6 +186,10 @@ TEST_F(Road, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem) {
   damage("status");
   send("modify l3IifTH3 l3Iif=1 vrf=2\n");  // the hardware agent meets the damage and replaces its table
   EXPECT_TRUE(hw->says("set aside")) << hw->output();
+  stop(*served);
+  damage("status");
+  served = agent();  // the hardware agent has nothing to write: it hears from the agent
+  send("modify l3IifTH3 l3Iif=1 vrf=3\n");
   stop(*hw);
   damage("config");
   hw = hardware();

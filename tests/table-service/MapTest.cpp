@@ -67,6 +67,7 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
                 "1 VestaReport:0 writeCorruptionReport corruption report written: " + text() + ".report.1",
                 "5 VestaBaseDummy:0 lookup VestaBaseDummy::lookup() " + text()}));
 
+  EXPECT_THAT(read("table.report.1"), ::testing::HasSubstr("\nmessage: " + message + "\n"));
   EXPECT_THAT([&] { map.corruptionDetected("again"); },
               ::testing::ThrowsMessage<Cairn::CorruptionDetectedException>("VestaMap::corruptionDetected() " +
                                                                            text() + " again"));
@@ -78,9 +79,17 @@ TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
   const auto table = writer();
   log.handler->flagsIs(0);
   EXPECT_THROW(map.corruptionDetected("x"), Cairn::CorruptionDetectedException) << "never attached";
-  map.attachReader(options());
-  map.corruptionDetected("x");
-  EXPECT_TRUE(log.lines.empty());
+  const std::pair<int, Names> cases[] = {
+      {0, {}}, {0x2, {"1 VestaMap:383", "1 VestaMap:324", "1 VestaReport:0"}}, {0x20, {"5 VestaMap:352"}}};
+  for (const auto& [flags, expected] : cases) {
+    log.handler->flagsIs(flags);
+    log.lines.clear();
+    map.attachReader(options());
+    map.corruptionDetected("x");
+    Names said;
+    for (const std::string& line : log.lines) said.push_back(line.substr(0, line.find(' ', 2)));
+    EXPECT_EQ(said, expected) << flags;
+  }
   map.attachReader(options());
   map.readyFunctionIs({});
   EXPECT_THROW(map.corruptionDetected("x"), std::bad_function_call) << "its absence is a programming error";
@@ -116,6 +125,33 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   std::filesystem::remove_all(path().folder());
   EXPECT_THROW(map.corruptionDetected("x"), Cairn::SystemException) << "it cannot be written";
   EXPECT_FALSE(map.attached());
+
+  startOver();
+  table = writer();
+  map.attachReader(options());
+  put(*table, 1, 1);
+  Vesta::Segment& segment = *table->segment().mapping();
+  segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
+  std::filesystem::remove_all(path().folder());
+  EXPECT_EQ(map.events().poll(10), 0u) << "no event loop ends for want of a report";
+  EXPECT_FALSE(map.attached());
+}
+
+// A reader that the next segment is out of reach of loses its table and nothing else.
+TEST_F(MapTest, Corruption_OfTheRoadToTheNextSegment) {
+  const auto table = writer();
+  put(*table, 1, 1);
+  map.attachReader(options());
+  std::filesystem::remove(path().folder() + "/vesta.table.0");
+  damageRow(*table, TestKey{1});
+  EXPECT_NE(messageOf(1), "");
+  put(*table, 2, 1);
+  log.lines.clear();
+  EXPECT_EQ(map.events().poll(10), 0u);
+  EXPECT_FALSE(map.attached());
+  EXPECT_THAT(log.lines.front(), ::testing::HasSubstr("FIFO "));
+  map.attachReader(options());
+  EXPECT_EQ(map.members(), 1u);
 }
 
 // A reader meets damage, mounts again and gets a sound table: the living writer was told and has replaced the
@@ -162,10 +198,13 @@ TEST_F(MapTest, Handlers_MayDetachAndAttachTheirMap) {
   EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 1, 2, 3}));
 }
 
-// Damage of this table takes it down, once, whoever meets it; what a handler met in another one passes out.
+// Damage of this table takes it down, once, whoever meets it; what a handler met in another one passes out. A
+// row that keeps changing is no damage, nor is a report of another table that could not be written.
 TEST_F(MapTest, Corruption_MetByPollAndByHandlers) {
   const std::function<void(const TestKey&)> handlers[] = {
       [](const TestKey&) { throw Cairn::CorruptionDetectedException("another table's"); },
+      [](const TestKey&) { throw Vesta::UnsettledException("busy"); },
+      [](const TestKey&) { throw Cairn::SystemException("report", ENOSPC); },
       [this](const TestKey&) {
         map.corruptionDetected("met by a handler");
         throw Cairn::CorruptionDetectedException("and again");
@@ -175,7 +214,7 @@ TEST_F(MapTest, Corruption_MetByPollAndByHandlers) {
         map.directLookup(TestKey{2}, found);
       },
       {}};
-  for (std::size_t i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 6; ++i) {
     SCOPED_TRACE(i);
     startOver();
     const auto table = writer();
@@ -184,15 +223,15 @@ TEST_F(MapTest, Corruption_MetByPollAndByHandlers) {
     map.attachReader(options());
     put(*table, 1, 1);
     put(*table, 2, 1);
-    if (i == 2) damageRow(*table, TestKey{2});
+    if (i == 4) damageRow(*table, TestKey{2});
     Vesta::Segment& segment = *table->segment().mapping();
-    if (i == 3) segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
+    if (i == 5) segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
     map.onChangeIs(handlers[i]);
     const std::string passed = failure([this] { EXPECT_EQ(map.events().poll(10), 0u); });
     EXPECT_EQ(passed, i == 0 ? "another table's" : "");
-    EXPECT_EQ(map.attached(), i == 0);
-    EXPECT_EQ(lost, i == 0 ? 0 : 1);
-    EXPECT_EQ(segment.load(Vesta::kSleepersAt) != 0, i >= 2) << "whether the writer is to look for it";
+    EXPECT_EQ(map.attached(), i < 3);
+    EXPECT_EQ(lost, i < 3 ? 0 : 1);
+    EXPECT_EQ(segment.load(Vesta::kSleepersAt) != 0, i >= 4) << "whether the writer is to look for it";
   }
 }
 
@@ -220,6 +259,10 @@ TEST_F(MapTest, Corruption_WriterRemountSetsTheDamagedSegmentAside) {
     EXPECT_EQ(map.members(), 0u);
   }
   EXPECT_THAT(files(), ::testing::IsSupersetOf({"table.retired.1", "table.retired.2", "table.report.1"}));
+  map.attachWriter(options());
+  map.corruptionDetected("x");
+  map.cleanup();
+  EXPECT_THAT(files(), ::testing::Not(::testing::Contains("table"))) << "the placeholder keeps the writer";
 }
 
 }  // namespace
