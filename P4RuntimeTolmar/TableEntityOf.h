@@ -137,7 +137,12 @@ void TableEntityOf<Derived, KeyT, EntryT>::attach(const QuillVesta::MountDescrip
   } else {
     map_.attachReader(options);
     map_.onChangeIs([this](const Key& key) { changed(key); });
-    pump_ = std::make_unique<QuillVesta::TablePump>(map_.events(), loop);
+    try {
+      pump_ = std::make_unique<QuillVesta::TablePump>(map_.events(), loop);
+    } catch (...) {
+      map_.detach();  // it would never hear of a change
+      throw;
+    }
   }
   attachedAnew();
 }
