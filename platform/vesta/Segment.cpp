@@ -77,6 +77,9 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation) {
   words[kWriterPidAt] = sealed(0, kWriterPidAt);
   for (std::size_t cell = kTablesAt; cell < layout.shortcutsAt; ++cell)
     words[cell] = sealed(kEmptyCell, cell);
+  for (std::uint32_t i = 0; i < layout.records; ++i) {
+    words[layout.recordAt(i)] = firstSequence << 2;  // no record yet that a change to come could be taken for
+  }
   const Word vacant = makeVersion(firstSequence, false);
   std::vector<Word> row(1 + layout.rowWords);
   row[0] = vacant;

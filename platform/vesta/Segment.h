@@ -47,7 +47,7 @@ class Segment {
   Word* words_;
 };
 
-/// Fills a new segment's words: header, sealed empty indexes, sealed vacant slots.
+/// Fills a new segment's words: header, sealed empty indexes, sealed vacant slots, records of no change.
 void formatSegment(Segment& segment, Word firstSequence, Word generation);
 
 /// Why a header is not that of a segment of this layout; empty when it is. `words` has kHeaderWords words.

@@ -79,7 +79,7 @@ TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
   const auto table = writer();
   log.handler->flagsIs(0);
   EXPECT_THROW(map.corruptionDetected("x"), Cairn::CorruptionDetectedException) << "never attached";
-  const std::pair<int, Names> cases[] = {
+  const std::pair<std::uint32_t, Names> cases[] = {
       {0, {}}, {0x2, {"1 VestaMap:383", "1 VestaMap:324", "1 VestaReport:0"}}, {0x20, {"5 VestaMap:352"}}};
   for (const auto& [flags, expected] : cases) {
     log.handler->flagsIs(flags);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "Support.h"
@@ -63,12 +64,20 @@ TEST_F(TableTest, Files_InTheWayAreRefusedNotFollowed) {
       {[&] { linked(folder); }, "/some/place: Not a directory"},
       {[&] { std::filesystem::create_symlink("elsewhere", folder + "/vesta.table.0"); },
        "/vesta.table.0: Too many levels of symbolic links", false},
+      {[&] { mkfifo((folder + "/vesta.table.0").c_str(), 0644); }, "expected mode 0600, found 06", false},
+      {[&] { std::ofstream(folder + "/vesta.table.0"); }, "expected a FIFO", false},
       {[&] { chmod(folder.c_str(), 0755); }, "expected mode 0700, found 0755"},
+      {[&] { EXPECT_NE(root, chown(folder.c_str(), 12345, 12345) != 0); },
+       root ? "expected owner 0, found 12345" : ""},
       {[&] { chmod(table.c_str(), 0644); }, "expected mode 0600, found 0644"},
       {fifo, "expected a regular file"},
       {[&] { EXPECT_NE(root, chown(table.c_str(), 12345, 12345) != 0); },
        root ? "expected owner 0, found 12345" : ""},
   };
+  const auto descriptors = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  };
+  const auto before = descriptors();
   for (const auto& obstacle : obstacles) {
     SCOPED_TRACE(obstacle.expected);
     startOver();
@@ -78,7 +87,39 @@ TEST_F(TableTest, Files_InTheWayAreRefusedNotFollowed) {
     EXPECT_THAT(failure([this] { reader(); }), ::testing::HasSubstr(obstacle.expected));
     EXPECT_THAT(failure([this] { writer(); }),
                 ::testing::HasSubstr(obstacle.toWriters ? obstacle.expected : ""));
+    EXPECT_EQ(descriptors(), before);
   }
+}
+
+TEST_F(TableTest, Files_ThatAppearWhileInUse) {
+  const auto table = writer();
+  const auto follower = reader();
+  const std::string fifo = path().folder() + "/vesta.table.0";
+  std::filesystem::remove(fifo);
+  close(open(fifo.c_str(), O_CREAT | O_RDWR, 0600));
+  ASSERT_TRUE(follower->maySleep());
+  put(*table, 1, 1);
+  EXPECT_EQ(std::filesystem::file_size(fifo), 0u) << "only a FIFO is written to";
+  table->detach();
+  const auto second = writer();
+  EXPECT_THAT(failure([&] { table->cleanup(); }), ::testing::HasSubstr("has a writer: process"));
+  EXPECT_EQ(failure([&] { second->validateFiles(); }), "");
+  chmod(file().c_str(), 0644);
+  EXPECT_THAT(failure([&] { second->validateFiles(); }), ::testing::HasSubstr("expected mode 0600"));
+}
+
+// But for their own page.
+TEST_F(TableTest, Files_ReadersMapTheSegmentReadOnly) {
+  writer();
+  Child child([this] {
+    const Vesta::Descriptor opened(open(file().c_str(), O_RDWR | O_CLOEXEC));
+    const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(64));
+    Vesta::Segment segment(opened.get(), layout, Vesta::Access::reader);
+    segment.at(Vesta::kSleepersAt) = 0;
+    segment.at(Vesta::kSequenceAt) = 0;
+    return 0;
+  });
+  EXPECT_EQ(child.wait(), -SIGSEGV);
 }
 
 // A table of 4096 rows: more than there is room for.

@@ -195,6 +195,27 @@ TEST_F(TableTest, Hostile_ShortcutsCostNothingButTime) {
   }
 }
 
+// Cells that are sound where they do not belong, or that all say to go on.
+TEST_F(TableTest, Hostile_IndexOfSealedCells) {
+  const auto table = writer(kCapacity);
+  const Model model = build(*table);
+  const auto looking = reader(kCapacity);
+  Vesta::Segment& segment = *table->segment().mapping();
+  const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
+  const std::size_t cells = segment.layout().cells;
+  std::fill_n(&segment.at(segment.layout().shortcutsAt), cells / 2, 0);
+  for (std::size_t cell = 0; cell < cells; ++cell) {
+    const Vesta::Word sound = segment.at(index + cell);
+    segment.at(index + cell) = segment.at(index + (cell + 1) % cells);
+    expectRightOrAnError(*looking, model);
+    segment.at(index + cell) = sound;
+  }
+  for (std::size_t at = index; at < index + cells; ++at) {
+    segment.at(at) = Vesta::sealed(Vesta::kMarkCell, at);
+  }
+  EXPECT_THAT(failure([&] { stampOf(*looking, 1); }), ::testing::HasSubstr("no empty cell"));
+}
+
 // Words that are damaged may look like a row, or like another key's. The writer remembers what it has
 // written.
 TEST_F(TableTest, Hostile_WriterMistakesNoSlotForAKeysRow) {
@@ -243,6 +264,7 @@ struct Damage {
   std::size_t rowsKept;  // by a writer that attaches, or by the living one
   bool setAside;         // by a writer that attaches
   bool keeps = false;    // a living one keeps the segment, whose next write overwrites the damage
+  bool met = true;       // by a reader that attaches
 };
 
 std::size_t recordAt(Vesta::Segment& segment, Vesta::Word back) {
@@ -256,6 +278,8 @@ const std::vector<Damage> kDamages = {
     {"sequence forward", [](auto& s) { s.at(Vesta::kSequenceAt) += 1 << 20; }, "log record", 16, true, true},
     {"sequence back", [](auto& s) { s.at(Vesta::kSequenceAt) -= 4; }, "published sequence", 16, true, true},
     {"member count", [](auto& s) { s.at(Vesta::kMembersAt) ^= 1; }, "member count", 16, false},
+    {"too many members", [](auto& s) { s.at(Vesta::kMembersAt) = Vesta::sealed(17, Vesta::kMembersAt); },
+     "member count: found 17 of a capacity of 16", 16, false},
     {"index word", [](auto& s) { s.at(Vesta::kIndexAt) ^= 1; }, "index word", 16, false},
     {"cell out of range",
      [](auto& s) {
@@ -269,7 +293,14 @@ const std::vector<Damage> kDamages = {
     {"copied slot", [](auto& s) { std::copy_n(&s.at(s.layout().slotAt(1)), 8, &s.at(s.layout().slotAt(2))); },
      "slot 2 version", 15, true},
     {"newest record", [](auto& s) { s.at(recordAt(s, 0) + 2) ^= 1; }, "log record", 16, true},
-    {"oldest record", [](auto& s) { s.at(recordAt(s, 19) + 2) ^= 1; }, "log record", 16, false},
+    {"record of no slot",
+     [](auto& s) {
+       const std::size_t at = recordAt(s, 0);
+       const Vesta::Word words[] = {s.at(at), s.at(at + 2)};
+       s.at(at + 1) = Vesta::Word{1u << 20} << 32 | Cairn::checksum(words, sizeof words, 1u << 20);
+     },
+     "log record", 16, true},
+    {"oldest record", [](auto& s) { s.at(recordAt(s, 19) + 2) ^= 1; }, "log record", 16, false, false, false},
 };
 
 TEST_F(TableTest, Hostile_DamagesAreNamedToReadersAndRepairedByWriters) {
@@ -285,7 +316,7 @@ TEST_F(TableTest, Hostile_DamagesAreNamedToReadersAndRepairedByWriters) {
       const std::uint64_t before = table->sequence();
       damage.inflict(*table->segment().mapping());
       std::string said = failure([this] { reader(kCapacity); });
-      if (said.empty()) said = failure([&] { follower->validate(); });  // nobody attaching comes by it
+      if (!damage.met) said = failure([&] { follower->validate(); });
       EXPECT_THAT(said, ::testing::HasSubstr(damage.message));
       if (living) {
         put(*table, 16, 1);
@@ -401,6 +432,20 @@ TEST_F(TableTest, Hostile_FilesTruncatedOrGrownBeforeAttach) {
   }
 }
 
+TEST_F(TableTest, Hostile_ReplacementsKeepRowsAndAFewOldSegments) {
+  auto with = options(kCapacity);
+  with.onDamage = Vesta::OnDamage::startEmpty;  // for damage at attach only
+  auto table = std::make_unique<Writer>(with);
+  put(*table, 1, 1);
+  for (int i = 0; i < 12; ++i) replaceSegment(*table);
+  EXPECT_EQ(contents(*table), (Model{{1, 1}, {2, 1}}));
+  EXPECT_EQ(files().size(), 2u + 8) << "the segment, the lock, eight set aside";
+  table->segment().mapping()->at(Vesta::kStateAt) = Vesta::kRetired;
+  EXPECT_THAT(failure([this] { reader(kCapacity); }), ::testing::HasSubstr("state: found"));
+  table.reset();
+  EXPECT_EQ(contents(*reader(kCapacity)).size(), 2u) << "without a writer, readers repair";
+}
+
 TEST_F(TableTest, Hostile_OtherShapeIsSetAsideByWritersAndRefusedByReadersOfALivingWriter) {
   auto small = writer(kCapacity);
   put(*small, 1, 1);
@@ -408,6 +453,15 @@ TEST_F(TableTest, Hostile_OtherShapeIsSetAsideByWritersAndRefusedByReadersOfALiv
             file() + ": capacity: expected 32, found 16; its writer is process " + std::to_string(getpid()));
   EXPECT_THAT(failure([this] { Vesta::VestaReader<TestKey, RenamedEntry>(options(kCapacity)); }),
               ::testing::HasSubstr(": fingerprint: expected "));
+  Vesta::Word* header = &small->segment().mapping()->at(0);
+  const auto versionIs = [header](Vesta::Word version) {
+    header[Vesta::kVersionAt] = version;
+    const std::uint32_t check = Cairn::checksum(header, Vesta::kHeaderCheckAt * sizeof *header);
+    header[Vesta::kHeaderCheckAt] = Vesta::sealed(check, Vesta::kHeaderCheckAt);
+  };
+  versionIs(Vesta::kLayoutVersion + 1);
+  EXPECT_THAT(failure([this] { reader(kCapacity); }), ::testing::HasSubstr(": layout version: expected "));
+  versionIs(Vesta::kLayoutVersion);
   const auto follower = reader(kCapacity);
   told(*follower);
   small.reset();

@@ -51,6 +51,95 @@ TEST_F(TableTest, Notify_LateReaderIsToldOfRowsThatAreThereUnlessItSkips) {
   EXPECT_EQ(told(*std::make_unique<Reader>(late)), Ids{}) << "nor of what it met before the damage";
 }
 
+// A key told as gone comes back, is seen by its handler and goes for good, in a log that is lapped, around
+// the wrap of the sequences. Nothing else is told twice.
+TEST_F(TableTest, Notify_RemovalIsToldOnceAroundTheWrap) {
+  for (std::uint64_t back = 0; back < 10; ++back) {
+    SCOPED_TRACE(back);
+    startOver();
+    Vesta::AttachOptions start = options();
+    start.firstSequence = Vesta::kSequenceMask - back;
+    Writer table(start);
+    const auto follower = reader();
+    put(table, 1, 1);
+    put(table, 5, 1);
+    told(*follower);
+    put(table, 1, 0);
+    put(table, 5, 0);
+    put(table, 1, 2);
+    follower->onChangeIs([&](const TestKey& key) { stampOf(*follower, key.id); });
+    EXPECT_EQ(follower->poll(2), 2u);
+    put(table, 1, 0);
+    for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
+    EXPECT_THAT(told(*follower), ::testing::UnorderedElementsAre(1, 2));
+    put(table, 2, 0);
+    EXPECT_EQ(told(*follower), Ids{2});
+    for (std::uint64_t i = 1; i < 300; ++i) put(table, 3, i);
+    EXPECT_EQ(told(*follower), Ids{3});
+  }
+}
+
+// What is still to be told of one segment is told of the next.
+TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
+  const auto table = writer(16);
+  Vesta::AttachOptions late = options(16);
+  late.initialRows = Vesta::InitialRows::skip;
+  Reader skipping(late);
+  const auto follower = reader(16);
+  for (const std::uint64_t id : {1, 3, 5}) put(*table, id, 1);
+  told(*follower);
+  put(*table, 3, 0);
+  put(*table, 5, 0);
+  for (std::uint64_t i = 1; i < 100; ++i) put(*table, 1, i);
+  EXPECT_EQ(follower->poll(1), 1u);  // of 3 and 5, which a comparison has found gone
+  replaceSegment(*table);
+  EXPECT_THAT(told(*follower), ::testing::Contains(5));
+  EXPECT_THAT(told(skipping), ::testing::Contains(1));
+
+  put(*table, 1, 0);
+  put(*table, 1, 2);
+  follower->onChangeIs([&](const TestKey& key) { EXPECT_EQ(stampOf(*follower, key.id), 2u); });
+  EXPECT_EQ(follower->poll(1), 1u);
+  put(*table, 1, 0);
+  replaceSegment(*table);
+  EXPECT_THAT(told(*follower), ::testing::Contains(1)) << "its handler had seen it come back";
+
+  put(*table, 4, 1);
+  told(*follower);
+  table->cleanup();
+  follower->descriptorReadable();
+  EXPECT_EQ(follower->poll(1), 1u);
+  EXPECT_FALSE(follower->maySleep()) << "another key has gone";
+}
+
+TEST_F(TableTest, Notify_WhatAComparisonHasToldIsNotToldAgain) {
+  Vesta::AttachOptions start = options();
+  std::unique_ptr<Reader> follower;
+  Ids ids;
+  bool armed = false;
+  start.stepHook = [&](Vesta::WriteStep step) {
+    if (armed && step == Vesta::WriteStep::versionSettled) ids = told(*follower);
+  };
+  start.firstSequence = Vesta::kSequenceMask - 1;
+  Writer table(start);
+  Vesta::AttachOptions named = options();
+  named.name = "one";
+  follower = std::make_unique<Reader>(named);
+  for (std::uint64_t id = 1; id < 4; ++id) {
+    put(table, id, 1);
+    EXPECT_FALSE(table.clientQuiesced("one"));
+    EXPECT_TRUE(table.clientQuiesced("two"));
+  }
+  told(*follower);
+  EXPECT_TRUE(table.clientQuiesced("one"));
+  for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
+  armed = true;
+  put(table, 1, 9);
+  armed = false;
+  EXPECT_EQ(ids, (Ids{2, 1}));
+  EXPECT_EQ(told(*follower), Ids{});
+}
+
 // Follows random histories across the wrap of the sequences; mostly more keys than rows, alike in their low
 // halves. At each catch-up the reader must have been told of exactly the keys that changed since it last
 // caught up: each change in order if it kept up; each changed key once, unless it came and went unseen, and
@@ -140,14 +229,14 @@ class BetweenLoads : public TableTest {
  protected:
   static constexpr std::uint32_t kCapacity = 64;  // slot 40 is on another page than the staging row
 
-  void map() {
+  void map(std::uint32_t capacity = kCapacity) {
     const Vesta::Descriptor segment(open(file().c_str(), O_RDWR | O_CLOEXEC));
-    const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(kCapacity));
+    const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(capacity));
     mapping_ = std::make_shared<Vesta::Segment>(segment.get(), layout, Vesta::Access::reader);
   }
-  void attach() {
-    map();
-    follower_ = std::make_unique<ByteReader>(options(kCapacity), mapping_);
+  void attach(std::uint32_t capacity = kCapacity) {
+    map(capacity);
+    follower_ = std::make_unique<ByteReader>(options(capacity), mapping_);
   }
   /// Calls `then` when the reader first touches the page of the word at `position`, before it gets the word.
   /// `then` may set the next trap.
@@ -251,6 +340,100 @@ TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   EXPECT_EQ(follower_->stampOf(40), 4u);
   EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2, 40));
   EXPECT_TRUE(table->quiesced(table->sequence()));
+}
+
+// The row has settled and another one is staged, while the reader is about to copy the staging row.
+TEST_F(BetweenLoads, RowThatSettlesIsCopiedAgain) {
+  const auto table = writer(kCapacity);
+  for (std::uint64_t id = 0; id < 48; ++id) put(*table, id, 1);
+  attach();
+  Vesta::Segment& segment = *table->segment().mapping();
+  put(*table, 40, 2);
+  const std::size_t version = segment.layout().slotAt(40);
+  segment.at(version) |= Vesta::kStaged;
+  bool between = false;
+  onTouch(segment.layout().stagingAt, [&] {
+    between = true;
+    segment.at(version) &= ~Vesta::kStaged;
+    put(*table, 41, 2);
+  });
+  Vesta::Word row[8];
+  std::uint32_t slot = 40;
+  EXPECT_TRUE(follower_->rowFrom(slot, row));
+  EXPECT_TRUE(between);
+  EXPECT_EQ(row[3], 2u);
+}
+
+// The index is made anew twice over while the reader is in it.
+TEST_F(BetweenLoads, MissInAnIndexThatIsMadeAnewIsLookedAtAgain) {
+  constexpr std::uint32_t kLarge = 256;  // each index has a page of its own
+  const auto table = writer(kLarge);
+  for (std::uint64_t id = 0; id < 200; ++id) put(*table, id, 1);
+  attach(kLarge);
+  Vesta::Segment& segment = *table->segment().mapping();
+  const auto forgetShortcuts = [&segment] {
+    std::fill(&segment.at(segment.layout().shortcutsAt), &segment.at(segment.layout().stagingAt), 0);
+  };
+  forgetShortcuts();
+  const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
+  bool between = false;
+  onTouch(index, [&] {
+    between = true;
+    for (std::uint64_t id = 1000; table->writerCounters().indexRebuilds == 0; ++id) {
+      put(*table, id, 1);
+      put(*table, id - 40, 0);
+    }
+    for (std::size_t at = index; at < index + segment.layout().cells; ++at) {
+      segment.at(at) = Vesta::sealed(Vesta::kEmptyCell, at);
+    }
+    forgetShortcuts();
+  });
+  EXPECT_EQ(follower_->stampOf(7), 1u);
+  EXPECT_TRUE(between);
+}
+
+TEST_F(BetweenLoads, RecordThatIsOverwrittenWhileItIsReadIsNoDamage) {
+  Vesta::AttachOptions start = options(kCapacity);
+  start.firstSequence = 120;  // as above
+  Writer table(start);
+  put(table, 1, 1);
+  put(table, 2, 1);
+  attach();
+  follower_->tell(10);
+  put(table, 1, 2);
+  bool between = false;
+  onTouch(mapping_->layout().recordAt(123), [&] {
+    between = true;
+    for (std::uint64_t i = 3; i < 300; ++i) put(table, 2, i);
+  });
+  EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2));
+  EXPECT_TRUE(between);
+}
+
+// What changes behind a comparison is told after it: a row written, and one that came back there and went.
+TEST_F(BetweenLoads, ChangesBehindAComparisonAreTold) {
+  Vesta::AttachOptions start = options(kCapacity);
+  start.firstSequence = 0;
+  Writer table(start);
+  for (std::uint64_t id = 0; id < 48; ++id) put(table, id, 1);
+  attach();
+  follower_->tell(100);
+  put(table, 3, 0);  // slot 3 is the next to be taken
+  while ((table.sequence() & 127) < 100 || table.sequence() < 300) put(table, 2, 5 + table.sequence());
+  bool between = false;
+  onTouch(mapping_->layout().slotAt(45), [&] {
+    between = true;
+    put(table, 1, 9);
+    put(table, 45, 0);   // vacates slot 45
+    put(table, 100, 1);  // takes it
+    put(table, 45, 2);   // takes slot 3
+  });
+  Ids all = follower_->tell(2);
+  EXPECT_TRUE(between);
+  put(table, 45, 0);
+  for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
+  for (Ids more; !(more = follower_->tell(100)).empty();) all.insert(all.end(), more.begin(), more.end());
+  EXPECT_THAT(all, ::testing::IsSupersetOf({1, 45}));
 }
 
 // The dead one had handled everything. The new one has not, from its first look at the slots on.
