@@ -86,7 +86,7 @@ TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
   late.initialRows = Vesta::InitialRows::skip;
   Reader skipping(late);
   const auto follower = reader(16);
-  for (const std::uint64_t id : {1, 3, 5}) put(*table, id, 1);
+  for (const std::uint64_t id : {1u, 3u, 5u}) put(*table, id, 1);
   told(*follower);
   put(*table, 3, 0);
   put(*table, 5, 0);
