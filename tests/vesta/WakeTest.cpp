@@ -131,8 +131,9 @@ TEST_F(TableTest, Wake_NobodyAwakeAndEveryoneAsleepWhoIsConcerned) {
   table.reset();
   table = writer();  // its predecessor may have died before it woke them
   allAreWoken();
-  damageRow(*table, TestKey{1});
-  put(*table, 1, 0);  // meets the damage and replaces the segment
+  Vesta::Segment& segment = *table->segment().mapping();
+  segment.at(segment.layout().slotAt(0) + 2) ^= 1;  // the key
+  put(*table, 1, 0);                                // meets it and replaces the segment
   allAreWoken();
   put(*table, 1, 1);
   allAreWoken();
