@@ -128,10 +128,10 @@ void TableEntityOf<Derived, KeyT, EntryT>::attach(const QuillVesta::MountDescrip
                                                   const Vesta::AttachOptions& options,
                                                   Quill::EventLoop& loop) {
   pump_.reset();
-  map_.readyFunctionIs(
-      [this] {  // a table found corrupt has no more events, unless it is mounted again by now
-        if (!map_.attached()) pump_.reset();
-      });
+  // A table found corrupt has no more events, unless its callback has mounted it again.
+  map_.readyFunctionIs([this] {
+    if (!map_.attached()) pump_.reset();
+  });
   if (description.type() == QuillVesta::QuillVestaType::writer) {
     map_.attachWriter(options);
   } else {

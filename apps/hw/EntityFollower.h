@@ -38,8 +38,8 @@ class EntityFollower final : public TableFollower {
 
   std::uint64_t answers() const override { return programmer_.answers(); }
   bool attached() const override { return pair_.readable(); }
-  void lookAfterReaders() override {
-    pair_.lookAfterReaders();
+  void lookForDamage() override {
+    pair_.lookForDamage();
     const std::uint64_t generation = pair_.statusGeneration();
     if (std::exchange(generation_, generation) == generation) return;
     // Status rows that were not sound are gone; an agent that starts takes their answers for owed.

@@ -78,7 +78,7 @@ void Tables::follow() {
     const std::string name(table.name);
     auto& [follower, waitedFor] = followed_[i];
     if (follower && follower->attached()) {
-      follower->lookAfterReaders();
+      follower->lookForDamage();
       continue;
     }
     if (follower) answersBefore_ += follower->answers();

@@ -27,7 +27,7 @@ class TableFollower {
   virtual bool attached() const = 0;
   /// Replaces the status table if a reader has met damage in it, and gives the answers again that were lost;
   /// to be called now and then, since an agent that meets it at its start makes no change to be answered.
-  virtual void lookAfterReaders() = 0;
+  virtual void lookForDamage() = 0;
 };
 
 /// Mounts all tables in the runtime folder of an entity manager, answers what is open and follows them. A

@@ -41,14 +41,10 @@ class SegmentWriter {
   }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
-  /// Wakes readers that sleep on changes and replaces a segment in which one has met damage. Every write ends
-  /// with it; for a writer that may not write for long. Nothing after detach.
-  void lookAfterReaders() {
-    if (!rows_) return;
-    // The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
-    std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
-    if (sleepers.load(std::memory_order_seq_cst) != 0) [[unlikely]]
-      wakeSleepers();
+  /// Replaces the segment if a reader has met damage in it, as the next write would: for a writer that may
+  /// not write for long. Nothing after detach.
+  void lookForDamage() {
+    if (rows_ && (rows_->reads().segment().load(kSleepersAt) & kDamageReported) != 0) wakeSleepers();
   }
 
   bool attached() const noexcept { return rows_ != nullptr; }
@@ -89,6 +85,12 @@ class SegmentWriter {
   [[noreturn]] void refuse() const;
   void takeTable();
   void rowsAre(std::unique_ptr<RowWrites> rows);
+  // The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
+  void lookAfterReaders() {
+    std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
+    if (sleepers.load(std::memory_order_seq_cst) != 0) [[unlikely]]
+      wakeSleepers();
+  }
   void wakeSleepers();
   void wake(Word sleepers);
   // A change that meets damage is done again in a new segment with all sound rows.
