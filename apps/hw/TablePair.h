@@ -9,7 +9,7 @@
 #include <string>
 
 #include "orrery/Mount.h"
-#include "vesta/VestaBase.h"
+#include "vesta/VestaWriter.h"
 
 namespace HwAgent {
 
