@@ -78,7 +78,7 @@ TEST_F(TableTest, Hostile_EveryWordDamagedIsRightOrAnError) {
   std::size_t seenInRows = 0;
   std::size_t seenInLog = 0;
   const auto shortcuts = shortcutsOf(segment);
-  std::fill_n(&segment.at(segment.layout().shortcutsAt), shortcuts.size(), 0);
+  forgetShortcuts(segment);
   for (std::size_t at = 0; at < segment.layout().words * 66 && !HasFailure(); ++at) {
     const std::size_t word = at / 66;
     const std::size_t bit = at % 66;
@@ -203,7 +203,7 @@ TEST_F(TableTest, Hostile_IndexOfSealedCells) {
   Vesta::Segment& segment = *table->segment().mapping();
   const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
   const std::size_t cells = segment.layout().cells;
-  std::fill_n(&segment.at(segment.layout().shortcutsAt), cells / 2, 0);
+  forgetShortcuts(segment);
   for (std::size_t cell = 0; cell < cells; ++cell) {
     const Vesta::Word sound = segment.at(index + cell);
     segment.at(index + cell) = segment.at(index + (cell + 1) % cells);

@@ -371,10 +371,7 @@ TEST_F(BetweenLoads, MissInAnIndexThatIsMadeAnewIsLookedAtAgain) {
   for (std::uint64_t id = 0; id < 200; ++id) put(*table, id, 1);
   attach(kLarge);
   Vesta::Segment& segment = *table->segment().mapping();
-  const auto forgetShortcuts = [&segment] {
-    std::fill(&segment.at(segment.layout().shortcutsAt), &segment.at(segment.layout().stagingAt), 0);
-  };
-  forgetShortcuts();
+  forgetShortcuts(segment);
   const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
   bool between = false;
   onTouch(index, [&] {
@@ -386,7 +383,7 @@ TEST_F(BetweenLoads, MissInAnIndexThatIsMadeAnewIsLookedAtAgain) {
     for (std::size_t at = index; at < index + segment.layout().cells; ++at) {
       segment.at(at) = Vesta::sealed(Vesta::kEmptyCell, at);
     }
-    forgetShortcuts();
+    forgetShortcuts(segment);
   });
   EXPECT_EQ(follower_->stampOf(7), 1u);
   EXPECT_TRUE(between);

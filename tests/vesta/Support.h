@@ -123,6 +123,11 @@ inline Ids told(Reader& reader, Model* known = nullptr) {
   return ids;
 }
 
+/// Leaves readers to the index alone.
+inline void forgetShortcuts(Vesta::Segment& segment) {
+  std::fill(&segment.at(segment.layout().shortcutsAt), &segment.at(segment.layout().stagingAt), 0);
+}
+
 inline bool readable(int descriptor) {
   pollfd waiting{descriptor, POLLIN, 0};
   return poll(&waiting, 1, 0) == 1;

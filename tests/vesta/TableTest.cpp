@@ -112,7 +112,7 @@ TEST_F(TableTest, Rebuild_HidesNoKeyAtAnyStep) {
   std::set<Vesta::Word> words;
   start.stepHook = [&](Vesta::WriteStep step) {
     if (segment == nullptr || step > Vesta::WriteStep::rebuildSwitched) return;
-    std::fill(&segment->at(segment->layout().shortcutsAt), &segment->at(segment->layout().stagingAt), 0);
+    forgetShortcuts(*segment);
     for (std::uint64_t id = 0; id < 30; ++id) ASSERT_EQ(stampOf(*looking, id), 1u) << static_cast<int>(step);
     words.insert(segment->load(Vesta::kIndexAt));
   };
