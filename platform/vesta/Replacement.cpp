@@ -50,10 +50,11 @@ void logError(const AttachOptions& options, const std::string& text) {
 
 std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, std::shared_ptr<Segment> damaged,
                                           const std::string& reason, const AttachOptions& options) {
-  logError(options, "is damaged and set aside: " + reason);
   std::vector<std::vector<Word>> rows;
   if (options.onDamage == OnDamage::keepSoundRows) rows = soundRows(damaged);
-  return createSegment(files, damaged->layout(), options, std::move(rows), true);
+  auto writes = createSegment(files, damaged->layout(), options, std::move(rows), true);
+  logError(options, "is damaged and set aside: " + reason);
+  return writes;
 }
 
 std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
@@ -64,9 +65,10 @@ std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
     return replaceDamaged(files, found.segment, found.fault.text, options);
   }
   if (!found.fault.text.empty()) {
+    auto writes = createSegment(files, layout, options, {}, true);
     logError(options, std::string(found.fault.damaged ? "is damaged" : "is of another kind") +
                           " and set aside: " + found.fault.text);
-    return createSegment(files, layout, options, {}, true);
+    return writes;
   }
   if (found.segment->load(kStateAt) != kLive) {
     return replaceDamaged(files, found.segment, "state: found " + hexText(found.segment->load(kStateAt)),
