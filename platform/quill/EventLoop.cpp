@@ -92,17 +92,23 @@ std::size_t EventLoop::runTimers() {
 
 std::size_t EventLoop::step(std::chrono::milliseconds timeout) {
   std::array<epoll_event, 32> events;
-  const int wait = maySleep() ? sleepMilliseconds(timeout) : 0;
+  const bool idle = maySleep();
+  const int wait = idle ? sleepMilliseconds(timeout) : 0;
   const int ready = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), wait);
   if (ready < 0 && errno != EINTR) throw Cairn::SystemException("epoll_wait", errno);
   wakeHooks_.visit([](const Callback& hook) { hook(); });
-  std::size_t count = runTimers();
+  std::size_t count = 0;
   for (int i = 0; i < ready; ++i) {
     const auto found = descriptors_.find(events[static_cast<std::size_t>(i)].data.fd);
     if (found == descriptors_.end()) continue;  // removed by a callback before it
     const auto callback = found->second;        // stays alive when it removes itself
     (*callback)();
     ++count;
+  }
+  // A signal that interrupts the wait may be the one that continues a stopped process: not idle either.
+  if ((idle && ready == 0) || ++busySteps_ == kBusySteps) {
+    busySteps_ = 0;
+    count += runTimers();
   }
   return count;
 }

@@ -18,6 +18,7 @@ class EventLoop {
   using Callback = std::function<void()>;
   using Clock = std::chrono::steady_clock;
   using TimerId = std::uint64_t;
+  static constexpr unsigned kBusySteps = 64;
 
   EventLoop();
   ~EventLoop();
@@ -30,7 +31,9 @@ class EventLoop {
   void descriptorIs(int descriptor, Callback readable);
   void descriptorDel(int descriptor);
 
-  /// Calls `expired` once, `delay` from now at the earliest.
+  /// Calls `expired` once, `delay` from now at the earliest. A timer that is due waits until a step finds
+  /// nothing else to do: a process that was held up handles what has arrived meanwhile before its time-outs
+  /// expire. Work without end delays a timer by kBusySteps steps at most.
   TimerId timerIs(Clock::duration delay, Callback expired);
   void timerDel(TimerId timer);
 
@@ -58,6 +61,7 @@ class EventLoop {
 
   int epoll_;
   bool stopped_ = false;
+  unsigned busySteps_ = 0;  // since timers were last run
   std::uint64_t nextId_ = 1;
   std::map<int, std::shared_ptr<Callback>> descriptors_;
   std::map<Due, Callback> timers_;

@@ -85,6 +85,27 @@ TEST_F(Loop, Timers_RunOnceInTheOrderTheyAreDue) {
   EXPECT_EQ(calls_, "abc");
 }
 
+TEST_F(Loop, Timers_WaitForWorkThatHasArrivedButNotForever) {
+  int portions = 3;
+  loop_.sleepHookIs([&portions] { return portions == 0; });
+  loop_.wakeHookIs([this, &portions] {
+    if (portions == 0) return;
+    calls_ += 'w';
+    if (--portions == 0) say(first_);
+  });
+  loop_.descriptorIs(first_, [this] {
+    hear(first_);
+    calls_ += 'd';
+  });
+  loop_.timerIs(0ms, call('t'));
+  for (int i = 0; i < 5; ++i) loop_.step(0ms);
+  EXPECT_EQ(calls_, "wwwdt");
+  loop_.sleepHookIs([] { return false; });
+  loop_.timerIs(0ms, call('T'));
+  for (unsigned i = 0; i < Quill::EventLoop::kBusySteps; ++i) loop_.step(0ms);
+  EXPECT_EQ(calls_, "wwwdtT");
+}
+
 TEST_F(Loop, Hooks_MayAddAndRemoveHooksAndThrow) {
   std::uint64_t own = 0;
   std::uint64_t next = 0;
