@@ -86,6 +86,11 @@ class TableEntityOf : public QuillVesta::TableEntity {
   pid_t writerProcess() const override {
     return map_.implementation() != nullptr ? map_.implementation()->writerProcess() : 0;
   }
+  std::string displacedFile() const override {
+    if (auto* const writer = map_.writer()) return writer->segment().displacedFile();
+    if (auto* const reader = map_.reader()) return reader->segment().displacedFile();
+    return {};
+  }
   void cleanup() override { map_.cleanup(); }
   void detach() override {
     pump_.reset();

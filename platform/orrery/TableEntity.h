@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <string>
+
 #include "orrery/MountDescription.h"
 #include "quill/Entity.h"
 #include "quill/EventLoop.h"
@@ -23,6 +25,9 @@ class TableEntity : public Quill::Entity {
   virtual bool attached() const = 0;
   /// The process that writes the table; 0 when none does. Costs a few system calls.
   virtual pid_t writerProcess() const = 0;
+  /// The path of a file of the table that is no longer the one in use, because somebody removed, moved or
+  /// replaced it; empty when all are in place. Costs a few system calls.
+  virtual std::string displacedFile() const = 0;
   /// Removes the table's files when this process writes it.
   virtual void cleanup() = 0;
   /// Lets go of the segment; the collection reads as empty from then on and refuses writes.

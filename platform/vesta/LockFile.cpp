@@ -70,6 +70,13 @@ std::vector<long> LockFile::heldElsewhere(long first, long end) const {
   return held;
 }
 
+bool LockFile::inPlace() const noexcept {
+  struct stat named {};
+  struct stat held {};
+  return lstat(path_.c_str(), &named) == 0 && fstat(file_.get(), &held) == 0 && named.st_dev == held.st_dev &&
+         named.st_ino == held.st_ino;
+}
+
 CreationLock::CreationLock(LockFile& file, const std::string& path, std::chrono::milliseconds bound)
     : file_(file) {
   if (!file_.lockWithin(LockFile::kCreation, bound)) {

@@ -29,6 +29,9 @@ class LockFile {
   bool heldElsewhere(long byte) const { return !heldElsewhere(byte, byte + 1).empty(); }
   /// Those of the bytes from `first` up to but not including `end` that other objects hold, in any order.
   std::vector<long> heldElsewhere(long first, long end) const;
+  const std::string& path() const noexcept { return path_; }
+  /// False once the file at the path is another one, or there is none.
+  bool inPlace() const noexcept;
 
  private:
   std::string path_;

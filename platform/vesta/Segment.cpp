@@ -20,6 +20,10 @@ std::string hexText(Word value) {
 }
 
 Segment::Segment(int descriptor, const Layout& layout, Access access) : layout_(layout) {
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0) throw Cairn::SystemException("inspect segment", errno);
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
   const int protection = access == Access::writer ? PROT_READ | PROT_WRITE : PROT_READ;
   void* memory = mmap(nullptr, layout_.bytes(), protection, MAP_SHARED, descriptor, 0);
   if (memory == MAP_FAILED) {

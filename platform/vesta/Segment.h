@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <memory>
 #include <string>
 
@@ -25,6 +27,10 @@ class Segment {
   Word load(std::size_t position) const noexcept { return loadAcquire(words_[position]); }
   void store(std::size_t position, Word value) noexcept { storeRelease(words_[position], value); }
 
+  /// Whether this is the file that `status` describes.
+  bool maps(const struct stat& status) const noexcept {
+    return status.st_dev == device_ && status.st_ino == inode_;
+  }
   bool retired() const noexcept { return load(kStateAt) == kRetired; }
   Word firstSequence() const noexcept { return load(kFirstSequenceAt); }
   /// The value of a sealed word; throws Cairn::CorruptionDetectedException naming `what` when the seal is
@@ -45,6 +51,8 @@ class Segment {
 
   Layout layout_;
   Word* words_;
+  dev_t device_;
+  ino_t inode_;
 };
 
 /// Fills a new segment's words: header, sealed empty indexes, sealed vacant slots, records of no change.

@@ -60,6 +60,10 @@ class SegmentReader {
   bool connected() { return files_.lock().heldElsewhere(LockFile::kWriter); }
   pid_t writerProcess() { return connected() ? files_.writerPid() : 0; }
   void yieldTimeIs(std::chrono::milliseconds time);
+  /// See TableFiles::displacedFile. Empty while there is no segment.
+  std::string displacedFile() const {
+    return reads_ ? files_.displacedFile(reads_->segment()) : std::string();
+  }
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const ReaderCounters& counters() noexcept;
   /// Whether this reader itself has met that damage, last of all. Handlers may throw what they have met in

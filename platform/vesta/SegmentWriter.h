@@ -64,6 +64,10 @@ class SegmentWriter {
   pid_t writerProcess() const noexcept;
   /// Nothing keeps changing under the only one that writes.
   void yieldTimeIs(std::chrono::milliseconds) const noexcept {}
+  /// See TableFiles::displacedFile. Empty while there is no segment.
+  std::string displacedFile() const {
+    return rows_ ? files_.displacedFile(rows_->reads().segment()) : std::string();
+  }
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const WriterCounters& counters() noexcept;
   const std::shared_ptr<Segment>& mapping() const { return rows_->reads().sharedSegment(); }

@@ -138,6 +138,15 @@ void TableFiles::validate(const Layout& layout) const {
   }
 }
 
+std::string TableFiles::displacedFile(const Segment& segment) const {
+  if (!lock_.inPlace()) return lock_.path();
+  struct stat status {};
+  if (segment.retired()) return {};
+  const bool inPlace = lstat(path_.text().c_str(), &status) == 0 && segment.maps(status);
+  // A writer may have replaced the segment in between: it is marked first.
+  return inPlace || segment.retired() ? std::string() : path_.text();
+}
+
 std::string TableFiles::fifoName(unsigned reader) const {
   return std::string(RootPath::kSocketNamePrefix) + "." + path_.collection() + "." + std::to_string(reader);
 }

@@ -50,6 +50,11 @@ class TableFiles {
   /// Throws unless the file under the table's name is private, whole and of this layout.
   void validate(const Layout& layout) const;
 
+  /// The path at which the lock file or the file of `segment` no longer is, because somebody removed, moved
+  /// or replaced it behind the table service's back; empty when both are in place. A retired segment has no
+  /// path.
+  std::string displacedFile(const Segment& segment) const;
+
   std::string fifoName(unsigned reader) const;
   WakeFifo readerFifo(unsigned reader) const;
   /// Writes to every FIFO there is: for changes that concern sleeping readers of any segment of this table.
