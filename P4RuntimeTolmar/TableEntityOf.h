@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,12 +57,18 @@ class TableEntityOf : public QuillVesta::TableEntity {
   /// with nothing stored and nobody called, when the table is full ("used N of M") or not this process's own.
   void tableIs(const Entry& entry) {
     const Key key = entry.key();
-    map_.write(key, entry);
-    changed(key);
+    change(key, [&] { return map_.write(key, entry), true; });
   }
   /// Removes the entry under `key` and calls the reactors; nothing happens when there is none.
   void tableDel(const Key& key) {
-    if (map_.remove(key)) changed(key);
+    change(key, [&] { return map_.remove(key); });
+  }
+  /// Replaces the segment if this process writes it and a reader has reported damage in it, as each write
+  /// does: for a process that may not write for long. Calls the reactors for each entry that this has
+  /// changed.
+  void lookForDamage() {
+    map_.lookForDamage();
+    notifyOfReplacement();
   }
   /// Removes every entry and calls the reactors for each. An assertion failure when the table is not
   /// attached. Damage that is met while the keys are gathered is handed to the collection and thrown on;
@@ -98,6 +105,25 @@ class TableEntityOf : public QuillVesta::TableEntity {
   }
 
  private:
+  // A change may replace a damaged segment. Entries that this removed or set back are notified first, whether
+  // or not the change itself took place; its own key is notified once.
+  template <class Change>
+  void change(const Key& key, const Change& change) {
+    bool done = false;
+    try {
+      done = change();
+    } catch (...) {
+      notifyOfReplacement();
+      throw;
+    }
+    if (done) map_.changedKeyDel(key);
+    notifyOfReplacement();
+    if (done) changed(key);
+  }
+  // One at a time: a reactor may write, and so notify of the others.
+  void notifyOfReplacement() {
+    while (const std::optional<Key> key = map_.takeChangedKey()) changed(*key);
+  }
   void changed(const Key& key) const {
     notify<NotifieeConst>([&key](NotifieeConst& reactor) { reactor.onTable(key); });
   }

@@ -3,6 +3,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,20 @@ class VestaMap final : private EventSource {
   void write(const Key& key, const Entry& entry) { required().write(Row{key, entry}, false); }
   /// False when the key has no row.
   bool remove(const Key& key) { return required().remove(key, nullptr); }
+  /// Replaces the segment that this map writes if a reader has reported damage in it; a write does the same.
+  void lookForDamage() {
+    if (writer_ != nullptr) writer_->segment().lookForDamage();
+  }
+  /// Takes out one of the keys whose rows the replacement of a damaged segment has removed or set back to an
+  /// older content; nothing when there is none. To be asked after each of the three operations above, also
+  /// after one that threw.
+  std::optional<Key> takeChangedKey() {
+    return writer_ != nullptr ? writer_->takeChangedKey() : std::nullopt;
+  }
+  /// Takes `key` out if it is one of them.
+  void changedKeyDel(const Key& key) {
+    if (writer_ != nullptr) writer_->changedKeyDel(key);
+  }
 
   /// Handles damage that a read has met: swaps the placeholder in, reports the loss of readiness and writes
   /// the report file. Throws Cairn::CorruptionDetectedException when the map is not attached to a segment.

@@ -1,35 +1,20 @@
 #include "vesta/Replacement.h"
 
 #include <algorithm>
-#include <vector>
+#include <iterator>
+#include <set>
+#include <utility>
 
 namespace Vesta {
 
 namespace {
 
-// Every row that still passes its check, older first, so that of two rows with one key the newer stays.
-std::vector<std::vector<Word>> soundRows(const std::shared_ptr<Segment>& segment) {
-  RowReads reads(segment);
-  std::vector<std::vector<Word>> rows;
-  for (std::uint32_t slot = 0; slot < segment->layout().shape.capacity; ++slot) {
-    std::vector<Word> row(1 + segment->layout().rowWords);
-    try {
-      if (isOccupied(reads.readSlot(slot, row.data()))) rows.push_back(std::move(row));
-    } catch (const Cairn::CorruptionDetectedException&) {
-      // this row is what is not sound
-    }
-  }
-  std::sort(rows.begin(), rows.end(),
-            [](const auto& a, const auto& b) { return isAfter(b[0] >> 2, a[0] >> 2); });
-  return rows;
-}
-
 std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout,
-                                         const AttachOptions& options, std::vector<std::vector<Word>> rows,
+                                         const AttachOptions& options, std::vector<SlotRow> rows,
                                          bool inPlaceOfOther) {
   const TableFiles::Unnamed created = files.create(layout, options.firstSequence);
   auto writes = std::make_unique<RowWrites>(created.segment, options.stepHook);
-  for (auto& row : rows) writes->write(row.data(), false);
+  for (SlotRow& row : rows) writes->write(row.words.data(), false);
   if (inPlaceOfOther) {
     files.replace(created);
   } else {
@@ -38,7 +23,58 @@ std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout
   return writes;
 }
 
+// With the rows that pass their checks, if the options ask for them.
+std::unique_ptr<RowWrites> replaceAtAttach(TableFiles& files, const std::shared_ptr<Segment>& damaged,
+                                           const std::string& reason, const AttachOptions& options) {
+  std::vector<SlotRow> rows;
+  if (options.onDamage == OnDamage::keepSoundRows) rows = intactRows(damaged);
+  return replaceDamaged(files, damaged->layout(), std::move(rows), reason, options);
+}
+
 }  // namespace
+
+std::vector<SlotRow> intactRows(const std::shared_ptr<Segment>& damaged) {
+  RowReads reads(damaged);
+  std::vector<SlotRow> rows;
+  for (std::uint32_t slot = 0; slot < damaged->layout().shape.capacity; ++slot) {
+    std::vector<Word> words(1 + damaged->layout().rowWords);
+    try {
+      if (isOccupied(reads.readSlot(slot, words.data()))) rows.push_back({slot, std::move(words)});
+    } catch (const Cairn::CorruptionDetectedException&) {
+      // this row is what is damaged
+    }
+  }
+  const auto newestFirst = [](const SlotRow& a, const SlotRow& b) {
+    return isAfter(sequenceOf(a.words[0]), sequenceOf(b.words[0]));
+  };
+  std::sort(rows.begin(), rows.end(), newestFirst);
+  std::set<std::vector<Word>> keys;
+  std::erase_if(rows, [&](const SlotRow& row) {
+    return !keys.emplace(row.words.begin() + 1, row.words.begin() + 1 + damaged->layout().keyWords).second;
+  });
+  std::reverse(rows.begin(), rows.end());
+  return rows;
+}
+
+std::vector<std::vector<Word>> changedKeys(const RowWrites& writes, const std::vector<SlotRow>& rows) {
+  std::vector<RowWrites::HeldRow> held = writes.heldRows();
+  std::vector<RowWrites::HeldRow> kept;
+  const auto keyWords = writes.layout().keyWords;
+  for (const auto& [slot, words] : rows) {
+    kept.emplace_back(std::vector<Word>(words.begin() + 1, words.begin() + 1 + keyWords),
+                      sequenceOf(words[0]));
+  }
+  std::sort(held.begin(), held.end());
+  std::sort(kept.begin(), kept.end());
+  std::vector<RowWrites::HeldRow> changed;
+  std::set_symmetric_difference(held.begin(), held.end(), kept.begin(), kept.end(),
+                                std::back_inserter(changed));
+  std::vector<std::vector<Word>> keys;
+  for (auto& [key, sequence] : changed) {
+    if (keys.empty() || keys.back() != key) keys.push_back(std::move(key));
+  }
+  return keys;
+}
 
 void logError(const AttachOptions& options, const std::string& text) {
   const auto handler =
@@ -48,11 +84,9 @@ void logError(const AttachOptions& options, const std::string& text) {
   }
 }
 
-std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, std::shared_ptr<Segment> damaged,
+std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, const Layout& layout, std::vector<SlotRow> rows,
                                           const std::string& reason, const AttachOptions& options) {
-  std::vector<std::vector<Word>> rows;
-  if (options.onDamage == OnDamage::keepSoundRows) rows = soundRows(damaged);
-  auto writes = createSegment(files, damaged->layout(), options, std::move(rows), true);
+  auto writes = createSegment(files, layout, options, std::move(rows), true);
   logError(options, "is damaged and set aside: " + reason);
   return writes;
 }
@@ -62,7 +96,7 @@ std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
   TableFiles::Found found = files.open(layout, Access::writer);
   if (found.missing) return createSegment(files, layout, options, {}, false);
   if (found.segment && found.fault.sameKind) {
-    return replaceDamaged(files, found.segment, found.fault.text, options);
+    return replaceAtAttach(files, found.segment, found.fault.text, options);
   }
   if (!found.fault.text.empty()) {
     auto writes = createSegment(files, layout, options, {}, true);
@@ -71,13 +105,13 @@ std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
     return writes;
   }
   if (found.segment->load(kStateAt) != kLive) {
-    return replaceDamaged(files, found.segment, "state: found " + hexText(found.segment->load(kStateAt)),
-                          options);
+    return replaceAtAttach(files, found.segment, "state: found " + hexText(found.segment->load(kStateAt)),
+                           options);
   }
   try {
     return std::make_unique<RowWrites>(found.segment, options.stepHook);
   } catch (const Cairn::CorruptionDetectedException& damage) {
-    return replaceDamaged(files, found.segment, damage.message(), options);
+    return replaceAtAttach(files, found.segment, damage.message(), options);
   }
 }
 

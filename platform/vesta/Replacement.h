@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "vesta/AttachOptions.h"
 #include "vesta/RowWrites.h"
@@ -14,9 +16,20 @@ namespace Vesta {
 std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
                                         const AttachOptions& options);
 
-/// Replaces a damaged segment by a new one that goes on from the sequence `options` give, with its sound rows
-/// if they say so.
-std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, std::shared_ptr<Segment> damaged,
+/// A row copied out of a segment: the version, the key and the entry.
+struct SlotRow {
+  std::uint32_t slot;
+  std::vector<Word> words;
+};
+
+/// The rows of a damaged segment that pass their checks: one for each key, the newest; oldest first.
+std::vector<SlotRow> intactRows(const std::shared_ptr<Segment>& damaged);
+
+/// The keys whose rows in `rows` are not the last ones that `writes` knows of: lost, set back or returned.
+std::vector<std::vector<Word>> changedKeys(const RowWrites& writes, const std::vector<SlotRow>& rows);
+
+/// Replaces a damaged segment by a new one that continues from the sequence that `options` give.
+std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, const Layout& layout, std::vector<SlotRow> rows,
                                           const std::string& reason, const AttachOptions& options);
 
 /// Tells the log of an error concerning the table.

@@ -1,5 +1,7 @@
 #include "vesta/RowWrites.h"
 
+#include <algorithm>
+
 #include "cairn/Exception.h"
 
 namespace Vesta {
@@ -19,11 +21,26 @@ void RowWrites::prepareInsertion(RowReads::Probe& place, const Word* key, Word h
   place.slot = free_.back();
 }
 
-void RowWrites::finishInsertion(const RowReads::Probe& place, Word hash) {
+void RowWrites::finishInsertion(const RowReads::Probe& place, const Word* key, Word hash) {
   free_.pop_back();
-  known_[place.slot] = hash | kKnown;
+  knownIs(place.slot, key, hash, nextSequence(sequence_));
   putCell(place.cell, usedCell(hash, place.slot));
   membersIs(members_ + 1);
+}
+
+void RowWrites::knownIs(std::uint32_t slot, const Word* key, Word hash, Word sequence) {
+  known_[slot] = {hash | kKnown, sequence};
+  std::copy_n(key, layout_.keyWords, &keys_[std::size_t{slot} * layout_.keyWords]);
+}
+
+std::vector<RowWrites::HeldRow> RowWrites::heldRows() const {
+  std::vector<HeldRow> rows;
+  for (std::size_t slot = 0; slot < known_.size(); ++slot) {
+    if (known_[slot].hash == 0) continue;
+    const Word* key = &keys_[slot * layout_.keyWords];
+    rows.emplace_back(std::vector<Word>(key, key + layout_.keyWords), known_[slot].sequence);
+  }
+  return rows;
 }
 
 bool RowWrites::remove(const Word* key) {
@@ -36,7 +53,7 @@ bool RowWrites::remove(const Word* key) {
   step(WriteStep::begun);
   putRecord(reads_.sizes(), scratch_.data(), found.slot, false);
   putSlot(reads_.sizes(), scratch_.data(), found.slot, false);
-  known_[found.slot] = 0;
+  known_[found.slot].hash = 0;
   free_.push_back(found.slot);
   takeCell(found.cell);
   membersIs(members_ - 1);
@@ -99,11 +116,11 @@ void RowWrites::rebuildIndex() {
       layout_.cells);  // what is read back comes from here, not from the segment
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
     if (slot == layout_.shape.capacity / 2) step(WriteStep::rebuildHalf);
-    const Word hash = known_[slot];
+    const Word hash = known_[slot].hash;
     if (hash == 0) continue;
     std::uint32_t at = static_cast<std::uint32_t>(hash) & mask;
     for (; cellState(filled[at]) == CellState::used; at = (at + 1) & mask) {
-      if (known_[cellSlot(filled[at])] == hash) [[unlikely]]
+      if (known_[cellSlot(filled[at])].hash == hash) [[unlikely]]
         requireOtherKey(cellSlot(filled[at]), slot);
     }
     filled[at] = usedCell(hash, slot);

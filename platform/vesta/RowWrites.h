@@ -28,10 +28,16 @@ class RowWrites {
   /// False when the key has no row.
   bool remove(const Word* key);
 
+  /// A row of this writer's: its key and the sequence of its last change.
+  using HeldRow = std::pair<std::vector<Word>, Word>;
+  /// Every row that this writer has put into the segment or found there, whatever the segment now says.
+  std::vector<HeldRow> heldRows() const;
+
   Word sequence() const noexcept { return sequence_; }
   std::size_t members() const noexcept { return members_; }
   std::uint64_t indexRebuilds() const noexcept { return indexRebuilds_; }
   RowReads& reads() noexcept { return reads_; }
+  const Layout& layout() const noexcept { return layout_; }
   void step(WriteStep step) {
     if (stepHook_) [[unlikely]]
       stepHook_(step);
@@ -39,8 +45,12 @@ class RowWrites {
 
  private:
   // What a slot is known to hold: the key's hash with this bit set, which is neither of its place nor of its
-  // tag; 0 for no row.
+  // tag, 0 for no row; and the sequence of the row's last change.
   static constexpr Word kKnown = Word{1} << 40;
+  struct Known {
+    Word hash = 0;
+    Word sequence = 0;
+  };
 
   void takeOver();
   void requireOtherKey(std::uint32_t slot, std::uint32_t other);
@@ -48,7 +58,8 @@ class RowWrites {
   template <class Sizes>
   RowReads::Probe find(const Sizes& sizes, const Word* key, Word hash);
   void prepareInsertion(RowReads::Probe& place, const Word* key, Word hash);
-  void finishInsertion(const RowReads::Probe& place, Word hash);
+  void finishInsertion(const RowReads::Probe& place, const Word* key, Word hash);
+  void knownIs(std::uint32_t slot, const Word* key, Word hash, Word sequence);
   template <class Sizes>
   void putRecord(const Sizes& sizes, Word* row, std::uint32_t slot, bool written);
   template <class Sizes>
@@ -74,7 +85,8 @@ class RowWrites {
   std::uint32_t indexGeneration_ = 0;
   std::uint32_t cellsTaken_ = 0;  // cells of the current index that are not empty
   std::uint64_t indexRebuilds_ = 0;
-  std::vector<Word> known_;          // by slot
+  std::vector<Known> known_;         // by slot
+  std::vector<Word> keys_;           // by slot: of the rows known
   std::vector<std::uint32_t> free_;  // the next to be taken is the last
   std::vector<Word> scratch_;        // one row
 };
@@ -93,8 +105,9 @@ bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
   step(WriteStep::begun);
   putRecord(sizes, row, place.slot, true);
   putSlot(sizes, row, place.slot, true);
+  known_[place.slot].sequence = nextSequence(sequence_);
   if (isNew) [[unlikely]]
-    finishInsertion(place, hash);
+    finishInsertion(place, row + 1, hash);
   publish();
   return true;
 }
@@ -103,7 +116,7 @@ bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
 // like a row that is not there or like another key's.
 template <class Sizes>
 bool RowWrites::holds(const Sizes& sizes, std::uint32_t slot, const Word* key, Word hash) const {
-  return known_[slot] == (hash | kKnown) &&
+  return known_[slot].hash == (hash | kKnown) &&
          RowReads::sameKey(sizes, words_ + layout_.slotAt(sizes, slot) + 2, key);
 }
 

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "cairn/Exception.h"
 
 namespace Vesta {
@@ -91,15 +93,32 @@ void SegmentWriter::replaceIfDamaged() {
 // Sequences go on, so that what its owner waits for in terms of them keeps its meaning.
 void SegmentWriter::replaceSegment(const std::string& reason, std::chrono::milliseconds lockBound) {
   AttachOptions with = options_;
-  with.onDamage = OnDamage::keepSoundRows;
   with.firstSequence = rows_->sequence();
   try {
     const CreationLock creation(files_.lock(), files_.path().text(), lockBound);
-    rowsAre(replaceDamaged(files_, mapping(), reason, with));
+    std::vector<SlotRow> intact = intactRows(mapping());
+    std::vector<std::vector<Word>> changed = changedKeys(*rows_, intact);
+    changed.insert(changed.end(), changedKeys_.begin(), changedKeys_.end());
+    std::sort(changed.begin(), changed.end());
+    changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
+    rowsAre(replaceDamaged(files_, layout_, std::move(intact), reason, with));
+    changedKeys_ = std::move(changed);
     files_.wakeEveryone(*mapping());
   } catch (const Cairn::Exception& failure) {
     throw Cairn::CorruptionDetectedException(reason + "; could not be replaced: " + failure.message());
   }
+}
+
+std::vector<Word> SegmentWriter::takeChangedKey() {
+  std::vector<Word> key = std::move(changedKeys_.back());
+  changedKeys_.pop_back();
+  return key;
+}
+
+void SegmentWriter::changedKeyDel(const Word* key) {
+  std::erase_if(changedKeys_, [key](const std::vector<Word>& changed) {
+    return std::equal(changed.begin(), changed.end(), key);
+  });
 }
 
 bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {

@@ -47,6 +47,15 @@ class SegmentWriter {
     if (rows_ && (rows_->reads().segment().load(kSleepersAt) & kDamageReported) != 0) wakeSleepers();
   }
 
+  // Keys whose rows a replacement of the segment has changed: they are lost, or older rows have come back.
+  // The owner notifies of them; nobody else in this process would.
+
+  bool hasChangedKeys() const noexcept { return !changedKeys_.empty(); }
+  /// Takes one of them out; there is one.
+  std::vector<Word> takeChangedKey();
+  /// Takes `key` out if it is one of them.
+  void changedKeyDel(const Word* key);
+
   bool attached() const noexcept { return rows_ != nullptr; }
   void detach();
   void cleanup();
@@ -120,6 +129,7 @@ class SegmentWriter {
   std::unique_ptr<RowWrites> rows_;  // null when detached
   std::array<ReaderNote, kMaxReaders> notes_;
   WriterCounters counters_;
+  std::vector<std::vector<Word>> changedKeys_;
 };
 
 }  // namespace Vesta

@@ -13,6 +13,7 @@ RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
       shortcuts_(reinterpret_cast<std::uint32_t*>(words_ + layout_.shortcutsAt)),
       scratch_(1 + layout_.rowWords) {
   known_.resize(layout_.shape.capacity);
+  keys_.resize(std::size_t{layout_.shape.capacity} * layout_.keyWords);
   free_.reserve(layout_.shape.capacity);  // a removal must not fail half-way
   takeOver();
 }
@@ -37,7 +38,7 @@ void RowWrites::takeOver() {
     took = took || sequenceOf(version) == pending;
     if (isStaged(segment_.load(layout_.slotAt(slot)))) staged = slot;
     if (isOccupied(version)) {
-      known_[slot] = hashOf(row.data() + 1, layout_.keyWords) | kKnown;
+      knownIs(slot, row.data() + 1, hashOf(row.data() + 1, layout_.keyWords), sequenceOf(version));
       ++members;
     } else {
       free_.push_back(slot);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "vesta/SegmentWriter.h"
@@ -56,6 +57,22 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   /// Like quiesced, but readers that have not moved for a second do not count.
   bool movingReadersQuiesced(std::uint64_t sequence) { return writer_.movingReadersQuiesced(sequence); }
   std::vector<ConnectedReader> readers() { return writer_.readers(); }
+  /// Takes out one of the keys whose rows a replacement of the segment has changed; nothing when there is
+  /// none.
+  std::optional<Key> takeChangedKey() {
+    if (!writer_.hasChangedKeys()) [[likely]]
+      return std::nullopt;
+    Key key{};
+    RowBuffer<Key, Entry>::decodeKeyFrom(writer_.takeChangedKey().data(), key);
+    return key;
+  }
+  /// Takes `key` out if it is one of them.
+  void changedKeyDel(const Key& key) {
+    if (!writer_.hasChangedKeys()) [[likely]]
+      return;
+    row_.encodeKey(key);
+    writer_.changedKeyDel(row_.key());
+  }
   SegmentWriter& segment() noexcept { return writer_; }
 
  private:

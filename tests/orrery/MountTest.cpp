@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+
 #include "P4RuntimeTolmar/Entities.h"
 #include "tests/RuntimeFolder.h"
+#include "tests/vesta/DamagedRow.h"
 
 namespace {
 
@@ -34,8 +38,10 @@ struct Listener final : L3IifTH3Config::NotifieeConst {
   void onTable(const L3IifTH3Key& key) override {
     bool found = false;
     calls.emplace_back(key.l3Iif, notifier()->directLookup(key, found).genId);
+    if (calls.size() == 1 && atFirst) atFirst();
   }
   Calls calls;
+  std::function<void()> atFirst;
 };
 
 /// One process's view of the table: its own event loop and entity manager.
@@ -102,6 +108,57 @@ TEST_F(MountTest, Writer_IsToldAtOnceAndOfEveryWriteThatIsStored) {
   }
   writer.table->tableIs({{9}, {3}});
   EXPECT_EQ(listener.calls, (Calls{{3, 9}}));
+}
+
+// Row 2 is damaged, row 3 set back to what it held before. A reader has met the damage, so the writer
+// replaces its segment; what that has changed is notified before the write that it comes with, each key once.
+TEST(Replacement, ByAWriteOrBetweenThem_NotifiesOfTheRowsThatItChanged) {
+  const L3IifTH3Config::Ptr* table = nullptr;
+  const auto write = [&](std::uint64_t key) { return [&table, key] { (*table)->tableIs({{3}, {key}}); }; };
+  const auto remove = [&](std::uint64_t key) { return [&table, key] { (*table)->tableDel({key}); }; };
+  const struct {
+    const char* name;
+    std::function<void()> act;
+    Calls expected;
+    std::function<void()> atFirst{};
+  } cases[] = {
+      {"write another row", write(7), {{3, 1}, {2, 0}, {7, 3}}},
+      {"write the lost row", write(2), {{3, 1}, {2, 3}}},
+      {"write the row set back", write(3), {{2, 0}, {3, 3}}},
+      {"remove another row", remove(1), {{3, 1}, {2, 0}, {1, 0}}},
+      {"remove the lost row", remove(2), {{3, 1}, {2, 0}}},
+      {"remove the row set back", remove(3), {{2, 0}, {3, 0}}},
+      {"no write", [&] { (*table)->lookForDamage(); }, {{3, 1}, {2, 0}}},
+      {"write the lost row from a reactor", write(7), {{3, 1}, {2, 3}, {7, 3}}, write(2)},
+      {"refused write", [&] { EXPECT_THROW(write(9)(), Cairn::ResourceExhaustedException); }, {{3, 1}}},
+  };
+  for (const auto& [name, act, expected, atFirst] : cases) {
+    for (const bool mountedAgain : {false, true}) {
+      SCOPED_TRACE(name);
+      const bool full = expected.size() == 1;  // and its index damaged, not row 2
+      const RuntimeFolder folder;
+      auto side = std::make_unique<Side>(folder, kWriter);
+      for (std::uint64_t key = 1; key <= (full ? 8 : 4); ++key) side->table->tableIs({{1}, {key}});
+      const Vesta::Word* const slot = slotOf(*side->table->table().writer(), L3IifTH3Key{3});
+      const std::vector<Vesta::Word> old(slot, slot + 8);
+      side->table->tableIs({{2}, {3}});
+      if (mountedAgain) side.reset();
+      if (mountedAgain) side = std::make_unique<Side>(folder, kWriter);
+      table = &side->table;
+      Listener listener(*table);
+      auto& writer = *(*table)->table().writer();
+      std::copy(old.begin(), old.end(), slotOf(writer, L3IifTH3Key{3}));
+      if (!full) slotOf(writer, L3IifTH3Key{2})[2] ^= 1u << 7;
+      Vesta::Segment& segment = *writer.segment().mapping();
+      const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
+      for (std::size_t cell = 0; full && cell < segment.layout().cells; ++cell) segment.at(index + cell) ^= 1;
+      segment.at(Vesta::kSleepersAt) |= Vesta::kDamageReported;
+      listener.atFirst = atFirst;
+      act();
+      EXPECT_EQ(listener.calls, expected);
+      EXPECT_NE(writer.segment().mapping().get(), &segment) << "replaced";
+    }
+  }
 }
 
 TEST_F(MountTest, Reader_HearsOfChangesAfterItsMountThroughItsLoop) {
