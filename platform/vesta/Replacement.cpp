@@ -14,6 +14,9 @@ std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout
                                          bool inPlaceOfOther) {
   const TableFiles::Unnamed created = files.create(layout, options.firstSequence);
   auto writes = std::make_unique<RowWrites>(created.segment, options.stepHook);
+  std::vector<std::uint32_t> slots;
+  for (const SlotRow& row : rows) slots.push_back(row.slot);
+  writes->nextSlotsAre(slots);
   for (SlotRow& row : rows) writes->write(row.words.data(), false);
   if (inPlaceOfOther) {
     files.replace(created);

@@ -28,7 +28,8 @@ std::vector<SlotRow> intactRows(const std::shared_ptr<Segment>& damaged);
 /// The keys whose rows in `rows` are not the last ones that `writes` knows of: lost, set back or returned.
 std::vector<std::vector<Word>> changedKeys(const RowWrites& writes, const std::vector<SlotRow>& rows);
 
-/// Replaces a damaged segment by a new one that continues from the sequence that `options` give.
+/// Replaces a damaged segment by a new one that continues from the sequence that `options` give. The rows
+/// keep their slots, so that a walk over the table continues in the new segment.
 std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, const Layout& layout, std::vector<SlotRow> rows,
                                           const std::string& reason, const AttachOptions& options);
 

@@ -43,6 +43,13 @@ std::vector<RowWrites::HeldRow> RowWrites::heldRows() const {
   return rows;
 }
 
+void RowWrites::nextSlotsAre(const std::vector<std::uint32_t>& slots) {
+  std::vector<bool> wanted(layout_.shape.capacity);
+  for (const std::uint32_t slot : slots) wanted[slot] = true;
+  std::erase_if(free_, [&](std::uint32_t slot) { return wanted[slot]; });
+  free_.insert(free_.end(), slots.rbegin(), slots.rend());
+}
+
 bool RowWrites::remove(const Word* key) {
   const Word hash = hashOf(key, layout_.keyWords);
   const RowReads::Probe found = find(reads_.sizes(), key, hash);

@@ -32,6 +32,8 @@ class RowWrites {
   using HeldRow = std::pair<std::vector<Word>, Word>;
   /// Every row that this writer has put into the segment or found there, whatever the segment now says.
   std::vector<HeldRow> heldRows() const;
+  /// Has the next insertions take these vacant slots, in this order.
+  void nextSlotsAre(const std::vector<std::uint32_t>& slots);
 
   Word sequence() const noexcept { return sequence_; }
   std::size_t members() const noexcept { return members_; }

@@ -181,6 +181,60 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   EXPECT_EQ(contents(*bystander).size(), 3u);
 }
 
+// Rows keep their slots in a new segment, so a walk goes on in it.
+TEST_F(MapTest, Walk_MeetsEachRowOnceWhateverSegmentItStepsOnIn) {
+  Map other;  // attached to the other side
+  const auto replace = [&](Map& writing, Map& reading) {
+    damageRow(*writing.writer(), TestKey{2});
+    bool found = false;
+    EXPECT_NE(failure([&] { reading.directLookup(TestKey{2}, found); }), "");
+    writing.write(TestKey{9}, TestEntry::make(9, 1));
+    reading.events().poll(100);
+  };
+  const std::pair<const char*, std::function<void(bool)>> acts[] = {
+      {"nothing", [](bool) {}},
+      {"replaced", [&](bool writes) { writes ? replace(map, other) : replace(other, map); }},
+      {"mounted again",
+       [&](bool writes) {
+         map.detach();
+         writes ? map.attachWriter(options()) : map.attachReader(options());
+       }},
+      {"damaged, mounted again",
+       [&](bool writes) {
+         Map& writing = writes ? map : other;
+         damageRow(*writing.writer(), TestKey{2});
+         writing.corruptionDetected("x");
+         writing.attachWriter(options());
+         if (!writes) map.detach();
+         if (!writes) map.attachReader(options());
+       }},
+  };
+  other.readyFunctionIs([] {});
+  for (const auto& [name, act] : acts) {
+    for (const bool writes : {false, true}) {
+      SCOPED_TRACE(name);
+      startOver();
+      Map& writing = writes ? map : other;
+      writing.attachWriter(options());
+      for (const std::uint64_t id : {8, 1, 2, 3, 4, 5, 6, 7})
+        writing.write(TestKey{id}, TestEntry::make(id, 1));
+      for (const std::uint64_t id : {4, 1}) writing.write(TestKey{id}, TestEntry::make(id, 2));
+      writing.remove(TestKey{8});
+      (writes ? other : map).attachReader(options());
+      Ids met;
+      Row row;
+      Vesta::IterHint hint;
+      for (bool more = map.first(row, hint); more; more = map.next(row.key, row, hint)) {
+        if (row.key.id < 8) met.push_back(row.key.id);
+        if (met.size() == 4) act(writes);
+      }
+      EXPECT_EQ(met, (Ids{1, 2, 3, 4, 5, 6, 7}));
+      map.detach();
+      other.detach();
+    }
+  }
+}
+
 TEST_F(MapTest, Handlers_MayDetachAndAttachTheirMap) {
   const auto table = writer();
   map.attachReader(options());
