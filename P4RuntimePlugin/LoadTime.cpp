@@ -6,23 +6,10 @@
 
 #include "P4RuntimePlugin/P4RuntimeTolmarPluginLoader.h"
 
-namespace TolmarHwLib {
-
-Quill::AllocTrackTypeInfo L3IifTH3PendingHwProgrammingSm::quillAllocTrackTypeInfo_;
-Quill::AllocTrackTypeInfo MyStationTcamTH3PendingHwProgrammingSm::quillAllocTrackTypeInfo_;
-Quill::AllocTrackTypeInfo L3TunnelTH3PendingHwProgrammingSm::quillAllocTrackTypeInfo_;
-
-}  // namespace TolmarHwLib
-
 namespace P4RuntimeTolmar {
 
 const Quill::TraceHandle kPendingHwPogrammingTrace("PendingHwPogrammingSm");
 const Quill::TraceHandle kVrfSmTrace("VrfSm");
-
-Quill::AllocTrackTypeInfo VrfSm::quillAllocTrackTypeInfo_;
-Quill::AllocTrackTypeInfo VrfSm::QuillL3IifTH3Config::quillAllocTrackTypeInfo_;
-Quill::AllocTrackTypeInfo PluginCleanupHelper::quillAllocTrackTypeInfo_;
-Quill::AllocTrackTypeInfo TolmarP4RuntimePlugin::quillAllocTrackTypeInfo_;
 
 namespace {
 

@@ -36,21 +36,15 @@ void setUpTable(P4RuntimePluginHelper& helper, const char* typePrefix, const cha
 
 }  // namespace
 
-void TolmarP4RuntimePlugin::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
-
 const Quill::TraceHandle& pluginTrace() {
   static const Quill::TraceHandle handle("TolmarP4RuntimePlugin");
   return handle;
 }
 
-TolmarP4RuntimePlugin::TolmarP4RuntimePlugin(const Quill::Name& name) : P4RuntimePluginBase(name) {}
+TolmarP4RuntimePlugin::TolmarP4RuntimePlugin(const Quill::Name& name) : Typed(name) {}
 
 // Members are declared in the order in which they are released from the end.
 TolmarP4RuntimePlugin::~TolmarP4RuntimePlugin() { vrfSmDel(); }
-
-const Quill::TypeNode* TolmarP4RuntimePlugin::fwkType() const { return &_quillType; }
 
 Quill::Ptr<TolmarP4RuntimePlugin> tolmarP4RuntimePluginFactory(const Quill::Name& name) {
   return Quill::allocate<TolmarP4RuntimePlugin>(name);

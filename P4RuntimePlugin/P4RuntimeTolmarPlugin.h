@@ -14,7 +14,8 @@ class P4RuntimePluginHelper;
 
 namespace P4RuntimeTolmar {
 
-class TolmarP4RuntimePlugin final : public P4Runtime::P4RuntimePluginBase {
+class TolmarP4RuntimePlugin final
+    : public Quill::Typed<TolmarP4RuntimePlugin, P4Runtime::P4RuntimePluginBase> {
  public:
   using L3TunnelConfigPtr = Quill::Ptr<TolmarHwLib::L3TunnelTH3Config>;
   using L3TunnelStatusPtr = Quill::Ptr<TolmarHwLib::L3TunnelTH3Status>;
@@ -30,7 +31,6 @@ class TolmarP4RuntimePlugin final : public P4Runtime::P4RuntimePluginBase {
   explicit TolmarP4RuntimePlugin(const Quill::Name& name);
   /// Switches the VRF tracker off and releases every component. Tables stay mounted and registered.
   ~TolmarP4RuntimePlugin() override;
-  const Quill::TypeNode* fwkType() const override;
 
   /// Changes nothing: the components are made by pluginInit, whatever becomes of the mounts.
   void doMountsComplete(Orrery::MountStatus mountStatus,
@@ -96,8 +96,6 @@ class TolmarP4RuntimePlugin final : public P4Runtime::P4RuntimePluginBase {
   void myStationTcamTH3PhpSmIs(const MyStationTcamSmPtr& value);
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   void setUpTables(P4Runtime::P4RuntimePluginHelper& helper);

@@ -57,9 +57,9 @@ class PendingHwProgrammingSm : public Quill::PtrInterface {
 /// The tracker's reactor on its status table.
 template <class Key, class Status, int kLine>
 class PendingHwProgrammingSm<Key, Status, kLine>::QuillStatus final
-    : public P4RuntimeTolmar::TableReactor<PendingHwProgrammingSm, Status> {
+    : public P4RuntimeTolmar::TableReactor<QuillStatus, PendingHwProgrammingSm, Status> {
  public:
-  using P4RuntimeTolmar::TableReactor<PendingHwProgrammingSm, Status>::TableReactor;
+  using P4RuntimeTolmar::TableReactor<QuillStatus, PendingHwProgrammingSm, Status>::TableReactor;
   ~QuillStatus() override = default;
 
   void onTable(const Key& key) override {
@@ -68,9 +68,6 @@ class PendingHwProgrammingSm<Key, Status, kLine>::QuillStatus final
   void onTablequillImmediate() override {
     if (const auto tracker = this->owner()) tracker->onStatusRows();
   }
-
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
 };
 
 }  // namespace TolmarHwLib

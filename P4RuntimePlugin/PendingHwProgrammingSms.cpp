@@ -43,13 +43,7 @@ constinit const Quill::TypeNode L3IifTH3PendingHwProgrammingSm::_quillType{
     .members = kL3IifMembers,
     .genericIfFromCtorArgs = &fromCtorArgs<&l3IifTH3PendingHwProgrammingSmFactory, L3IifTH3Status>};
 
-void L3IifTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
-
 L3IifTH3PendingHwProgrammingSm::~L3IifTH3PendingHwProgrammingSm() = default;
-
-const Quill::TypeNode* L3IifTH3PendingHwProgrammingSm::fwkType() const { return &_quillType; }
 
 Quill::Ptr<L3IifTH3PendingHwProgrammingSm> L3IifTH3PendingHwProgrammingSm::L3IifTH3PendingHwProgrammingSmIs(
     const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus, const Quill::Ptr<const L3IifTH3Status>& status) {
@@ -67,13 +61,7 @@ constinit const Quill::TypeNode MyStationTcamTH3PendingHwProgrammingSm::_quillTy
     .genericIfFromCtorArgs =
         &fromCtorArgs<&myStationTcamTH3PendingHwProgrammingSmFactory, MyStationTcamTH3Status>};
 
-void MyStationTcamTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
-
 MyStationTcamTH3PendingHwProgrammingSm::~MyStationTcamTH3PendingHwProgrammingSm() = default;
-
-const Quill::TypeNode* MyStationTcamTH3PendingHwProgrammingSm::fwkType() const { return &_quillType; }
 
 Quill::Ptr<MyStationTcamTH3PendingHwProgrammingSm>
 MyStationTcamTH3PendingHwProgrammingSm::MyStationTcamTH3PendingHwProgrammingSmIs(
@@ -94,13 +82,7 @@ constinit const Quill::TypeNode L3TunnelTH3PendingHwProgrammingSm::_quillType{
     .members = kL3TunnelMembers,
     .genericIfFromCtorArgs = &fromCtorArgs<&l3TunnelTH3PendingHwProgrammingSmFactory, L3TunnelTH3Status>};
 
-void L3TunnelTH3PendingHwProgrammingSm::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
-
 L3TunnelTH3PendingHwProgrammingSm::~L3TunnelTH3PendingHwProgrammingSm() = default;
-
-const Quill::TypeNode* L3TunnelTH3PendingHwProgrammingSm::fwkType() const { return &_quillType; }
 
 Quill::Ptr<L3TunnelTH3PendingHwProgrammingSm>
 L3TunnelTH3PendingHwProgrammingSm::L3TunnelTH3PendingHwProgrammingSmIs(

@@ -27,19 +27,13 @@ constexpr Quill::Member kMembers[] = {
 constinit const Quill::TypeNode PluginCleanupHelper::_quillType{
     .name = "P4RuntimeTolmar::PluginCleanupHelper", .members = kMembers};
 
-void PluginCleanupHelper::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
-
 PluginCleanupHelper::PluginCleanupHelper(const Quill::Ptr<const P4Runtime::AllPluginConfig>& allPluginConfig,
                                          const Quill::Ptr<P4Runtime::PluginStatus>& pluginStatus,
                                          const Quill::Ptr<P4Runtime::CliCommandConfig>& cliConfig,
                                          const Quill::Ptr<TolmarP4RuntimePlugin>& parent)
-    : P4Runtime::PluginCleanupHelper(allPluginConfig, pluginStatus, cliConfig), parent_(parent) {}
+    : Typed(allPluginConfig, pluginStatus, cliConfig), parent_(parent) {}
 
 PluginCleanupHelper::~PluginCleanupHelper() = default;
-
-const Quill::TypeNode* PluginCleanupHelper::fwkType() const { return &_quillType; }
 
 Quill::Name PluginCleanupHelper::name() const { return parent_ ? parent_->name() : Quill::Name(); }
 

@@ -8,14 +8,13 @@ class TolmarP4RuntimePlugin;
 
 /// Cleans up after the plugin when the agent asks for it. Holds the plugin, which holds it: the agent ends
 /// the cycle by clearing the plugin's pluginCleanupHelper attribute.
-class PluginCleanupHelper final : public P4Runtime::PluginCleanupHelper {
+class PluginCleanupHelper final : public Quill::Typed<PluginCleanupHelper, P4Runtime::PluginCleanupHelper> {
  public:
   PluginCleanupHelper(const Quill::Ptr<const P4Runtime::AllPluginConfig>& allPluginConfig,
                       const Quill::Ptr<P4Runtime::PluginStatus>& pluginStatus,
                       const Quill::Ptr<P4Runtime::CliCommandConfig>& cliConfig,
                       const Quill::Ptr<TolmarP4RuntimePlugin>& parent);
   ~PluginCleanupHelper() override;
-  const Quill::TypeNode* fwkType() const override;
 
   /// Unmounts the config tables, then completes the request; only completes it without a parent. When an
   /// unmount throws, the request is not completed.
@@ -27,8 +26,6 @@ class PluginCleanupHelper final : public P4Runtime::PluginCleanupHelper {
   Quill::Name name() const;
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   Quill::Ptr<TolmarP4RuntimePlugin> parent_;

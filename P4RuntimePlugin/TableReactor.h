@@ -2,13 +2,14 @@
 // to them without a count.
 #pragma once
 
-#include "quill/PtrInterface.h"
+#include "quill/Counted.h"
 
 namespace P4RuntimeTolmar {
 
-/// The reactor of an `Owner` on a `Table`. Silent once it is marked for deletion or has lost its owner.
-template <class Owner, class Table>
-class TableReactor : public Table::NotifieeConst {
+/// `Reactor`, the reactor of an `Owner` on a `Table`. Silent once it is marked for deletion or has lost its
+/// owner.
+template <class Reactor, class Owner, class Table>
+class TableReactor : public Quill::Counted<Reactor, typename Table::NotifieeConst> {
  public:
   TableReactor(Owner* owner, const Quill::Ptr<const Table>& table) : owner_(owner) {
     TableReactor::notifierIs(table);

@@ -30,8 +30,6 @@ void forEachKey(const L3IifTH3Config& config, const Visit& visit) {
 
 }  // namespace
 
-void VrfSm::operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
-
 VrfSm::VrfSm(const L3IifTH3ConfigPtr& l3IifTH3Config,
              const Quill::Ptr<P4Runtime::PluginContext>& pluginContext)
     : pluginContext_(pluginContext) {
@@ -58,8 +56,6 @@ void VrfSm::hasNotificationActiveIs(bool active) {
   PtrInterface::hasNotificationActiveIs(active);
   l3IifTH3Config_.hasNotificationActiveIs(active);
 }
-
-const Quill::TypeNode* VrfSm::fwkType() const { return &_quillType; }
 
 void VrfSm::quillDoZombieReactors(bool zombie) { l3IifTH3Config_.zombieIs(*this, zombie); }
 
@@ -140,10 +136,6 @@ void VrfSm::del(const L3IifTH3Key& key) {
 }
 
 VrfSm::QuillL3IifTH3Config::~QuillL3IifTH3Config() = default;
-
-void VrfSm::QuillL3IifTH3Config::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 void VrfSm::QuillL3IifTH3Config::onTable(const L3IifTH3Key& key) {
   if (const auto tracker = owner()) tracker->handleL3IifTH3ConfigEntry(key);

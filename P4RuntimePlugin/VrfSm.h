@@ -15,7 +15,7 @@ namespace P4RuntimeTolmar {
 /// notification of a present entry with a VRF takes one reference, also when the entry was counted before, on
 /// purpose: the counts follow the number of add notifications, not of entries. An entry that goes gives back
 /// one reference on the VRF last seen with it. Destruction gives nothing back.
-class VrfSm final : public Quill::PtrInterface {
+class VrfSm final : public Quill::Typed<VrfSm, Quill::PtrInterface> {
   struct QuillVrfId {
     using Key = TolmarHwLib::L3IifTH3Key;
     using Value = unsigned short;
@@ -37,7 +37,6 @@ class VrfSm final : public Quill::PtrInterface {
                                    const Quill::Ptr<P4Runtime::PluginContext>& pluginContext);
 
   void hasNotificationActiveIs(bool active) override;
-  const Quill::TypeNode* fwkType() const override;
 
   // Virtual operation, in slot order after those of PtrInterface.
   virtual void quillDoZombieReactors(bool zombie);
@@ -72,8 +71,6 @@ class VrfSm final : public Quill::PtrInterface {
   void handleL3IifTH3ConfigEntry(const TolmarHwLib::L3IifTH3Key& key);
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   void add(const TolmarHwLib::L3IifTH3Config& config, const TolmarHwLib::L3IifTH3Key& key);
@@ -87,16 +84,14 @@ class VrfSm final : public Quill::PtrInterface {
 };
 
 /// The tracker's reactor on the config table.
-class VrfSm::QuillL3IifTH3Config final : public TableReactor<VrfSm, TolmarHwLib::L3IifTH3Config> {
+class VrfSm::QuillL3IifTH3Config final
+    : public TableReactor<VrfSm::QuillL3IifTH3Config, VrfSm, TolmarHwLib::L3IifTH3Config> {
  public:
   using TableReactor::TableReactor;
   ~QuillL3IifTH3Config() override;
 
   void onTable(const TolmarHwLib::L3IifTH3Key& key) override;
   void onTablequillImmediate() override;
-
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 };
 
 /// Entry point for creators other than the plugin.

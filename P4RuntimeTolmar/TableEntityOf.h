@@ -10,22 +10,21 @@
 #include "P4RuntimeTolmar/RecordCodec.h"
 #include "orrery/TableEntity.h"
 #include "orrery/TablePump.h"
+#include "quill/Counted.h"
 #include "table-service/VestaMap.h"
 
 namespace TolmarHwLib {
 
 /// What a reactor of a table hears; each entity's NotifieeConst.
 template <class Entity>
-class TableNotifieeConst : public Quill::NotifieeConst {
+class TableNotifieeConst : public Quill::Counted<TableNotifieeConst<Entity>, Quill::NotifieeConst> {
  public:
   using Key = typename Entity::Key;
 
-  using Quill::NotifieeConst::NotifieeConst;
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  using TableNotifieeConst::Counted::Counted;
 
   /// The table that the reactor follows, or null.
-  const Entity* notifier() const { return static_cast<const Entity*>(notifierObject()); }
+  const Entity* notifier() const { return static_cast<const Entity*>(this->notifierObject()); }
 
   // Virtual operations, in slot order after those of Quill::NotifieeConst.
 
@@ -38,7 +37,7 @@ class TableNotifieeConst : public Quill::NotifieeConst {
 
 /// `Derived` is the entity class; it has `static const Quill::TypeNode _quillType`.
 template <class Derived, class KeyT, class EntryT>
-class TableEntityOf : public QuillVesta::TableEntity {
+class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
  public:
   using Key = KeyT;
   using Entry = EntryT;
@@ -47,11 +46,7 @@ class TableEntityOf : public QuillVesta::TableEntity {
   using PtrConst = Quill::Ptr<const Derived>;
   using NotifieeConst = TableNotifieeConst<Derived>;
 
-  using QuillVesta::TableEntity::TableEntity;
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-
-  const Quill::TypeNode* fwkType() const override { return &Derived::_quillType; }
+  using TableEntityOf::Typed::Typed;
 
   /// Inserts or replaces the entry under its key, then calls the reactors; also for an equal entry. Throws,
   /// with nothing stored and nobody called, when the table is full ("used N of M") or not this process's own.
@@ -125,11 +120,11 @@ class TableEntityOf : public QuillVesta::TableEntity {
     while (const std::optional<Key> key = map_.takeChangedKey()) changed(*key);
   }
   void changed(const Key& key) const {
-    notify<NotifieeConst>([&key](NotifieeConst& reactor) { reactor.onTable(key); });
+    this->template notify<NotifieeConst>([&key](NotifieeConst& reactor) { reactor.onTable(key); });
   }
   void attachedAnew() const {
-    notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTablequillImmediate(); });
-    notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTable(); });
+    this->template notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTablequillImmediate(); });
+    this->template notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTable(); });
   }
 
   mutable Map map_;

@@ -33,8 +33,6 @@ EntityManager::~EntityManager() {
   for (const auto& [path, mounted] : mounts_) mounted.entity->detach();
 }
 
-const Quill::TypeNode* EntityManager::fwkType() const { return &_quillType; }
-
 Quill::Ptr<QuillVesta::TableEntity> EntityManager::mount(
     const Quill::String& path, const Quill::String& typeName,
     const QuillVesta::MountDescription& description) const {

@@ -9,6 +9,7 @@
 
 #include "cairn/DebugHandler.h"
 #include "orrery/TableEntity.h"
+#include "quill/Counted.h"
 #include "quill/EventLoop.h"
 
 namespace Orrery {
@@ -16,7 +17,7 @@ namespace Orrery {
 /// Knows the entities mounted in this process. Paths are relative and joined by "/"; each names one entity.
 /// Mounting changes what is mounted, not the manager: it goes through a const manager, as holders have one.
 /// Thread safety: none; used on the event loop's thread.
-class EntityManager : public Quill::PtrInterface {
+class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
  public:
   /// Tables live in `runtimeFolder`, which must exist and belong to this user with mode 0700. Changes made by
   /// other processes are delivered from `loop`, which is not owned and outlives the manager's mounts.
@@ -26,10 +27,7 @@ class EntityManager : public Quill::PtrInterface {
                 std::shared_ptr<const Cairn::DebugHandler> debugHandler = nullptr,
                 std::chrono::milliseconds damagePatience = {});
   ~EntityManager() override;
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
   static const Quill::TypeNode _quillType;
-  const Quill::TypeNode* fwkType() const override;
 
   /// Mounts an entity of the registered type `typeName` at `path` and returns it; an entity of the same type
   /// and description that is mounted there already is returned as it is. Throws Cairn::Exception for an

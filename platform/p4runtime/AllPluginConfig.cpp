@@ -4,16 +4,10 @@ namespace P4Runtime {
 
 constinit const Quill::TypeNode AllPluginConfig::_quillType{.name = "P4Runtime::AllPluginConfig",
                                                             .members = {}};
-Quill::AllocTrackTypeInfo AllPluginConfig::quillAllocTrackTypeInfo_;
-void AllPluginConfig::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 AllPluginConfig::~AllPluginConfig() = default;
 AllPluginConfig::NotifieeConst::~NotifieeConst() = default;
 void AllPluginConfig::NotifieeConst::onCleanupsRequested(const Quill::Name&) {}
-
-const Quill::TypeNode* AllPluginConfig::fwkType() const { return &_quillType; }
 
 std::uint32_t AllPluginConfig::cleanupsRequested(const Quill::Name& plugin) const {
   const auto found = cleanupsRequested_.find(plugin.stringValue());

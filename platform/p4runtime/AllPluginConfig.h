@@ -3,16 +3,16 @@
 #include <cstdint>
 #include <map>
 
+#include "quill/Counted.h"
 #include "quill/Entity.h"
 
 namespace P4Runtime {
 
 /// What the agent wants of its plugins, by plugin name.
-class AllPluginConfig : public Quill::Entity {
+class AllPluginConfig : public Quill::Typed<AllPluginConfig, Quill::Entity> {
  public:
-  using Entity::Entity;
+  using Typed::Typed;
   ~AllPluginConfig() override;
-  const Quill::TypeNode* fwkType() const override;
 
   class NotifieeConst : public Quill::NotifieeConst {
    public:
@@ -26,8 +26,6 @@ class AllPluginConfig : public Quill::Entity {
   void cleanupsRequestedIs(const Quill::Name& plugin, std::uint32_t count);
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   std::map<Quill::String, std::uint32_t> cleanupsRequested_;

@@ -10,18 +10,12 @@
 namespace P4Runtime {
 
 constinit const Quill::TypeNode BatchStatus::_quillType{.name = "P4Runtime::BatchStatus", .members = {}};
-Quill::AllocTrackTypeInfo BatchStatus::quillAllocTrackTypeInfo_;
-void BatchStatus::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 BatchStatus::BatchStatus() : notificationDescriptor_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   if (notificationDescriptor_ < 0) throw Cairn::SystemException("batch status: eventfd", errno);
 }
 
 BatchStatus::~BatchStatus() { ::close(notificationDescriptor_); }
-
-const Quill::TypeNode* BatchStatus::fwkType() const { return &_quillType; }
 
 void BatchStatus::completedTransactionStatusIs(const BatchStatusEntry& entry) {
   completedTransactionStatus_.set(entry.entryHandle, entry);

@@ -4,20 +4,19 @@
 #include <vector>
 
 #include "p4runtime/BatchStatusEntry.h"
+#include "quill/Counted.h"
 #include "quill/HashMap2018.h"
-#include "quill/PtrInterface.h"
 #include "quill/TypeNode.h"
 
 namespace P4Runtime {
 
 /// Completions on their way from the plugins to the agent: one for each handle, until the agent takes them.
 /// A plugin that adds one then writes eight bytes to the notification descriptor.
-class BatchStatus : public Quill::PtrInterface {
+class BatchStatus : public Quill::Typed<BatchStatus, Quill::PtrInterface> {
  public:
   /// Cairn::SystemException when the descriptor cannot be made.
   BatchStatus();
   ~BatchStatus() override;
-  const Quill::TypeNode* fwkType() const override;
 
   /// Adds the completion, or replaces that of the same handle.
   virtual void completedTransactionStatusIs(const BatchStatusEntry& entry);
@@ -35,8 +34,6 @@ class BatchStatus : public Quill::PtrInterface {
   bool notificationTake() noexcept;
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   struct QuillCompletedTransactionStatus {

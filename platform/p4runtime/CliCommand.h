@@ -1,30 +1,25 @@
 #pragma once
 
+#include "quill/Counted.h"
 #include "quill/Entity.h"
 
 namespace P4Runtime {
 
 /// The command-line settings of one plugin. This platform has none, so both are plain entities.
-class CliCommandConfig : public Quill::Entity {
+class CliCommandConfig : public Quill::Typed<CliCommandConfig, Quill::Entity> {
  public:
-  using Entity::Entity;
+  using Typed::Typed;
   ~CliCommandConfig() override;
-  const Quill::TypeNode* fwkType() const override;
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 };
 
-class CliCommandStatus : public Quill::Entity {
+class CliCommandStatus : public Quill::Typed<CliCommandStatus, Quill::Entity> {
  public:
-  using Entity::Entity;
+  using Typed::Typed;
   ~CliCommandStatus() override;
-  const Quill::TypeNode* fwkType() const override;
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 };
 
 }  // namespace P4Runtime

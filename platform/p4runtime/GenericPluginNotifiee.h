@@ -11,10 +11,11 @@ namespace P4Runtime {
 /// derived from that of the base; the class derived from this one adds the attributes of its own. The reactor
 /// holds no reference to the plugin.
 template <class Base>
-class GenericPluginNotifiee : public Base {
+class GenericPluginNotifiee : public Quill::Counted<GenericPluginNotifiee<Base>, Base> {
  public:
   explicit GenericPluginNotifiee(Quill::GenericObserver observer)
-      : Base(Quill::NotifieeConst::Hold::uncounted), observer_(std::move(observer)) {}
+      : GenericPluginNotifiee::Counted(Quill::NotifieeConst::Hold::uncounted),
+        observer_(std::move(observer)) {}
 
   void onCliConfig() override { observe("cliConfig"); }
   void onCliStatus() override { observe("cliStatus"); }
@@ -26,9 +27,6 @@ class GenericPluginNotifiee : public Base {
   void onPluginCleanupSm() override { observe("pluginCleanupSm"); }
   void onPluginCleanupHelper() override { observe("pluginCleanupHelper"); }
   void onDefaultPluginCleanupHelper() override { observe("defaultPluginCleanupHelper"); }
-
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
 
  protected:
   void observe(std::string_view attribute) const { observer_(attribute); }

@@ -48,19 +48,13 @@ constinit const Quill::TypeNode P4RuntimePluginBase::_quillType{.name = "P4Runti
                                                                 .members = kMembers,
                                                                 .base = &Orrery::Mounter::_quillType,
                                                                 .genericNotifiee = &genericNotifiee};
-Quill::AllocTrackTypeInfo P4RuntimePluginBase::quillAllocTrackTypeInfo_;
-void P4RuntimePluginBase::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 P4RuntimePluginBase::P4RuntimePluginBase(const Quill::Name& name)
-    : Mounter(name), pluginStatus_(Quill::allocate<PluginStatus>(name)) {}
+    : Typed(name), pluginStatus_(Quill::allocate<PluginStatus>(name)) {}
 
 P4RuntimePluginBase::~P4RuntimePluginBase() {
   if (pluginContext_) pluginContext_->pluginDel(this);
 }
-
-const Quill::TypeNode* P4RuntimePluginBase::fwkType() const { return &_quillType; }
 
 void P4RuntimePluginBase::pluginInit(const Quill::Ptr<PluginContext>&) {}
 

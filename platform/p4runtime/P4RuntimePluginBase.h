@@ -6,16 +6,16 @@
 #include "p4runtime/PluginCleanupSm.h"
 #include "p4runtime/PluginContext.h"
 #include "p4runtime/PluginStatus.h"
+#include "quill/Counted.h"
 
 namespace P4Runtime {
 
 /// The agent's side of a plugin: its attributes, in the order below, and its start.
-class P4RuntimePluginBase : public Orrery::Mounter {
+class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mounter> {
  public:
   /// Starts with a plugin status of the same name; all else is null. init() makes the default cleanup helper.
   explicit P4RuntimePluginBase(const Quill::Name& name);
   ~P4RuntimePluginBase() override;
-  const Quill::TypeNode* fwkType() const override;
 
   // Virtual operation, in slot order after those of Orrery::Mounter.
 
@@ -72,8 +72,6 @@ class P4RuntimePluginBase : public Orrery::Mounter {
   void defaultPluginCleanupHelperIs(const Quill::Ptr<PluginCleanupHelper>& value);
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   Quill::Ptr<CliCommandConfig> cliConfig_;

@@ -4,10 +4,6 @@ namespace P4Runtime {
 
 constinit const Quill::TypeNode PluginCleanupHelper::_quillType{.name = "P4Runtime::PluginCleanupHelper",
                                                                 .members = {}};
-Quill::AllocTrackTypeInfo PluginCleanupHelper::quillAllocTrackTypeInfo_;
-void PluginCleanupHelper::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 PluginCleanupHelper::PluginCleanupHelper(const Quill::Ptr<const AllPluginConfig>& allPluginConfig,
                                          const Quill::Ptr<PluginStatus>& pluginStatus,
@@ -15,8 +11,6 @@ PluginCleanupHelper::PluginCleanupHelper(const Quill::Ptr<const AllPluginConfig>
     : allPluginConfig_(allPluginConfig), pluginStatus_(pluginStatus), cliConfig_(cliConfig) {}
 
 PluginCleanupHelper::~PluginCleanupHelper() = default;
-
-const Quill::TypeNode* PluginCleanupHelper::fwkType() const { return &_quillType; }
 
 void PluginCleanupHelper::handleCleanupRequest() {
   // A reactor of the status may let this helper go, so the status is held from here.

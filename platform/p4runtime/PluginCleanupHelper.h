@@ -3,20 +3,19 @@
 #include "p4runtime/AllPluginConfig.h"
 #include "p4runtime/CliCommand.h"
 #include "p4runtime/PluginStatus.h"
-#include "quill/PtrInterface.h"
+#include "quill/Counted.h"
 #include "quill/TypeNode.h"
 
 namespace P4Runtime {
 
 /// Does the cleaning up of one plugin. A plugin with something to clean up derives its own, does its work
 /// first and calls this class's handleCleanupRequest last.
-class PluginCleanupHelper : public Quill::PtrInterface {
+class PluginCleanupHelper : public Quill::Typed<PluginCleanupHelper, Quill::PtrInterface> {
  public:
   PluginCleanupHelper(const Quill::Ptr<const AllPluginConfig>& allPluginConfig,
                       const Quill::Ptr<PluginStatus>& pluginStatus,
                       const Quill::Ptr<CliCommandConfig>& cliConfig);
   ~PluginCleanupHelper() override;
-  const Quill::TypeNode* fwkType() const override;
 
   /// Completes the request: counts it in the plugin status, if there is one. This may be where the agent lets
   /// the helper and the plugin go.
@@ -27,8 +26,6 @@ class PluginCleanupHelper : public Quill::PtrInterface {
   const Quill::Ptr<CliCommandConfig>& cliConfig() const noexcept { return cliConfig_; }
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   Quill::Ptr<const AllPluginConfig> allPluginConfig_;

@@ -6,10 +6,6 @@ namespace P4Runtime {
 
 constinit const Quill::TypeNode PluginCleanupSm::_quillType{.name = "P4Runtime::PluginCleanupSm",
                                                             .members = {}};
-Quill::AllocTrackTypeInfo PluginCleanupSm::quillAllocTrackTypeInfo_;
-void PluginCleanupSm::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 PluginCleanupSm::PluginCleanupSm(const Quill::Ptr<const AllPluginConfig>& config, P4RuntimePluginBase* plugin)
     : plugin_(plugin) {
@@ -18,8 +14,6 @@ PluginCleanupSm::PluginCleanupSm(const Quill::Ptr<const AllPluginConfig>& config
 }
 
 PluginCleanupSm::~PluginCleanupSm() = default;
-
-const Quill::TypeNode* PluginCleanupSm::fwkType() const { return &_quillType; }
 
 void PluginCleanupSm::onCleanupsRequested(const Quill::Name& plugin) {
   if (!(plugin == plugin_->name())) return;

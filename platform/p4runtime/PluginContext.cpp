@@ -9,10 +9,6 @@
 namespace P4Runtime {
 
 constinit const Quill::TypeNode PluginContext::_quillType{.name = "P4Runtime::PluginContext", .members = {}};
-Quill::AllocTrackTypeInfo PluginContext::quillAllocTrackTypeInfo_;
-void PluginContext::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 PluginContext::PluginContext(const Quill::Ptr<Orrery::EntityManager>& entityManager,
                              std::shared_ptr<Lumen::LumenDB> lumenDb,
@@ -24,8 +20,6 @@ PluginContext::PluginContext(const Quill::Ptr<Orrery::EntityManager>& entityMana
       vrfIdCollection_(vrfIdCollection) {}
 
 PluginContext::~PluginContext() = default;
-
-const Quill::TypeNode* PluginContext::fwkType() const { return &_quillType; }
 
 void PluginContext::pluginIs(P4RuntimePluginBase* plugin) {
   if (std::find(plugins_.begin(), plugins_.end(), plugin) == plugins_.end()) plugins_.push_back(plugin);

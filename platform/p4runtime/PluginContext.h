@@ -6,7 +6,7 @@
 #include "p4runtime/AllPluginConfig.h"
 #include "p4runtime/BatchStatus.h"
 #include "p4runtime/VrfIdCollection.h"
-#include "quill/PtrInterface.h"
+#include "quill/Counted.h"
 #include "quill/TypeNode.h"
 
 namespace Lumen {
@@ -21,13 +21,12 @@ namespace P4Runtime {
 class P4RuntimePluginBase;
 
 /// What the agent gives its plugins to work with; the same for all of them. Each part may be null.
-class PluginContext : public Quill::PtrInterface {
+class PluginContext : public Quill::Typed<PluginContext, Quill::PtrInterface> {
  public:
   PluginContext(const Quill::Ptr<Orrery::EntityManager>& entityManager,
                 std::shared_ptr<Lumen::LumenDB> lumenDb, const Quill::Ptr<BatchStatus>& batchStatus,
                 const Quill::Ptr<VrfIdCollection>& vrfIdCollection);
   ~PluginContext() override;
-  const Quill::TypeNode* fwkType() const override;
 
   const Quill::Ptr<Orrery::EntityManager>& entityManager() const noexcept { return entityManager_; }
   const std::shared_ptr<Lumen::LumenDB>& lumenDb() const noexcept { return lumenDb_; }
@@ -45,8 +44,6 @@ class PluginContext : public Quill::PtrInterface {
   void pluginDel(const P4RuntimePluginBase* plugin);
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   Quill::Ptr<Orrery::EntityManager> entityManager_;

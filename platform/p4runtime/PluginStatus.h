@@ -2,16 +2,16 @@
 
 #include <cstdint>
 
+#include "quill/Counted.h"
 #include "quill/Entity.h"
 
 namespace P4Runtime {
 
 /// What the agent may know of one plugin; named after it.
-class PluginStatus : public Quill::Entity {
+class PluginStatus : public Quill::Typed<PluginStatus, Quill::Entity> {
  public:
-  using Entity::Entity;
+  using Typed::Typed;
   ~PluginStatus() override;
-  const Quill::TypeNode* fwkType() const override;
 
   class NotifieeConst : public Quill::NotifieeConst {
    public:
@@ -25,8 +25,6 @@ class PluginStatus : public Quill::Entity {
   void cleanupsCompletedIs(std::uint32_t count);
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   std::uint32_t cleanupsCompleted_ = 0;

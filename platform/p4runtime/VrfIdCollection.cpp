@@ -4,14 +4,8 @@ namespace P4Runtime {
 
 constinit const Quill::TypeNode VrfIdCollection::_quillType{.name = "P4Runtime::VrfIdCollection",
                                                             .members = {}};
-Quill::AllocTrackTypeInfo VrfIdCollection::quillAllocTrackTypeInfo_;
-void VrfIdCollection::operator delete(void* memory) noexcept {
-  Quill::deallocate(memory, quillAllocTrackTypeInfo_);
-}
 
 VrfIdCollection::~VrfIdCollection() = default;
-
-const Quill::TypeNode* VrfIdCollection::fwkType() const { return &_quillType; }
 
 std::uint32_t VrfIdCollection::vrfIdRefCountInc(VrfId id, unsigned int n) {
   const std::uint32_t count = vrfIdRefCount(id) + n;

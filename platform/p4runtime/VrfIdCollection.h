@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "quill/Counted.h"
 #include "quill/HashMap2018.h"
-#include "quill/PtrInterface.h"
 #include "quill/TypeNode.h"
 
 namespace P4Runtime {
@@ -20,10 +20,9 @@ class VrfId {
 };
 
 /// The VRF ids in use, each with the number of references to it.
-class VrfIdCollection : public Quill::PtrInterface {
+class VrfIdCollection : public Quill::Typed<VrfIdCollection, Quill::PtrInterface> {
  public:
   ~VrfIdCollection() override;
-  const Quill::TypeNode* fwkType() const override;
 
   /// Adds `n` references and returns the new count.
   virtual std::uint32_t vrfIdRefCountInc(VrfId id, unsigned int n);
@@ -41,8 +40,6 @@ class VrfIdCollection : public Quill::PtrInterface {
   }
 
   static const Quill::TypeNode _quillType;
-  static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept;
 
  private:
   struct QuillVrfIdRefCount {

@@ -1,70 +1,65 @@
 #include "quill/AllocTrack.h"
 
 #include <algorithm>
+#include <deque>
 #include <mutex>
+#include <string>
 
 #include "quill/TypeName.h"
 
 namespace Quill {
 
-namespace {
+struct AllocTrackTypeInfo::Counter {
+  explicit Counter(std::string typeName) : type(std::move(typeName)) {}
+  std::string type;  // a copy: the type may belong to a library that is unloaded
+  std::atomic<std::int64_t> live{0};
 
-struct Listed {
-  const AllocTrackTypeInfo* record;
-  std::string type;  // a copy: the type may belong to a library that goes before the record does
-  std::size_t size;
+  struct List {
+    std::mutex mutex;
+    std::deque<Counter> counters;  // elements keep their place
+  };
+  /// Never destroyed: static objects of other libraries may end after this one's.
+  static List& list() {
+    static auto* const all = new List;
+    return *all;
+  }
+  static Counter& of(const std::type_info& type);
 };
 
-struct Records {
-  std::mutex mutex;
-  std::vector<Listed> list;
-};
-
-// Never destroyed: records of static storage in other libraries leave the list at their own end.
-Records& records() {
-  static auto* const all = new Records;
-  return *all;
-}
-
-}  // namespace
-
-AllocTrackTypeInfo::~AllocTrackTypeInfo() {
-  if (!listed_.load()) return;
-  const std::lock_guard lock(records().mutex);
-  std::erase_if(records().list, [this](const Listed& listed) { return listed.record == this; });
+AllocTrackTypeInfo::Counter& AllocTrackTypeInfo::Counter::of(const std::type_info& type) {
+  const std::string name = typeName(type);
+  const std::lock_guard lock(list().mutex);
+  auto& counters = list().counters;
+  const auto found = std::find_if(counters.begin(), counters.end(),
+                                  [&name](const Counter& counter) { return counter.type == name; });
+  return found != counters.end() ? *found : counters.emplace_back(name);
 }
 
 void AllocTrackTypeInfo::trackAllocation(AllocTrackTypeInfo& record, const std::type_info& type,
-                                         std::size_t size) {
-  if (!record.listed_.load(std::memory_order_acquire)) {
-    const std::lock_guard lock(records().mutex);
-    if (!record.listed_.load(std::memory_order_relaxed)) {
-      records().list.push_back({&record, typeName(type), size});
-      record.listed_.store(true, std::memory_order_release);
-    }
+                                         std::size_t) {
+  Counter* counter = record.counter_.load(std::memory_order_acquire);
+  if (counter == nullptr) {
+    counter = &Counter::of(type);
+    record.counter_.store(counter, std::memory_order_release);
   }
-  record.allocated_.fetch_add(1, std::memory_order_relaxed);
-  record.live_.fetch_add(1, std::memory_order_relaxed);
+  counter->live.fetch_add(1, std::memory_order_relaxed);
 }
 
 void AllocTrackTypeInfo::trackDeallocation(AllocTrackTypeInfo& record) noexcept {
-  record.live_.fetch_sub(1, std::memory_order_relaxed);
-}
-
-std::vector<AllocTrackTypeInfo::Count> AllocTrackTypeInfo::counts() {
-  const std::lock_guard lock(records().mutex);
-  std::vector<Count> result;
-  for (const Listed& listed : records().list) {
-    result.push_back({listed.type, listed.size, listed.record->live()});
-  }
-  return result;
+  record.counter_.load(std::memory_order_acquire)->live.fetch_sub(1, std::memory_order_relaxed);
 }
 
 std::int64_t AllocTrackTypeInfo::liveTotal() {
-  const std::lock_guard lock(records().mutex);
+  const std::lock_guard lock(Counter::list().mutex);
   std::int64_t total = 0;
-  for (const Listed& listed : records().list) total += listed.record->live();
+  for (const Counter& counter : Counter::list().counters)
+    total += counter.live.load(std::memory_order_relaxed);
   return total;
+}
+
+std::int64_t AllocTrackTypeInfo::live() const noexcept {
+  const Counter* const counter = counter_.load(std::memory_order_acquire);
+  return counter == nullptr ? 0 : counter->live.load(std::memory_order_relaxed);
 }
 
 }  // namespace Quill

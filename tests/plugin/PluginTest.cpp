@@ -55,10 +55,10 @@ const Log kCleanupLog = [] {
 }();
 
 /// Logs the end of the object and, when that is a plugin status, each completion of a cleanup.
-class Watcher final : public P4Runtime::PluginStatus::NotifieeConst {
+class Watcher final : public Quill::Counted<Watcher, P4Runtime::PluginStatus::NotifieeConst> {
  public:
   Watcher(const Quill::Ptr<const Quill::PtrInterface>& object, std::string name, Log& log)
-      : NotifieeConst(Hold::uncounted), name_(std::move(name)), log_(log) {
+      : Counted(Hold::uncounted), name_(std::move(name)), log_(log) {
     Watcher::notifierIs(object);
     isRegisteredNotifieeIs(true);
   }
@@ -68,9 +68,6 @@ class Watcher final : public P4Runtime::PluginStatus::NotifieeConst {
     if (onCompleted) onCompleted();
   }
   std::function<void()> onCompleted;
-
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
 
  private:
   std::string name_;

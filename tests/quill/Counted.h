@@ -5,17 +5,14 @@
 #include <string>
 #include <utility>
 
-#include "quill/Notifiee.h"
-#include "quill/PtrInterface.h"
+#include "quill/Counted.h"
 
-struct Counted : Quill::PtrInterface {
+struct Counted : Quill::Counted<Counted, Quill::PtrInterface> {
   /// Told when the object ends; may be null.
   explicit Counted(int* ended = nullptr) : ended_(ended) {}
   ~Counted() override {
     if (ended_ != nullptr) ++*ended_;
   }
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
 
   struct NotifieeConst : Quill::NotifieeConst {
     using Quill::NotifieeConst::NotifieeConst;
@@ -29,10 +26,8 @@ struct Counted : Quill::PtrInterface {
   int* ended_;  // not owned
 };
 
-struct Reactor final : Counted::NotifieeConst {
-  explicit Reactor(std::function<void()> react) : NotifieeConst(Hold::uncounted), react_(std::move(react)) {}
-  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
-  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+struct Reactor final : Quill::Counted<Reactor, Counted::NotifieeConst> {
+  explicit Reactor(std::function<void()> react) : Counted(Hold::uncounted), react_(std::move(react)) {}
 
   void onChange() override { react_(); }
   void onZeroReferences() override { ++notifierEnds; }

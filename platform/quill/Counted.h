@@ -1,0 +1,26 @@
+// What every class of the framework has by its own name: memory that is tracked, and its type descriptor.
+#pragma once
+
+#include "quill/PtrInterface.h"
+
+namespace Quill {
+
+/// `Derived`, a class over `Base` whose objects are made by `allocate`: its record of live objects and the
+/// operator delete that goes with it.
+template <class Derived, class Base>
+class Counted : public Base {
+ public:
+  using Base::Base;
+  static void operator delete(void* memory) noexcept { deallocate(memory, quillAllocTrackTypeInfo_); }
+  inline static constinit AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+};
+
+/// The same with a type descriptor of its own, `static const Quill::TypeNode _quillType`.
+template <class Derived, class Base>
+class Typed : public Counted<Derived, Base> {
+ public:
+  using Counted<Derived, Base>::Counted;
+  const TypeNode* fwkType() const override { return &Derived::_quillType; }
+};
+
+}  // namespace Quill
