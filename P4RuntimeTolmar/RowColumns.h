@@ -2,6 +2,7 @@
 #pragma once
 
 #include <compare>
+#include <concepts>
 #include <cstring>
 
 #include "P4RuntimeTolmar/RowLayout.h"
@@ -28,13 +29,14 @@ struct RowColumns {
 
   static bool equal(RowBytes a, RowBytes b) {
     if constexpr (Layout::kVariableCount == 0) {
-      // The columns stand side by side without gaps.
+      // The columns are contiguous. Only those of type bool can be equal in different bytes.
       constexpr len_t kStart = Layout::kOffsets[First];
-      return std::memcmp(a.data + kStart, b.data + kStart, Layout::kOffsets[End] - kStart) == 0;
-    } else {
-      return [&]<std::size_t... I>(std::index_sequence<I...>) { return (equalAt<First + I>(a, b) && ...); }
-      (std::make_index_sequence<End - First>());
+      const bool sameBytes =
+          std::memcmp(a.data + kStart, b.data + kStart, Layout::kOffsets[End] - kStart) == 0;
+      if (sameBytes || !kHasBool) return sameBytes;
     }
+    return [&]<std::size_t... I>(std::index_sequence<I...>) { return (equalAt<First + I>(a, b) && ...); }
+    (std::make_index_sequence<End - First>());
   }
 
   static bool less(RowBytes a, RowBytes b) {
@@ -47,6 +49,11 @@ struct RowColumns {
   }
 
  private:
+  static constexpr bool kHasBool = []<std::size_t... I>(std::index_sequence<I...>) {
+    return (std::same_as<typename Layout::template TypeAt<First + I>, bool> || ...);
+  }
+  (std::make_index_sequence<End - First>());
+
   template <std::size_t I>
   static bool equalAt(RowBytes a, RowBytes b) {
     return Layout::template EncodingAt<I>::equal(a, Layout::kOffsets[I], b, Layout::kOffsets[I]);

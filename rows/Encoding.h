@@ -9,8 +9,7 @@
 //   print               the value's text, whatever the stream's flags and locale
 // and for types that are not variable:
 //   store               writes the kWidth bytes of the value
-// For bool and the integers hash, equal and compare go by the bytes as they stand: a bool byte other than 0
-// and 1 reads as true and differs from 1.
+// A bool byte other than 0 and 1, which only rows from outside contain, counts as 1 everywhere.
 #pragma once
 
 #include <compare>
@@ -73,18 +72,21 @@ requires(std::unsigned_integral<T> && !std::same_as<T, bool>) struct Encoding<T>
 
 template <>
 struct Encoding<bool> {
-  using Byte = Encoding<std::uint8_t>;
   static constexpr std::string_view kTypeWord = "bool";
   static constexpr len_t kWidth = 1;
   static constexpr bool kVariable = false;
   static constexpr bool kQuoted = false;
 
-  static bool load(RowBytes row, len_t offset) noexcept { return Byte::load(row, offset) != 0; }
+  static bool load(RowBytes row, len_t offset) noexcept {
+    return loadBytes<std::uint8_t>(row.data + offset) != 0;
+  }
   static void store(std::byte* at, bool value) noexcept { *at = static_cast<std::byte>(value); }
-  static std::uint32_t hash(RowBytes row, len_t offset) noexcept { return Byte::hash(row, offset); }
-  static bool equal(RowBytes a, len_t at, RowBytes b, len_t bt) noexcept { return Byte::equal(a, at, b, bt); }
+  static std::uint32_t hash(RowBytes row, len_t offset) noexcept { return hashValue(load(row, offset)); }
+  static bool equal(RowBytes a, len_t at, RowBytes b, len_t bt) noexcept {
+    return load(a, at) == load(b, bt);
+  }
   static std::strong_ordering compare(RowBytes a, len_t at, RowBytes b, len_t bt) noexcept {
-    return Byte::compare(a, at, b, bt);
+    return load(a, at) <=> load(b, bt);
   }
   static constexpr std::uint32_t hashValue(bool value) noexcept { return value ? 1 : 0; }
   static void print(std::ostream& out, bool value) { out << (value ? "true" : "false"); }

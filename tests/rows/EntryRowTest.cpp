@@ -55,12 +55,16 @@ TEST(EntryRow, RowClearedToLessThanItsClass_IsNotCopied) {
 
 TEST(EntryRow, BytesThatNoWriterLeaves_HaveAMeaning) {
   Row row = pinnedRow<Row>();
-  row.setColumn(20, std::uint8_t{2}, kFixed);
   row.setColumn(kSip + 2, len_t{3}, kFixed);
-  EXPECT_TRUE(row.entry().valid);
-  EXPECT_EQ(row.columnHash<bool>(20), 2u);
   EXPECT_FALSE(row.entry().sip.isSet());
   EXPECT_EQ(row.columnHash<IpGenAddr>(kSip), 0u);
+  const auto station = pinnedRow<MyStationTcamTH3StatusEntryRow>();
+  auto outside = station;
+  outside.setColumn(32, std::uint8_t{2}, 47);  // t, which is true
+  EXPECT_TRUE(outside.keyRecord().t);
+  EXPECT_EQ(outside.hash(), station.hash());
+  EXPECT_TRUE(outside == station && outside.rowEqual(station));
+  EXPECT_FALSE(outside < station || station < outside);
 }
 
 Lumen::VarSlot slotAt(const BaseRow& row, len_t offset) {
