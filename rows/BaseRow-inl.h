@@ -6,7 +6,7 @@ namespace Lumen {
 
 template <class T>
 void BaseRow::setColumn(len_t offset, const T& value, len_t fixedLength) {
-  prepareWrite(fixedLength);
+  prepareWrite(fixedLength, std::size_t{offset} + Encoding<T>::kWidth);
   if constexpr (Encoding<T>::kVariable) {
     storeVariable(offset, std::as_bytes(std::span(value.bytes(), value.size())), fixedLength);
   } else {

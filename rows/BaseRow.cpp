@@ -30,10 +30,9 @@ BaseRow::BaseRow(len_t length, len_t bufferLength) : buffer_(newBuffer(length, b
 BaseRow::BaseRow(NestedIn place)
     : buffer_(place.parent.buffer_),
       contentOffset_(static_cast<len_t>(place.parent.contentOffset_ + place.slot.offset)),
-      sharedContents_(true),
-      readOnly_(place.parent.readOnly_) {
+      sharedContents_(true) {
   const RowBytes parent = place.parent.bytes();
-  Cairn::require(slotInRow(parent, place.slot), "nested row inside the row", "SubRow");
+  Cairn::require(slotInBuffer(parent, place.slot), "nested row inside the row", "SubRow");
   Cairn::require(place.slot.length() >= lm_contentOffset && rowLength() >= lm_contentOffset &&
                      rowLength() <= place.slot.length(),
                  "nested row inside its slot", "SubRow");
@@ -59,7 +58,9 @@ BaseRow& BaseRow::operator=(BaseRow&& other) noexcept {
 
 void BaseRow::shareContents(const BaseRow& other) {
   if (isFullyDefined() && !other.isNull()) other.requireLayout(baseRowLength(), vcd());
-  *this = other;
+  buffer_ = other.buffer_;
+  contentOffset_ = other.contentOffset_;
+  sharedContents_ = other.sharedContents_;
 }
 
 BaseRow BaseRow::fromBytes(std::span<const std::byte> bytes) {
@@ -92,15 +93,15 @@ void BaseRow::installBuffer(LmRowBufPtr buffer) noexcept {
   sharedContents_ = false;
 }
 
-void BaseRow::makeWritable(len_t fixedLength) {
+void BaseRow::makeWritable(len_t fixedLength, std::size_t writeEnd) {
   Cairn::require(fixedLength != 0, "fdLen != 0", "setColumn");
   if (buffer_ && (!buffer_.unique() || sharedContents_)) {
-    // The copy has room for the row and no more: a row cleared to less than its class or the column needs is
-    // refused here, so that a handle's class always fits its buffer.
-    const len_t needed = isFullyDefined() ? std::max(fixedLength, baseRowLength()) : fixedLength;
-    if (needed > rowLength()) {
+    // The copy has room for the row length and no more. A row that was cleared to less than the write or the
+    // handle's class needs is refused before it is copied.
+    const std::size_t classEnd = isFullyDefined() ? baseRowLength() : 0;
+    if (std::max(writeEnd, classEnd) > rowLength()) {
       if (readOnly_) throw LmPermissionViolation();
-      Cairn::assertionFailed("fdLen <= row length", "setColumn");
+      Cairn::assertionFailed("column inside the row", "setColumn");
     }
     installBuffer(copiedBytes());
   }
@@ -109,7 +110,7 @@ void BaseRow::makeWritable(len_t fixedLength) {
 }
 
 void BaseRow::rowTypeIs(std::uint16_t type) {
-  prepareWrite(lm_contentOffset);
+  prepareWrite(lm_contentOffset, lm_contentOffset);
   storeBytes(writableBytes() + kRowTypeOffset, type);
 }
 

@@ -55,8 +55,9 @@ class BaseRow {
   BaseRow& operator=(const BaseRow& other) noexcept;
   BaseRow& operator=(BaseRow&& other) noexcept;
 
-  /// Takes part in `other`'s buffer, content offset and flags. A handle of a row class fails with
-  /// Cairn::AssertionException if that row is too short for it.
+  /// Shares `other`'s buffer and takes its content offset and shared-contents flag; this handle keeps its own
+  /// read-only flag. A handle of a row class fails with Cairn::AssertionException if that row is too short
+  /// for it.
   virtual void shareContents(const BaseRow& other);
   virtual ~BaseRow() = default;
   /// Fixed-data offsets of the variable-length columns. Not for generic rows (assertion "0").
@@ -107,9 +108,10 @@ class BaseRow {
 
   /// Writes the column at `offset`. `fixedLength` is the length of the row's fixed data, in which the column
   /// must lie. Throws LmPermissionViolation, LmNullRow, Cairn::MemoryResourceException (copy on write, or a
-  /// variable column that needs a larger buffer), Cairn::AssertionException (`fixedLength` 0, row too long).
-  /// On a generic row an address that is unset, or gets longer, leaves its place behind for good: a row that
-  /// is rewritten often is to be one of a row class.
+  /// variable column that needs a larger buffer), Cairn::AssertionException (`fixedLength` 0, row too long,
+  /// row length too short for a copy that holds the column).
+  /// On a generic row an address that gets longer leaves its place unused, unless it is the row's last value;
+  /// rows that are rewritten often should be of a row class.
   template <class T>
   void setColumn(len_t offset, const T& value, len_t fixedLength);
   /// Reads the column at `offset`, which must lie in the row.
@@ -118,7 +120,7 @@ class BaseRow {
     out = Encoding<T>::load(bytes(), offset);
   }
   /// Reads the row of class `Row` that the slot at `offset` refers to: a null row if the column is absent.
-  /// Throws LmBadCast, or Cairn::AssertionException if it does not lie inside this row.
+  /// Throws LmBadCast, or Cairn::AssertionException if it does not lie inside this row's buffer.
   template <NestedRow Row>
   void getColumnStruct(len_t offset, Row& out) const;
 
@@ -162,10 +164,10 @@ class BaseRow {
 
   /// For a row that was just made and that nobody else has seen: its bytes, to be written without checks.
   std::byte* freshBytes() noexcept { return buffer_->bytes(); }
-  /// Makes the row writable in place, or fails the way a column write does.
-  void prepareWrite(len_t fixedLength) {
+  /// Makes the row writable in place up to `writeEnd`, or fails the way a column write does.
+  void prepareWrite(len_t fixedLength, std::size_t writeEnd) {
     if (fixedLength == 0 || !writableInPlace()) [[unlikely]]
-      makeWritable(fixedLength);
+      makeWritable(fixedLength, writeEnd);
   }
   /// For a row that prepareWrite has passed: its bytes, to be written without checks.
   std::byte* writableBytes() noexcept { return buffer_->bytes() + contentOffset_; }
@@ -175,13 +177,14 @@ class BaseRow {
   bool writableInPlace() const noexcept {
     return buffer_ && buffer_.unique() && !sharedContents_ && !readOnly_;
   }
-  void makeWritable(len_t fixedLength);
+  void makeWritable(len_t fixedLength, std::size_t writeEnd);
   /// A buffer of rowLength() bytes that holds a copy of the row.
   LmRowBufPtr copiedBytes() const;
   void installBuffer(LmRowBufPtr buffer) noexcept;
   void storeVariable(len_t offset, std::span<const std::byte> value, len_t fixedLength);
   std::size_t placeLength(len_t offset, VarSlot slot, len_t fixedLength) const;
-  void appendPlace(VarSlot& slot, std::size_t length);
+  bool isLastValue(VarSlot slot, std::size_t fixedEnd) const;
+  void endRowAt(std::size_t start, std::size_t end);
   VarSlot nestedSlot(len_t offset) const { return loadBytes<VarSlot>(bytes().data + offset); }
 
   LmRowBufPtr buffer_;
@@ -190,12 +193,12 @@ class BaseRow {
   bool readOnly_ = false;
 };
 
-/// A view of the row that a slot of `parent` refers to, in the parent's buffer; a write copies first. It is
-/// read-only if the parent is.
+/// A view of the row that a slot of `parent` refers to, in the parent's buffer. It can be written even if the
+/// parent is read-only: a write copies first.
 class SubRow : public BaseRow {
  public:
-  /// Throws Cairn::AssertionException if the nested row does not lie inside the slot's bytes and those inside
-  /// the parent's row.
+  /// Throws Cairn::AssertionException unless the nested row lies inside the slot's bytes and those inside the
+  /// parent's buffer. The parent's row length need not cover them, but copies of the parent lose them then.
   SubRow(const BaseRow& parent, VarSlot slot) : BaseRow(NestedIn{parent, slot}) {}
   ~SubRow() override;
 };

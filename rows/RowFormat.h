@@ -68,10 +68,14 @@ struct VarSlot {
 };
 static_assert(sizeof(VarSlot) == 4);
 
-/// True if the bytes that `slot` refers to lie inside the row.
+/// True if the bytes that `slot` refers to lie inside the row's buffer.
+inline bool slotInBuffer(RowBytes row, VarSlot slot) noexcept {
+  return std::size_t{slot.offset} + slot.length() <= row.available;
+}
+
+/// True if they lie inside the row's length as well, and so go with its copies.
 inline bool slotInRow(RowBytes row, VarSlot slot) noexcept {
-  const std::size_t end = std::size_t{slot.offset} + slot.length();
-  return end <= row.rowLength() && end <= row.available;
+  return slotInBuffer(row, slot) && std::size_t{slot.offset} + slot.length() <= row.rowLength();
 }
 
 }  // namespace Lumen

@@ -2,6 +2,8 @@
 // with variable columns stands for all.
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "tests/rows/PinnedRows.h"
 
 namespace TolmarHwLib {
@@ -71,6 +73,12 @@ Lumen::VarSlot slotAt(const BaseRow& row, len_t offset) {
   return Lumen::loadBytes<Lumen::VarSlot>(row.bytes().data + offset);
 }
 
+IpGenAddr addressAt(const BaseRow& row, len_t offset) {
+  IpGenAddr address;
+  row.getColumn(offset, address);
+  return address;
+}
+
 TEST(AddressColumn, Values_StayWhereTheyFitAndGoToTheEndWhereNot) {
   struct Step {
     len_t column;
@@ -96,6 +104,50 @@ TEST(AddressColumn, Values_StayWhereTheyFitAndGoToTheEndWhereNot) {
     EXPECT_EQ(copy.bufferLength(), step.rowLength);
     for (const Row& each : {row, row.clone(), copy}) EXPECT_EQ(each.entry(), expected);
   }
+}
+
+TEST(AddressColumn, LastValueOfAGenericRow_GrowsAndShrinksInPlace) {
+  struct Step {
+    len_t column;
+    IpGenAddr value;
+    len_t place;
+    len_t rowLength;
+  };
+  const Step steps[] = {{4, kSampleSip, 12, 16}, {4, kSampleDip, 12, 28}, {4, {}, 12, 12},
+                        {4, kSampleSip, 12, 16}, {8, kSampleDip, 16, 32}, {8, kSampleSip, 16, 20},
+                        {4, kSampleDip, 20, 36}, {8, {}, 16, 36},         {4, kSampleSip, 20, 24},
+                        {8, kSampleDip, 24, 40}};
+  for (const int round : {0, 1}) {
+    BaseRow row = round == 0 ? BaseRow(12) : BaseRow(12, 64);
+    std::map<len_t, IpGenAddr> expected;
+    for (const Step& step : steps) {
+      SCOPED_TRACE(&step - steps);
+      row.setColumn(step.column, step.value, 12);
+      expected[step.column] = step.value;
+      EXPECT_EQ(slotAt(row, step.column).offset, step.place);
+      EXPECT_EQ(row.rowLength(), step.rowLength);
+      for (const auto& [column, value] : expected) {
+        EXPECT_EQ(addressAt(row, column), value);
+        EXPECT_EQ(addressAt(row.clone(), column), value);
+      }
+    }
+  }
+}
+
+TEST(AddressColumn, FixedDataBehindTheRowLength_IsNotOverwritten) {
+  BaseRow row(8, 39);
+  row.setColumn(35, std::uint32_t{7}, 39);
+  row.setColumn(4, kSampleSip, 39);
+  EXPECT_EQ(row.columnHash<std::uint32_t>(35), 7u);
+  EXPECT_EQ(slotAt(row, 4).offset, 39);
+  EXPECT_EQ(addressAt(row.clone(), 4), kSampleSip);
+}
+
+TEST(AddressColumn, LongestRow_EndsAtTheLastOffset) {
+  BaseRow row(65519);
+  row.setColumn(4, kSampleDip, 65519);
+  EXPECT_EQ(row.rowLength(), 65535);
+  EXPECT_EQ(addressAt(BaseRow::fromBytes({row.bytes().data, 65535}), 4), kSampleDip);
 }
 
 TEST(AddressColumn, SlotsThatShareBytes_PartOnWriting) {

@@ -27,7 +27,10 @@ const std::string kAssert = "Cairn::AssertionException: ";
 const std::string kBeyond = kAssert + "setting fixed data length forBaseRow longer than buffer size in clear";
 const std::string kHeader = kAssert + "len >= lm_contentOffset in ";
 const std::string kAddress = kAssert + "address slot inside the row in getColumn";
+const std::string kTooLong =
+    kAssert + "row length <= 65535 (a generic row appends values that outgrow their place)";
 const std::string kSlot = kAssert + "slot inside the row in requireLayout";
+const std::string kOutside = kAssert + "nested row inside the row in SubRow";
 const std::string kNest = kAssert + "nested row inside its slot in SubRow";
 const std::string kShort = kAssert + "fixed data inside the row in ";
 
@@ -152,8 +155,8 @@ const Case kCases[] = {
     {"too many bytes", kPlain, [](BaseRow&) { ofBytes(65536); }, kAssert + "len <= 65535 in fromBytes"},
     {"no length", kShared, setNothing, kAssert + "fdLen != 0 in setColumn"},
     {"no length", kReadOnly | kNull, setNothing, kAssert + "fdLen != 0 in setColumn"},
-    {"set too much", kPlain, [](BaseRow&) { setIn(65520); }, kAssert + "row length <= 65535 in setColumn"},
-    {"set beyond", kShared, setBeyond, kAssert + "fdLen <= row length in setColumn"},
+    {"set too much", kPlain, [](BaseRow&) { setIn(65520); }, kTooLong + " in setColumn"},
+    {"set beyond", kShared, setBeyond, kAssert + "column inside the row in setColumn"},
     {"generic columns", kPlain, [](BaseRow& r) { r.vcd(); }, kAssert + "0 in vcd"},
     {"generic length", kPlain, [](BaseRow& r) { r.baseRowLength(); }, kAssert + "0 in baseRowLength"},
     {"generic clear", kPlain, [](BaseRow& r) { r.clearRow(); }, kAssert + "0 in baseRowLength"},
@@ -171,8 +174,8 @@ const Case kCases[] = {
 
     {"slot", kPlain, [](BaseRow&) { get(plainRow(17, 4)); }, kAddress},
     {"slot that wraps", kPlain, [](BaseRow&) { get(plainRow(0xfff0, 16)); }, kAddress},
-    {"nested", kPlain, [](BaseRow&) { getStruct(plainRow(12, 9)); },
-     kAssert + "nested row inside the row in SubRow"},
+    {"nested", kPlain, [](BaseRow&) { getStruct(plainRow(12, 13)); }, kOutside},
+    {"nested, lost by a copy", kPlain, [](BaseRow&) { getStruct(plainRow(20, 4).clone()); }, kOutside},
     {"nested, longer", kPlain, [](BaseRow&) { getStruct(plainRow(12, 8)); }, kNest},
     {"nested, no header", kPlain, [](BaseRow&) { getStruct(plainRow(16, 3)); }, kNest},
     {"row length", kPlain, [](BaseRow&) { Tunnel{damagedRow(0, 70)}; },

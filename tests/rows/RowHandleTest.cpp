@@ -55,6 +55,7 @@ TEST(RowHandle, FirstWriteCopies_AndIsSeenByNoOtherHandle) {
   const std::pair<void (*)(BaseRow&), int> writes[] = {
       {[](BaseRow& row) { row.setColumn(4, std::uint64_t{2}, kLength); }, 20},
       {[](BaseRow& row) { row.setColumn(12, kAddress, kLength); }, 24},
+      {[](BaseRow& row) { row.setColumn(4, std::uint64_t{2}, 39); }, 20},
       {[](BaseRow& row) { row.rowTypeIs(9); }, 20},
       {[](BaseRow& row) { row.clear(kLength); }, 24}};
   for (const auto& [write, bufferLength] : writes) {
@@ -62,8 +63,10 @@ TEST(RowHandle, FirstWriteCopies_AndIsSeenByNoOtherHandle) {
     BaseRow row = rowOf(1);
     const BaseRow copy = row;
     BaseRow sharing(kLength);
+    sharing.readOnlyIs(true);
     sharing.shareContents(row);
     EXPECT_EQ(row.bufferUseCount(), 3u);
+    EXPECT_TRUE(sharing.readOnly());
     write(row);
     EXPECT_EQ(row.bufferUseCount(), 1u);
     EXPECT_EQ(row.bufferLength(), bufferLength);
@@ -88,6 +91,14 @@ TEST(RowHandle, Handles_CarryOffsetAndFlags) {
   // NOLINTNEXTLINE(bugprone-use-after-move): a moved-from row is a null row
   EXPECT_EQ(assigned.toString(), "len: 0, NULL");
   EXPECT_EQ(assigned.contentOffset(), 0);
+  EXPECT_FALSE(assigned.sharedContents() || assigned.readOnly());
+  BaseRow kept(4);
+  kept.shareContents(moved);
+  EXPECT_TRUE(kept.contentOffset() == 8 && kept.sharedContents() && !kept.readOnly());
+  assigned = std::move(kept);
+  assigned.readOnlyIs(true);
+  moved = std::move(assigned);
+  // NOLINTNEXTLINE(bugprone-use-after-move)
   EXPECT_FALSE(assigned.sharedContents() || assigned.readOnly());
   BaseRow clone = moved.clone();
   EXPECT_TRUE(clone.rowEqual(moved));
