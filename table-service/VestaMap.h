@@ -32,6 +32,7 @@ class VestaMap final : private EventSource {
   /// and goes on standing for the table, placeholder or not, when attaching fails. A handler that this map
   /// calls may attach and detach it.
   void attachWriter(const AttachOptions& options) {
+    path_ = options.path;
     release();  // this map may hold the writer lock itself
     auto writer = std::make_unique<Writer>(options);
     Writer* plain = writer.get();
@@ -41,6 +42,7 @@ class VestaMap final : private EventSource {
   }
   /// Attaches as a reader; changes go to the handler set by onChangeIs, through events().
   void attachReader(const AttachOptions& options) {
+    path_ = options.path;
     release();
     auto reader = std::make_unique<Reader>(options);
     Reader* plain = reader.get();
@@ -55,6 +57,7 @@ class VestaMap final : private EventSource {
     Cairn::require(implementation != nullptr && handler != nullptr, "implementation and debug handler",
                    "VestaMap::attach");
     drop();
+    path_ = implementation->rootPath();
     implementation_ = std::move(implementation);
     handler_ = std::move(handler);
     attached_ = true;
@@ -106,8 +109,9 @@ class VestaMap final : private EventSource {
     if (writer_ != nullptr) writer_->changedKeyDel(key);
   }
 
-  /// Handles damage that a read has met: swaps the placeholder in, reports the loss of readiness and writes
-  /// the report file. Throws Cairn::CorruptionDetectedException when the map is not attached to a segment.
+  /// Handles corruption detected by a read: puts the placeholder in place, reports the loss of readiness and
+  /// writes the report file; a report that cannot be written is logged. Throws
+  /// Cairn::CorruptionDetectedException when the map is not attached to a segment.
   void corruptionDetected(const std::string& message);
 
   /// Called when readiness changes; may be empty.
@@ -120,13 +124,16 @@ class VestaMap final : private EventSource {
 
   /// Called with each changed key, from EventSource::poll. Only a map attached as reader has such events.
   void onChangeIs(std::function<void(const Key&)> handler) { onChange_ = std::move(handler); }
-  /// Stays valid as long as the map; the descriptor is that of the attached reader, or -1. Damage met by poll
-  /// is handled as by corruptionDetected; a report that cannot be written is logged, and so is a row that
-  /// keeps changing, which is looked at again later.
+  /// Stays valid as long as the map; the descriptor is that of the attached reader, or -1. Corruption
+  /// detected by poll is handled by corruptionDetected. A row that keeps changing is logged and read again
+  /// later.
   EventSource& events() noexcept { return *this; }
 
-  /// The table's place; an assertion failure before the first attach.
-  RootPath rootPath() { return required().rootPath(); }
+  /// The path of the last attach, also of one that failed; an assertion failure before the first.
+  RootPath rootPath() const {
+    Cairn::require(path_.has_value(), "table is not attached", "VestaMap");
+    return *path_;
+  }
 
  private:
   int wakeDescriptor() const override { return reader_ != nullptr ? reader_->wakeDescriptor() : -1; }
@@ -169,6 +176,7 @@ class VestaMap final : private EventSource {
     }
   }
 
+  std::optional<RootPath> path_;
   std::unique_ptr<Base> implementation_;
   std::vector<std::unique_ptr<Base>> leaving_;  // dropped by a handler that one of them has called
   int calls_ = 0;                               // into the reader that are under way
@@ -186,13 +194,13 @@ class VestaMap final : private EventSource {
 
 template <class Key, class Entry>
 void VestaMap<Key, Entry>::corruptionDetected(const std::string& message) {
-  const std::string path = implementation_ ? implementation_->rootPath().text() : std::string();
+  const std::string path = path_ ? path_->text() : std::string();
   const std::string text = "VestaMap::corruptionDetected() " + path + " " + message;
   logError(383, "corruptionDetected", text);
   if (!attached_) throw Cairn::CorruptionDetectedException(text);
 
   logError(324, "detach", "VestaMap::detach() " + path);
-  const RootPath rootPath = implementation_->rootPath();
+  const RootPath rootPath = *path_;
   implementation_->detach();
   attached_ = false;
   writer_ = nullptr;
@@ -200,7 +208,11 @@ void VestaMap<Key, Entry>::corruptionDetected(const std::string& message) {
   implementation_ =
       std::make_unique<VestaBaseDummy<Key, Entry>>(handler_, rootPath, std::move(implementation_));
   collectionReadyIs(false);
-  writeCorruptionReport(*handler_, rootPath, message);
+  try {
+    writeCorruptionReport(*handler_, rootPath, message);
+  } catch (const std::exception& failure) {
+    logError(0, "corruptionDetected", failure.what());
+  }
 }
 
 template <class Key, class Entry>
@@ -239,8 +251,6 @@ std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
     }
   } catch (const UnsettledException& busy) {
     logError(0, "poll", busy.message());  // the reader goes on from where it was
-  } catch (const Cairn::SystemException& failure) {
-    logError(0, "poll", failure.message());  // a report, this table's or another's, that could not be written
   }
   return 0;
 }

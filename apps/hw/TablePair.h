@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <iostream>
 #include <optional>
 #include <string>
 
@@ -77,17 +76,13 @@ class TablePair {
     return Quill::ptrCast<Entity>(entity);
   }
 
-  /// Damage is reported to the table, which then reads as empty, whether or not its report could be written.
+  /// Damage is reported to the table, which then reads as empty.
   template <class Entity, class Call>
   static void guarded(const Entity& entity, const Call& call) {
     try {
       call();
     } catch (const Cairn::CorruptionDetectedException& damage) {
-      try {
-        entity.corruptionDetected(damage.message());
-      } catch (const Cairn::SystemException& failure) {
-        std::cerr << "hw-agent: " << failure.message() << "\n";
-      }
+      entity.corruptionDetected(damage.message());
     }
   }
 

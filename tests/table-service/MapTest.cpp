@@ -78,22 +78,52 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
 TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
   const auto table = writer();
   log.handler->flagsIs(0);
-  EXPECT_THROW(map.corruptionDetected("x"), Cairn::CorruptionDetectedException) << "never attached";
-  const std::pair<std::uint32_t, Names> cases[] = {
-      {0, {}}, {0x2, {"1 VestaMap:383", "1 VestaMap:324", "1 VestaReport:0"}}, {0x20, {"5 VestaMap:352"}}};
-  for (const auto& [flags, expected] : cases) {
+  const struct {
+    std::uint32_t flags;
+    bool notifying;
+    Names expected;
+  } cases[] = {{0, true, {}},
+               {0x2, true, {"1 VestaMap:383", "1 VestaMap:324", "1 VestaReport:0"}},
+               {0x20, true, {"5 VestaMap:352", "ready:0 notifying:1"}},
+               {0x20, false, {"5 VestaMap:352", "ready:0 notifying:0"}}};
+  for (const auto& [flags, notifying, expected] : cases) {
     log.handler->flagsIs(flags);
     log.lines.clear();
     map.attachReader(options());
+    map.notifyingIs(notifying);
     map.corruptionDetected("x");
     Names said;
-    for (const std::string& line : log.lines) said.push_back(line.substr(0, line.find(' ', 2)));
+    for (const std::string& line : log.lines) {
+      said.push_back(line.substr(0, line.find(' ', 2)));
+      if (const auto ready = line.find("ready:"); ready != line.npos) said.push_back(line.substr(ready));
+    }
     EXPECT_EQ(said, expected) << flags;
   }
   map.attachReader(options());
   map.readyFunctionIs({});
   EXPECT_THROW(map.corruptionDetected("x"), std::bad_function_call) << "its absence is a programming error";
   EXPECT_FALSE(map.attached());
+}
+
+// From its first attach on, also a failed one, a map knows its path.
+TEST_F(MapTest, Path_IsThatOfTheLastAttach) {
+  const auto expectPath = [&](const std::string& expected) {
+    EXPECT_THAT([&] { map.corruptionDetected("late"); },
+                ::testing::ThrowsMessage<Cairn::CorruptionDetectedException>(
+                    "VestaMap::corruptionDetected() " + expected + " late"));
+    EXPECT_TRUE(expected.empty() || map.rootPath().text() == expected);
+  };
+  expectPath("");
+  EXPECT_THAT([&] { map.rootPath(); },
+              ::testing::ThrowsMessage<Cairn::AssertionException>("table is not attached"));
+  const auto other = writer();
+  EXPECT_THROW(map.attachWriter(options()), Cairn::Exception);
+  expectPath(text());
+  auto elsewhere = options();
+  elsewhere.path = Vesta::RootPath(folder_, "some/other/place", "table");
+  map.attachReader(elsewhere);
+  map.detach();
+  expectPath(elsewhere.path.text());
 }
 
 TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
@@ -123,18 +153,10 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   table = writer();
   map.attachReader(options());
   std::filesystem::remove_all(path().folder());
-  EXPECT_THROW(map.corruptionDetected("x"), Cairn::SystemException) << "it cannot be written";
+  map.corruptionDetected("x");  // the report cannot be written
   EXPECT_FALSE(map.attached());
-
-  startOver();
-  table = writer();
-  map.attachReader(options());
-  put(*table, 1, 1);
-  Vesta::Segment& segment = *table->segment().mapping();
-  segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
-  std::filesystem::remove_all(path().folder());
-  EXPECT_EQ(map.events().poll(10), 0u) << "no event loop ends for want of a report";
-  EXPECT_FALSE(map.attached());
+  EXPECT_THAT(log.lines.back(),
+              ::testing::MatchesRegex("1 VestaMap:0 corruptionDetected create .*: No such.*"));
 }
 
 // A reader that the next segment is out of reach of loses its table and nothing else.
@@ -252,13 +274,13 @@ TEST_F(MapTest, Handlers_MayDetachAndAttachTheirMap) {
   EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 1, 2, 3}));
 }
 
-// Damage of this table takes it down, once, whoever meets it; what a handler met in another one passes out. A
-// row that keeps changing is no damage, nor is a report of another table that could not be written.
+// Corruption of this table takes it down, once, whether poll or a handler detects it; other exceptions of a
+// handler pass out. A row that keeps changing is no corruption.
 TEST_F(MapTest, Corruption_MetByPollAndByHandlers) {
   const std::function<void(const TestKey&)> handlers[] = {
       [](const TestKey&) { throw Cairn::CorruptionDetectedException("another table's"); },
       [](const TestKey&) { throw Vesta::UnsettledException("busy"); },
-      [](const TestKey&) { throw Cairn::SystemException("report", ENOSPC); },
+      [](const TestKey&) { throw Cairn::SystemException("of no table", ENOSPC); },
       [this](const TestKey&) {
         map.corruptionDetected("met by a handler");
         throw Cairn::CorruptionDetectedException("and again");
@@ -282,7 +304,7 @@ TEST_F(MapTest, Corruption_MetByPollAndByHandlers) {
     if (i == 5) segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
     map.onChangeIs(handlers[i]);
     const std::string passed = failure([this] { EXPECT_EQ(map.events().poll(10), 0u); });
-    EXPECT_EQ(passed, i == 0 ? "another table's" : "");
+    EXPECT_EQ(passed, i == 0 ? "another table's" : i == 2 ? "of no table: No space left on device" : "");
     EXPECT_EQ(map.attached(), i < 3);
     EXPECT_EQ(lost, i < 3 ? 0 : 1);
     EXPECT_EQ(segment.load(Vesta::kSleepersAt) != 0, i >= 4) << "whether the writer is to look for it";
