@@ -38,7 +38,10 @@ class ChangeMap {
       }
       return *this;
     }
-    friend bool operator==(const Position& a, const Position& b) noexcept { return a.index_ == b.index_; }
+    /// Positions at the end are equal, also those of different maps.
+    friend bool operator==(const Position& a, const Position& b) noexcept {
+      return a.index_ == b.index_ && (a.changes_ == b.changes_ || a.index_ == kEnd);
+    }
 
    private:
     friend class ChangeMap;

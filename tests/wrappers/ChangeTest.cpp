@@ -58,9 +58,12 @@ TYPED_TEST(ChangesOf, Iterators_CompareByElementAndGoOnAfterItMovedOrWent) {
   EXPECT_THROW(++end, Cairn::AssertionException);
 }
 
-TEST(IteratorKinds, OfOtherClasses_AreBadCasts) {
+TEST(ChangeIterators, OfTwoTables_AreEqualAtTheEndAloneAndOfTwoClassesBadCasts) {
+  RowTable<L3Tunnel> tunnels, others;
+  for (auto* rows : {&tunnels, &others}) rows->table->rowIs(rows->row(1));
+  EXPECT_NE(tunnels.table->nextChange(0), others.table->nextChange(0));
+  EXPECT_EQ(tunnels.table->endChange(), others.table->endChange());
   RowTable<L3Iif> iifs;
-  RowTable<L3Tunnel> tunnels;
   EXPECT_THROW(static_cast<void>(*iifs.wrapper->end(0) != *tunnels.wrapper->end(0)), std::bad_cast);
   EXPECT_THROW(static_cast<void>(*iifs.wrapper->endChange() != *tunnels.wrapper->endChange()), std::bad_cast);
 }
