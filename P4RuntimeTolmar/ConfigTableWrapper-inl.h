@@ -220,7 +220,13 @@ auto ConfigTableWrapper<Kind>::writable(const char* operation) const -> Config& 
 
 template <class Kind>
 std::size_t ConfigTableWrapper<Kind>::size() const {
-  return config_ ? config_->table().members() : 0;
+  if (!config_) return 0;
+  try {
+    return config_->table().members();
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    config_->table().corruptionDetected(damage.message());
+    return 0;
+  }
 }
 
 template <class Kind>

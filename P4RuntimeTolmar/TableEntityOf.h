@@ -65,8 +65,9 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
     map_.lookForDamage();
     notifyOfReplacement();
   }
-  /// Removes every entry and calls the reactors for each. An assertion failure when the table is not
-  /// attached. Damage that is met while the keys are gathered is handed to the collection and thrown on;
+  /// Removes every entry and calls the reactors for each. Throws Cairn::NoPermissionException, with nothing
+  /// removed, once the table was found corrupt; an assertion failure before the first attach and after
+  /// detach(). Corruption detected while the keys are gathered is handed to the collection and thrown on;
   /// nothing has been removed then.
   void tableDelAll();
 
@@ -133,7 +134,8 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
 
 template <class Derived, class KeyT, class EntryT>
 void TableEntityOf<Derived, KeyT, EntryT>::tableDelAll() {
-  Cairn::require(map_.attached(), "table is not attached", "tableDelAll");
+  Cairn::require(map_.implementation() != nullptr, "table is not attached", "tableDelAll");
+  if (!map_.attached()) map_.remove(Key{});  // the placeholder refuses
   std::vector<Key> keys;
   keys.reserve(map_.members());
   try {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "cairn/DebugHandler.h"
-#include "quill/PtrInterface.h"
+#include "quill/Entity.h"
 #include "vesta/VestaBase.h"
 
 template <class Key, class Entry>
@@ -41,7 +41,7 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
   }
   bool first(Row& value, Hint&) override { return at(rows_.begin(), value); }
   bool next(const Key& key, Row& value, Hint&) override { return at(rows_.upper_bound(key), value); }
-  std::size_t members() override { return rows_.size(); }
+  std::size_t members() override { return read(), rows_.size(); }
   std::size_t minSize() override { return 0; }
   std::size_t maxSize() override { return 8192; }
   std::size_t capacity() override { return 8192; }

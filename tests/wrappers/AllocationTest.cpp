@@ -31,6 +31,8 @@ TYPED_TEST(AllocationsOf, Writes_TakeTwoNodesForANewKeyAndNothingAfterwards) {
               writeAll(again);
             }),
             0u);
+  rows.wrapper->cleanChangeMap(rows.wrapper->latestChangeIdx());
+  EXPECT_EQ(allocationsIn([&] { writeAll(fresh); }), 2 * fresh.size()) << "their keys were forgotten";
 }
 
 TYPED_TEST(AllocationsOf, Failure_OfAnyOneLosesNoChange) {

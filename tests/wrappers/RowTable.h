@@ -89,6 +89,11 @@ struct RowTable {
     helper.mountVestaTables(typePrefix, shortName, "Table", 64);
     return helper.tableConfig<Config>(shortName);
   }
+  std::shared_ptr<Cairn::DebugHandler> loggingErrors() {
+    auto made = std::make_shared<Cairn::DebugHandler>(Cairn::DebugHandler::kErrorFlag);
+    made->sinkIs([this](const Cairn::DebugHandler::Message& message) { errors.emplace_back(message.text); });
+    return made;
+  }
   /// Has the row table of that name, registered if it is not yet, served by a new wrapper.
   std::shared_ptr<Lumen::LmTable> registered(typename Config::Ptr over, const char* shortName) {
     helper.registerConfigTable<Config, Row, Wrapper>(over, shortName);
@@ -97,8 +102,10 @@ struct RowTable {
 
   RuntimeFolder folder;
   Quill::EventLoop loop;
-  Quill::Ptr<Orrery::EntityManager> manager = Quill::allocate<Orrery::EntityManager>(
-      folder.path(), loop, std::make_shared<const Cairn::DebugHandler>(0));
+  std::vector<std::string> errors;  // logged by the table service
+  std::shared_ptr<Cairn::DebugHandler> handler = loggingErrors();
+  Quill::Ptr<Orrery::EntityManager> manager =
+      Quill::allocate<Orrery::EntityManager>(folder.path(), loop, handler);
   std::shared_ptr<Lumen::LumenDB> db = std::make_shared<Lumen::LumenDB>();
   P4Runtime::P4RuntimePluginHelper helper{db, manager, "test/"};
   typename Config::Ptr config = mounted();

@@ -1,6 +1,9 @@
+#include <filesystem>
+
 #include "lumen/LmErrors.h"
 #include "rows/RowErrors.h"
 #include "tests/SlotOf.h"
+#include "tests/plugin/ScriptedTable.h"
 #include "tests/vesta/DamagedRow.h"
 #include "tests/wrappers/RowTable.h"
 
@@ -41,6 +44,10 @@ TYPED_TEST(RowsOf, Walks_FromTheStartOrAFoundRowGoOnWhenTheirRowIsDeleted) {
     left.emplace(rows.key(n), rows.entry(n, n));
   }
   EXPECT_EQ(rows.contents(*rows.table), left);
+  for (const std::uint32_t n : {59, 0, 30}) {
+    EXPECT_EQ(rows.entryOf(*rows.table->find(rows.row(n))), rows.entry(n, n));
+  }
+  EXPECT_EQ(rows.table->find(rows.row(60)), rows.table->end());
   for (auto at = rows.table->begin(); at != rows.table->end(); ++at) {
     const auto entry = rows.entryOf(*at);
     EXPECT_EQ(left.erase(entry.key()), 1u);
@@ -138,7 +145,8 @@ TYPED_TEST(RowsOf, NullConfig_ReadsAsEmptyAndRefusesWrites) {
   EXPECT_THAT([&] { table->rowDelAll(); }, refused);
 }
 
-TYPED_TEST(RowsOf, Damage_DetachesTheTableWhicheverReadMeetsIt) {
+// Whichever read detects it, and whether or not a report of it can be written.
+TYPED_TEST(RowsOf, Corruption_DetachesTheTable) {
   using Config = typename TypeParam::Config;
   const typename TypeParam::Entry empty{};
   auto& rows = this->rowTable;
@@ -157,18 +165,37 @@ TYPED_TEST(RowsOf, Damage_DetachesTheTableWhicheverReadMeetsIt) {
         EXPECT_THAT(rows.changes(latest), testing::ElementsAre(std::tuple(latest + 3, 2, rows.keyOnly(1))));
       },
   };
-  for (const auto& read : reads) {
-    EXPECT_EQ(rows.mounted(), rows.config);
-    rows.table->rowIs(rows.row(1));
-    rows.table->rowIs(rows.row(2));
-    at = rows.table->begin();
-    for (const auto& key : {rows.key(1), rows.key(2)}) damageRow(*rows.config->table().writer(), key);
-    read();
-    EXPECT_FALSE(rows.config->attached());
-    EXPECT_EQ(rows.table->size(), 0u);
-    EXPECT_FALSE(rows.table->begin());
-    EXPECT_THROW(rows.table->rowDelAll(), Cairn::AssertionException);
+  const std::string text = "VestaMap::corruptionDetected() " + rows.config->rootPath().text();
+  for (const bool reported : {true, false}) {
+    for (const auto& read : reads) {
+      EXPECT_EQ(rows.mounted(), rows.config);
+      rows.table->rowIs(rows.row(1));
+      rows.table->rowIs(rows.row(2));
+      at = rows.table->begin();
+      for (const auto& key : {rows.key(1), rows.key(2)}) damageRow(*rows.config->table().writer(), key);
+      if (!reported) std::filesystem::remove_all(rows.config->rootPath().folder());
+      rows.errors.clear();
+      read();
+      EXPECT_THAT(rows.errors.front(), testing::StartsWith(text + " slot "));
+      EXPECT_THAT(rows.errors.back(), testing::HasSubstr(reported ? "written: " : "No such file"));
+      EXPECT_FALSE(rows.config->attached());
+      EXPECT_EQ(rows.table->size(), 0u);
+      EXPECT_FALSE(rows.table->begin());
+      const auto refused = ThrowsMessage<Cairn::NoPermissionException>("remove to read-only Vesta table");
+      EXPECT_THAT([&] { rows.table->rowDel(rows.row(1)); }, refused);
+      EXPECT_THAT([&] { rows.table->rowDelAll(); }, refused);
+    }
   }
+  rows.config->detach();
+  EXPECT_THROW(rows.table->rowDelAll(), Cairn::AssertionException) << "detached in order";
+}
+
+TYPED_TEST(RowsOf, Corruption_DetectedBySizeDetachesTheTable) {
+  ScriptedEntity<typename TypeParam::Config> config(this->rowTable.folder.path());
+  const typename TypeParam::Wrapper wrapper(config.entity, this->rowTable.db, nullptr, true, true, false);
+  config.table->damageIs(1);
+  EXPECT_EQ(wrapper.size(), 0u);
+  EXPECT_FALSE(config.entity->attached());
 }
 
 }  // namespace
