@@ -17,11 +17,12 @@ inline void requireFirstIndex(unsigned idx, const char* operation) {
 }  // namespace detail
 
 template <class Kind>
-ConfigRowIterator<Kind>::ConfigRowIterator(typename Kind::Config::Ptr config)
+ConfigRowIterator<Kind>::ConfigRowIterator(typename Kind::Config::Ptr config, bool modifiable)
     : config_(std::move(config)),
       walked_(config_ ? &config_->table() : nullptr),
       damaged_(walked_),
-      current_(&value_) {}
+      current_(&value_),
+      modifiable_(modifiable) {}
 
 template <class Kind>
 ConfigRowIterator<Kind>::ConfigRowIterator(const ConfigRowIterator& other)
@@ -32,7 +33,8 @@ ConfigRowIterator<Kind>::ConfigRowIterator(const ConfigRowIterator& other)
       iterHint_(other.iterHint_),
       value_(other.value_),
       current_(&value_),
-      valid_(other.valid_) {}
+      valid_(other.valid_),
+      modifiable_(other.modifiable_) {}
 
 template <class Kind>
 bool ConfigRowIterator<Kind>::operator==(const Lumen::LmRowIteratorImpl& other) const {
@@ -42,7 +44,9 @@ bool ConfigRowIterator<Kind>::operator==(const Lumen::LmRowIteratorImpl& other) 
 template <class Kind>
 Lumen::BaseRow ConfigRowIterator<Kind>::operator*() const {
   Cairn::require(valid_, "iterator stands on no row", "operator*");
-  return Kind::EntryRow::fromEntry(current_->entry);
+  auto row = Kind::EntryRow::fromEntry(current_->entry);
+  ConfigTableWrapper<Kind>::markReadOnly(row, config_.get(), modifiable_);
+  return row;
 }
 
 template <class Kind>
@@ -81,8 +85,9 @@ std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigRowIterator<Kind>::clone() const
 }
 
 template <class Kind>
-ConfigChangeIterator<Kind>::ConfigChangeIterator(Position position, typename Kind::Config::Ptr config)
-    : position_(position), config_(std::move(config)) {}
+ConfigChangeIterator<Kind>::ConfigChangeIterator(Position position, typename Kind::Config::Ptr config,
+                                                 bool modifiable)
+    : position_(position), config_(std::move(config)), modifiable_(modifiable) {}
 
 template <class Kind>
 bool ConfigChangeIterator<Kind>::operator==(const Lumen::LmChangeIteratorImpl& other) const {
@@ -97,8 +102,10 @@ std::shared_ptr<Lumen::BasicLmTableChange> ConfigChangeIterator<Kind>::operator*
   const bool deleted = (index & 1) != 0;
   bool found = false;
   scratchRow_.fill(deleted ? Wrapper::keyOnly(key) : Wrapper::lookup(config_.get(), key, found));
-  return std::make_shared<Lumen::BasicLmTableChange>(Lumen::BasicLmTableChange{
+  auto change = std::make_shared<Lumen::BasicLmTableChange>(Lumen::BasicLmTableChange{
       index, deleted ? Lumen::ChangeKind::deleted : Lumen::ChangeKind::written, scratchRow_});
+  Wrapper::markReadOnly(change->row, config_.get(), modifiable_);
+  return change;
 }
 
 template <class Kind>
@@ -206,6 +213,12 @@ auto ConfigTableWrapper<Kind>::lookup(Config* config, const Key& key, bool& foun
 }
 
 template <class Kind>
+void ConfigTableWrapper<Kind>::markReadOnly(Lumen::BaseRow& row, Config* config, bool modifiable) {
+  auto* const table = config != nullptr ? config->table().implementation() : nullptr;
+  row.readOnlyIs(!modifiable || (table != nullptr && table->type() == Vesta::VestaType::readOnlyPlaceholder));
+}
+
+template <class Kind>
 auto ConfigTableWrapper<Kind>::keyOnly(const Key& key) -> Entry {
   Entry entry{};
   static_cast<Key&>(entry) = key;
@@ -233,7 +246,9 @@ template <class Kind>
 Lumen::BaseRow ConfigTableWrapper<Kind>::row(const Lumen::BaseRow& keyRow, unsigned idx) {
   detail::requireFirstIndex(idx, "row");
   bool found = false;
-  return EntryRow::fromEntry(lookup(config_.get(), EntryRow(keyRow).keyRecord(), found));
+  auto row = EntryRow::fromEntry(lookup(config_.get(), EntryRow(keyRow).keyRecord(), found));
+  markReadOnly(row, config_.get(), modifierSupportedFlag_);
+  return row;
 }
 
 template <class Kind>
@@ -241,7 +256,7 @@ std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::find(const L
                                                                          unsigned idx) {
   detail::requireFirstIndex(idx, "find");
   const Key key = EntryRow(keyRow).keyRecord();
-  auto iterator = std::make_unique<typename Kind::RowIterator>(config_);
+  auto iterator = std::make_unique<typename Kind::RowIterator>(config_, modifierSupportedFlag_);
   iterator->placeAt(key);
   return iterator;
 }
@@ -249,7 +264,7 @@ std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::find(const L
 template <class Kind>
 std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::begin(unsigned idx) {
   detail::requireFirstIndex(idx, "begin");
-  auto iterator = std::make_unique<typename Kind::RowIterator>(config_);
+  auto iterator = std::make_unique<typename Kind::RowIterator>(config_, modifierSupportedFlag_);
   iterator->placeFirst();
   return iterator;
 }
@@ -257,7 +272,7 @@ std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::begin(unsign
 template <class Kind>
 std::unique_ptr<Lumen::LmRowIteratorImpl> ConfigTableWrapper<Kind>::end(unsigned idx) {
   detail::requireFirstIndex(idx, "end");
-  return std::make_unique<typename Kind::RowIterator>(config_);
+  return std::make_unique<typename Kind::RowIterator>(config_, modifierSupportedFlag_);
 }
 
 template <class Kind>
@@ -281,12 +296,13 @@ void ConfigTableWrapper<Kind>::rowDelAll() {
 
 template <class Kind>
 std::unique_ptr<Lumen::LmChangeIteratorImpl> ConfigTableWrapper<Kind>::nextChange(std::uint64_t idx) {
-  return std::make_unique<typename Kind::ChangeIterator>(changeMap_.above(idx), config_);
+  return std::make_unique<typename Kind::ChangeIterator>(changeMap_.above(idx), config_,
+                                                         modifierSupportedFlag_);
 }
 
 template <class Kind>
 std::unique_ptr<Lumen::LmChangeIteratorImpl> ConfigTableWrapper<Kind>::endChange() {
-  return std::make_unique<typename Kind::ChangeIterator>(changeMap_.end(), config_);
+  return std::make_unique<typename Kind::ChangeIterator>(changeMap_.end(), config_, modifierSupportedFlag_);
 }
 
 template <class Kind>

@@ -21,8 +21,9 @@ namespace TolmarHwLib {
 template <class Kind>
 class ConfigRowIterator : public Lumen::LmRowIteratorImpl {
  public:
-  /// Exhausted until it is placed. `config` may be null: an empty table.
-  explicit ConfigRowIterator(typename Kind::Config::Ptr config);
+  /// Exhausted until it is placed. `config` may be null: an empty table. Rows are handed out read-only unless
+  /// they are `modifiable` and the table is not the placeholder of a corrupt one.
+  ConfigRowIterator(typename Kind::Config::Ptr config, bool modifiable);
   ConfigRowIterator(const ConfigRowIterator& other);
   ConfigRowIterator& operator=(const ConfigRowIterator&) = delete;
 
@@ -48,13 +49,14 @@ class ConfigRowIterator : public Lumen::LmRowIteratorImpl {
   typename Collection::Row value_{};
   const typename Collection::Row* current_;
   bool valid_ = false;
+  bool modifiable_;
 };
 
 template <class Kind>
 class ConfigChangeIterator : public Lumen::LmChangeIteratorImpl {
  public:
   using Position = typename ChangeMap<typename Kind::Key>::Position;
-  ConfigChangeIterator(Position position, typename Kind::Config::Ptr config);
+  ConfigChangeIterator(Position position, typename Kind::Config::Ptr config, bool modifiable);
 
   bool operator==(const Lumen::LmChangeIteratorImpl& other) const override;
   bool operator!=(const Lumen::LmChangeIteratorImpl& other) const override { return !(*this == other); }
@@ -66,6 +68,7 @@ class ConfigChangeIterator : public Lumen::LmChangeIteratorImpl {
   Position position_;
   typename Kind::EntryRow scratchRow_{Lumen::BaseRow()};  // null until the first change is read
   typename Kind::Config::Ptr config_;
+  bool modifiable_;
 };
 
 template <class Kind>
@@ -92,9 +95,10 @@ class ConfigReactor : public Kind::Config::NotifieeConst {
 };
 
 /// A config entity as a table of rows. `config` may be null: readers see an empty table, writes are an
-/// assertion failure. Indices other than 0 are an assertion failure, rows without buffer LmNullRow, rows of
-/// another type LmBadCast, looked for in this order and before anything is done; the pre-write hook alone
-/// sees a row before that.
+/// assertion failure. Rows that are handed out are read-only when the wrapper was built without modifiers or
+/// the table is the placeholder of a corrupt one; to write one back, take its clone(). Indices other than 0
+/// are an assertion failure, rows without buffer LmNullRow, rows of another type LmBadCast, looked for in
+/// this order and before anything is done; the pre-write hook alone sees a row before that.
 template <class Kind>
 class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
  public:
@@ -141,6 +145,8 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
   /// until the next read of the table. A hint that is given is left where the entry is, for a walk from
   /// there.
   static const Entry& lookup(Config* config, const Key& key, bool& found, Vesta::IterHint* hint = nullptr);
+  /// Marks a row that is about to be handed out read-only unless it may be modified.
+  static void markReadOnly(Lumen::BaseRow& row, Config* config, bool modifiable);
   /// An entry with the key and nothing else.
   static Entry keyOnly(const Key& key);
 

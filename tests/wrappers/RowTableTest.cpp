@@ -198,5 +198,34 @@ TYPED_TEST(RowsOf, Corruption_DetectedBySizeDetachesTheTable) {
   EXPECT_FALSE(config.entity->attached());
 }
 
+TYPED_TEST(RowsOf, ReadOnly_AreThoseOfAWrapperWithoutModifiersOrOfACorruptTable) {
+  auto& rows = this->rowTable;
+  rows.table->rowIs(rows.row(1));
+  for (const bool corrupt : {false, true}) {
+    for (const bool modifiers : {false, true}) {
+      if (!corrupt) rows.mounted();
+      typename TypeParam::Wrapper wrapper(rows.config, rows.db, nullptr, modifiers, true, false);
+      wrapper.quillTableModified(rows.row(1), false, rows.key(1));
+      wrapper.quillTableModified(rows.row(2), true, rows.key(2));
+      const auto first = wrapper.begin(0);
+      const auto found = wrapper.find(rows.row(1), 0);
+      const auto written = wrapper.nextChange(0);
+      const auto deleted = wrapper.nextChange(2);
+      if (corrupt) rows.config->corruptionDetected("x");
+      BaseRow handedOut[] = {wrapper.row(rows.row(1), 0),
+                             **first,
+                             **first->clone(),
+                             **found,
+                             (**written)->row,
+                             (**deleted)->row};
+      for (BaseRow& row : handedOut) {
+        EXPECT_EQ(row.readOnly(), corrupt || !modifiers);
+        EXPECT_FALSE(row.clone().readOnly());
+      }
+      rows.mounted();
+    }
+  }
+}
+
 }  // namespace
 }  // namespace WrapperTest
