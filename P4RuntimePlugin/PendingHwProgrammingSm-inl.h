@@ -36,28 +36,25 @@ void PendingHwProgrammingSm<Key, Status, kLine>::onStatusRow(const Key& key) {
   trace(P4RuntimeTolmar::kPendingHwPogrammingTrace, key);
   const Quill::Ptr<const Status> table = status();  // held, so that a handler may bind another one
   if (!table) return;
-  const Answer found = answer(*table, key);
-  if (!present(*table, key)) return;
-  batchStatus_->completedTransactionStatusIs(completion(found));
+  // The second lookup decides whether there is a row. It also gives the answer if the first one found damage
+  // and the table was mounted again at once: the first answer is then that of the empty table.
+  const Answer first = lookUp(*table, key);
+  const Answer second = lookUp(*table, key);
+  if (!second.found) return;
+  batchStatus_->completedTransactionStatusIs(completion(first.damaged ? second : first));
   wakeAgent();
 }
 
 template <class Key, class Status, int kLine>
-auto PendingHwProgrammingSm<Key, Status, kLine>::answer(const Status& status, const Key& key) -> Answer {
+auto PendingHwProgrammingSm<Key, Status, kLine>::lookUp(const Status& status, const Key& key) -> Answer {
   Answer result;
-  P4RuntimeTolmar::readTable(status, [&] {
+  const bool read = P4RuntimeTolmar::readTable(status, [&] {
     bool found = false;
     const auto& row = status.directLookup(key, found);
-    result = {row.entryHandle, row.errorCode};
+    result = {false, found, row.entryHandle, row.errorCode};
   });
+  if (!read) result.damaged = true;
   return result;
-}
-
-template <class Key, class Status, int kLine>
-bool PendingHwProgrammingSm<Key, Status, kLine>::present(const Status& status, const Key& key) {
-  bool found = false;
-  const bool read = P4RuntimeTolmar::readTable(status, [&] { status.directLookup(key, found); });
-  return read && found;
 }
 
 /// The record for one answer, merged with what the agent has not yet taken for the same handle: a failure is

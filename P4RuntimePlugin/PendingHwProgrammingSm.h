@@ -41,12 +41,14 @@ class PendingHwProgrammingSm : public Quill::PtrInterface {
   void onStatusRows() {}
 
  private:
+  /// What one lookup of a status row finds; handle and code are 0 without a row.
   struct Answer {
+    bool damaged = false;
+    bool found = false;
     P4Runtime::EntryHandle entryHandle = 0;
     std::uint16_t errorCode = 0;
   };
-  static Answer answer(const Status& status, const Key& key);
-  static bool present(const Status& status, const Key& key);
+  static Answer lookUp(const Status& status, const Key& key);
   P4Runtime::BatchStatusEntry completion(const Answer& answer) const;
   void wakeAgent() const noexcept;
 

@@ -26,7 +26,6 @@ class Generic : public PluginFixture {
  protected:
   const GenericIf plugin_ =
       TolmarP4RuntimePlugin::_quillType.genericIfFromCtorArgs(Values{Quill::Name("Tolmar")});
-  const GenericValue null_ = genericValue(Ptr<PtrInterface>());
 };
 
 TEST_F(Generic, Surface_MembersInOrderInheritedOnesFirst) {
@@ -56,7 +55,11 @@ TEST_F(Generic, Surface_MembersInOrderInheritedOnesFirst) {
 }
 
 TEST_F(Generic, VrfSm_MapByName) {
-  GenericIf tracker = VrfSm::_quillType.genericIfFromCtorArgs(Values{null_, genericValue(context_)});
+  const auto config = Quill::allocate<TolmarHwLib::L3IifTH3Config>(Quill::Name("table"));
+  const Values arguments{genericValue(config), genericValue(context_)};
+  GenericIf tracker = VrfSm::_quillType.genericIfFromCtorArgs(arguments);
+  EXPECT_EQ(constPointer(tracker.get("l3IifTH3Config")), config);
+  EXPECT_EQ(pointer(tracker.get("pluginContext")), context_);
   const auto key = [](std::uint64_t l3Iif) { return Values{L3IifTH3Key{l3Iif}}; };
   const auto vrfOf = [](const GenericValue& value) { return std::any_cast<unsigned short>(value); };
   for (std::uint16_t i = 1; i <= 3; ++i) {
@@ -77,7 +80,9 @@ TEST_F(Generic, VrfSm_MapByName) {
   EXPECT_EQ(tracker.count("vrfId"), 1u);
   const auto last = tracker.iterator("vrfId");
   tracker.set("initialized", Values{false});
-  tracker.set("vrfIdCollection", Values{null_});
+  const auto other = Quill::allocate<P4Runtime::VrfIdCollection>();
+  tracker.set("vrfIdCollection", Values{genericValue(other)});
+  EXPECT_EQ(pointer(tracker.get("vrfIdCollection")), other);
   tracker.call("handleInitialized");
   EXPECT_TRUE(std::any_cast<bool>(tracker.get("initialized")));
   EXPECT_EQ(pointer(tracker.get("vrfIdCollection")), vrfs_);

@@ -2,6 +2,7 @@
 // called.
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 
+#include <gmock/gmock.h>
 #include <sys/eventfd.h>
 
 #include <new>
@@ -54,7 +55,8 @@ const MergeCase kMergeCases[] = {
     {{{8, 3, "of another handle"}}, 0, {7, 0, ""}},
 };
 
-TEST_F(Tracker, Completion_MergesWithWhatTheAgentHasNotTaken) {
+TEST_F(Tracker, Completion_MergesWithWhatTheAgentHasNotTakenAndThenWakesIt) {
+  batch_->onCompleted = [this] { EXPECT_FALSE(batch_->notificationTake()); };
   for (const MergeCase& c : kMergeCases) {
     batch_->completedTransactionStatusDelAll();
     batch_->notificationTake();
@@ -92,12 +94,30 @@ TEST_F(Tracker, Damage_DetachesTheTableAndCompletesNothing) {
     EXPECT_EQ(taken(), Log{});
     EXPECT_FALSE(batch_->notificationTake());
     EXPECT_FALSE(damaged.entity->attached());
+    EXPECT_THAT(damaged.logged, testing::HasSubstr("/damaged row 3: bad checksum"));
   }
   status_.table->onReadIs(1, [this] {
     status_.entity->corruptionDetected("met by another reader");
     throw Cairn::CorruptionDetectedException("met here");
   });
   EXPECT_THROW(tracker_->onStatusRow({1}), Cairn::CorruptionDetectedException);
+}
+
+// The first lookup gives the answer, unless it found damage and the table was mounted again at once.
+TEST_F(Tracker, Answer_IsThatOfTheSecondLookupAfterARemountAlone) {
+  const auto store = [this](std::uint64_t handle, std::uint16_t errorCode) {
+    status_.table->write({{1}, {{.entryHandle = handle, .errorCode = errorCode}, {1}}}, false);
+  };
+  store(7, 3);
+  status_.table->onReadIs(2, [&] { store(8, 4); });
+  tracker_->onStatusRow({1});
+  status_.table->damageIs(1);
+  status_.entity->table().readyFunctionIs([&] {
+    status_.mount();
+    store(9, 5);
+  });
+  tracker_->onStatusRow({1});
+  EXPECT_EQ(taken(), (Log{"completed 7 3", "completed 9 5"}));
 }
 
 TEST_F(Tracker, Binding_MovesOneReactorThatKeepsToTheTrackersFlagAndMark) {
@@ -154,6 +174,12 @@ TEST_F(Tracker, Reentry_HandlersMayUnbindRebindAndDropTheTrackerItself) {
     EXPECT_EQ(write(status_, 8), Log{});
   }
   EXPECT_TRUE(status_.entity->notifieeList().empty());
+  tracker_ = l3IifTH3PendingHwProgrammingSmFactory(batch_, other_.entity);
+  other_.table->onReadIs(1, [this] {
+    tracker_->statusDel();
+    EXPECT_EQ(other_.entity->references(), 2u) << "the table is held while its row is handled";
+  });
+  tracker_->onStatusRow({1});
 }
 
 template <class Kind, class Key>
@@ -164,7 +190,8 @@ void Tracker::checkKind(const Key& key, const std::string& line, const std::stri
   const auto tracker = Kind::_quillType.genericIfFromCtorArgs(arguments);
   EXPECT_EQ(tracker.object()->fwkType(), &Kind::_quillType);
   EXPECT_EQ(Kind::_quillType.member("status")->type, Status::_quillType.name);
-  EXPECT_EQ(std::any_cast<Quill::Ptr<const Quill::PtrInterface>>(tracker.get("status")), status.entity);
+  EXPECT_EQ(constPointer(tracker.get("status")), status.entity);
+  EXPECT_EQ(pointer(tracker.get("batchStatus")), batch_);
   traceIs("PendingHwPogrammingSm", 9);
   status.entity->tableIs({{.entryHandle = 5, .errorCode = 6}, key});
   tracker.call("onStatusRow", std::vector<Quill::GenericValue>{key});

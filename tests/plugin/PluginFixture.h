@@ -105,6 +105,10 @@ inline Quill::Ptr<Quill::PtrInterface> pointer(const Quill::GenericValue& value)
   return std::any_cast<Quill::Ptr<Quill::PtrInterface>>(value);
 }
 
+inline Quill::Ptr<const Quill::PtrInterface> constPointer(const Quill::GenericValue& value) {
+  return std::any_cast<Quill::Ptr<const Quill::PtrInterface>>(value);
+}
+
 class PluginFixture : public ::testing::Test {
  protected:
   PluginFixture() {

@@ -136,7 +136,7 @@ TEST_F(Plugin, Init_MountsRegistersAndWiresInOrder) {
   EXPECT_EQ(plugin_->pluginCleanupHelper()->references(), 1u);
   EXPECT_TRUE(plugin_->pluginCleanupHelper()->hasNotificationActive());
   const Quill::GenericIf helper(plugin_->pluginCleanupHelper());
-  EXPECT_EQ(std::any_cast<Quill::Ptr<const Quill::PtrInterface>>(helper.get("allPluginConfig")), config_);
+  EXPECT_EQ(constPointer(helper.get("allPluginConfig")), config_);
   EXPECT_EQ(pointer(helper.get("pluginStatus")), plugin_->pluginStatus());
   EXPECT_EQ(pointer(helper.get("cliConfig")), nullptr) << "never the plugin's own";
   EXPECT_EQ(pointer(helper.get("parent")), plugin_);

@@ -67,19 +67,32 @@ class ScriptedTable final : public Vesta::VestaBase<Key, Entry> {
   Row empty_{};
 };
 
-/// An entity whose collection is such a table. Reports of damage go to `folder`.
+/// An entity whose collection is such a table. Reports of damage go to `folder`, log lines to `logged`.
 template <class Entity>
 struct ScriptedEntity {
   using Table = ScriptedTable<typename Entity::Key, typename Entity::Entry>;
 
   explicit ScriptedEntity(const std::string& folder, const char* name = "table")
-      : entity(Quill::allocate<Entity>(Quill::Name(name))),
-        table(new Table(Vesta::RootPath(folder, "tables", name))) {
+      : entity(Quill::allocate<Entity>(Quill::Name(name))), path_(folder, "tables", name) {
     std::filesystem::create_directory(folder + "/tables");
-    entity->table().attach(std::unique_ptr<Table>(table), std::make_shared<Cairn::DebugHandler>(0));
+    handler_->sinkIs([this](const auto& message) { logged.append(message.text).append("\n"); });
+    mount();
     entity->table().readyFunctionIs([] {});
+  }
+  ScriptedEntity(const ScriptedEntity&) = delete;
+  ScriptedEntity& operator=(const ScriptedEntity&) = delete;
+
+  /// Attaches an empty table, also in place of one found damaged.
+  void mount() {
+    table = new Table(path_);
+    entity->table().attach(std::unique_ptr<Table>(table), handler_);
   }
 
   const Quill::Ptr<Entity> entity;
-  Table* const table;  // owned by the entity's map, also behind the placeholder
+  Table* table = nullptr;  // owned by the entity's map, also behind the placeholder
+  std::string logged;
+
+ private:
+  const Vesta::RootPath path_;
+  const std::shared_ptr<Cairn::DebugHandler> handler_ = std::make_shared<Cairn::DebugHandler>();
 };

@@ -1,6 +1,8 @@
 // The VRF tracker: how counts and the map follow the config table, with the traces; and what it leaves alone.
 #include "P4RuntimePlugin/VrfSm.h"
 
+#include <gmock/gmock.h>
+
 #include <locale>
 #include <map>
 
@@ -121,6 +123,12 @@ TEST_F(Vrf, Binding_NewTableIsFollowedButNotCounted) {
   tracker_->l3IifTH3ConfigDel();
   write(other, 3, 5);
   EXPECT_EQ(counts(), (Counts{{9, 1}}));
+  tracker_->l3IifTH3ConfigIs(config_.entity);
+  config_.table->onReadIs(1, [this] {
+    tracker_->l3IifTH3ConfigDel();
+    EXPECT_EQ(config_.entity->references(), 2u) << "the table is held while its row is handled";
+  });
+  tracker_->handleL3IifTH3ConfigEntry({2});
 }
 
 TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
@@ -135,6 +143,7 @@ TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
     make(damaged);
     if (read > 7) tracker_->handleL3IifTH3ConfigEntry({2});
     EXPECT_FALSE(damaged.entity->attached());
+    EXPECT_THAT(damaged.logged, testing::HasSubstr("/damaged row 3: bad checksum"));
     EXPECT_EQ(vrfIds_->vrfIdRefCount(VrfId(5)), counted[read - 1]);
   }
 }
@@ -152,6 +161,8 @@ TEST_F(Vrf, Trace_TextsLinesAndValues) {
   write(config_, 1234567, 65000);
   write(config_, 2, 0);
   config_.entity->tableDel({1234567});
+  tracker_->initializedIs(false);
+  write(config_, 3, 6);  // neither counted nor traced
   std::locale::global(before);
   const std::string source = "./P4RuntimePlugin/VrfSm";
   const std::string entry = " handleL3IifTH3ConfigEntry: handleL3IifTH3ConfigEntry";
