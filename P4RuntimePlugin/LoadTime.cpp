@@ -5,11 +5,14 @@
 #include "P4RuntimePlugin/LoadTime.h"
 
 #include "P4RuntimePlugin/P4RuntimeTolmarPluginLoader.h"
+#include "P4RuntimePlugin/PluginTrace.h"
 
 namespace P4RuntimeTolmar {
 
 const Quill::TraceHandle kPendingHwPogrammingTrace("PendingHwPogrammingSm");
 const Quill::TraceHandle kVrfSmTrace("VrfSm");
+// First use, which makes it: reactors may trace until the plugin object has ended.
+[[maybe_unused]] const Quill::TraceHandle& kPluginTrace = pluginTrace();
 
 namespace {
 

@@ -125,6 +125,23 @@ TEST_F(Load, Init_MakesOnePluginAndUnloadingLeavesNothingOfIt) {
   }
 }
 
+TEST_F(Load, Unloading_LetsReactorsTraceUntilThePluginHasEnded) {
+  std::vector<std::string> handles;
+  Quill::TraceHandle::sinkIs([&handles](const auto& line) { handles.emplace_back(line.handle); });
+  traceIs("TolmarP4RuntimePlugin", 0);
+  PluginLibrary library(PLUGIN);
+  library.init(context_);
+  Quill::Ptr<Quill::NotifieeConst> reactor = plugin().fwkType()->genericNotifiee(
+      Quill::Ptr<P4Runtime::P4RuntimePluginBase>(&plugin()), [&](std::string_view attribute) {
+        if (attribute != "vrfSm") return;  // from the plugin's destructor
+        plugin().doMountsComplete(Orrery::MountStatus::success, entityManager_);
+        reactor = nullptr;
+      });
+  library.unload();
+  EXPECT_FALSE(reactor);
+  EXPECT_EQ(handles, Log(2, "TolmarP4RuntimePlugin")) << "one from the start, one from the end";
+}
+
 TEST_F(Load, TwoLibraries_AreLetGoInAnyOrder) {
   const std::string copy = folder_.path() + "/copy.so";
   std::filesystem::copy_file(PLUGIN, copy);
