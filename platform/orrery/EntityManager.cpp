@@ -79,6 +79,24 @@ void EntityManager::unmount(const Quill::String& path) const {
   entity->detach();
 }
 
+void EntityManager::mountFailed() const noexcept {
+  if (openGroup_ != nullptr) openGroup_->status = MountStatus::failed;
+}
+
+MountGroup::MountGroup(Mounter& mounter, const Quill::Ptr<EntityManager>& entityManager)
+    : entityManager_(entityManager),
+      pending_(std::make_shared<PendingMounts>(PendingMounts{&mounter, entityManager})),
+      outer_(entityManager->openGroup_) {
+  entityManager_->eventLoop().timerIs(Quill::EventLoop::Clock::duration::zero(), [pending = pending_] {
+    const PendingMounts done = std::exchange(*pending, {});
+    if (done.mounter == nullptr) return;
+    done.mounter->doMountsComplete(done.status, done.mountGroup);
+  });
+  if (mounter.pending_) *mounter.pending_ = {};
+  mounter.pending_ = pending_;
+  entityManager_->openGroup_ = pending_.get();
+}
+
 std::vector<Quill::String> EntityManager::mountedPaths() const {
   std::vector<Quill::String> paths;
   for (const auto& [path, mounted] : mounts_) paths.push_back(path);

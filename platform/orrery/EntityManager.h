@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "cairn/DebugHandler.h"
+#include "orrery/Mounter.h"
 #include "orrery/TableEntity.h"
 #include "quill/Counted.h"
 #include "quill/EventLoop.h"
@@ -41,12 +42,15 @@ class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
   /// Detaches the table and forgets the entity; whoever holds it reads an empty table from then on. Nothing
   /// for a path not mounted.
   virtual void unmount(const Quill::String& path) const;
+  /// Notes for the mount group that is open, if there is one, that a mount has failed.
+  void mountFailed() const noexcept;
 
   std::vector<Quill::String> mountedPaths() const;
   const std::string& runtimeFolder() const noexcept { return runtimeFolder_; }
   Quill::EventLoop& eventLoop() const noexcept { return loop_; }
 
  private:
+  friend class MountGroup;
   struct Mounted {
     Quill::Ptr<QuillVesta::TableEntity> entity;
     QuillVesta::MountDescription description;
@@ -58,6 +62,31 @@ class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
   std::shared_ptr<const Cairn::DebugHandler> debugHandler_;
   std::chrono::milliseconds damagePatience_;
   mutable std::map<Quill::String, Mounted> mounts_;
+  mutable PendingMounts* openGroup_ = nullptr;  // not owned
+};
+
+/// A mounter that is waiting for doMountsComplete. Shared by the mounter and the event loop's timer; the
+/// mounter clears it when it is destroyed.
+struct PendingMounts {
+  Mounter* mounter = nullptr;  // not owned
+  Quill::Ptr<EntityManager> mountGroup;
+  MountStatus status = MountStatus::success;
+};
+
+/// The mounts that are made through one entity manager while this object lives, on behalf of one mounter. The
+/// mounter's doMountsComplete is called from the manager's event loop afterwards, once, unless the mounter
+/// has been destroyed or has started another group by then.
+class MountGroup {
+ public:
+  MountGroup(Mounter& mounter, const Quill::Ptr<EntityManager>& entityManager);
+  ~MountGroup() { entityManager_->openGroup_ = outer_; }
+  MountGroup(const MountGroup&) = delete;
+  MountGroup& operator=(const MountGroup&) = delete;
+
+ private:
+  const Quill::Ptr<EntityManager> entityManager_;
+  const std::shared_ptr<PendingMounts> pending_;
+  PendingMounts* const outer_;  // not owned
 };
 
 }  // namespace Orrery

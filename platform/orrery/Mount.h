@@ -13,7 +13,12 @@ class Mount {
 
   Quill::Ptr<TableEntity> doMount(const Quill::String& path, const Quill::String& typeName,
                                   const MountDescription& description) const {
-    return entityManager_->mount(path, typeName, description);
+    try {
+      return entityManager_->mount(path, typeName, description);
+    } catch (...) {
+      entityManager_->mountFailed();
+      throw;
+    }
   }
   /// The entity mounted at `path`, or null.
   Quill::Ptr<Quill::Entity> getEntity(const Quill::String& path) const {

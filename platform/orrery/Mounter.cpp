@@ -1,5 +1,6 @@
 #include "orrery/Mounter.h"
 
+#include "orrery/EntityManager.h"
 #include "quill/Generic.h"
 
 namespace Orrery {
@@ -15,7 +16,9 @@ constexpr Quill::Member kMembers[] = {
 constinit const Quill::TypeNode Mounter::_quillType{
     .name = "Orrery::Mounter", .members = kMembers, .base = &Quill::Entity::_quillType};
 
-Mounter::~Mounter() = default;
+Mounter::~Mounter() {
+  if (pending_) *pending_ = {};
+}
 
 void Mounter::doMountsComplete(MountStatus, const Quill::Ptr<EntityManager>&) {}
 

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <memory>
+
 #include "quill/Entity.h"
 
 namespace Orrery {
 
 class EntityManager;
+struct PendingMounts;
 
 /// How a mount, or a group of them, has come out.
 enum class MountStatus { pending, success, failed };
@@ -17,12 +20,17 @@ class Mounter : public Quill::Entity {
 
   // Virtual operations, in slot order after those of Entity. Both do nothing by default.
 
-  /// Every mount that was asked for through `mountGroup` is there or has failed.
+  /// Called from the event loop once every mount of a MountGroup of this mounter has completed or failed;
+  /// `mountStatus` is success or failed.
   virtual void doMountsComplete(MountStatus mountStatus, const Quill::Ptr<EntityManager>& mountGroup);
   /// One mount has changed its status.
   virtual void handleMountStatus(MountStatus mountStatus);
 
   static const Quill::TypeNode _quillType;
+
+ private:
+  friend class MountGroup;
+  std::shared_ptr<PendingMounts> pending_;  // null unless doMountsComplete is to be called
 };
 
 }  // namespace Orrery

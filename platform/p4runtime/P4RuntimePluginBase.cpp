@@ -1,5 +1,8 @@
 #include "p4runtime/P4RuntimePluginBase.h"
 
+#include <optional>
+
+#include "orrery/EntityManager.h"
 #include "p4runtime/GenericPluginNotifiee.h"
 #include "quill/Attribute.h"
 #include "quill/Generic.h"
@@ -67,6 +70,8 @@ void P4RuntimePluginBase::init(const Quill::Ptr<PluginContext>& context) {
   }
   defaultPluginCleanupHelperIs(
       Quill::allocate<PluginCleanupHelper>(allPluginConfig_, pluginStatus_, Quill::Ptr<CliCommandConfig>()));
+  std::optional<Orrery::MountGroup> mounts;
+  if (context && context->entityManager()) mounts.emplace(*this, context->entityManager());
   pluginInit(context);
 }
 

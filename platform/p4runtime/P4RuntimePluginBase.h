@@ -22,8 +22,8 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
   /// The plugin's own start, called once with the context just stored in pluginContext.
   virtual void pluginInit(const Quill::Ptr<PluginContext>& context);
 
-  /// Stores the context (and what comes with it) and calls pluginInit before it returns. A null context is
-  /// passed on.
+  /// Stores the context (and what comes with it) and calls pluginInit before it returns; doMountsComplete
+  /// follows from the event loop, also if pluginInit throws. A null context is passed on.
   void init(const Quill::Ptr<PluginContext>& context);
 
   class NotifieeConst : public Quill::NotifieeConst {

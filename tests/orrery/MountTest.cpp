@@ -92,6 +92,42 @@ TEST_F(MountTest, Mount_RefusesWhatDoesNotFit) {
   EXPECT_EQ(writer.manager->mountedPaths(), std::vector<Quill::String>{kPath});
 }
 
+struct Waiting final : Orrery::Mounter {
+  explicit Waiting(std::vector<std::pair<Orrery::MountStatus, const Orrery::EntityManager*>>& log)
+      : Mounter(Quill::Name("waiting")), calls(log) {}
+  void doMountsComplete(Orrery::MountStatus status, const Quill::Ptr<Orrery::EntityManager>& group) override {
+    calls.emplace_back(status, group.get());
+  }
+  static void operator delete(void* memory) noexcept { Quill::deallocate(memory, quillAllocTrackTypeInfo_); }
+  inline static Quill::AllocTrackTypeInfo quillAllocTrackTypeInfo_;
+  std::vector<std::pair<Orrery::MountStatus, const Orrery::EntityManager*>>& calls;
+};
+
+TEST_F(MountTest, Mounter_IsCalledFromTheLoopOnceItsMountsAreDone) {
+  using Orrery::MountStatus;
+  std::vector<std::pair<MountStatus, const Orrery::EntityManager*>> calls;
+  const auto first = Quill::allocate<Waiting>(calls);
+  const auto second = Quill::allocate<Waiting>(calls);
+  auto gone = Quill::allocate<Waiting>(calls);
+  const auto refused = [this] { writer.mount.doMount("a/b", "TolmarHwLib::NoSuchTable", kWriter); };
+  {
+    const Orrery::MountGroup outer(*first, writer.manager);
+    { const Orrery::MountGroup inner(*gone, writer.manager); }
+    {
+      const Orrery::MountGroup inner(*second, writer.manager);
+      EXPECT_THROW(refused(), Cairn::Exception);
+    }
+    writer.mount.doMount("a/c", kType, kWriter);
+    gone = nullptr;
+  }
+  EXPECT_THROW(refused(), Cairn::Exception);
+  EXPECT_TRUE(calls.empty());
+  writer.settle();
+  const auto* const manager = writer.manager.get();
+  EXPECT_EQ(calls, (decltype(calls){{MountStatus::success, manager}, {MountStatus::failed, manager}}));
+  EXPECT_EQ(manager->references(), 2u) << "nothing is held any more";
+}
+
 TEST_F(MountTest, Writer_IsToldAtOnceAndOfEveryWriteThatIsStored) {
   Listener listener(writer.table);
   for (int i = 0; i < 2; ++i) writer.table->tableIs({{1}, {5}});

@@ -30,6 +30,7 @@ Log tableLog(const std::string& type, const std::string& table, const std::strin
 
 const std::string kTrace = "./P4RuntimePlugin/P4RuntimeTolmarPlugin ";
 const std::string kInitTrace = kTrace + "pluginInit: pluginInit at 0";
+const std::string kMountsTrace = kTrace + "doMountsComplete: doMountsComplete at 0";
 const std::string kCleanupTrace = kTrace + "doCleanup: TolmarP4RuntimePlugin::doCleanup at 4";
 const std::string kRequestTrace =
     "./P4RuntimePlugin/PluginCleanupHelper handleCleanupRequest: "
@@ -140,6 +141,8 @@ TEST_F(Plugin, Init_MountsRegistersAndWiresInOrder) {
   EXPECT_EQ(pointer(helper.get("pluginStatus")), plugin_->pluginStatus());
   EXPECT_EQ(pointer(helper.get("cliConfig")), nullptr) << "never the plugin's own";
   EXPECT_EQ(pointer(helper.get("parent")), plugin_);
+  for (int i = 0; i < 2; ++i) loop_.step(std::chrono::milliseconds(0));
+  EXPECT_EQ(taken(), Log{kMountsTrace});
 }
 
 TEST_F(Plugin, Init_TakesDatabaseFromAttributeAndTheRestFromTheArgument) {
@@ -266,7 +269,7 @@ TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
   const auto references = plugin_->references();
   const auto before = attributes();
   byName(Op::call, "doMountsComplete", {Orrery::MountStatus::failed, genericValue(entityManager_)});
-  EXPECT_EQ(taken(), Log{kTrace + "doMountsComplete: doMountsComplete at 0"});
+  EXPECT_EQ(taken(), Log{kMountsTrace});
   const Quill::GenericIf helper(plugin_->pluginCleanupHelper());
   for (int request = 0; request < 2; ++request) {
     helper.call("handleCleanupRequest");

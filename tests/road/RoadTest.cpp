@@ -213,6 +213,7 @@ TEST_F(Road, TracesAndCleanup_TheRingsRemainAndTheTablesDoNot) {
   EXPECT_THAT(output, HasSubstr("onStatusRow4711"));
   const std::string ring = contents(folder_.path() + "/p4rt-agent.trace");
   EXPECT_THAT(ring, HasSubstr("pluginInit"));
+  EXPECT_THAT(ring, HasSubstr("doMountsComplete"));
   EXPECT_THAT(ring, HasSubstr("onStatusRow"));
   EXPECT_THAT(ring, HasSubstr("4711")) << "values stand there as text";
   EXPECT_THAT(contents(folder_.path() + "/hw-agent.trace"), HasSubstr("answerPresent"));
