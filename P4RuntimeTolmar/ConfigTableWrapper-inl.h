@@ -130,7 +130,6 @@ ConfigReactor<Kind>::ConfigReactor(typename Kind::Config::Ptr config, ConfigTabl
 template <class Kind>
 void ConfigReactor<Kind>::onTable(const typename Kind::Key& key) {
   if (wrapper_ == nullptr || this->quillMarkedForDeletion()) return;
-  const auto keep = wrapper_->keptForObservers();
   try {
     record(key);
   } catch (...) {
@@ -147,6 +146,7 @@ void ConfigReactor<Kind>::record(const typename Kind::Key& key) {
   const auto& entry = Wrapper::lookup(config_.get(), key, found);
   // By content: an entry that is there but all zero passes for a deleted one, on purpose.
   const bool deleted = entry == kEmpty;
+  if (wrapper_ == nullptr) return;  // dropped by a callback of a table that was found corrupt
   if (deleted) {
     scratchRow_.fill(Wrapper::keyOnly(key));
   } else {
@@ -182,11 +182,7 @@ ConfigTableWrapper<Kind>::ConfigTableWrapper(typename Config::Ptr config,
 }
 
 template <class Kind>
-ConfigTableWrapper<Kind>::~ConfigTableWrapper() {
-  // Before the members go: the row database may go with them, and what its observers then do to the config
-  // table is recorded no more.
-  reactor_->wrapperDel();
-}
+ConfigTableWrapper<Kind>::~ConfigTableWrapper() = default;
 
 template <class Kind>
 std::shared_ptr<typename Kind::Reactor> ConfigTableWrapper<Kind>::newReactor() {
@@ -322,17 +318,15 @@ void ConfigTableWrapper<Kind>::quillTableModified(const EntryRow& row, bool dele
   // Indices grow by 2: this is room for the newest 2 x capacity changes. The table may be attached anew, with
   // another capacity.
   if (const std::uint64_t capacity = config_ ? config_->table().capacity() : 0; capacity != 0) {
-    this->unobservedSpanIs(2 * 2 * capacity);
+    this->changeSpanIs(2 * 2 * capacity);
   }
   this->cleanChanges(*this, this->notifyObservers(previous, latest, deleted, row));
 }
 
 template <class Kind>
 void ConfigTableWrapper<Kind>::changeLost() {
-  const std::uint64_t previous = latestChangeIdx_;
-  latestChangeIdx_ = (previous + 2) & ~std::uint64_t{1};
+  latestChangeIdx_ = (latestChangeIdx_ + 2) & ~std::uint64_t{1};
   cleanChangeMap(latestChangeIdx_);
-  this->notifyObservers(previous, latestChangeIdx_, false, scratchRow_);
 }
 
 }  // namespace TolmarHwLib

@@ -134,10 +134,10 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
 
   /// Forgets the changes up to and including `idx`.
   virtual void cleanChangeMap(std::uint64_t idx);
-  /// Records one change and tells the observers. The index grows by 2; its lowest bit is set for a deletion.
+  /// Records one change. The index grows by 2; its lowest bit is set for a deletion.
   virtual void quillTableModified(const EntryRow& row, bool deleted, const Key& key);
 
-  /// A change could not be recorded. Forgets all, so that every observer walks the rows again.
+  /// A change could not be recorded. Forgets all, so that every follower reads the rows again.
   void changeLost();
 
   static std::uint32_t tableKeyTarotHasher(const Key& key) { return key.hash(); }

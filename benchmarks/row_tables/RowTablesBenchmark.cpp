@@ -199,18 +199,6 @@ void stepChange(benchmark::State& state) {
   }
 }
 
-void writeWithObserver(benchmark::State& state) {
-  struct Counting : Lumen::LmTableObserver {
-    void onReset() override {}
-    void onChange(const Lumen::BasicLmTableChange&) override { ++changes; }
-    std::uint64_t changes = 0;
-  };
-  Table own(kCapacity);
-  own.fill();
-  own.table->observerIs(std::make_shared<Counting>());
-  overwrite(state, own.rows, [&](const auto& row) { own.table->rowIs(row); });
-}
-
 BENCHMARK(existingChain)->Arg(1)->Arg(kCapacity);
 BENCHMARK(existingRowIs)->Arg(1)->Arg(kCapacity);
 BENCHMARK(fillChain)->Unit(benchmark::kMicrosecond);
@@ -219,7 +207,6 @@ BENCHMARK(walkEntries)->Arg(kCapacity)->Unit(benchmark::kMicrosecond);
 BENCHMARK(walkRows)->Arg(kCapacity)->Unit(benchmark::kMicrosecond);
 BENCHMARK(nextChange)->Arg(16)->Arg(kCapacity);
 BENCHMARK(stepChange)->Arg(16)->Arg(kCapacity);
-BENCHMARK(writeWithObserver);
 
 class RatioReporter : public benchmark::ConsoleReporter {
  public:

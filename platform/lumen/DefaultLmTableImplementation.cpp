@@ -103,22 +103,15 @@ void DefaultLmTableImplementation::removeInterface(LmTableInterface& tableInterf
 
 void DefaultLmTableImplementation::replaceImplementation(
     const std::shared_ptr<LmTableImplementation>& implementation, LumenDB&) {
-  const auto keep = weak_from_this().lock();  // the table may hold the only other owner
   LmTableInterface* const tableInterface = std::exchange(interface_, nullptr);
   if (tableInterface == nullptr) return;
   if (implementation != nullptr) implementation->addInterface(*tableInterface);
   tableInterface->implementationIs(implementation);
 }
 
-std::uint64_t DefaultLmTableImplementation::notifyObservers(std::uint64_t previousIdx,
-                                                            std::uint64_t latestIdx, bool deleted,
-                                                            const BaseRow& row) {
-  if (interface_ != nullptr) {
-    const auto consumed = interface_->notifyObservers(previousIdx, latestIdx, deleted, row);
-    if (consumed) return *consumed;
-  }
-  const std::uint64_t kept = latestIdx - std::min(latestIdx, unobservedSpan_);
-  return std::max(kept, oldestChangeIdx());
+std::uint64_t DefaultLmTableImplementation::notifyObservers(std::uint64_t, std::uint64_t latestIdx, bool,
+                                                            const BaseRow&) const {
+  return std::max(latestIdx - std::min(latestIdx, changeSpan_), oldestChangeIdx());
 }
 
 }  // namespace Lumen

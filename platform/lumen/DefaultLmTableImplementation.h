@@ -76,22 +76,16 @@ class DefaultLmTableImplementation : public LmTableImplementation {
 
   const IndexMap& indexMap() const noexcept { return indexMap_; }
 
-  /// Keeps this alive while observers are told: nobody else can have the table dropped meanwhile. Null, and
-  /// without cost, when there are none.
-  std::shared_ptr<LmTableImplementation> keptForObservers() {
-    return interface_ != nullptr && interface_->observed() ? weak_from_this().lock() : nullptr;
-  }
-
  protected:
   bool preWriteActive() const noexcept { return static_cast<bool>(preWriteHook_); }
   void preWrite(const BaseRow& row, const BaseRow& previous) const { preWriteHook_(row, previous); }
 
-  /// While nobody observes the table, changes up to `span` indices behind the latest stay recorded.
-  void unobservedSpanIs(std::uint64_t span) noexcept { unobservedSpan_ = span; }
-  /// Tells the observers of a recorded change and returns the index up to which changes are no longer needed:
-  /// the smallest that all observers have consumed, or without observers one that keeps the newest changes.
+  /// Changes up to `span` indices behind the latest stay recorded.
+  void changeSpanIs(std::uint64_t span) noexcept { changeSpan_ = span; }
+  /// To be called after a change was recorded. Returns the index up to which changes are no longer needed.
+  /// Followers of the table come for changes at their own pace (nextChange), so none is called here.
   std::uint64_t notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx, bool deleted,
-                                const BaseRow& row);
+                                const BaseRow& row) const;
   /// Has `table`, an implementation with cleanChangeMap(idx), forget its changes up to `idx`. What is
   /// forgotten already is not brought up again, so the oldest index never falls.
   template <class Table>
@@ -115,7 +109,7 @@ class DefaultLmTableImplementation : public LmTableImplementation {
   PreWriteHook preWriteHook_;
   IndexMap indexMap_;
   LmTableInterface* interface_ = nullptr;  // not owned
-  std::uint64_t unobservedSpan_ = std::numeric_limits<std::uint64_t>::max();
+  std::uint64_t changeSpan_ = std::numeric_limits<std::uint64_t>::max();
 };
 
 }  // namespace Lumen

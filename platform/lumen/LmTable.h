@@ -3,14 +3,45 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
-#include <vector>
 
 #include "lumen/DefaultLmTableImplementation.h"
-#include "lumen/LmTableObserver.h"
 
 namespace Lumen {
+
+/// A value that owns an iterator and keeps the table implementation that it belongs to alive.
+template <class Impl>
+class LmIterator {
+ public:
+  LmIterator(std::shared_ptr<LmTableImplementation> table, std::unique_ptr<Impl> impl)
+      : table_(std::move(table)), impl_(std::move(impl)) {}
+  LmIterator(const LmIterator& other) : table_(other.table_), impl_(other.impl_->clone()) {}
+  LmIterator(LmIterator&&) noexcept = default;
+  LmIterator& operator=(const LmIterator& other) { return *this = LmIterator(other); }
+  LmIterator& operator=(LmIterator&& other) noexcept {
+    impl_ = std::move(other.impl_);  // before the table that it may look into
+    table_ = std::move(other.table_);
+    return *this;
+  }
+  ~LmIterator() = default;
+
+  bool operator==(const LmIterator& other) const { return *impl_ == *other.impl_; }
+  explicit operator bool() const requires requires(const Impl& impl) { static_cast<bool>(impl); }
+  { return static_cast<bool>(*impl_); }
+  auto operator*() const { return **impl_; }
+  LmIterator& operator++() {
+    ++*impl_;
+    return *this;
+  }
+  const Impl& impl() const noexcept { return *impl_; }
+
+ private:
+  std::shared_ptr<LmTableImplementation> table_;
+  std::unique_ptr<Impl> impl_;
+};
+
+using LmRowIterator = LmIterator<LmRowIteratorImpl>;
+using LmChangeIterator = LmIterator<LmChangeIteratorImpl>;
 
 /// How a table is stored, by the number that registrations carry: by its implementation.
 enum class TableType : std::uint16_t { external = 2 };
@@ -21,7 +52,7 @@ struct TableRegistration {
   std::string rowTypeName;
   TableType type = TableType::external;
   std::uint16_t rowsHint = 0;     ///< rows expected at first; sizes nothing of an external table
-  std::uint16_t changesHint = 0;  ///< changes expected between two visits of an observer; likewise
+  std::uint16_t changesHint = 0;  ///< changes expected between two visits of a follower; likewise
   std::string folder;  ///< where the database would keep a table itself; not used by an external one
   IndexMap indexMap;   ///< further key indices by name
 
@@ -29,9 +60,9 @@ struct TableRegistration {
 };
 
 /// The handle stays valid when the implementation is replaced or dropped; operations on a table that has none
-/// throw LmTableError. Whatever an operation is called on stays alive until it returns.
+/// throw LmTableError. The implementation stays alive until an operation on it returns.
 /// Thread safety: none; used on the thread that runs the framework's callbacks.
-class LmTable final : public LmTableInterface, public std::enable_shared_from_this<LmTable> {
+class LmTable final : public LmTableInterface {
  public:
   explicit LmTable(TableRegistration registration) : registration_(std::move(registration)) {}
   ~LmTable() override;
@@ -56,32 +87,22 @@ class LmTable final : public LmTableInterface, public std::enable_shared_from_th
   void rowDel(const LmRowIterator& at) { served()->rowDel(at.impl()); }
   void rowDelAll() { served()->rowDelAll(); }
 
-  // Changes. Those up to oldestChangeIdx() are forgotten: who has seen less walks the rows again.
+  // Changes. Those up to oldestChangeIdx() are forgotten: a caller that has seen less reads the rows again.
   std::uint64_t oldestChangeIdx() const { return served()->oldestChangeIdx(); }
   std::uint64_t latestChangeIdx() const { return served()->latestChangeIdx(); }
   LmChangeIterator nextChange(std::uint64_t idx) const;
   LmChangeIterator endChange() const;
 
-  /// Attaches an observer; it is shared until dropped. Throws LmTableError for one that follows a table
-  /// already. Its first call comes at once, or after the calls now under way.
-  void observerIs(const std::shared_ptr<LmTableObserver>& observer);
-  /// Drops an observer; it is not called any more. Nothing happens when it does not follow this table.
-  void observerDel(const LmTableObserver& observer);
-
-  bool observed() const noexcept override { return !observers_.empty(); }
-  std::optional<std::uint64_t> notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx,
-                                               bool deleted, const BaseRow& row) override;
-  void implementationIs(const std::shared_ptr<LmTableImplementation>& implementation) override;
+  void implementationIs(const std::shared_ptr<LmTableImplementation>& implementation) override {
+    implementation_ = implementation;
+  }
 
  private:
   /// The implementation, kept alive by the caller's copy.
   std::shared_ptr<LmTableImplementation> served() const;
-  void tellObservers();
 
   TableRegistration registration_;
   std::shared_ptr<LmTableImplementation> implementation_;
-  std::vector<std::shared_ptr<LmTableObserver>> observers_;  // in order of attachment
-  bool telling_ = false;
 };
 
 }  // namespace Lumen

@@ -2,6 +2,8 @@
 
 namespace Lumen {
 
+LmRowIteratorImpl::~LmRowIteratorImpl() = default;
+LmChangeIteratorImpl::~LmChangeIteratorImpl() = default;
 LmTableInterface::~LmTableInterface() = default;
 LmTableImplementation::~LmTableImplementation() = default;
 

@@ -1,36 +1,77 @@
-// What stands behind a table of the row database: its storage, its rows and its record of changes.
+// What stands behind a table of the row database: its storage, and iteration over its rows and changes.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
-#include "lumen/LmIterator.h"
+#include "rows/BaseRow.h"
 
 namespace Lumen {
 
+class LmTableImplementation;
 class LumenDB;
+
+enum class ChangeKind : std::uint32_t { written = 1, deleted = 2 };
+
+/// One recorded change. A written row is reported with its present content, a deleted one with only its key.
+struct BasicLmTableChange {
+  std::uint64_t index;
+  ChangeKind kind;
+  BaseRow row;
+};
+
+/// A position in a table's rows. How two positions compare is the implementation's own; an iterator of
+/// another class is a bad cast (std::bad_cast).
+class LmRowIteratorImpl {
+ public:
+  virtual ~LmRowIteratorImpl();
+  virtual bool operator==(const LmRowIteratorImpl& other) const = 0;
+  virtual bool operator!=(const LmRowIteratorImpl& other) const = 0;
+  /// Whether the iterator stands on a row.
+  virtual explicit operator bool() const = 0;
+  /// The current row; an assertion failure on an exhausted iterator.
+  virtual BaseRow operator*() const = 0;
+  virtual LmRowIteratorImpl& operator++() = 0;
+  /// An independent copy at the same position.
+  virtual std::unique_ptr<LmRowIteratorImpl> clone() const = 0;
+
+ protected:
+  LmRowIteratorImpl() = default;
+  LmRowIteratorImpl(const LmRowIteratorImpl&) = default;
+  LmRowIteratorImpl& operator=(const LmRowIteratorImpl&) = default;
+};
+
+/// A position in a table's changes, in ascending order of their indices. It stays good when changes are
+/// recorded and forgotten: ++ then goes to the next higher index that is there.
+class LmChangeIteratorImpl {
+ public:
+  virtual ~LmChangeIteratorImpl();
+  virtual bool operator==(const LmChangeIteratorImpl& other) const = 0;
+  virtual bool operator!=(const LmChangeIteratorImpl& other) const = 0;
+  /// The current change; an assertion failure at the end.
+  virtual std::shared_ptr<BasicLmTableChange> operator*() = 0;
+  virtual LmChangeIteratorImpl& operator++() = 0;
+  virtual std::unique_ptr<LmChangeIteratorImpl> clone() const = 0;
+
+ protected:
+  LmChangeIteratorImpl() = default;
+  LmChangeIteratorImpl(const LmChangeIteratorImpl&) = default;
+  LmChangeIteratorImpl& operator=(const LmChangeIteratorImpl&) = default;
+};
 
 /// The side of a registered table that its implementation reports to.
 class LmTableInterface {
  public:
   virtual ~LmTableInterface();
-  /// Whether the table has observers.
-  virtual bool observed() const noexcept = 0;
-  /// A change has been recorded: tells the observers, also of earlier changes that they do not know yet.
-  /// Returns the smallest change index that all of them have consumed, or nothing when there is no observer.
-  /// The row is the caller's and good until an observer writes to the table.
-  virtual std::optional<std::uint64_t> notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx,
-                                                       bool deleted, const BaseRow& row) = 0;
   /// From now on the table is served by `implementation` (null: by none).
   virtual void implementationIs(const std::shared_ptr<LmTableImplementation>& implementation) = 0;
 };
 
 /// Thread safety: none; used on the thread that runs the framework's callbacks. An implementation is owned by
-/// a shared pointer and stays alive while it is being called, also when it is replaced on the way.
-class LmTableImplementation : public std::enable_shared_from_this<LmTableImplementation> {
+/// a shared pointer, which the caller holds until the call returns.
+class LmTableImplementation {
  public:
   LmTableImplementation(const LmTableImplementation&) = delete;
   LmTableImplementation& operator=(const LmTableImplementation&) = delete;
@@ -50,7 +91,7 @@ class LmTableImplementation : public std::enable_shared_from_this<LmTableImpleme
   virtual bool bounded() const = 0;
   virtual bool readerSupported() const = 0;
   virtual bool modifierSupported() const = 0;
-  /// Whether the implementation takes observers of its own, besides those that the row database keeps.
+  /// Whether the implementation accepts observers of its own.
   virtual bool observerSupported() const = 0;
   virtual void activateIndex(unsigned idx) = 0;
   virtual void deactivateIndex(unsigned idx) = 0;
@@ -75,23 +116,23 @@ class LmTableImplementation : public std::enable_shared_from_this<LmTableImpleme
   virtual void rowDel(const LmRowIteratorImpl& at) = 0;
   virtual void rowDelAll() = 0;
 
-  /// Changes up to this index are forgotten.
+  /// Changes up to this index are forgotten: a caller that has seen less reads the rows again.
   virtual std::uint64_t oldestChangeIdx() const = 0;
   virtual std::uint64_t latestChangeIdx() const = 0;
   /// The first change above `idx`.
   virtual std::unique_ptr<LmChangeIteratorImpl> nextChange(std::uint64_t idx) = 0;
   virtual std::unique_ptr<LmChangeIteratorImpl> endChange() = 0;
-  /// For implementations that fill over time: called now and then to let them go on.
+  /// For implementations that fill over time: called periodically so that they can continue.
   virtual void reportProgress() = 0;
 
   /// Binds a table of the row database; it is not owned and unbinds itself before it goes.
   virtual void addInterface(LmTableInterface& tableInterface) = 0;
   virtual void removeInterface(LmTableInterface& tableInterface) = 0;
   virtual std::size_t boundInterfacesCount() const = 0;
-  /// Hands every bound table over to `implementation` (null: to none).
+  /// Has every bound table served by `implementation` from now on (null: by none).
   virtual void replaceImplementation(const std::shared_ptr<LmTableImplementation>& implementation,
                                      LumenDB& lumenDb) = 0;
-  /// Lets go of what outlives the tables; called when the database drops the implementation.
+  /// Releases what outlives the tables; called when the database drops the implementation.
   virtual void cleanup() = 0;
 
  protected:

@@ -27,13 +27,12 @@ class LumenDB {
   virtual void registerTable(const std::string& tableName, const std::string& rowTypeName, TableType type,
                              std::uint16_t rowsHint, std::uint16_t changesHint, const std::string& folder,
                              const IndexMap& indexMap);
-  /// Has the registered table served by `implementation` from now on; its observers start over. Throws
-  /// LmTableError for an unknown table, or an implementation of another row type or of another table.
+  /// Has the registered table served by `implementation` from now on. Throws LmTableError for an unknown
+  /// table, or an implementation of another row type or of another table.
   virtual void tableImplementationIs(const std::string& tableName,
                                      std::shared_ptr<LmTableImplementation> implementation);
-  /// Drops the table's implementation; the table stays registered and keeps its observers. Throws
-  /// LmTableError for an unknown table. To be done before the library that made the implementation is
-  /// unloaded.
+  /// Drops the table's implementation; the table stays registered. Throws LmTableError for an unknown table.
+  /// To be called before the library that made the implementation is unloaded.
   void tableImplementationDel(const std::string& tableName);
 
   /// The table of that name, or null.

@@ -1,5 +1,6 @@
 #include <typeinfo>
 
+#include "tests/vesta/DamagedRow.h"
 #include "tests/wrappers/RowTable.h"
 
 namespace WrapperTest {
@@ -68,7 +69,7 @@ TEST(ChangeIterators, OfTwoTables_AreEqualAtTheEndAloneAndOfTwoClassesBadCasts) 
   EXPECT_THROW(static_cast<void>(*iifs.wrapper->endChange() != *tunnels.wrapper->endChange()), std::bad_cast);
 }
 
-TYPED_TEST(ChangesOf, Unobserved_TheChangeMapKeepsTwiceTheCapacity) {
+TYPED_TEST(ChangesOf, Trim_KeepsTheNewestChangesOfTwiceTheCapacity) {
   auto& rows = this->rowTable;
   for (std::uint32_t n = 0; n < 300; ++n) {  // keys that come and go
     rows.table->rowIs(rows.row(n));
@@ -77,23 +78,23 @@ TYPED_TEST(ChangesOf, Unobserved_TheChangeMapKeepsTwiceTheCapacity) {
   EXPECT_EQ(rows.table->latestChangeIdx(), 1201u);
   EXPECT_EQ(rows.table->oldestChangeIdx(), 1201u - 4 * 64);
   EXPECT_EQ(rows.changes().size(), 64u) << "of the newest 128 changes every second one is replaced";
+  rows.wrapper->cleanChangeMap(5000);
+  rows.table->rowIs(rows.row(1));
+  EXPECT_EQ(rows.table->oldestChangeIdx(), 5000u) << "what is forgotten is not brought up again";
 }
 
-TYPED_TEST(ChangesOf, Drop_WithinItsOwnNotificationKeepsTheWrapperUntilItReturns) {
+// The reactor's read finds the table corrupt, and the callback of the table drops the wrapper.
+TYPED_TEST(ChangesOf, Drop_WithinItsOwnNotificationEndsTheRecording) {
   auto& rows = this->rowTable;
-  const auto& reactors = TypeParam::Config::NotifieeConst::quillAllocTrackTypeInfo_;
-  EXPECT_EQ(reactors.live(), 1);
+  rows.table->rowIs(rows.row(1));
   const std::weak_ptr<typename TypeParam::Wrapper> watch = rows.wrapper;
   rows.wrapper.reset();
-  const auto observer = std::make_shared<Follower<TypeParam>>();
-  observer->whenChanged = [&](const auto&) {
-    rows.db->tableImplementationDel(rows.table->name());
-    EXPECT_FALSE(watch.expired());
-  };
-  rows.table->observerIs(observer);
-  rows.config->tableIs(rows.entry(1, 10));  // a foreign write: nobody but the reactor is in the call
+  rows.config->table().readyCallbackIs([&] { rows.db->tableImplementationDel(rows.table->name()); });
+  damageRow(*rows.config->table().writer(), rows.key(1));
+  using Reactor = typename TypeParam::Config::NotifieeConst;
+  const Quill::Ptr<Reactor> reactor(static_cast<Reactor*>(rows.config->notifieeList().front()));
+  reactor->onTable(rows.key(1));
   EXPECT_TRUE(watch.expired());
-  EXPECT_EQ(reactors.live(), 0) << "the reactor leaves with the wrapper";
   EXPECT_TRUE(rows.config->notifieeList().empty());
 }
 

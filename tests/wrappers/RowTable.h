@@ -1,10 +1,9 @@
-// Row tables over real config tables in shared memory, the three kinds that tests run over, and an observer.
+// Row tables over real config tables in shared memory, the three kinds that tests run over, and a follower.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -119,34 +118,25 @@ struct RowTableTest : testing::Test {
   RowTable<Kind> rowTable;
 };
 
-/// Keeps a copy of the table, and lets a test do something within each call.
+/// Keeps a copy of a table by its changes, as a user of the row database does who comes for them when it
+/// likes.
 template <class Kind>
-struct Follower : Lumen::LmTableObserver {
-  void onReset() override {
-    rows.clear();
-    if (whenReset) whenReset();
+struct Follower {
+  void catchUp(const Lumen::LmTable& table) {
+    if (seen < table.oldestChangeIdx()) {
+      rows = RowTable<Kind>::contents(table);
+      seen = table.latestChangeIdx();
+    }
+    for (auto at = table.nextChange(seen); at != table.endChange(); ++at) {
+      const auto change = *at;
+      const auto entry = RowTable<Kind>::entryOf(change->row);
+      rows.erase(entry.key());
+      if (change->kind == Lumen::ChangeKind::written) rows.emplace(entry.key(), entry);
+      seen = change->index;
+    }
   }
-  void onChange(const Lumen::BasicLmTableChange& change) override {
-    if (whenChanged) whenChanged(change);
-    indices.push_back(change.index);
-    const auto entry = RowTable<Kind>::entryOf(change.row);
-    rows.erase(entry.key());
-    if (change.kind == Lumen::ChangeKind::written) rows.emplace(entry.key(), entry);
-  }
-  void onChangesWaiting() override {
-    if (prompt) consume();
-  }
-  void onException(const std::exception& exception) override {
-    exceptions.emplace_back(exception.what());
-    if (whenFailed) whenFailed();
-  }
-
-  bool prompt = true;
+  std::uint64_t seen = 0;
   Contents<Kind> rows;
-  std::vector<std::uint64_t> indices;
-  std::vector<std::string> exceptions;
-  std::function<void()> whenReset, whenFailed;
-  std::function<void(const Lumen::BasicLmTableChange&)> whenChanged;
 };
 
 }  // namespace WrapperTest
