@@ -43,6 +43,8 @@ endfunction()
 function(tolmar_test name)
   cmake_parse_arguments(TEST "" "" "SOURCES;USES;LABELS" ${ARGN})
   add_executable(${name} ${TEST_SOURCES})
+  # The tests' own code gains nothing from more, and compiles in 60 % of the time.
+  target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
   target_link_libraries(${name} PRIVATE tolmar-platform ${TEST_USES} GTest::gtest GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${TEST_LABELS}")
   if(tsan IN_LIST TEST_LABELS)
