@@ -1,13 +1,12 @@
 // The keys as values of the fast trace: their text form, put into the record without an allocation.
 #pragma once
 
-#include "P4RuntimeTolmar/RowLayout.h"
+#include "P4RuntimeTolmar/Schema.h"
 #include "skein/Skein.h"
 
 namespace TolmarHwLib {
 
-template <class Key>
-requires requires { RowSchema<Key>::columns; }
+template <KeyRecord Key>
 void traceText(Skein::Message& message, const Key& key) noexcept {
   std::string_view separator;
   forEachColumn(RowSchema<Key>::columns, [&](const auto& column) {

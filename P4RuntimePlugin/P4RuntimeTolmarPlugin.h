@@ -5,7 +5,7 @@
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 #include "P4RuntimePlugin/PluginCleanupHelper.h"
 #include "P4RuntimePlugin/VrfSm.h"
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/OutputTables.h"
 #include "p4runtime/P4RuntimePluginBase.h"
 
 namespace P4Runtime {

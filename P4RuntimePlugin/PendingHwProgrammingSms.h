@@ -2,7 +2,7 @@
 #pragma once
 
 #include "P4RuntimePlugin/PendingHwProgrammingSm.h"
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/OutputTables.h"
 
 namespace TolmarHwLib {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "P4RuntimePlugin/TableReactor.h"
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "p4runtime/PluginContext.h"
 #include "quill/HashMap2018.h"
 #include "quill/PtrInterface.h"

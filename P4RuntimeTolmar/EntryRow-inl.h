@@ -6,33 +6,13 @@
 
 namespace TolmarHwLib {
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::EntryRow(const FieldType&... field)
-    : BaseRow(ToBeFilled{Layout::kFixedLength, lengthWith((storedSize(field) + ... + 0)), kCount}) {
-  storeFreshType();
-  storeFresh<0>(field...);
-}
-
-template <class Row, class Entry, class... FieldType, class... KeyType>
-Row EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::key(const KeyType&... key) {
-  Row row = [&] {
-    if constexpr (Layout::kVariableCount == 0) {
-      return Row();
-    } else {
-      return Row{Probe{(storedSize(key) + ... + 0)}};
-    }
-  }();
-  row.template storeFresh<Layout::kKeyFirst>(key...);
-  return row;
-}
-
-template <class Row, class Entry, class... FieldType, class... KeyType>
-Row EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fromEntry(const Entry& entry) {
+template <class Row, class Entry>
+Row TypedRow<Row, Entry>::fromEntry(const Entry& entry) {
   return std::apply([&](const auto&... column) { return Row(entry.*column.member...); }, Layout::kColumns);
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fill(const Entry& entry) {
+template <class Row, class Entry>
+void TypedRow<Row, Entry>::fill(const Entry& entry) {
   if (readOnly()) throw Lumen::LmPermissionViolation();
   const std::size_t length = std::apply(
       [&](const auto&... column) {
@@ -44,34 +24,33 @@ void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::fill(co
     BaseRow::operator=(fromEntry(entry));
     return;
   }
-  EntryRow::clearRow();
+  TypedRow::clearRow();
   std::apply([&](const auto&... column) { storeFresh<0>(entry.*column.member...); }, Layout::kColumns);
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-Row EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::clone() const {
+template <class Row, class Entry>
+Row TypedRow<Row, Entry>::clone() const {
   columnBytes<Entry>(*this);
   return Row{Copied{BaseRow::clone()}};
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-Entry EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::entry() const {
+template <class Row, class Entry>
+Entry TypedRow<Row, Entry>::entry() const {
   Entry entry;
   readInto(entry);
   return entry;
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-auto EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::keyRecord() const -> KeyRecord {
+template <class Row, class Entry>
+auto TypedRow<Row, Entry>::keyRecord() const -> KeyRecord {
   KeyRecord key;
-  readColumns<Layout::kKeyFirst>(key, RowSchema<Entry>::key);
+  readColumns<Layout::kKeyFirst>(key, RowSchema<KeyRecord>::columns);
   return key;
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
+template <class Row, class Entry>
 template <std::size_t First, class Record, class Columns>
-void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::readColumns(
-    Record& record, const Columns& columns) const {
+void TypedRow<Row, Entry>::readColumns(Record& record, const Columns& columns) const {
   const Lumen::RowBytes row = bytes();
   forEachIndex<std::tuple_size_v<Columns>>([&]<std::size_t I>() {
     using Encoding = typename Layout::template EncodingAt<First + I>;
@@ -79,17 +58,16 @@ void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::readCol
   });
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::requireConvertible(
-    const BaseRow& row, len_t contentOffset) {
+template <class Row, class Entry>
+void TypedRow<Row, Entry>::requireConvertible(const BaseRow& row, len_t contentOffset) {
   if (row.isNull()) return;
   if (row.rowType() != protRowType()) throw Lumen::LmBadCast(row.rowType(), protRowType(), contentOffset);
   row.requireLayout(Layout::kFixedLength, Layout::kVariableColumns);
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
+template <class Row, class Entry>
 template <class T>
-std::size_t EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::storedSize(const T& value) {
+std::size_t TypedRow<Row, Entry>::storedSize(const T& value) {
   if constexpr (Lumen::Encoding<T>::kVariable) {
     return value.size();
   } else {
@@ -97,9 +75,9 @@ std::size_t EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::
   }
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
+template <class Row, class Entry>
 template <std::size_t First, class... T>
-void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::storeFresh(const T&... value) {
+void TypedRow<Row, Entry>::storeFresh(const T&... value) {
   std::byte* const row = freshBytes();
   std::size_t end = Layout::kFixedLength;
   [&]<std::size_t... I>(std::index_sequence<I...>) {
@@ -111,12 +89,9 @@ void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::storeFr
   }
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
+template <class Row, class Entry>
 template <class T>
-void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::storeFreshColumn(std::byte* row,
-                                                                                          len_t offset,
-                                                                                          std::size_t& end,
-                                                                                          const T& value) {
+void TypedRow<Row, Entry>::storeFreshColumn(std::byte* row, len_t offset, std::size_t& end, const T& value) {
   if constexpr (Lumen::Encoding<T>::kVariable) {
     // An unset address has no place, not an empty one: a place reaches to the next.
     const len_t place = value.isSet() ? static_cast<len_t>(end) : len_t{0};
@@ -128,37 +103,36 @@ void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::storeFr
   }
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-bool EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::rowEqual(
-    const BaseRow& other) const {
+template <class Row, class Entry>
+bool TypedRow<Row, Entry>::rowEqual(const BaseRow& other) const {
   return rowType() == other.rowType() && AllColumns<Entry>::equal(bytes(), columnBytes<Entry>(other));
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-bool EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::rowLess(const BaseRow& other) const {
+template <class Row, class Entry>
+bool TypedRow<Row, Entry>::rowLess(const BaseRow& other) const {
   const Lumen::RowBytes row = bytes();
   if (other.rowType() != rowType()) throw Lumen::LmBadCast(other.rowType(), rowType(), other.contentOffset());
   return AllColumns<Entry>::less(row, columnBytes<Entry>(other));
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::clearRow() {
+template <class Row, class Entry>
+void TypedRow<Row, Entry>::clearRow() {
   if (isNull()) return;
   const std::uint16_t type = protRowType();
   clear(Layout::kFixedLength);
   rowTypeIs(type);
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-std::string EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::toString() const {
+template <class Row, class Entry>
+std::string TypedRow<Row, Entry>::toString() const {
   if (isNull()) return BaseRow::toString();
   std::ostringstream out;
   printColumns(out, "", " = ");
   return out.str();
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-std::string EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::toJson() const {
+template <class Row, class Entry>
+std::string TypedRow<Row, Entry>::toJson() const {
   std::ostringstream out;
   out << '{';
   printColumns(out, "\"", ":");
@@ -166,9 +140,9 @@ std::string EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::
   return out.str();
 }
 
-template <class Row, class Entry, class... FieldType, class... KeyType>
-void EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>>::printColumns(
-    std::ostream& out, std::string_view quote, std::string_view assign) const {
+template <class Row, class Entry>
+void TypedRow<Row, Entry>::printColumns(std::ostream& out, std::string_view quote,
+                                        std::string_view assign) const {
   const Lumen::RowBytes row = bytes();
   std::string_view separator;
   forEachIndex<Layout::kCount>([&]<std::size_t I>() {

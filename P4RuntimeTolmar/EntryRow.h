@@ -23,32 +23,21 @@ std::uint16_t lookUpRowType(std::string_view rowTypeName);
 
 }  // namespace detail
 
-template <class Entry>
-using FieldTypes = decltype(detail::columnTypes(RowLayout<Entry>::kColumns));
-template <class Entry>
-using KeyTypes = decltype(detail::columnTypes(RowSchema<Entry>::key));
-
-template <class Row, class Entry, class Fields = FieldTypes<Entry>, class Keys = KeyTypes<Entry>>
-class EntryRow;
-
-/// `Row` is the class made of it, `FieldType` and `KeyType` are the types of all columns and of the key
-/// columns.
-template <class Row, class Entry, class... FieldType, class... KeyType>
-class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : public Lumen::BaseRow {
+/// All that a row class does; `Row` is the class made of it.
+template <class Row, class Entry>
+class TypedRow : public Lumen::BaseRow {
  public:
   using Layout = RowLayout<Entry>;
   using EntryType = Entry;
-  using KeyRecord = typename RowSchema<Entry>::Key;
+  using KeyRecord = typename Entry::Key;
 
   /// A zero row.
-  EntryRow() : BaseRow(Layout::kFixedLength) { storeFreshType(); }
-  /// A row of these fields, in a buffer of just the size.
-  EntryRow(const FieldType&... field);
+  TypedRow() : BaseRow(Layout::kFixedLength) { storeFreshType(); }
   /// A handle on a generic row. A null row becomes a null row. Throws LmBadCast if the row is of another
   /// type, Cairn::AssertionException if its bytes are not laid out as the class's are; `row` is then as it
   /// was.
-  EntryRow(const BaseRow& row) : BaseRow((requireConvertible(row, row.contentOffset()), row)) {}
-  EntryRow(BaseRow&& row) : BaseRow((requireConvertible(row, row.contentOffset()), std::move(row))) {}
+  TypedRow(const BaseRow& row) : BaseRow((requireConvertible(row, row.contentOffset()), row)) {}
+  TypedRow(BaseRow&& row) : BaseRow((requireConvertible(row, row.contentOffset()), std::move(row))) {}
   Row& operator=(const BaseRow& row) {
     requireConvertible(row, contentOffset());
     BaseRow::operator=(row);
@@ -59,9 +48,6 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
     BaseRow::operator=(std::move(row));
     return static_cast<Row&>(*this);
   }
-
-  /// A row with these key columns, everything else zero: a probe for lookups.
-  static Row key(const KeyType&... key);
 
   static constexpr std::string_view rowTypeName() { return RowSchema<Entry>::rowTypeName; }
   static constexpr std::string_view lmTypeSignature() { return Layout::descriptor(); }
@@ -114,31 +100,22 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   friend bool operator<(const Row& a, const Row& b) { return KeyColumns<Entry>::less(a.bytes(), b.bytes()); }
   friend std::ostream& operator<<(std::ostream& out, const Row& row) { return out << row.toString(); }
 
- private:
-  static constexpr std::uint16_t kRowTypeUnknown = 0xffff;
-
-  /// Rows without variable columns have no more buffer than fixed data and count so.
-  static constexpr auto kCount =
-      Layout::kVariableCount == 0 ? &Lumen::BaseRowCounters::sized : &Lumen::BaseRowCounters::sizedWithBuffer;
-
-  /// A zero row with room for key columns of `storedSize` bytes in the variable area.
+ protected:
+  /// A row to be filled by storeFresh, with room for `storedSize` bytes in the variable area.
+  struct Fresh {
+    std::size_t storedSize;
+  };
+  explicit TypedRow(Fresh row)
+      : BaseRow(ToBeFilled{Layout::kFixedLength, lengthWith(row.storedSize), kCount}) {
+    storeFreshType();
+  }
+  /// A zero row with the same room, for key columns.
   struct Probe {
     std::size_t storedSize;
   };
-  explicit EntryRow(Probe probe) : BaseRow(Layout::kFixedLength, lengthWith(probe.storedSize)) {
+  explicit TypedRow(Probe probe) : BaseRow(Layout::kFixedLength, lengthWith(probe.storedSize)) {
     storeFreshType();
   }
-  /// A copy of a row of this class.
-  struct Copied {
-    BaseRow row;
-  };
-  explicit EntryRow(Copied copy) : BaseRow(std::move(copy.row)) {}
-  static len_t lengthWith(std::size_t storedSize) {
-    return static_cast<len_t>(Layout::kFixedLength + storedSize);
-  }
-  void storeFreshType() { Lumen::storeBytes(freshBytes() + Lumen::kRowTypeOffset, protRowType()); }
-  /// Fails unless `row` is null or a row of this class; `contentOffset` goes into the text.
-  static void requireConvertible(const BaseRow& row, len_t contentOffset);
   /// Bytes that a value takes in the variable area.
   template <class T>
   static std::size_t storedSize(const T& value);
@@ -146,6 +123,24 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   /// else's and has room for them.
   template <std::size_t First, class... T>
   void storeFresh(const T&... value);
+
+ private:
+  static constexpr std::uint16_t kRowTypeUnknown = 0xffff;
+  /// Rows without variable columns have no more buffer than fixed data and count so.
+  static constexpr auto kCount =
+      Layout::kVariableCount == 0 ? &Lumen::BaseRowCounters::sized : &Lumen::BaseRowCounters::sizedWithBuffer;
+
+  /// A copy of a row of this class.
+  struct Copied {
+    BaseRow row;
+  };
+  explicit TypedRow(Copied copy) : BaseRow(std::move(copy.row)) {}
+  static len_t lengthWith(std::size_t storedSize) {
+    return static_cast<len_t>(Layout::kFixedLength + storedSize);
+  }
+  void storeFreshType() { Lumen::storeBytes(freshBytes() + Lumen::kRowTypeOffset, protRowType()); }
+  /// Fails unless `row` is null or a row of this class; `contentOffset` goes into the text.
+  static void requireConvertible(const BaseRow& row, len_t contentOffset);
   template <class T>
   static void storeFreshColumn(std::byte* row, len_t offset, std::size_t& end, const T& value);
   template <std::size_t First, class Record, class Columns>
@@ -154,6 +149,41 @@ class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : publi
   void printColumns(std::ostream& out, std::string_view quote, std::string_view assign) const;
 
   inline static constinit std::uint16_t cachedRowType_ = kRowTypeUnknown;
+};
+
+/// The base of the row classes: TypedRow, and how rows are made of values. `FieldType` and `KeyType` are the
+/// types of all columns and of the key columns.
+template <class Row, class Entry, class Fields = decltype(detail::columnTypes(RowSchema<Entry>::columns)),
+          class Keys = decltype(detail::columnTypes(RowSchema<typename Entry::Key>::columns))>
+class EntryRow;
+
+template <class Row, class Entry, class... FieldType, class... KeyType>
+class EntryRow<Row, Entry, TypeList<FieldType...>, TypeList<KeyType...>> : public TypedRow<Row, Entry> {
+  using Typed = TypedRow<Row, Entry>;
+
+ public:
+  using Typed::Typed;
+  using Typed::operator=;
+  EntryRow() = default;
+  /// A row of these fields, in a buffer of just the size.
+  EntryRow(const FieldType&... field) : Typed(typename Typed::Fresh{(Typed::storedSize(field) + ... + 0)}) {
+    this->template storeFresh<0>(field...);
+  }
+  /// A row with these key columns, everything else zero: a probe for lookups.
+  static Row key(const KeyType&... key) {
+    Row row = zero((Typed::storedSize(key) + ... + 0));
+    row.template storeFresh<Typed::Layout::kKeyFirst>(key...);
+    return row;
+  }
+
+ private:
+  static Row zero(std::size_t storedSize) {
+    if constexpr (Typed::Layout::kVariableCount == 0) {
+      return Row();
+    } else {
+      return Row{typename Typed::Probe{storedSize}};
+    }
+  }
 };
 
 }  // namespace TolmarHwLib

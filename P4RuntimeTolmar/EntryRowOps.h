@@ -12,9 +12,10 @@
 namespace TolmarHwLib {
 
 /// Rows may be generic: they are read as rows of the class whatever their type says.
-template <class Row>
+template <class RowT>
 class EntryRowOps : public Lumen::RowOpsBase {
  public:
+  using Row = RowT;
   using Entry = typename Row::EntryType;
   using BaseRow = Lumen::BaseRow;
 
@@ -44,7 +45,7 @@ class EntryRowOps : public Lumen::RowOpsBase {
 
 /// Registered under the class's row type name as long as it lives. The class has one set of operations, at
 /// index 0.
-template <class Row, class Ops>
+template <class Ops>
 class EntryRowOpsGenerator : public Lumen::RowOpsGenerator {
  public:
   EntryRowOpsGenerator(const EntryRowOpsGenerator&) = delete;
@@ -58,7 +59,7 @@ class EntryRowOpsGenerator : public Lumen::RowOpsGenerator {
   }
 
  protected:
-  EntryRowOpsGenerator() { Lumen::installRowOpsGenerator(std::string(Row::rowTypeName()), this); }
+  EntryRowOpsGenerator() { Lumen::installRowOpsGenerator(std::string(Ops::Row::rowTypeName()), this); }
   ~EntryRowOpsGenerator() { Lumen::uninstallRowOpsGenerator(this); }
 };
 

@@ -80,11 +80,8 @@ struct RecordCodec {
 namespace Vesta {
 
 template <class Record>
-requires requires { TolmarHwLib::RowSchema<Record>::columns; }
-struct Codec<Record> : TolmarHwLib::RecordCodec<Record, TolmarHwLib::RowSchema<Record>::columns> {};
-
-template <class Record>
-requires requires { TolmarHwLib::RowSchema<Record>::rowTypeName; }
-struct Codec<Record> : TolmarHwLib::RecordCodec<Record, TolmarHwLib::RowLayout<Record>::kColumns> {};
+requires(TolmarHwLib::KeyRecord<Record> || TolmarHwLib::EntryRecord<Record>) struct Codec<Record>
+    : TolmarHwLib::RecordCodec<Record, TolmarHwLib::RowSchema<Record>::columns> {
+};
 
 }  // namespace Vesta

@@ -1,27 +1,18 @@
-// What follows from a record's schema: places, lengths and the type descriptor, all at compile time; and the
-// hash and text that rows and key records share.
+// What follows from a record's schema: places, lengths and the type descriptor, all at compile time.
 #pragma once
 
 #include <array>
 #include <cstddef>
-#include <ostream>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
 #include "P4RuntimeTolmar/Schema.h"
-#include "cairn/Hash.h"
 #include "rows/Encoding.h"
 
 namespace TolmarHwLib {
 
 using Lumen::len_t;
-
-/// Calls visit(column) for each column of a tuple of columns, in order.
-template <class Columns, class Visit>
-constexpr void forEachColumn(const Columns& columns, Visit&& visit) {
-  std::apply([&](const auto&... column) { (visit(column), ...); }, columns);
-}
 
 /// Calls visit.operator()<0>(), <1>() ... in order.
 template <std::size_t Count, class Visit>
@@ -70,16 +61,16 @@ template <class Entry>
 struct RowLayout {
   using Schema = RowSchema<Entry>;
 
-  static constexpr auto kColumns = std::tuple_cat(Schema::head, Schema::key, Schema::data);
-  static constexpr std::size_t kCount = std::tuple_size_v<decltype(kColumns)>;
+  static constexpr auto& kColumns = Schema::columns;
+  using Columns = std::remove_cvref_t<decltype(kColumns)>;
+  static constexpr std::size_t kCount = std::tuple_size_v<Columns>;
   template <std::size_t I>
-  using TypeAt = typename std::tuple_element_t<I, decltype(kColumns)>::Type;
+  using TypeAt = typename std::tuple_element_t<I, Columns>::Type;
   template <std::size_t I>
   using EncodingAt = Lumen::Encoding<TypeAt<I>>;
 
-  /// The key columns are those from number kKeyFirst up to but not including kKeyEnd.
-  static constexpr std::size_t kKeyFirst = std::tuple_size_v<decltype(Schema::head)>;
-  static constexpr std::size_t kKeyEnd = kKeyFirst + std::tuple_size_v<decltype(Schema::key)>;
+  static constexpr std::size_t kKeyFirst = Schema::kKeyFirst;
+  static constexpr std::size_t kKeyEnd = Schema::kKeyEnd;
 
   /// Offsets of the columns from the start of the row; the one behind the last is the fixed-data length.
   static constexpr auto kOffsets = [] {
@@ -107,27 +98,5 @@ struct RowLayout {
 
   static constexpr std::string_view descriptor() { return ColumnsDescriptor<kColumns>::text(); }
 };
-
-/// The hash that rows with this key have over their key columns.
-template <class Key>
-std::uint32_t hashKey(const Key& key) {
-  std::uint32_t hash = 0;
-  forEachColumn(RowSchema<Key>::columns, [&]<class C>(const C& column) {
-    hash = Cairn::Util::hashBlock(hash, Lumen::Encoding<typename C::Type>::hashValue(key.*column.member));
-  });
-  return hash;
-}
-
-/// Prints the key's fields in order, joined by one blank.
-template <class Key>
-std::ostream& printKey(std::ostream& out, const Key& key) {
-  std::string_view separator;
-  forEachColumn(RowSchema<Key>::columns, [&]<class C>(const C& column) {
-    out << separator;
-    Lumen::Encoding<typename C::Type>::print(out, key.*column.member);
-    separator = " ";
-  });
-  return out;
-}
 
 }  // namespace TolmarHwLib

@@ -11,42 +11,40 @@
 #include "orrery/TableEntity.h"
 #include "orrery/TablePump.h"
 #include "quill/Counted.h"
+#include "quill/TypeNode.h"
 #include "table-service/VestaMap.h"
 
 namespace TolmarHwLib {
 
-/// What a reactor of a table hears; each entity's NotifieeConst.
-template <class Entity>
-class TableNotifieeConst : public Quill::Counted<TableNotifieeConst<Entity>, Quill::NotifieeConst> {
- public:
-  using Key = typename Entity::Key;
-
-  using TableNotifieeConst::Counted::Counted;
-
-  /// The table that the reactor follows, or null.
-  const Entity* notifier() const { return static_cast<const Entity*>(this->notifierObject()); }
-
-  // Virtual operations, in slot order after those of Quill::NotifieeConst.
-
-  /// The entry under `key` was written, changed or removed.
-  virtual void onTable(const Key&) {}
-  /// The whole collection was attached; called on every reactor before onTable().
-  virtual void onTablequillImmediate() {}
-  virtual void onTable() {}
-};
-
-/// `Derived` is the entity class; it has `static const Quill::TypeNode _quillType`.
-template <class Derived, class KeyT, class EntryT>
+/// `Derived` is the entity class.
+template <class Derived, class EntryT>
 class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
  public:
-  using Key = KeyT;
+  using Key = typename EntryT::Key;
   using Entry = EntryT;
   using Map = Vesta::VestaMap<Key, Entry>;
   using Ptr = Quill::Ptr<Derived>;
   using PtrConst = Quill::Ptr<const Derived>;
-  using NotifieeConst = TableNotifieeConst<Derived>;
 
   using TableEntityOf::Typed::Typed;
+  static const Quill::TypeNode _quillType;
+
+  /// The base of the table's reactors.
+  class NotifieeConst : public Quill::Counted<NotifieeConst, Quill::NotifieeConst> {
+   public:
+    using NotifieeConst::Counted::Counted;
+
+    /// The table that the reactor follows, or null.
+    const Derived* notifier() const { return static_cast<const Derived*>(this->notifierObject()); }
+
+    // Virtual operations, in slot order after those of Quill::NotifieeConst.
+
+    /// The entry under `key` was written, changed or removed.
+    virtual void onTable(const Key&) {}
+    /// The whole collection was attached; called on every reactor before onTable().
+    virtual void onTablequillImmediate() {}
+    virtual void onTable() {}
+  };
 
   /// Inserts or replaces the entry under its key, then calls the reactors; also for an equal entry. Throws,
   /// with nothing stored and nobody called, when the table is full ("used N of M") or not this process's own.
@@ -101,6 +99,8 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   }
 
  private:
+  static constexpr FixedText kTypeName = typeName(Key::kind, Entry::side);
+
   // A change may replace a damaged segment. Entries that this removed or set back are notified first, whether
   // or not the change itself took place; its own key is notified once.
   template <class Change>
@@ -132,8 +132,16 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   std::unique_ptr<QuillVesta::TablePump> pump_;  // while attached as reader; gone before the map is
 };
 
-template <class Derived, class KeyT, class EntryT>
-void TableEntityOf<Derived, KeyT, EntryT>::tableDelAll() {
+template <class Derived, class EntryT>
+constinit const Quill::TypeNode TableEntityOf<Derived, EntryT>::_quillType{
+    .name = kTypeName,
+    .members = {},
+    .newEntityForDir = [](const Quill::Name& name, const Quill::Ptr<Quill::Entity>&) {
+      return Quill::Ptr<Quill::Entity>(Quill::allocate<Derived>(name));
+    }};
+
+template <class Derived, class EntryT>
+void TableEntityOf<Derived, EntryT>::tableDelAll() {
   Cairn::require(map_.implementation() != nullptr, "table is not attached", "tableDelAll");
   if (!map_.attached()) map_.remove(Key{});  // the placeholder refuses
   std::vector<Key> keys;
@@ -151,10 +159,9 @@ void TableEntityOf<Derived, KeyT, EntryT>::tableDelAll() {
   for (const Key& key : keys) tableDel(key);
 }
 
-template <class Derived, class KeyT, class EntryT>
-void TableEntityOf<Derived, KeyT, EntryT>::attach(const QuillVesta::MountDescription& description,
-                                                  const Vesta::AttachOptions& options,
-                                                  Quill::EventLoop& loop) {
+template <class Derived, class EntryT>
+void TableEntityOf<Derived, EntryT>::attach(const QuillVesta::MountDescription& description,
+                                            const Vesta::AttachOptions& options, Quill::EventLoop& loop) {
   pump_.reset();
   // A table found corrupt has no more events, unless its callback has mounted it again.
   map_.readyFunctionIs([this] {

@@ -1,6 +1,6 @@
 #include "apps/agent/MountedTables.h"
 
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
 
 namespace Agent {

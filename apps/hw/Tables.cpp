@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/hw/EntityFollower.h"
 #include "apps/process/CommandLine.h"
 

@@ -5,7 +5,7 @@
 #include <array>
 
 #include "P4RuntimeTolmar/RecordCodec.h"
-#include "P4RuntimeTolmar/Schema.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "Yardstick.h"
 #include "cairn/Exception.h"
 

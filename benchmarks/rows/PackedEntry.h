@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "P4RuntimeTolmar/Records.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 
 namespace TolmarHwLib {
 

@@ -16,8 +16,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "P4RuntimeTolmar/OutputTables.h"
 #include "P4RuntimeTolmar/RecordCodec.h"
-#include "P4RuntimeTolmar/Records.h"
 #include "cairn/Hash.h"
 #include "vesta/VestaReader.h"
 #include "vesta/VestaWriter.h"

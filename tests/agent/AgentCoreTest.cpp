@@ -1,7 +1,7 @@
 // The agent's core over the plugin's real tables; the test plays the hardware.
 #include <gtest/gtest.h>
 
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "apps/core/AgentCore.h"
 #include "orrery/EntityManager.h"
 #include "p4runtime/PluginLibrary.h"

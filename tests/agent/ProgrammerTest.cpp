@@ -3,7 +3,7 @@
 
 #include <thread>
 
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "apps/hw/Programmer.h"
 #include "apps/hw/TablePair.h"
 #include "tests/RuntimeFolder.h"

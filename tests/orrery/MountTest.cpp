@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "tests/RuntimeFolder.h"
 #include "tests/vesta/DamagedRow.h"
 
@@ -34,7 +34,7 @@ struct Listener final : L3IifTH3Config::NotifieeConst {
     isRegisteredNotifieeIs(true);
     hasNotificationActiveIs(true);
   }
-  using TableNotifieeConst::onTable;
+  using NotifieeConst::onTable;
   void onTable(const L3IifTH3Key& key) override {
     bool found = false;
     calls.emplace_back(key.l3Iif, notifier()->directLookup(key, found).genId);

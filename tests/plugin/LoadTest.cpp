@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "P4RuntimeTolmar/Entities.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "PluginFixture.h"
 #include "lumen/RowOps.h"
 #include "p4runtime/DefaultPluginLoader.h"

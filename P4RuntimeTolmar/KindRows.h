@@ -1,0 +1,25 @@
+// What the row files of a table kind are built on.
+#pragma once
+
+#include "P4RuntimeTolmar/ConfigTableWrapper.h"
+#include "P4RuntimeTolmar/EntryRow.h"
+#include "P4RuntimeTolmar/EntryRowOps.h"
+
+namespace TolmarHwLib {
+
+/// The row classes of a table kind; each kind specialises it with
+///   ConfigGenerator, StatusGenerator   the generators of its row operations
+///   Wrapper                            its config table as a table of rows
+template <class Kind>
+struct RowsOf;
+
+/// The types that the classes around a config table have from the entity and its row class.
+template <class ConfigT, class EntryRowT>
+struct WrapperTypes {
+  using Config = ConfigT;
+  using Key = typename Config::Key;
+  using Entry = typename Config::Entry;
+  using EntryRow = EntryRowT;
+};
+
+}  // namespace TolmarHwLib

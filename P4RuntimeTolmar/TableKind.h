@@ -1,0 +1,27 @@
+// What the files of a table kind are built on.
+#pragma once
+
+#include <concepts>
+
+#include "P4RuntimeTolmar/Records.h"
+#include "P4RuntimeTolmar/TableEntityOf.h"
+
+namespace TolmarHwLib {
+
+/// A table kind: its config and status entity, and the records that are in them.
+template <class ConfigT, class StatusT>
+struct TableKind {
+  using Config = ConfigT;
+  using Status = StatusT;
+  using Key = typename Config::Key;
+  using ConfigEntry = typename Config::Entry;
+  using StatusEntry = typename Status::Entry;
+  static_assert(std::same_as<Key, typename Status::Key>);
+  static_assert(std::derived_from<ConfigEntry, ConfigBookkeeping> && std::derived_from<ConfigEntry, Key>);
+  static_assert(std::derived_from<StatusEntry, StatusBookkeeping> && std::derived_from<StatusEntry, Key>);
+
+  /// "L3IifTH3" and the like.
+  static constexpr std::string_view name = Key::kind;
+};
+
+}  // namespace TolmarHwLib
