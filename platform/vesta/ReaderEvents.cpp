@@ -68,10 +68,13 @@ void SegmentReader::descriptorReadable() {
   }
 }
 
-// Goes over to the segment that now has the table's name. Without one, the table is empty until a writer
-// wakes this reader; creating one here would undo its removal. The same goes for a segment of another kind,
-// but its writer does not expect this reader. A reader that cannot go over is as good as cut off by damage.
+// Switches to the segment that now has the table's name, even if that one is retired, too: its writer has
+// then not exchanged the names yet, or died before it did, and no segment is newer. Without one, the table is
+// empty until a writer wakes this reader; creating one here would undo its removal. The same goes for a
+// segment of another kind, but its writer does not expect this reader. A reader that cannot go over is as
+// good as cut off by damage.
 void SegmentReader::followReplacement() try {
+  if (reads_ && files_.isNamed(reads_->segment())) return;  // its successor will wake this reader
   const TableFiles::Found found = files_.open(layout_, options_.observer ? Access::observer : Access::reader);
   if (found.fault.damaged) {
     if (found.segment) reportToWriter(*found.segment);
@@ -83,8 +86,7 @@ void SegmentReader::followReplacement() try {
     if (!found.missing && !options_.observer) files_.lock().unlock(LockFile::followerByte(number_));
     return;
   }
-  if (found.segment->retired()) return;  // its successor will wake this reader
-  if (const Word state = found.segment->load(kStateAt); state != kLive) {
+  if (const Word state = found.segment->load(kStateAt); state != kLive && state != kRetired) {
     reportToWriter(*found.segment);
     throw Cairn::CorruptionDetectedException(files_.path().text() + ": state: found " + hexText(state));
   }

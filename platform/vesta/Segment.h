@@ -51,8 +51,8 @@ class Segment {
 
   Layout layout_;
   Word* words_;
-  dev_t device_;
-  ino_t inode_;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
 };
 
 /// Fills a new segment's words: header, sealed empty indexes, sealed vacant slots, records of no change.

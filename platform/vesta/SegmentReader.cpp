@@ -95,9 +95,10 @@ std::string SegmentReader::start(const TableFiles::Found& found) {
     if (found.segment && found.fault.damaged) reportToWriter(*found.segment);
     return files_.path().text() + ": " + found.fault.text;
   }
-  if (found.segment->load(kStateAt) != kLive) {
+  if (const Word state = found.segment->load(kStateAt); state != kLive) {
     reportToWriter(*found.segment);
-    return files_.path().text() + ": state: found " + hexText(found.segment->load(kStateAt));
+    // Retired, with the name still on it: the writer is replacing it, and until then there is none newer.
+    if (state != kRetired || !connected()) return files_.path().text() + ": state: found " + hexText(state);
   }
   try {
     startOn(found.segment);

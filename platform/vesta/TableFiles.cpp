@@ -59,6 +59,12 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   return {std::make_shared<Segment>(file.get(), layout, access), false, std::move(fault)};
 }
 
+bool TableFiles::isNamed(const Segment& segment) const noexcept {
+  struct stat file {};
+  return fstatat(folder(), path_.collection().c_str(), &file, AT_SYMLINK_NOFOLLOW) == 0 &&
+         segment.maps(file);
+}
+
 TableFiles::Unnamed TableFiles::create(const Layout& layout, Word firstSequence) const {
   Unnamed created;
   created.file = Descriptor(openat(folder(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));

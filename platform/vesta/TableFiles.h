@@ -31,6 +31,9 @@ class TableFiles {
   };
   Found open(const Layout& layout, Access access) const;
 
+  /// Whether the table's name is that of the file which `segment` maps.
+  bool isNamed(const Segment& segment) const noexcept;
+
   /// A formatted segment without a name, its blocks reserved: touching a block that a full memory file system
   /// cannot supply would be a signal.
   struct Unnamed {

@@ -204,12 +204,16 @@ class TableTest : public ::testing::Test {
   }
   /// As if no table had ever been here.
   void startOver() const { std::filesystem::remove_all(folder_ + "/some"); }
-  /// Has the table go on in a new segment: a reader meets damage, and a write follows.
-  void replaceSegment(Writer& table) const {
+  /// Makes the writer replace its segment: damage to its oldest log record is reported, and a write follows.
+  /// Readers do not notice such damage when they attach.
+  static void replaceSegment(Writer& table, std::uint64_t stamp = 1) {
     const auto damaged = table.segment().mapping();
-    damaged->at(Vesta::kIndexAt) ^= 1;
-    EXPECT_NE(failure([&] { reader(static_cast<std::uint32_t>(table.capacity())); }), "");
-    put(table, 2, 1);
+    const Vesta::Layout& layout = damaged->layout();
+    const Vesta::Word changes = Vesta::sequenceDistance(damaged->firstSequence(), table.sequence());
+    const Vesta::Word back = std::min(changes, Vesta::Word{layout.records - 2});
+    damaged->at(layout.recordAt(table.sequence() - back + 1) + 2) ^= 1;
+    std::atomic_ref(damaged->at(Vesta::kSleepersAt)).fetch_or(Vesta::kDamageReported);
+    put(table, 2, stamp);
     EXPECT_NE(table.segment().mapping(), damaged);
   }
 
