@@ -98,7 +98,7 @@ std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
                                         const AttachOptions& options) {
   TableFiles::Found found = files.open(layout, Access::writer);
   if (found.missing) return createSegment(files, layout, options, {}, false);
-  if (found.segment && found.fault.sameKind) {
+  if (found.segment && found.fault.rowsUsable) {
     return replaceAtAttach(files, found.segment, found.fault.text, options);
   }
   if (!found.fault.text.empty()) {

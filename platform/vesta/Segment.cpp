@@ -1,7 +1,10 @@
 #include "vesta/Segment.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <vector>
@@ -38,6 +41,24 @@ Segment::Segment(int descriptor, const Layout& layout, Access access) : layout_(
   }
 }
 
+Segment::Segment(const Layout& layout) : layout_(layout) {
+  void* memory = mmap(nullptr, layout_.bytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) throw Cairn::SystemException("copy segment", errno);
+  words_ = static_cast<Word*>(memory);
+}
+
+std::shared_ptr<Segment> Segment::copyOf(int descriptor, const Layout& layout) {
+  const std::shared_ptr<Segment> copy(new Segment(layout));
+  auto* const bytes = reinterpret_cast<char*>(copy->words_);
+  for (std::size_t at = 0; at < layout.bytes();) {
+    const ssize_t got = pread(descriptor, bytes + at, layout.bytes() - at, static_cast<off_t>(at));
+    if (got < 0) throw Cairn::SystemException("copy segment", errno);
+    if (got == 0) break;
+    at += static_cast<std::size_t>(got);
+  }
+  return copy;
+}
+
 Segment::~Segment() { munmap(words_, layout_.bytes()); }
 
 void Segment::reportSeal(Word word, std::size_t position, const char* what) {
@@ -60,19 +81,24 @@ std::uint32_t headerChecksum(const Word* words) {
   return Cairn::checksum(words, kHeaderCheckAt * sizeof(Word));
 }
 
-}  // namespace
-
-void formatSegment(Segment& segment, Word firstSequence, Word generation) {
-  const Layout& layout = segment.layout();
-  Word* words = &segment.at(0);
+// The header words that every segment of this layout has.
+void describe(const Layout& layout, Word* words) {
   words[kMagicAt] = kMagic;
   words[kVersionAt] = kLayoutVersion;
   words[kFingerprintAt] = layout.shape.fingerprint;
   words[kSizesAt] = Word{layout.shape.entrySize} << 32 | layout.shape.keySize;
   words[kCapacityAt] = layout.shape.capacity;
+  words[kFileSizeAt] = layout.bytes();
+}
+
+}  // namespace
+
+void formatSegment(Segment& segment, Word firstSequence, Word generation) {
+  const Layout& layout = segment.layout();
+  Word* words = &segment.at(0);
+  describe(layout, words);
   words[kFirstSequenceAt] = firstSequence;
   words[kGenerationAt] = generation;
-  words[kFileSizeAt] = layout.bytes();
   words[kHeaderCheckAt] = sealed(headerChecksum(words), kHeaderCheckAt);
   words[kSequenceAt] = firstSequence;
   words[kMembersAt] = sealed(0, kMembersAt);
@@ -97,21 +123,21 @@ namespace {
 
 // Empty when every word that describes the layout is as expected.
 std::string otherKind(const Word* words, const Layout& layout) {
-  const struct {
+  constexpr struct {
     HeaderWord at;
     const char* name;
-    Word expected;
-  } fields[] = {{kVersionAt, "layout version", kLayoutVersion},
-                {kFingerprintAt, "fingerprint", layout.shape.fingerprint},
-                {kSizesAt, "key and entry sizes", Word{layout.shape.entrySize} << 32 | layout.shape.keySize},
-                {kCapacityAt, "capacity", layout.shape.capacity},
-                {kFileSizeAt, "size", layout.bytes()}};
-  for (const auto& field : fields) {
-    if (words[field.at] == field.expected) continue;
-    const bool decimal = field.at == kCapacityAt || field.at == kFileSizeAt;
+  } kFields[] = {{kVersionAt, "layout version"},
+                 {kFingerprintAt, "fingerprint"},
+                 {kSizesAt, "key and entry sizes"},
+                 {kCapacityAt, "capacity"},
+                 {kFileSizeAt, "size"}};
+  std::array<Word, kHeaderWords> expected;
+  describe(layout, expected.data());
+  for (const auto& [at, name] : kFields) {
+    if (words[at] == expected[at]) continue;
+    const bool decimal = at == kCapacityAt || at == kFileSizeAt;
     const auto text = [decimal](Word value) { return decimal ? std::to_string(value) : hexText(value); };
-    return std::string(field.name) + ": expected " + text(field.expected) + ", found " +
-           text(words[field.at]);
+    return std::string(name) + ": expected " + text(expected[at]) + ", found " + text(words[at]);
   }
   return {};
 }
@@ -125,11 +151,15 @@ HeaderFault headerFault(const Word* words, const Layout& layout) {
             other.empty()};
   }
   const Word check = sealed(headerChecksum(words), kHeaderCheckAt);
-  if (words[kHeaderCheckAt] != check) {
-    return {"header: checksum found " + hexText(words[kHeaderCheckAt]) + ", computed " + hexText(check), true,
-            other.empty()};
-  }
-  return {other, false, false};
+  if (words[kHeaderCheckAt] == check) return {other, false, false};
+  // Either the words that describe the layout are right, or the check is, over those that a segment of this
+  // layout has.
+  std::array<Word, kHeaderWords> expected;
+  std::copy_n(words, kHeaderWords, expected.data());
+  describe(layout, expected.data());
+  const bool fits = words[kHeaderCheckAt] == sealed(headerChecksum(expected.data()), kHeaderCheckAt);
+  return {"header: checksum found " + hexText(words[kHeaderCheckAt]) + ", computed " + hexText(check), true,
+          fits || other.empty()};
 }
 
 }  // namespace Vesta

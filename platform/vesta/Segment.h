@@ -17,6 +17,8 @@ class Segment {
  public:
   /// Maps the file `descriptor`, whose size the caller has checked. The descriptor stays the caller's.
   Segment(int descriptor, const Layout& layout, Access access);
+  /// A private copy of the file's words, zero where the file is too short: it can be read in full.
+  static std::shared_ptr<Segment> copyOf(int descriptor, const Layout& layout);
   ~Segment();
   Segment(const Segment&) = delete;
   Segment& operator=(const Segment&) = delete;
@@ -47,6 +49,7 @@ class Segment {
   std::size_t members() const;
 
  private:
+  explicit Segment(const Layout& layout);
   [[noreturn]] static void reportSeal(Word word, std::size_t position, const char* what);
 
   Layout layout_;
@@ -61,8 +64,8 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation);
 /// Why a header is not that of a segment of this layout; empty when it is. `words` has kHeaderWords words.
 struct HeaderFault {
   std::string text;
-  bool damaged = false;   ///< not merely of another kind
-  bool sameKind = false;  ///< damaged, but what says where the rows stand and what they mean is right
+  bool damaged = false;     ///< not merely incompatible
+  bool rowsUsable = false;  ///< damaged, but provably a segment of this layout: intact rows can be kept
 };
 HeaderFault headerFault(const Word* words, const Layout& layout);
 

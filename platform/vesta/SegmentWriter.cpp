@@ -79,6 +79,7 @@ void SegmentWriter::wake(Word sleepers) {
 // where a reader holds the creation lock: it may have been stopped.
 void SegmentWriter::replaceIfDamaged() {
   try {
+    files_.requireSize(layout_, rows_->reads().segment());
     rows_->reads().validate();
   } catch (const Cairn::CorruptionDetectedException& damage) {
     try {

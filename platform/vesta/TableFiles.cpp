@@ -22,8 +22,8 @@ std::size_t sizeOf(int file, const std::string& path) {
   return static_cast<std::size_t>(status.st_size);
 }
 
-HeaderFault sizeFault(std::size_t expected, std::size_t found) {
-  return {"size: expected " + std::to_string(expected) + ", found " + std::to_string(found), true};
+std::string sizeFault(std::size_t expected, std::size_t found) {
+  return "size: expected " + std::to_string(expected) + ", found " + std::to_string(found);
 }
 
 }  // namespace
@@ -51,12 +51,25 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   const std::size_t size = sizeOf(file.get(), path_.text());
   std::array<Word, kHeaderWords> header{};
   if (pread(file.get(), header.data(), sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
-    return {nullptr, false, sizeFault(layout.bytes(), size)};
+    return {nullptr, false, {sizeFault(layout.bytes(), size), true, false}};
   }
   HeaderFault fault = headerFault(header.data(), layout);
-  if (fault.text.empty() && size != layout.bytes()) fault = sizeFault(layout.bytes(), size);
-  if (size != layout.bytes()) return {nullptr, false, std::move(fault)};
-  return {std::make_shared<Segment>(file.get(), layout, access), false, std::move(fault)};
+  const bool wholeFile = size == layout.bytes();
+  if (fault.text.empty() && !wholeFile) fault = {sizeFault(layout.bytes(), size), true, true};
+  std::shared_ptr<Segment> segment;
+  if (wholeFile || (access == Access::reader && size >= kTablesAt * sizeof(Word))) {
+    segment = std::make_shared<Segment>(file.get(), layout, access);
+  } else if (access == Access::writer && fault.rowsUsable) {
+    segment = Segment::copyOf(file.get(), layout);
+  }
+  return {std::move(segment), false, std::move(fault)};
+}
+
+void TableFiles::requireSize(const Layout& layout, const Segment& segment) const {
+  struct stat file {};
+  if (fstatat(folder(), path_.collection().c_str(), &file, AT_SYMLINK_NOFOLLOW) != 0) return;
+  const auto size = static_cast<std::size_t>(file.st_size);
+  if (segment.maps(file) && size != layout.bytes()) reportDamage(sizeFault(layout.bytes(), size));
 }
 
 bool TableFiles::isNamed(const Segment& segment) const noexcept {

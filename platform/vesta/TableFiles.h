@@ -25,7 +25,9 @@ class TableFiles {
 
   /// The file under the table's name: missing, or sound as far as its header and size say, or at fault.
   struct Found {
-    std::shared_ptr<Segment> segment;  ///< mapped when the size is right
+    /// Mapped when the size is right. Otherwise there is no memory beyond the end of the file: writers get a
+    /// copy if the rows are usable, readers a mapping of which they may touch their own page.
+    std::shared_ptr<Segment> segment;
     bool missing = false;
     HeaderFault fault;
   };
@@ -33,6 +35,10 @@ class TableFiles {
 
   /// Whether the table's name is that of the file which `segment` maps.
   bool isNamed(const Segment& segment) const noexcept;
+
+  /// Throws Cairn::CorruptionDetectedException when the file that `segment` maps has the table's name and
+  /// another size than it had.
+  void requireSize(const Layout& layout, const Segment& segment) const;
 
   /// A formatted segment without a name, its blocks reserved: touching a block that a full memory file system
   /// cannot supply would be a signal.

@@ -273,7 +273,13 @@ std::size_t recordAt(Vesta::Segment& segment, Vesta::Word back) {
 
 const std::vector<Damage> kDamages = {
     {"magic", [](auto& s) { s.at(Vesta::kMagicAt) = 0; }, "header: expected magic", 16, true},
-    {"header bit", [](auto& s) { s.at(Vesta::kGenerationAt) ^= 1; }, "header: checksum found", 16, true},
+    {"generation", [](auto& s) { s.at(Vesta::kGenerationAt) ^= 1; }, "header: checksum found", 16, true},
+    {"version bit", [](auto& s) { s.at(Vesta::kVersionAt) ^= 1; }, "header: checksum found", 16, true},
+    {"fingerprint bit", [](auto& s) { s.at(Vesta::kFingerprintAt) ^= 1; }, "header: checksum found", 16,
+     true},
+    {"sizes bit", [](auto& s) { s.at(Vesta::kSizesAt) ^= 1; }, "header: checksum found", 16, true},
+    {"capacity bit", [](auto& s) { s.at(Vesta::kCapacityAt) ^= 1; }, "header: checksum found", 16, true},
+    {"size bit", [](auto& s) { s.at(Vesta::kFileSizeAt) ^= 1; }, "header: checksum found", 16, true},
     {"state", [](auto& s) { s.at(Vesta::kStateAt) = 0; }, "state: found 0x0", 16, true},
     {"sequence forward", [](auto& s) { s.at(Vesta::kSequenceAt) += 1 << 20; }, "log record", 16, true, true},
     {"sequence back", [](auto& s) { s.at(Vesta::kSequenceAt) -= 4; }, "published sequence", 16, true, true},
@@ -419,16 +425,33 @@ TEST_F(TableTest, Hostile_ReplacementThatIsDamaged) {
   EXPECT_EQ(known, contents(*table));
 }
 
-TEST_F(TableTest, Hostile_FilesTruncatedOrGrownBeforeAttach) {
+// A file of the wrong size is refused, reported and replaced like other damage; what is left of its rows
+// stays.
+TEST_F(TableTest, Hostile_FilesTruncatedOrGrown) {
   writer(kCapacity).reset();
-  const std::uintmax_t whole = std::filesystem::file_size(file());
-  for (const std::uintmax_t size : {whole * 0, whole * 0 + 71, whole - 1, whole + 1}) {
-    put(*writer(kCapacity), 1, 1);
-    std::filesystem::resize_file(file(), size);
-    EXPECT_EQ(failure([this] { Reader(observer(kCapacity)); }),
-              file() + ": size: expected " + std::to_string(whole) + ", found " + std::to_string(size));
-    EXPECT_TRUE(contents(*reader(kCapacity)).empty()) << "a reader without a writer makes a new one";
-    EXPECT_EQ(std::filesystem::file_size(file()), whole);
+  const std::size_t whole = std::filesystem::file_size(file());
+  const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(kCapacity));
+  const std::size_t sizes[] = {0, 71, 12287, 8 * layout.slotAt(3) + 8, whole - 1, whole + 1};
+  for (const std::size_t size : sizes) {
+    for (const bool living : {false, true}) {
+      if (living && size < whole - 1) continue;  // it would lose memory under its mapping
+      SCOPED_TRACE(std::to_string(size) + (living ? " under a living writer" : ""));
+      startOver();
+      auto table = writer(kCapacity);
+      for (std::uint64_t id = 1; id <= kCapacity; ++id) put(*table, id, 1);
+      if (!living) table.reset();
+      std::filesystem::resize_file(file(), size);
+      const std::string fault =
+          file() + ": size: expected " + std::to_string(whole) + ", found " + std::to_string(size);
+      EXPECT_EQ(failure([this] { Reader(observer(kCapacity)); }), fault);
+      if (living) {
+        EXPECT_EQ(failure([this] { reader(kCapacity); }), fault);
+        put(*table, 1, 1);
+      }
+      const Model kept = contents(*reader(kCapacity));  // without a writer, it makes a new segment
+      EXPECT_EQ(kept.size(), size >= whole - 1 ? kCapacity : size > 12288 ? 3 : 0);
+      EXPECT_EQ(std::filesystem::file_size(file()), whole);
+    }
   }
 }
 
