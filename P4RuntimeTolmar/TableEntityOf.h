@@ -56,11 +56,9 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   void tableDel(const Key& key) {
     change(key, [&] { return map_.remove(key); });
   }
-  /// Replaces the segment if this process writes it and a reader has reported damage in it, as each write
-  /// does: for a process that may not write for long. Calls the reactors for each entry that this has
-  /// changed.
-  void lookForDamage() {
-    map_.lookForDamage();
+  /// Calls the reactors for each entry that the replacement of a damaged segment has changed.
+  void monitor() override {
+    map_.monitor();
     notifyOfReplacement();
   }
   /// Removes every entry and calls the reactors for each. Throws Cairn::NoPermissionException, with nothing

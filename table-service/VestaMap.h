@@ -94,9 +94,11 @@ class VestaMap final : private EventSource {
   void write(const Key& key, const Entry& entry) { required().write(Row{key, entry}, false); }
   /// False when the key has no row.
   bool remove(const Key& key) { return required().remove(key, nullptr); }
-  /// Replaces the segment that this map writes if a reader has reported damage in it; a write does the same.
-  void lookForDamage() {
-    if (writer_ != nullptr) writer_->segment().lookForDamage();
+  /// Repairs what no read or write of the table notices, and replaces the segment that this map writes if a
+  /// reader has reported damage in it; a write does the latter, too. To be called at least once a second.
+  void monitor() {
+    if (writer_ != nullptr) writer_->segment().monitor();
+    if (reader_ != nullptr) reader_->segment().monitor();
   }
   /// Takes out one of the keys whose rows the replacement of a damaged segment has removed or set back to an
   /// older content; nothing when there is none. To be asked after each of the three operations above, also

@@ -49,7 +49,7 @@ class TablePair {
     guarded(*status_, [&] { status_->tableDel(key); });
   }
   /// Replaces the status table if a reader has met damage in it.
-  void lookForDamage() const { status_->lookForDamage(); }
+  void lookForDamage() const { status_->monitor(); }
   /// Names the segment that the status table stands in; 0 when there is none.
   std::uint64_t statusGeneration() const {
     auto* const attached = status_->table().writer();

@@ -30,6 +30,7 @@ EntityManager::EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
       damagePatience_(damagePatience) {}
 
 EntityManager::~EntityManager() {
+  loop_.timerDel(timer_);
   for (const auto& [path, mounted] : mounts_) mounted.entity->detach();
 }
 
@@ -48,7 +49,21 @@ Quill::Ptr<QuillVesta::TableEntity> EntityManager::mount(
   const Mounted mounted{tableEntityOfType(path, typeName), description};
   attach(path, mounted);
   mounts_.emplace(path, mounted);
+  if (timer_ == 0) monitorLater();
   return mounted.entity;
+}
+
+// The timer itself heals a table whose sleep bit was lost: its owner looks for changes at each wake.
+void EntityManager::monitorLater() const {
+  timer_ = loop_.timerIs(std::chrono::milliseconds(500), [this] {
+    monitorLater();
+    for (const Quill::String& path : mountedPaths()) {  // a reactor may mount and unmount
+      const auto found = mounts_.find(path);
+      if (found == mounts_.end()) continue;
+      const Quill::Ptr<QuillVesta::TableEntity> entity = found->second.entity;
+      entity->monitor();
+    }
+  });
 }
 
 void EntityManager::attach(const Quill::String& path, const Mounted& mounted) const {

@@ -16,6 +16,7 @@
 namespace Orrery {
 
 /// Knows the entities mounted in this process. Paths are relative and joined by "/"; each names one entity.
+/// Monitors the mounted tables from the event loop, twice a second.
 /// Mounting changes what is mounted, not the manager: it goes through a const manager, as holders have one.
 /// Thread safety: none; used on the event loop's thread.
 class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
@@ -56,13 +57,15 @@ class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
     QuillVesta::MountDescription description;
   };
   void attach(const Quill::String& path, const Mounted& mounted) const;
+  void monitorLater() const;
 
   std::string runtimeFolder_;
   Quill::EventLoop& loop_;
   std::shared_ptr<const Cairn::DebugHandler> debugHandler_;
   std::chrono::milliseconds damagePatience_;
   mutable std::map<Quill::String, Mounted> mounts_;
-  mutable PendingMounts* openGroup_ = nullptr;  // not owned
+  mutable Quill::EventLoop::TimerId timer_ = 0;  // 0 before the first mount
+  mutable PendingMounts* openGroup_ = nullptr;   // not owned
 };
 
 /// A mounter that is waiting for doMountsComplete. Shared by the mounter and the event loop's timer; the

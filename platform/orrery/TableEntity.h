@@ -28,6 +28,9 @@ class TableEntity : public Quill::Entity {
   /// The path of a file of the table that is no longer the one in use, because somebody removed, moved or
   /// replaced it; empty when all are in place. Costs a few system calls.
   virtual std::string displacedFile() const = 0;
+  /// Repairs what no use of the table notices, and replaces a segment that this process writes and a reader
+  /// has found damaged; to be called at least once a second. The entity manager does for what it mounts.
+  virtual void monitor() = 0;
   /// Removes the table's files when this process writes it.
   virtual void cleanup() = 0;
   /// Lets go of the segment; the collection reads as empty from then on and refuses writes.

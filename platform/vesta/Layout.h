@@ -38,7 +38,7 @@ enum HeaderWord : std::size_t {
   kHeaderWords
 };
 constexpr Word kMagic = 0x31545345'564c4f54u;  // "TOLVEST1" in memory
-constexpr Word kLayoutVersion = 4;
+constexpr Word kLayoutVersion = 5;
 
 // Writer's page: one cache line each.
 constexpr std::size_t kSequenceAt = kPageWords;                    // of the newest published change
@@ -54,8 +54,10 @@ constexpr std::size_t kSleepersAt = 2 * kPageWords;  // bit i: reader i sleeps; 
 constexpr Word kDamageReported = Word{1} << 63;
 constexpr std::size_t readerLineAt(unsigned reader) { return kSleepersAt + kLineWords * (reader + 1); }
 enum ReaderWord : std::size_t {
-  kReaderIdentityAt,  // number of the attach << 32 | pid; 0 when free
-  kReaderHandledAt,   // sequence up to which its handlers have returned
+  kReaderIdentityAt,      // number of the attach << 32 | pid; 0 when free
+  kReaderHandledAt,       // sequence up to which its handlers have returned
+  kReaderHandledCheckAt,  // checkOf the word before
+  kReaderNameCheckAt,     // checkOf the name, word by word
   kReaderNameAt,
   kReaderWords = kReaderNameAt + 4
 };

@@ -1,4 +1,6 @@
 // How a reader follows its writer: changes, sleep, replaced segments.
+#include <utility>
+
 #include "vesta/SegmentReader.h"
 
 namespace Vesta {
@@ -6,7 +8,7 @@ namespace Vesta {
 void SegmentReader::publishProgress() {
   if (options_.observer || !reads_ || published_ == follower_.handled()) return;
   published_ = follower_.handled();
-  reads_->segment().store(readerLineAt(number_) + kReaderHandledAt, published_);
+  ownLine().handledIs(published_);
 }
 
 // A handler may detach this reader; the segment then lives until the handler has returned. Whatever ended the
@@ -15,15 +17,17 @@ void SegmentReader::publishProgress() {
 std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
   std::exception_ptr thrown;
   const KeyHandler called = [&](const Word* key) {
+    const bool outer = std::exchange(handling_, true);
     try {
       handler(key);
     } catch (...) {
       thrown = std::current_exception();
     }
+    handling_ = outer;
   };
   std::size_t told = 0;
   while (told < limit && !detached_) {
-    if (reads_ && reads_->segment().retired()) reporting([this] { followReplacement(); });
+    if (reads_ && !reads_->segment().live()) reporting([this] { followReplacement(); });
     const std::shared_ptr<RowReads> reads = reads_;
     const bool one = reporting([&] { return follower_.tellNext(reads.get(), called); });
     publishProgress();
@@ -33,6 +37,13 @@ std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
     ++counters_.notifications;
   }
   return told;
+}
+
+// What a handler looks up belongs to the change that it was called for, and the change to its segment.
+bool SegmentReader::lookupInNext(const Word* key, Word* row, std::uint32_t& slot) {
+  if (handling_) return false;
+  followReplacement();
+  return reads_ && reads_->lookup(key, row, slot);
 }
 
 // The announcement and the look at the sequence after it are sequentially consistent, like their partners in
@@ -59,7 +70,7 @@ void SegmentReader::awake() {
 void SegmentReader::descriptorReadable() {
   if (!fifo_) return;
   fifo_.drain();
-  if (detached_ || (reads_ && !reads_->segment().retired())) return;
+  if (detached_ || (reads_ && reads_->segment().live())) return;
   try {
     reporting([this] { followReplacement(); });
   } catch (...) {
@@ -74,7 +85,10 @@ void SegmentReader::descriptorReadable() {
 // segment of another kind, but its writer does not expect this reader. A reader that cannot go over is as
 // good as cut off by damage.
 void SegmentReader::followReplacement() try {
-  if (reads_ && files_.isNamed(reads_->segment())) return;  // its successor will wake this reader
+  if (reads_ && files_.isNamed(reads_->segment())) {
+    if (!reads_->segment().retired()) reportToWriter(reads_->segment());
+    return;  // the writer of the next one will wake this reader
+  }
   const TableFiles::Found found = files_.open(layout_, options_.observer ? Access::observer : Access::reader);
   if (found.fault.damaged) {
     if (found.segment) reportToWriter(*found.segment);

@@ -1,16 +1,13 @@
 // What the writer knows of its readers: who is there, how far each is.
-#include <cstring>
-
+#include "vesta/ReaderLine.h"
 #include "vesta/SegmentWriter.h"
 
 namespace Vesta {
 
-// Frees the line of a reader that is gone. Should a new reader have taken it meanwhile, its identity is
-// another, half of it being random, and the line stays.
+// Frees the line of a reader that is gone.
 bool SegmentWriter::isGone(unsigned reader, Word identity) {
   if (files_.lock().heldElsewhere(LockFile::readerByte(reader))) return false;
-  std::atomic_ref<Word> line(rows_->reads().segment().at(readerLineAt(reader) + kReaderIdentityAt));
-  return line.compare_exchange_strong(identity, 0, std::memory_order_acq_rel);
+  return ReaderLine(segment(), reader).release(identity);
 }
 
 // `who`: the identity of a reader with a line. Of one without, the segment's number: it is on its way from an
@@ -29,14 +26,13 @@ bool SegmentWriter::isStalled(unsigned reader, Word who, Word handled) {
 template <class Counts>
 bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
   if (!rows_) return true;
-  const Segment& segment = rows_->reads().segment();
   // One that lags is mostly found without a system call; lines of the dead are freed on the way.
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
-    const std::size_t line = readerLineAt(reader);
-    const Word identity = segment.load(line + kReaderIdentityAt);
-    const Word handled = segment.load(line + kReaderHandledAt);
-    if (identity == 0 || !isAfter(sequence, handled)) continue;
-    if (!isGone(reader, identity) && counts(reader, identity, handled)) return false;
+    const ReaderLine line(segment(), reader);
+    const Word identity = line.identity();
+    const std::optional<Word> handled = line.handled();
+    if (identity == 0 || (handled && !isAfter(sequence, *handled))) continue;
+    if (!isGone(reader, identity) && counts(reader, identity, handled.value_or(0))) return false;
   }
   // A reader that follows but is not in this segment yet has handled nothing of it. Should the line be that
   // of a dead one, whose number it has taken, it has not looked at this segment yet: it is one that comes
@@ -44,13 +40,13 @@ bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
   for (const long byte :
        files_.lock().heldElsewhere(LockFile::followerByte(0), LockFile::followerByte(kMaxReaders))) {
     const auto reader = static_cast<unsigned>(byte - LockFile::followerByte(0));
-    const std::size_t line = readerLineAt(reader);
-    const Word identity = segment.load(line + kReaderIdentityAt);
+    const ReaderLine line(segment(), reader);
+    const Word identity = line.identity();
+    const std::optional<Word> handled = line.handled();
     if (identity == 0) {
-      if (counts(reader, segment.load(kGenerationAt), 0)) return false;
-    } else {
-      const Word handled = segment.load(line + kReaderHandledAt);
-      if (isAfter(sequence, handled) && counts(reader, identity, handled)) return false;
+      if (counts(reader, segment().generation(), 0)) return false;
+    } else if (!handled || isAfter(sequence, *handled)) {
+      if (counts(reader, identity, handled.value_or(0))) return false;
     }
   }
   return true;
@@ -67,7 +63,10 @@ bool SegmentWriter::movingReadersQuiesced(std::uint64_t sequence) {
 
 bool SegmentWriter::clientQuiesced(const std::string& name) {
   for (const ConnectedReader& reader : readers()) {
-    if (reader.name == name && isAfter(sequence(), reader.handled)) return false;
+    const ReaderLine line(segment(), reader.number);
+    if (line.name().value_or(name) != name) continue;
+    const std::optional<Word> handled = line.handled();
+    if (!handled || isAfter(sequence(), *handled)) return false;
   }
   return true;
 }
@@ -75,19 +74,13 @@ bool SegmentWriter::clientQuiesced(const std::string& name) {
 std::vector<ConnectedReader> SegmentWriter::readers() {
   std::vector<ConnectedReader> found;
   if (!rows_) return found;
-  const Segment& segment = rows_->reads().segment();
-  const Word sleepers = segment.load(kSleepersAt);
+  const Word sleepers = segment().load(kSleepersAt);
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
-    const std::size_t line = readerLineAt(reader);
-    const Word identity = segment.load(line + kReaderIdentityAt);
+    const ReaderLine line(segment(), reader);
+    const Word identity = line.identity();
     if (identity == 0 || isGone(reader, identity)) continue;
-    char name[4 * sizeof(Word) + 1] = {};
-    for (std::size_t i = 0; i < 4; ++i) {
-      const Word word = segment.load(line + kReaderNameAt + i);
-      std::memcpy(name + i * sizeof word, &word, sizeof word);
-    }
-    found.push_back({reader, static_cast<int>(identity & 0xffffffff), name,
-                     segment.load(line + kReaderHandledAt), (sleepers >> reader & 1) != 0});
+    found.push_back({reader, static_cast<int>(identity & 0xffffffff), line.name().value_or(std::string()),
+                     line.handled().value_or(0), (sleepers >> reader & 1) != 0});
   }
   return found;
 }

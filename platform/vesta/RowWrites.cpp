@@ -50,6 +50,21 @@ void RowWrites::nextSlotsAre(const std::vector<std::uint32_t>& slots) {
   free_.insert(free_.end(), slots.rbegin(), slots.rend());
 }
 
+bool RowWrites::restoreWords() {
+  bool wrong = false;
+  const auto restore = [&](std::size_t at, Word value) {
+    if (segment_.load(at) == value) return;
+    segment_.store(at, value);
+    wrong = true;
+  };
+  for (std::size_t at = 0; at < kHeaderWords; ++at) restore(at, segment_.header()[at]);
+  restore(kSequenceAt, sequence_);
+  restore(kMembersAt, sealed(static_cast<std::uint32_t>(members_), kMembersAt));
+  restore(kIndexAt, sealed(indexGeneration_ << 1 | index_, kIndexAt));
+  restore(kStateAt, kLive);
+  return wrong;
+}
+
 bool RowWrites::remove(const Word* key) {
   const Word hash = hashOf(key, layout_.keyWords);
   const RowReads::Probe found = find(reads_.sizes(), key, hash);

@@ -21,7 +21,8 @@ class RowWrites {
   explicit RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook = {});
 
   /// `row` as in RowReads; its version word is overwritten. False when `onlyIfPresent` and the key has no
-  /// row. Throws Cairn::ResourceExhaustedException when a new key finds every slot taken.
+  /// row. An insertion may rebuild the index, which takes time in proportion to the capacity. Throws
+  /// Cairn::ResourceExhaustedException when a new key finds every slot taken.
   template <class Sizes>
   bool write(const Sizes& sizes, Word* row, bool onlyIfPresent);
   bool write(Word* row, bool onlyIfPresent) { return write(reads_.sizes(), row, onlyIfPresent); }
@@ -34,6 +35,10 @@ class RowWrites {
   std::vector<HeldRow> heldRows() const;
   /// Has the next insertions take these vacant slots, in this order.
   void nextSlotsAre(const std::vector<std::uint32_t>& slots);
+
+  /// Puts the words right that no other operation checks or that only the writer can put right: the header,
+  /// and the words of the writer's page but the pid. False when all were right.
+  bool restoreWords();
 
   Word sequence() const noexcept { return sequence_; }
   std::size_t members() const noexcept { return members_; }

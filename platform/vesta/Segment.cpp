@@ -39,6 +39,7 @@ Segment::Segment(int descriptor, const Layout& layout, Access access) : layout_(
     munmap(memory, layout_.bytes());
     throw Cairn::SystemException("open the readers' page of a segment for writing", error);
   }
+  for (std::size_t i = 0; i < kHeaderWords; ++i) header_[i] = load(i);
 }
 
 Segment::Segment(const Layout& layout) : layout_(layout) {
@@ -100,6 +101,7 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation) {
   words[kFirstSequenceAt] = firstSequence;
   words[kGenerationAt] = generation;
   words[kHeaderCheckAt] = sealed(headerChecksum(words), kHeaderCheckAt);
+  std::copy_n(words, kHeaderWords, segment.header_.data());
   words[kSequenceAt] = firstSequence;
   words[kMembersAt] = sealed(0, kMembersAt);
   words[kIndexAt] = sealed(0, kIndexAt);

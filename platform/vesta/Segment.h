@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <array>
 #include <memory>
 #include <string>
 
@@ -33,8 +34,15 @@ class Segment {
   bool maps(const struct stat& status) const noexcept {
     return status.st_dev == device_ && status.st_ino == inode_;
   }
+  /// False once it is retired, and while its state word is damaged: in both cases the file under the table's
+  /// name may be another one.
+  bool live() const noexcept { return load(kStateAt) == kLive; }
   bool retired() const noexcept { return load(kStateAt) == kRetired; }
-  Word firstSequence() const noexcept { return load(kFirstSequenceAt); }
+  /// As it was when the segment was mapped or formatted, whatever becomes of it in the file.
+  const std::array<Word, kHeaderWords>& header() const noexcept { return header_; }
+  Word firstSequence() const noexcept { return header_[kFirstSequenceAt]; }
+  /// A number of this segment's own, never 0.
+  Word generation() const noexcept { return header_[kGenerationAt]; }
   /// The value of a sealed word; throws Cairn::CorruptionDetectedException naming `what` when the seal is
   /// broken.
   std::uint32_t unsealed(std::size_t position, const char* what) const {
@@ -49,11 +57,13 @@ class Segment {
   std::size_t members() const;
 
  private:
+  friend void formatSegment(Segment& segment, Word firstSequence, Word generation);
   explicit Segment(const Layout& layout);
   [[noreturn]] static void reportSeal(Word word, std::size_t position, const char* what);
 
   Layout layout_;
   Word* words_;
+  std::array<Word, kHeaderWords> header_{};
   dev_t device_ = 0;
   ino_t inode_ = 0;
 };

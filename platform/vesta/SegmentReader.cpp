@@ -3,7 +3,7 @@
 #include <errno.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
 #include <thread>
 
 #include "cairn/Exception.h"
@@ -15,6 +15,7 @@ SegmentReader::SegmentReader(const Shape& shape, const AttachOptions& options,
                              std::shared_ptr<Segment> mapping)
     : layout_(shape), options_(options), files_(options.path), follower_(layout_) {
   if (options_.name.empty()) options_.name = program_invocation_short_name;
+  options_.name.resize(std::min(options_.name.size(), std::size_t{32}));
   if (options_.observer) {
     observe();
     return;
@@ -114,7 +115,7 @@ std::string SegmentReader::start(const TableFiles::Found& found) {
 void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
   auto reads = std::make_shared<RowReads>(std::move(segment));
   reads->yieldTimeIs(yieldTime_);
-  if (!options_.observer) reads->segment().store(readerLineAt(number_) + kReaderIdentityAt, 0);
+  if (!options_.observer) ReaderLine(reads->segment(), number_).clear();
   try {
     reads->validateIndex();
     follower_ = ChangeFollower(follower_, *reads, options_.initialRows);
@@ -127,22 +128,20 @@ void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
   writeDown();
 }
 
+// A restarted process may have the pid of the one before; hence the random half.
 void SegmentReader::writeDown() {
   if (options_.observer) return;
-  Segment& segment = reads_->segment();
-  const std::size_t line = readerLineAt(number_);
-  published_ = follower_.handled();
-  segment.store(line + kReaderHandledAt, published_);
-  char name[4 * sizeof(Word)] = {};
-  std::memcpy(name, options_.name.data(), std::min(options_.name.size(), sizeof name));
-  for (std::size_t i = 0; i < 4; ++i) {
-    Word word;
-    std::memcpy(&word, name + i * sizeof word, sizeof word);
-    segment.store(line + kReaderNameAt + i, word);
-  }
   sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
-  // A restarted process may have the pid of the one before.
-  segment.store(line + kReaderIdentityAt, randomWord() << 32 | static_cast<std::uint32_t>(getpid()));
+  identity_ = randomWord() << 32 | static_cast<std::uint32_t>(getpid());
+  published_ = follower_.handled();
+  ownLine().fill(identity_, published_, options_.name);
+}
+
+void SegmentReader::monitor() {
+  if (!reads_ || options_.observer) return;
+  ReaderLine line = ownLine();
+  if (line.identity() == identity_ && line.handled() == published_ && line.name() == options_.name) return;
+  line.fill(identity_, published_, options_.name);
 }
 
 void SegmentReader::reportToWriter(Segment& segment) noexcept {
@@ -174,7 +173,7 @@ void SegmentReader::detach() {
     return;
   }
   if (reads_) {
-    reads_->segment().store(readerLineAt(number_) + kReaderIdentityAt, 0);
+    ownLine().clear();
     sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
   }
   reads_.reset();

@@ -9,6 +9,7 @@
 
 #include "vesta/AttachOptions.h"
 #include "vesta/ChangeFollower.h"
+#include "vesta/ReaderLine.h"
 #include "vesta/RowReads.h"
 #include "vesta/TableFiles.h"
 #include "vesta/VestaBase.h"
@@ -31,11 +32,17 @@ class SegmentReader {
   SegmentReader(const SegmentReader&) = delete;
   SegmentReader& operator=(const SegmentReader&) = delete;
 
-  /// See RowReads. Nothing is found while there is no segment.
+  /// See RowReads. Nothing is found while there is no segment. What a retired segment does not hold is looked
+  /// up in the segment after it, so a key that has a row is never absent; a row that is found may be that of
+  /// a retired segment until the next poll. A handler called by poll finds what the segment holds that was
+  /// current when it was called.
   template <class Sizes>
   bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
     ++counters_.lookups;
-    return reporting([&] { return reads_ && reads_->lookup(sizes, key, row, slot); });
+    return reporting([&] {
+      return reads_ && (reads_->lookup(sizes, key, row, slot) ||
+                        (!reads_->segment().live() && lookupInNext(key, row, slot)));
+    });
   }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
@@ -45,6 +52,9 @@ class SegmentReader {
   std::size_t poll(std::size_t limit, const KeyHandler& handler);
   bool maySleep();
   void awake();
+  /// Restores this reader's line on the readers' page; to be called at least once a second. A sleep bit that
+  /// was lost needs no more than that the owner calls awake() and poll() as often.
+  void monitor();
 
   /// Whether there is a segment. Not so after detach, nor between the removal of one and the creation of
   /// another.
@@ -79,6 +89,7 @@ class SegmentReader {
   void startOn(std::shared_ptr<Segment> segment);
   void writeDown();
   void followReplacement();
+  bool lookupInNext(const Word* key, Word* row, std::uint32_t& slot);
   void publishProgress();
   void reportToWriter(Segment& segment) noexcept;
   void damageMet() noexcept;
@@ -95,6 +106,7 @@ class SegmentReader {
     return std::atomic_ref<Word>(segment.at(kSleepersAt));
   }
   std::atomic_ref<Word> sleepers() { return sleepersOf(reads_->segment()); }
+  ReaderLine ownLine() { return {reads_->segment(), number_}; }
   Word ownBit() const noexcept { return Word{1} << number_; }
 
   Layout layout_;
@@ -104,10 +116,12 @@ class SegmentReader {
   WakeFifo fifo_;
   ChangeFollower follower_;
   std::shared_ptr<RowReads> reads_;  // null while there is no segment
-  Word published_ = 0;               // progress last written down
+  Word identity_ = 0;                // as in this reader's line
+  Word published_ = 0;               // likewise: progress
   std::chrono::milliseconds yieldTime_{kDefaultYieldTime};
   std::uint64_t earlierRetries_ = 0;  // of segments before this one
   bool detached_ = false;
+  bool handling_ = false;  // a handler is running
   ReaderCounters counters_;
   std::exception_ptr damage_;
 };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "cairn/Exception.h"
 
@@ -32,7 +33,11 @@ void SegmentWriter::takeTable() {
 
 void SegmentWriter::rowsAre(std::unique_ptr<RowWrites> rows) {
   rows_ = std::move(rows);
-  rows_->reads().segment().store(kWriterPidAt, sealed(static_cast<std::uint32_t>(getpid()), kWriterPidAt));
+  writerPidIs(getpid());
+}
+
+void SegmentWriter::writerPidIs(pid_t process) {
+  segment().store(kWriterPidAt, sealed(static_cast<std::uint32_t>(process), kWriterPidAt));
 }
 
 void SegmentWriter::refuse() const {
@@ -47,7 +52,7 @@ bool SegmentWriter::remove(const Word* key) {
 }
 
 void SegmentWriter::wakeSleepers() {
-  std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
+  std::atomic_ref<Word> sleepers(segment().at(kSleepersAt));
   const Word asleep = sleepers.exchange(0, std::memory_order_seq_cst);
   rows_->step(WriteStep::sleepersCleared);
   wake(asleep);
@@ -58,13 +63,13 @@ void SegmentWriter::wakeSleepers() {
 void SegmentWriter::wake(Word sleepers) {
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
     if ((sleepers >> reader & 1) == 0) continue;
-    const Word identity = rows_->reads().segment().load(readerLineAt(reader) + kReaderIdentityAt);
+    const Word identity = segment().load(readerLineAt(reader) + kReaderIdentityAt);
     ReaderNote& note = notes_[reader];
     if (note.identity != identity || identity == 0 || !note.fifo) {
       note.identity = identity;
       counters_.systemCalls += 2;
       if (!WakeFifo::forWriter(files_.folder(), files_.fifoName(reader), note.fifo)) {
-        std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(Word{1} << reader);
+        std::atomic_ref<Word>(segment().at(kSleepersAt)).fetch_or(Word{1} << reader);
       }
     }
     if (!note.fifo) continue;
@@ -74,19 +79,32 @@ void SegmentWriter::wake(Word sleepers) {
   }
 }
 
+// A word that was wrong may have kept a reader asleep.
+void SegmentWriter::monitor() {
+  if (!rows_) return;
+  writerPidIs(getpid());
+  const bool restored = rows_->restoreWords();
+  if (restored || (segment().load(kSleepersAt) & kDamageReported) != 0) wakeSleepers();
+  if (!files_.sizeFault(segment()).empty()) replaceIfDamaged();
+}
+
+void SegmentWriter::requireIntact() {
+  if (const std::string fault = files_.sizeFault(segment()); !fault.empty()) reportDamage(fault);
+  rows_->reads().validate();
+}
+
 // A reader has met damage. It may have been that reader's own; if it is in the segment, a new one takes over.
 // The change that this follows has taken place, so a replacement that fails is left to the next one, also
 // where a reader holds the creation lock: it may have been stopped.
 void SegmentWriter::replaceIfDamaged() {
   try {
-    files_.requireSize(layout_, rows_->reads().segment());
-    rows_->reads().validate();
+    requireIntact();
   } catch (const Cairn::CorruptionDetectedException& damage) {
     try {
       replaceSegment(damage.message(), std::chrono::milliseconds(0));
     } catch (const std::exception& failure) {
-      logError(options_, failure.what());
-      std::atomic_ref<Word>(rows_->reads().segment().at(kSleepersAt)).fetch_or(kDamageReported);
+      if (std::exchange(loggedFailure_, failure.what()) != failure.what()) logError(options_, failure.what());
+      std::atomic_ref<Word>(segment().at(kSleepersAt)).fetch_or(kDamageReported);
     }
   }
 }
@@ -104,6 +122,7 @@ void SegmentWriter::replaceSegment(const std::string& reason, std::chrono::milli
     changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
     rowsAre(replaceDamaged(files_, layout_, std::move(intact), reason, with));
     changedKeys_ = std::move(changed);
+    loggedFailure_.clear();
     files_.wakeEveryone(*mapping());
   } catch (const Cairn::Exception& failure) {
     throw Cairn::CorruptionDetectedException(reason + "; could not be replaced: " + failure.message());
@@ -128,7 +147,7 @@ bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {
 
 void SegmentWriter::detach() {
   if (!rows_) return;
-  rows_->reads().segment().store(kWriterPidAt, sealed(0, kWriterPidAt));
+  writerPidIs(0);
   rows_.reset();
   files_.lock().unlock(LockFile::kWriter);
 }

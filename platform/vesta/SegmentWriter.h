@@ -41,11 +41,10 @@ class SegmentWriter {
   }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
-  /// Replaces the segment if a reader has met damage in it, as the next write would: for a writer that may
-  /// not write for long. Nothing after detach.
-  void lookForDamage() {
-    if (rows_ && (rows_->reads().segment().load(kSleepersAt) & kDamageReported) != 0) wakeSleepers();
-  }
+  /// To be called at least once a second, for what no operation notices or what has to be done even if no
+  /// write follows: puts words right that carry no check, and replaces the segment if its file has another
+  /// size or a reader has reported damage. Nothing after detach.
+  void monitor();
 
   // Keys whose rows a replacement of the segment has changed: they are lost, or older rows have come back.
   // The owner notifies of them; nobody else in this process would.
@@ -116,6 +115,9 @@ class SegmentWriter {
       return change();
     }
   }
+  Segment& segment() { return rows_->reads().segment(); }
+  void writerPidIs(pid_t process);
+  void requireIntact();
   void replaceIfDamaged();
   void replaceSegment(const std::string& reason, std::chrono::milliseconds lockBound);
   bool isGone(unsigned reader, Word identity);
@@ -129,6 +131,7 @@ class SegmentWriter {
   std::unique_ptr<RowWrites> rows_;  // null when detached
   std::array<ReaderNote, kMaxReaders> notes_;
   WriterCounters counters_;
+  std::string loggedFailure_;  // of the last replacement, which is tried again and again
   std::vector<std::vector<Word>> changedKeys_;
 };
 

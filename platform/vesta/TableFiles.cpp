@@ -22,7 +22,7 @@ std::size_t sizeOf(int file, const std::string& path) {
   return static_cast<std::size_t>(status.st_size);
 }
 
-std::string sizeFault(std::size_t expected, std::size_t found) {
+std::string wrongSize(std::size_t expected, std::size_t found) {
   return "size: expected " + std::to_string(expected) + ", found " + std::to_string(found);
 }
 
@@ -51,11 +51,11 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   const std::size_t size = sizeOf(file.get(), path_.text());
   std::array<Word, kHeaderWords> header{};
   if (pread(file.get(), header.data(), sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
-    return {nullptr, false, {sizeFault(layout.bytes(), size), true, false}};
+    return {nullptr, false, {wrongSize(layout.bytes(), size), true, false}};
   }
   HeaderFault fault = headerFault(header.data(), layout);
   const bool wholeFile = size == layout.bytes();
-  if (fault.text.empty() && !wholeFile) fault = {sizeFault(layout.bytes(), size), true, true};
+  if (fault.text.empty() && !wholeFile) fault = {wrongSize(layout.bytes(), size), true, true};
   std::shared_ptr<Segment> segment;
   if (wholeFile || (access == Access::reader && size >= kTablesAt * sizeof(Word))) {
     segment = std::make_shared<Segment>(file.get(), layout, access);
@@ -65,17 +65,17 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   return {std::move(segment), false, std::move(fault)};
 }
 
-void TableFiles::requireSize(const Layout& layout, const Segment& segment) const {
+std::string TableFiles::sizeFault(const Segment& segment) const {
   struct stat file {};
-  if (fstatat(folder(), path_.collection().c_str(), &file, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (fstatat(folder(), path_.collection().c_str(), &file, AT_SYMLINK_NOFOLLOW) != 0) return {};
   const auto size = static_cast<std::size_t>(file.st_size);
-  if (segment.maps(file) && size != layout.bytes()) reportDamage(sizeFault(layout.bytes(), size));
+  if (!segment.maps(file) || size == segment.layout().bytes()) return {};
+  return wrongSize(segment.layout().bytes(), size);
 }
 
 bool TableFiles::isNamed(const Segment& segment) const noexcept {
   struct stat file {};
-  return fstatat(folder(), path_.collection().c_str(), &file, AT_SYMLINK_NOFOLLOW) == 0 &&
-         segment.maps(file);
+  return fstatat(folder(), path_.collection().c_str(), &file, AT_SYMLINK_NOFOLLOW) == 0 && segment.maps(file);
 }
 
 TableFiles::Unnamed TableFiles::create(const Layout& layout, Word firstSequence) const {

@@ -36,9 +36,8 @@ class TableFiles {
   /// Whether the table's name is that of the file which `segment` maps.
   bool isNamed(const Segment& segment) const noexcept;
 
-  /// Throws Cairn::CorruptionDetectedException when the file that `segment` maps has the table's name and
-  /// another size than it had.
-  void requireSize(const Layout& layout, const Segment& segment) const;
+  /// Says so when the file that `segment` maps has the table's name and the wrong size; empty otherwise.
+  std::string sizeFault(const Segment& segment) const;
 
   /// A formatted segment without a name, its blocks reserved: touching a block that a full memory file system
   /// cannot supply would be a signal.

@@ -58,6 +58,13 @@ constexpr bool isSealed(Word word, std::size_t position) {
   return static_cast<std::uint32_t>(word >> 32) == sealOf(static_cast<std::uint32_t>(word), position);
 }
 
+// The check of a word that uses all its bits stands in another word.
+
+constexpr Word checkOf(Word value, std::size_t position) {
+  const Word mixed = (value ^ Word{position} << 48) * 0x9fb21c651e98df25u + 0x632be59bd9b4e019u;
+  return mixed ^ mixed >> 32;
+}
+
 /// Calls `call` with 0 to count - 1: without a loop when the count is a compile-time constant of moderate
 /// size.
 template <class Count, class Call>

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 
 #include "P4RuntimeTolmar/kinds/L3IifTH3.h"
@@ -146,6 +147,28 @@ TEST_F(MountTest, Writer_IsToldAtOnceAndOfEveryWriteThatIsStored) {
   EXPECT_EQ(listener.calls, (Calls{{3, 9}}));
 }
 
+// Nobody touches the tables: the loops themselves find what is wrong.
+TEST_F(MountTest, Loops_RepairWhatNoUseOfTheTableNotices) {
+  Side reader(folder, kReader);
+  Listener listener(reader.table);
+  reader.settle();
+  const auto mapping = writer.table->table().writer()->segment().mapping();
+  reader.loop.sleepHookIs([&] {  // after the table's own
+    if (mapping->at(Vesta::kSleepersAt) != 0) {
+      mapping->at(Vesta::kSleepersAt) = 0;
+      writer.table->tableIs({{1}, {5}});  // which wakes nobody
+    }
+    return true;
+  });
+  reader.loop.step(std::chrono::seconds(10));
+  EXPECT_EQ(listener.calls, (Calls{{5, 1}}));
+  const std::string file = writer.table->rootPath().text();
+  const auto size = std::filesystem::file_size(file);
+  std::filesystem::resize_file(file, size + 1);
+  writer.loop.step(std::chrono::seconds(10));
+  EXPECT_EQ(std::filesystem::file_size(file), size);
+}
+
 // Row 2 is damaged, row 3 set back to what it held before. A reader has met the damage, so the writer
 // replaces its segment; what that has changed is notified before the write that it comes with, each key once.
 TEST(Replacement, ByAWriteOrBetweenThem_NotifiesOfTheRowsThatItChanged) {
@@ -164,7 +187,7 @@ TEST(Replacement, ByAWriteOrBetweenThem_NotifiesOfTheRowsThatItChanged) {
       {"remove another row", remove(1), {{3, 1}, {2, 0}, {1, 0}}},
       {"remove the lost row", remove(2), {{3, 1}, {2, 0}}},
       {"remove the row set back", remove(3), {{2, 0}, {3, 0}}},
-      {"no write", [&] { (*table)->lookForDamage(); }, {{3, 1}, {2, 0}}},
+      {"no write", [&] { (*table)->monitor(); }, {{3, 1}, {2, 0}}},
       {"write the lost row from a reactor", write(7), {{3, 1}, {2, 3}, {7, 3}}, write(2)},
       {"refused write", [&] { EXPECT_THROW(write(9)(), Cairn::ResourceExhaustedException); }, {{3, 1}}},
   };

@@ -257,6 +257,43 @@ TEST_F(TableTest, Hostile_WriterMistakesNoSlotForAKeysRow) {
   }
 }
 
+// Words that no read checks: while one is wrong, a reader that lags never counts as one that has caught up.
+// Writer and reader put theirs right without a new segment.
+TEST_F(TableTest, Hostile_WordsThatNoReadChecksAreRestored) {
+  const auto table = writer(kCapacity);
+  const auto follower = reader(kCapacity);
+  Vesta::Segment& segment = *table->segment().mapping();
+  const std::size_t line = Vesta::readerLineAt(0);
+  std::set<std::size_t> words = {Vesta::kSequenceAt, Vesta::kMembersAt, Vesta::kIndexAt, Vesta::kStateAt,
+                                 Vesta::kWriterPidAt};
+  for (std::size_t word = 0; word < Vesta::kHeaderWords; ++word) words.insert(word);
+  for (std::size_t word = line; word < line + Vesta::kReaderWords; ++word) words.insert(word);
+  for (const std::size_t word : words) {
+    for (unsigned bit = 0; bit < 64 && !HasFailure(); ++bit) {
+      SCOPED_TRACE("word " + std::to_string(word) + " bit " + std::to_string(bit));
+      put(*table, 1, 1 + bit);
+      const Vesta::Word intact = segment.at(word);
+      segment.at(word) ^= std::uint64_t{1} << bit;
+      EXPECT_FALSE(table->quiesced(table->sequence()));
+      EXPECT_FALSE(table->clientQuiesced(program_invocation_short_name));
+      table->segment().monitor();
+      follower->segment().monitor();
+      EXPECT_EQ(segment.at(word), intact);
+      EXPECT_EQ(told(*follower), Ids{1});
+      EXPECT_TRUE(table->quiesced(table->sequence()));
+    }
+  }
+  do {
+    told(*follower);
+    put(*table, 1, 1);
+  } while ((table->sequence() & 1) == 0);
+  segment.at(Vesta::kSequenceAt) ^= 1;  // back to what the follower has handled
+  ASSERT_TRUE(follower->maySleep());
+  table->segment().monitor();
+  EXPECT_TRUE(readable(follower->wakeDescriptor())) << "a change was pending";
+  EXPECT_THAT(files(), ::testing::Not(::testing::Contains("table.retired.1")));
+}
+
 struct Damage {
   const char* name;
   std::function<void(Vesta::Segment&)> inflict;

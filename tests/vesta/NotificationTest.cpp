@@ -93,6 +93,8 @@ TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
   for (std::uint64_t i = 1; i < 100; ++i) put(*table, 1, i);
   EXPECT_EQ(follower->poll(1), 1u);  // of 3 and 5, which a comparison has found gone
   replaceSegment(*table);
+  put(*table, 9, 1);
+  EXPECT_EQ(stampOf(skipping, 9), 1u) << "without a poll";
   EXPECT_THAT(told(*follower), ::testing::Contains(5));
   EXPECT_THAT(told(skipping), ::testing::Contains(1));
 
