@@ -95,10 +95,26 @@ void LumenDB::tableImplementationIs(const std::string& tableName,
   if (implementation != table.implementation() && implementation->boundInterfacesCount() != 0) {
     throw LmTableError("the implementation for table " + tableName + " serves another table");
   }
+  const Quill::Registrant* const registrant = Quill::Registrant::current();
+  const Quill::Registrant*& known = registrants_[tableName];
+  if (known != nullptr && registrant != nullptr && known != registrant) {
+    throw LmTableError("table " + tableName + " is served by another plugin library");
+  }
   serve(table, implementation);
+  known = registrant;
 }
 
-void LumenDB::tableImplementationDel(const std::string& tableName) { serve(registered(tableName), nullptr); }
+void LumenDB::tableImplementationDel(const std::string& tableName) {
+  serve(registered(tableName), nullptr);
+  registrants_.erase(tableName);
+}
+
+void LumenDB::tableImplementationDelAll(const Quill::Registrant& registrant) {
+  for (const auto& table : tables_) {
+    const auto known = registrants_.find(table->name());
+    if (known != registrants_.end() && known->second == &registrant) tableImplementationDel(table->name());
+  }
+}
 
 void LumenDB::serve(LmTable& table, const std::shared_ptr<LmTableImplementation>& implementation) {
   const auto old = table.implementation();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 
 #include "lumen/LmClass.h"
 #include "lumen/LmTable.h"
+#include "quill/Registrant.h"
 
 namespace Lumen {
 
@@ -28,12 +30,15 @@ class LumenDB {
                              std::uint16_t rowsHint, std::uint16_t changesHint, const std::string& folder,
                              const IndexMap& indexMap);
   /// Has the registered table served by `implementation` from now on. Throws LmTableError for an unknown
-  /// table, or an implementation of another row type or of another table.
+  /// table, or an implementation of another row type or of another table, or if the current registrant would
+  /// replace the implementation of another one.
   virtual void tableImplementationIs(const std::string& tableName,
                                      std::shared_ptr<LmTableImplementation> implementation);
   /// Drops the table's implementation; the table stays registered. Throws LmTableError for an unknown table.
   /// To be called before the library that made the implementation is unloaded.
   void tableImplementationDel(const std::string& tableName);
+  /// The same for every table whose implementation came from that registrant.
+  void tableImplementationDelAll(const Quill::Registrant& registrant);
 
   /// The table of that name, or null.
   std::shared_ptr<LmTable> table(std::string_view tableName) const;
@@ -66,6 +71,7 @@ class LumenDB {
   void serve(LmTable& table, const std::shared_ptr<LmTableImplementation>& implementation);
 
   std::vector<std::shared_ptr<LmTable>> tables_;
+  std::map<std::string, const Quill::Registrant*> registrants_;  // of implementations, by table; not owned
 };
 
 }  // namespace Lumen

@@ -2,11 +2,12 @@
 // the agent later runs all callers with the plugin context.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "quill/Registrant.h"
 
 namespace Plugin {
 
@@ -50,8 +51,8 @@ class LoaderImpl {
 
 }  // namespace Impl
 
-/// The meeting point of one agent and its plugins. Owns the callers; a caller must be dropped before the
-/// library that registered it is unloaded.
+/// The meeting point of one agent and its plugins. Owns the callers, each recorded under the registrant that
+/// was current when it came; they must be dropped before that library is unloaded.
 template <class Context>
 class Loader {
  public:
@@ -80,23 +81,32 @@ class Loader {
   const Impl::LoaderImpl& impl() const noexcept { return impl_; }
 
   LoaderInitCaller& initCallerIs(std::unique_ptr<LoaderInitCaller> caller) {
-    initCallers_.push_back(std::move(caller));
-    return *initCallers_.back();
+    initCallers_.push_back({std::move(caller), Quill::Registrant::current()});
+    return *initCallers_.back().caller;
   }
-  std::size_t initCallers() const noexcept { return initCallers_.size(); }
-
-  LoaderInitCaller* initCaller(std::size_t i) const { return initCallers_.at(i).get(); }
-
-  /// Drops the caller and the registrations made through it.
-  void initCallerDel(const LoaderInitCaller* caller) {
-    impl_.registrationDel(caller);
-    std::erase_if(initCallers_, [caller](const auto& owned) { return owned.get() == caller; });
+  /// The callers of that registrant, in order of registration; not owned.
+  std::vector<LoaderInitCaller*> initCallers(const Quill::Registrant& registrant) const {
+    std::vector<LoaderInitCaller*> callers;
+    for (const auto& [caller, by] : initCallers_) {
+      if (by == &registrant) callers.push_back(caller.get());
+    }
+    return callers;
+  }
+  /// Drops the callers of that registrant and the registrations made through them.
+  void initCallerDelAll(const Quill::Registrant& registrant) {
+    for (const LoaderInitCaller* const caller : initCallers(registrant)) impl_.registrationDel(caller);
+    std::erase_if(initCallers_, [&](const InitCaller& one) { return one.registrant == &registrant; });
   }
 
  private:
+  struct InitCaller {
+    std::unique_ptr<LoaderInitCaller> caller;
+    const Quill::Registrant* registrant;  // not owned; may be null
+  };
+
   Context* context_ = nullptr;  // first: the callers of plugin libraries read it there
   std::string name_;
-  std::vector<std::unique_ptr<LoaderInitCaller>> initCallers_;
+  std::vector<InitCaller> initCallers_;
   Impl::LoaderImpl impl_;
 };
 

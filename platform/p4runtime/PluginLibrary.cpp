@@ -2,70 +2,33 @@
 
 #include <dlfcn.h>
 
-#include <algorithm>
-
 #include "cairn/Exception.h"
 #include "lumen/LumenDB.h"
-#include "lumen/RowOps.h"
 #include "p4runtime/DefaultPluginLoader.h"
 #include "p4runtime/P4RuntimePluginBase.h"
 #include "quill/TypeNode.h"
 
 namespace P4Runtime {
 
-namespace {
-
-/// What `after` has and `before` has not.
-template <class T>
-std::vector<T> added(const std::vector<T>& before, const std::vector<T>& after) {
-  std::vector<T> result;
-  for (const T& one : after) {
-    if (std::find(before.begin(), before.end(), one) == before.end()) result.push_back(one);
-  }
-  return result;
-}
-
-std::vector<Plugin::LoaderInitCaller*> initCallers() {
-  std::vector<Plugin::LoaderInitCaller*> callers(DefaultPluginLoader().initCallers());
-  for (std::size_t i = 0; i < callers.size(); ++i) callers[i] = DefaultPluginLoader().initCaller(i);
-  return callers;
-}
-
-std::vector<std::string> servedTables(const PluginContext* context) {
-  std::vector<std::string> names;
-  if (context == nullptr || !context->lumenDb()) return names;
-  for (const auto& table : context->lumenDb()->tables()) {
-    if (table->implementation()) names.push_back(table->name());
-  }
-  return names;
-}
-
-}  // namespace
-
 PluginLibrary::PluginLibrary(const std::string& path) : path_(path) {
-  const auto callers = initCallers();
-  const std::size_t generators = Lumen::rowOpsGeneratorNames().size();
-  const auto typeNodes = Quill::typeNodes();
+  if (void* const loaded = ::dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD)) {
+    ::dlclose(loaded);
+    throw Cairn::Exception("plugin library \"" + path + "\": loaded already");
+  }
+  const Quill::Registrant::Scope scope(registrant_);
   handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle_ == nullptr) {
     const char* const reason = ::dlerror();
     throw Cairn::Exception("plugin library \"" + path +
                            "\": " + (reason != nullptr ? reason : "unknown error"));
   }
-  callers_ = added(callers, initCallers());
-  // Known by name, of which the latest counts: this library's, even when another has the same names.
-  const auto names = Lumen::rowOpsGeneratorNames();
-  for (std::size_t i = generators; i < names.size(); ++i) {
-    generators_.push_back(Lumen::rowOpsGenerator(names[i]));
-  }
-  typeNodes_ = added(typeNodes, Quill::typeNodes());
 }
 
 PluginLibrary::~PluginLibrary() { unload(); }
 
 std::vector<std::string> PluginLibrary::plugins() const {
   std::vector<std::string> names;
-  for (const Plugin::LoaderInitCaller* const caller : callers_) {
+  for (const Plugin::LoaderInitCaller* const caller : DefaultPluginLoader().initCallers(registrant_)) {
     for (const auto& entry : DefaultPluginLoader().impl().registrations()) {
       if (entry.caller == caller) names.push_back(entry.plugin);
     }
@@ -74,19 +37,14 @@ std::vector<std::string> PluginLibrary::plugins() const {
 }
 
 void PluginLibrary::init(const Quill::Ptr<PluginContext>& context) {
-  if (context) context_ = context;
-  DefaultPluginLoader().contextIs(context.get());
-  const auto before = servedTables(context.get());
-  const auto noteTables = [&] {
-    for (std::string& name : added(before, servedTables(context.get()))) tables_.push_back(std::move(name));
-  };
-  try {
-    for (Plugin::LoaderInitCaller* const caller : callers_) (*caller)();
-  } catch (...) {
-    noteTables();
-    throw;
+  if (handle_ == nullptr) throw Cairn::Exception("plugin library \"" + path_ + "\": unloaded already");
+  if (context_ && context != context_) {
+    throw Cairn::Exception("plugin library \"" + path_ + "\": started already, with another context");
   }
-  noteTables();
+  context_ = context;
+  DefaultPluginLoader().contextIs(context.get());
+  const Quill::Registrant::Scope scope(registrant_);
+  for (Plugin::LoaderInitCaller* const caller : DefaultPluginLoader().initCallers(registrant_)) (*caller)();
 }
 
 void PluginLibrary::requestCleanup(const PluginContext& context) {
@@ -101,24 +59,23 @@ void PluginLibrary::requestCleanup(const PluginContext& context) {
 
 void PluginLibrary::unload() {
   if (handle_ == nullptr) return;
-  if (context_) dropCleanupHelpers();
-  for (const std::string& name : tables_) context_->lumenDb()->tableImplementationDel(name);
   auto& loader = DefaultPluginLoader();
-  for (const Plugin::LoaderInitCaller* const caller : callers_) loader.initCallerDel(caller);
+  if (context_) {
+    dropCleanupHelpers();
+    if (context_->lumenDb()) context_->lumenDb()->tableImplementationDelAll(registrant_);
+  }
+  loader.initCallerDelAll(registrant_);
   if (loader.context() == context_.get()) loader.contextIs(nullptr);
-  for (const Lumen::RowOpsGenerator* generator : generators_) Lumen::uninstallRowOpsGenerator(generator);
-  for (const Quill::TypeNode* type : typeNodes_) Quill::typeNodeDel(type);
+  Quill::typeNodeDelAll(registrant_);
   ::dlclose(handle_);
   handle_ = nullptr;
   context_ = nullptr;
 }
 
 void PluginLibrary::dropCleanupHelpers() const {
-  const auto plugins = context_->plugins();
   std::vector<Quill::Ptr<P4RuntimePluginBase>> held;  // a helper may hold the last reference to its plugin
-  for (P4RuntimePluginBase* plugin : plugins) {
-    const bool ours = std::find(typeNodes_.begin(), typeNodes_.end(), plugin->fwkType()) != typeNodes_.end();
-    if (ours) held.emplace_back(plugin);
+  for (P4RuntimePluginBase* const plugin : context_->plugins()) {
+    if (Quill::typeNodeRegistrant(plugin->fwkType()) == &registrant_) held.emplace_back(plugin);
   }
   for (const auto& plugin : held) plugin->pluginCleanupHelperIs(nullptr);
 }

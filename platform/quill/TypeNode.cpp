@@ -6,9 +6,14 @@ namespace Quill {
 
 namespace {
 
-// Never destroyed: libraries take their descriptors out while static objects end.
-std::vector<const TypeNode*>& nodes() {
-  static auto* const all = new std::vector<const TypeNode*>;
+struct Registered {
+  const TypeNode* node;          // not owned
+  const Registrant* registrant;  // not owned; may be null
+};
+
+// Never destroyed: it may be used while static objects are destroyed.
+std::vector<Registered>& registered() {
+  static auto* const all = new std::vector<Registered>;
   return *all;
 }
 
@@ -29,16 +34,27 @@ std::vector<const Member*> TypeNode::allMembers() const {
   return all;
 }
 
-void typeNodeIs(const TypeNode* node) { nodes().push_back(node); }
+void typeNodeIs(const TypeNode* node) { registered().push_back({node, Registrant::current()}); }
 
-void typeNodeDel(const TypeNode* node) { std::erase(nodes(), node); }
-
-const TypeNode* typeNode(std::string_view name) {
-  const auto found = std::find_if(nodes().begin(), nodes().end(),
-                                  [name](const TypeNode* node) { return node->name == name; });
-  return found == nodes().end() ? nullptr : *found;
+void typeNodeDelAll(const Registrant& registrant) {
+  std::erase_if(registered(), [&](const Registered& entry) { return entry.registrant == &registrant; });
 }
 
-std::vector<const TypeNode*> typeNodes() { return nodes(); }
+const TypeNode* typeNode(std::string_view name) {
+  const auto found =
+      std::ranges::find(registered(), name, [](const Registered& entry) { return entry.node->name; });
+  return found == registered().end() ? nullptr : found->node;
+}
+
+std::vector<const TypeNode*> typeNodes() {
+  std::vector<const TypeNode*> nodes;
+  for (const Registered& entry : registered()) nodes.push_back(entry.node);
+  return nodes;
+}
+
+const Registrant* typeNodeRegistrant(const TypeNode* node) {
+  const auto found = std::ranges::find(registered(), node, &Registered::node);
+  return found == registered().end() ? nullptr : found->registrant;
+}
 
 }  // namespace Quill

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "quill/PtrInterface.h"
+#include "quill/Registrant.h"
 #include "quill/String.h"
 
 namespace Quill {
@@ -71,12 +72,15 @@ struct TypeNode {
   std::vector<const Member*> allMembers() const;
 };
 
-/// Adds a descriptor to the process-wide list; it stays until typeNodeDel. Not owned.
+/// Adds a descriptor to the process-wide list, under the current registrant. Not owned.
 void typeNodeIs(const TypeNode* node);
-void typeNodeDel(const TypeNode* node);
+/// Removes every descriptor of that registrant.
+void typeNodeDelAll(const Registrant& registrant);
 /// The descriptor of that name, or null.
 const TypeNode* typeNode(std::string_view name);
 /// All descriptors, in order of registration.
 std::vector<const TypeNode*> typeNodes();
+/// The registrant of a descriptor; null for the process's own and for one that is not in the list.
+const Registrant* typeNodeRegistrant(const TypeNode* node);
 
 }  // namespace Quill

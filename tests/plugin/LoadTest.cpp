@@ -1,6 +1,7 @@
 // The built library, loaded with dlopen as the agent loads it.
 #include <dlfcn.h>
 #include <elf.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cstring>
@@ -9,6 +10,7 @@
 
 #include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "PluginFixture.h"
+#include "lumen/LmErrors.h"
 #include "lumen/RowOps.h"
 #include "p4runtime/DefaultPluginLoader.h"
 #include "p4runtime/P4RuntimePluginBase.h"
@@ -17,6 +19,7 @@
 
 using P4Runtime::DefaultPluginLoader;
 using P4Runtime::PluginLibrary;
+using testing::ThrowsMessage;
 
 namespace {
 
@@ -46,6 +49,11 @@ class Load : public PluginFixture {
     if (handle != nullptr) ::dlclose(handle);
     return handle != nullptr;
   }
+  std::string copy() const {
+    const std::string path = folder_.path() + "/copy.so";
+    std::filesystem::copy_file(PLUGIN, path);
+    return path;
+  }
   P4Runtime::P4RuntimePluginBase& plugin() const { return *context_->plugins().at(0); }
 
   const std::vector<const Quill::TypeNode*> typesBefore_ = Quill::typeNodes();
@@ -68,7 +76,6 @@ TEST_F(Load, Registers_InTheOrderOfStartUp) {
   EXPECT_EQ(registration.plugin, "TolmarP4RuntimePlugin");
   EXPECT_EQ(registration.loader, DefaultPluginLoader().name());
   EXPECT_EQ(registration.version + registration.description, "");
-  EXPECT_EQ(registration.caller, DefaultPluginLoader().initCaller(0));
   EXPECT_TRUE(context_->plugins().empty());
 }
 
@@ -119,7 +126,6 @@ TEST_F(Load, Init_MakesOnePluginAndUnloadingLeavesNothingOfIt) {
     EXPECT_EQ(Quill::typeNodes(), typesBefore_);
     EXPECT_TRUE(Lumen::rowOpsGeneratorNames().empty());
     EXPECT_TRUE(DefaultPluginLoader().impl().registrations().empty());
-    EXPECT_EQ(DefaultPluginLoader().initCallers(), 0u);
     EXPECT_EQ(DefaultPluginLoader().context(), nullptr);
     for (const auto& table : lumenDb_->tables()) EXPECT_EQ(table->implementation(), nullptr) << table->name();
   }
@@ -142,11 +148,42 @@ TEST_F(Load, Unloading_LetsReactorsTraceUntilThePluginHasEnded) {
   EXPECT_EQ(handles, Log(2, "TolmarP4RuntimePlugin")) << "one from the start, one from the end";
 }
 
-TEST_F(Load, TwoLibraries_AreLetGoInAnyOrder) {
-  const std::string copy = folder_.path() + "/copy.so";
-  std::filesystem::copy_file(PLUGIN, copy);
+TEST_F(Load, Misuse_IsRefusedWithItsReason) {
+  const std::string link = folder_.path() + "/link.so";
+  std::filesystem::create_symlink(PLUGIN, link);
+  PluginLibrary library(PLUGIN);
+  for (const std::string& path : {std::string(PLUGIN), link}) {
+    EXPECT_THAT([&] { PluginLibrary{path}; },
+                ThrowsMessage<Cairn::Exception>("plugin library \"" + path + "\": loaded already"));
+  }
+  library.init(context_);
+  const std::string prefix = "plugin library \"" PLUGIN "\": ";
+  EXPECT_THAT(
+      [&] { library.init(Quill::allocate<P4Runtime::PluginContext>(nullptr, lumenDb_, nullptr, vrfs_)); },
+      ThrowsMessage<Cairn::Exception>(prefix + "started already, with another context"));
+  library.unload();
+  EXPECT_THAT([&] { library.init(context_); }, ThrowsMessage<Cairn::Exception>(prefix + "unloaded already"));
+  EXPECT_TRUE(library.plugins().empty());
+}
+
+TEST_F(Load, TwoLibraries_OneContextServesTheTablesOfOneOfThem) {
   PluginLibrary first(PLUGIN);
-  PluginLibrary second(copy);
+  PluginLibrary second(copy());
+  first.init(context_);
+  const auto* const served = lumenDb_->tables().at(0)->implementation().get();
+  EXPECT_THAT([&] { second.init(context_); },
+              ThrowsMessage<Lumen::LmTableError>(
+                  "table LumenL3TunnelIpv4TH3ConfigTable is served by another plugin library"));
+  EXPECT_EQ(lumenDb_->tables().at(0)->implementation().get(), served);
+  first.unload();
+  second.init(context_);
+  second.unload();
+  for (const auto& table : lumenDb_->tables()) EXPECT_EQ(table->implementation(), nullptr) << table->name();
+}
+
+TEST_F(Load, TwoLibraries_AreReleasedInAnyOrder) {
+  PluginLibrary first(PLUGIN);
+  PluginLibrary second(copy());
   first.unload();
   EXPECT_FALSE(loaded());
   EXPECT_EQ(second.plugins(), Log{"TolmarP4RuntimePlugin"});
