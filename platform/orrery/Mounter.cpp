@@ -20,6 +20,8 @@ Mounter::~Mounter() {
   if (pending_) *pending_ = {};
 }
 
+const Quill::TypeNode* Mounter::fwkType() const { return &_quillType; }
+
 void Mounter::doMountsComplete(MountStatus, const Quill::Ptr<EntityManager>&) {}
 
 void Mounter::handleMountStatus(MountStatus) {}

@@ -17,6 +17,7 @@ class Mounter : public Quill::Entity {
  public:
   using Entity::Entity;
   ~Mounter() override;
+  const Quill::TypeNode* fwkType() const override;
 
   // Virtual operations, in slot order after those of Entity. Both do nothing by default.
 

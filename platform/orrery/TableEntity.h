@@ -16,6 +16,8 @@ class TableEntity : public Quill::Entity {
  public:
   using Quill::Entity::Entity;
   ~TableEntity() override;
+  const Quill::TypeNode* fwkType() const override;
+  static const Quill::TypeNode _quillType;
 
   /// Attaches the collection to its segment, creating a missing one. Changes that another process makes are
   /// delivered from `loop`. Throws what attaching throws; the entity is then detached as before.

@@ -6,6 +6,9 @@ constinit const Quill::TypeNode AllPluginConfig::_quillType{.name = "P4Runtime::
                                                             .members = {}};
 
 AllPluginConfig::~AllPluginConfig() = default;
+constinit const Quill::TypeNode AllPluginConfig::NotifieeConst::_quillType{
+    .name = "P4Runtime::AllPluginConfig::NotifieeConst", .members = {}};
+const Quill::TypeNode* AllPluginConfig::NotifieeConst::fwkType() const { return &_quillType; }
 AllPluginConfig::NotifieeConst::~NotifieeConst() = default;
 void AllPluginConfig::NotifieeConst::onCleanupsRequested(const Quill::Name&) {}
 

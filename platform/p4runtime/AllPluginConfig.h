@@ -18,6 +18,8 @@ class AllPluginConfig : public Quill::Typed<AllPluginConfig, Quill::Entity> {
    public:
     using Quill::NotifieeConst::NotifieeConst;
     ~NotifieeConst() override;
+    const Quill::TypeNode* fwkType() const override;
+    static const Quill::TypeNode _quillType;
     virtual void onCleanupsRequested(const Quill::Name& plugin);
   };
 

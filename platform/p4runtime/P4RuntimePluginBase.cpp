@@ -118,6 +118,9 @@ void P4RuntimePluginBase::defaultPluginCleanupHelperIs(const Quill::Ptr<PluginCl
   Quill::attributeIs(*this, defaultPluginCleanupHelper_, value, &NotifieeConst::onDefaultPluginCleanupHelper);
 }
 
+constinit const Quill::TypeNode P4RuntimePluginBase::NotifieeConst::_quillType{
+    .name = "P4Runtime::P4RuntimePluginBase::NotifieeConst", .members = {}};
+const Quill::TypeNode* P4RuntimePluginBase::NotifieeConst::fwkType() const { return &_quillType; }
 P4RuntimePluginBase::NotifieeConst::~NotifieeConst() = default;
 void P4RuntimePluginBase::NotifieeConst::onCliConfig() {}
 void P4RuntimePluginBase::NotifieeConst::onCliStatus() {}

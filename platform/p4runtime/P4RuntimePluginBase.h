@@ -30,6 +30,8 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
    public:
     using Quill::NotifieeConst::NotifieeConst;
     ~NotifieeConst() override;
+    const Quill::TypeNode* fwkType() const override;
+    static const Quill::TypeNode _quillType;
     // One for each attribute, in slot order; each does nothing by default.
     virtual void onCliConfig();
     virtual void onCliStatus();

@@ -7,6 +7,9 @@ namespace P4Runtime {
 constinit const Quill::TypeNode PluginStatus::_quillType{.name = "P4Runtime::PluginStatus", .members = {}};
 
 PluginStatus::~PluginStatus() = default;
+constinit const Quill::TypeNode PluginStatus::NotifieeConst::_quillType{
+    .name = "P4Runtime::PluginStatus::NotifieeConst", .members = {}};
+const Quill::TypeNode* PluginStatus::NotifieeConst::fwkType() const { return &_quillType; }
 PluginStatus::NotifieeConst::~NotifieeConst() = default;
 void PluginStatus::NotifieeConst::onCleanupsCompleted() {}
 

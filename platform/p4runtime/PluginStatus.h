@@ -17,6 +17,8 @@ class PluginStatus : public Quill::Typed<PluginStatus, Quill::Entity> {
    public:
     using Quill::NotifieeConst::NotifieeConst;
     ~NotifieeConst() override;
+    const Quill::TypeNode* fwkType() const override;
+    static const Quill::TypeNode _quillType;
     virtual void onCleanupsCompleted();
   };
 

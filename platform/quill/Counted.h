@@ -20,7 +20,10 @@ template <class Derived, class Base>
 class Typed : public Counted<Derived, Base> {
  public:
   using Counted<Derived, Base>::Counted;
-  const TypeNode* fwkType() const override { return &Derived::_quillType; }
+  const TypeNode* fwkType() const override {
+    static_assert(&Derived::_quillType != &Base::_quillType, "the class has a descriptor of its own");
+    return &Derived::_quillType;
+  }
 };
 
 }  // namespace Quill

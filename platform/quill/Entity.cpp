@@ -27,6 +27,8 @@ constinit const TypeNode Entity::_quillType{.name = "Quill::Entity", .members = 
 
 Entity::~Entity() = default;
 
+const TypeNode* Entity::fwkType() const { return &_quillType; }
+
 void Entity::nameIsFromBackup(const Name& name) { name_ = name; }
 
 const Name& Entity::name() const { return name_; }

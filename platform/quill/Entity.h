@@ -16,6 +16,7 @@ class Entity : public PtrInterface {
  public:
   explicit Entity(Name name) : name_(std::move(name)) {}
   ~Entity() override;
+  const TypeNode* fwkType() const override;
 
   // Virtual operations, in slot order after those of PtrInterface.
 

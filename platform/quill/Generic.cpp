@@ -29,9 +29,9 @@ Offer offer(const Member& member, GenericOp op) {
 
 /// The member `name` of the object's type, which must offer `op`.
 const Member& memberWith(const PtrInterface& object, GenericOp op, std::string_view name) {
-  const TypeNode* const type = object.fwkType();
-  const std::string typeText = type == nullptr ? typeName(typeid(object)) : std::string(type->name);
-  const Member* const member = type == nullptr ? nullptr : type->member(name);
+  const TypeNode& type = *object.fwkType();
+  const std::string typeText(type.name);
+  const Member* const member = type.member(name);
   if (member == nullptr) throw GenericIfException(typeText + " has no member \"" + std::string(name) + "\"");
   if (const auto [made, what] = offer(*member, op); !made) {
     throw GenericIfException(typeText + ": member \"" + std::string(name) + "\" cannot be " + what);

@@ -2,7 +2,13 @@
 
 #include <cstdio>
 
+#include "quill/TypeNode.h"
+
 namespace Quill {
+
+constinit const TypeNode NotifieeConst::_quillType{.name = "Quill::NotifieeConst", .members = {}};
+
+const TypeNode* NotifieeConst::fwkType() const { return &_quillType; }
 
 NotifieeConst::~NotifieeConst() {
   if (notifier_ == nullptr) return;

@@ -32,6 +32,7 @@ class NotifieeConst : public PtrInterface {
 
   explicit NotifieeConst(Hold hold = Hold::counted) noexcept : hold_(hold) {}
   ~NotifieeConst() override;
+  const TypeNode* fwkType() const override;
 
   // Virtual operations, in slot order after those of PtrInterface.
 
@@ -50,6 +51,8 @@ class NotifieeConst : public PtrInterface {
   virtual EventLoop* quillFwkActivity();
   /// The object on whose behalf the reactor acts; null when it stands for itself.
   virtual PtrInterface* actsm();
+
+  static const TypeNode _quillType;
 
   bool isRegisteredNotifiee() const noexcept { return registered_; }
   const PtrInterface* notifierObject() const noexcept { return notifier_; }

@@ -1,6 +1,10 @@
 #include "quill/PtrInterface.h"
 
+#include "quill/TypeNode.h"
+
 namespace Quill {
+
+constinit const TypeNode PtrInterface::_quillType{.name = "Quill::PtrInterface", .members = {}};
 
 NotifieeList& PtrInterface::notifieeList() const { return notifiees_; }
 
@@ -16,7 +20,7 @@ void PtrInterface::zeroReferencesIs(bool zero) {
   delete this;
 }
 
-const TypeNode* PtrInterface::fwkType() const { return nullptr; }
+const TypeNode* PtrInterface::fwkType() const { return &_quillType; }
 
 PtrInterface::~PtrInterface() {
   while (NotifieeConst* reactor = notifiees_.front()) {

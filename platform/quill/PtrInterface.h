@@ -33,7 +33,7 @@ class PtrInterface {
   /// Called with true when the last reference has gone: tells the reactors that hold no reference, then
   /// destroys the object.
   virtual void zeroReferencesIs(bool zero);
-  /// The class's type descriptor; null for a class that has none.
+  /// The class's type descriptor; that of its base for a class that has none of its own.
   virtual const TypeNode* fwkType() const;
   virtual ~PtrInterface();
 
@@ -57,6 +57,8 @@ class PtrInterface {
   /// The process-wide switch for atomic counting. To be set before a second thread holds counted pointers.
   static void threadSafePtrsIs(bool on) noexcept { threadSafePtrs_ = on; }
   static bool threadSafePtrs() noexcept { return threadSafePtrs_; }
+
+  static const TypeNode _quillType;
 
   static void* quillMemAlloc(std::size_t size) { return ::operator new(size); }
   static void quillMemFree(void* memory) noexcept { ::operator delete(memory); }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Counted.h"
+#include "quill/Entity.h"
 #include "tests/NothingLeft.h"
 
 namespace {
@@ -37,6 +38,12 @@ class Notifications : public ::testing::Test {
   std::vector<Ptr<Reactor>> reactors_;
   std::string calls_;
 };
+
+TEST_F(Notifications, Types_AreInheritedByClassesWithoutTheirOwn) {
+  EXPECT_EQ(object_->fwkType()->name, "Quill::PtrInterface");
+  EXPECT_EQ(follow('a')->fwkType()->name, "Quill::NotifieeConst");
+  EXPECT_EQ(Quill::Entity(Quill::Name("entity")).fwkType(), &Quill::Entity::_quillType);
+}
 
 TEST_F(Notifications, Call_NeedsBothFlagsAndTheRegistration) {
   EXPECT_FALSE(Counted().hasNotificationActive());
