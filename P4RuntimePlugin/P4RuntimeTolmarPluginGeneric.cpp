@@ -13,10 +13,6 @@ using Plugin = TolmarP4RuntimePlugin;
 using Quill::genericAttribute;
 using Quill::genericOperation;
 
-void vrfSmDelByName(Quill::PtrInterface& object, Quill::GenericArguments arguments) {
-  Quill::detail::callBy<&Plugin::vrfSmDel>(object, arguments);
-}
-
 constexpr Quill::Member kMembers[] = {
     genericOperation<&Plugin::doMountsComplete>("doMountsComplete"),
     genericOperation<&Plugin::pluginInit>("pluginInit"),
@@ -37,9 +33,9 @@ constexpr Quill::Member kMembers[] = {
     genericAttribute<&Plugin::l3IifTH3Status, &Plugin::l3IifTH3StatusIs>("l3IifTH3Status",
                                                                          "TolmarHwLib::L3IifTH3Status"),
     {.name = "vrfSm",
-     .get = &Quill::detail::getBy<&Plugin::vrfSm>,
-     .set = &Quill::detail::setBy<&Plugin::vrfSmIs>,
-     .del = &vrfSmDelByName,
+     .get = &Quill::genericGet<&Plugin::vrfSm>,
+     .set = &Quill::genericChange<&Plugin::vrfSmIs>,
+     .del = &Quill::genericChange<&Plugin::vrfSmDel>,
      .type = "P4RuntimeTolmar::VrfSm"},
     genericAttribute<&Plugin::l3TunnelIpv4TH3PhpSm, &Plugin::l3TunnelIpv4TH3PhpSmIs>(
         "l3TunnelIpv4TH3PhpSm", "TolmarHwLib::L3TunnelTH3PendingHwProgrammingSm"),

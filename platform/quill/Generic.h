@@ -165,24 +165,29 @@ struct MethodTraits<Result (Class::*)() const noexcept> {
   using Object = Class;
 };
 
+}  // namespace detail
+
+// What a member table holds for a plain getter, setter or operation.
+
+/// Reads by a getter.
 template <auto Getter>
-GenericValue getBy(const PtrInterface& object, GenericArguments) {
-  using Object = typename MethodTraits<decltype(Getter)>::Object;
+GenericValue genericGet(const PtrInterface& object, GenericArguments) {
+  using Object = typename detail::MethodTraits<decltype(Getter)>::Object;
   return genericValue<std::remove_cvref_t<decltype((std::declval<const Object&>().*Getter)())>>(
       (genericObject<Object>(object).*Getter)());
 }
 
+/// Calls a method with the arguments unpacked and returns its result.
 template <auto Method>
-GenericValue callBy(PtrInterface& object, GenericArguments arguments) {
-  return MethodTraits<decltype(Method)>::apply(Method, object, arguments);
+GenericValue genericInvoke(PtrInterface& object, GenericArguments arguments) {
+  return detail::MethodTraits<decltype(Method)>::apply(Method, object, arguments);
 }
 
+/// The same without a result: sets or removes.
 template <auto Method>
-void setBy(PtrInterface& object, GenericArguments arguments) {
-  callBy<Method>(object, arguments);
+void genericChange(PtrInterface& object, GenericArguments arguments) {
+  genericInvoke<Method>(object, arguments);
 }
-
-}  // namespace detail
 
 /// A walk over a collection of `object` by an iterator that offers nonNull, key, value, next and del.
 template <class Iterator>
@@ -211,18 +216,18 @@ std::shared_ptr<GenericIterator> genericIterator(PtrInterface& object, Iterator 
 /// An attribute that can be read.
 template <auto Getter>
 constexpr Member genericReader(std::string_view name, std::string_view type = {}) {
-  return {.name = name, .get = &detail::getBy<Getter>, .type = type};
+  return {.name = name, .get = &genericGet<Getter>, .type = type};
 }
 
 /// An attribute that can be read and set; the setter may take several arguments.
 template <auto Getter, auto Setter>
 constexpr Member genericAttribute(std::string_view name, std::string_view type = {}) {
-  return {.name = name, .get = &detail::getBy<Getter>, .set = &detail::setBy<Setter>, .type = type};
+  return {.name = name, .get = &genericGet<Getter>, .set = &genericChange<Setter>, .type = type};
 }
 
 template <auto Method>
 constexpr Member genericOperation(std::string_view name) {
-  return {.name = name, .kind = Member::Kind::operation, .call = &detail::callBy<Method>};
+  return {.name = name, .kind = Member::Kind::operation, .call = &genericInvoke<Method>};
 }
 
 }  // namespace Quill
