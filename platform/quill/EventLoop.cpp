@@ -47,25 +47,29 @@ void EventLoop::timerDel(TimerId timer) {
   dueOf_.erase(found);
 }
 
-std::uint64_t EventLoop::sleepHookIs(SleepHook maySleep) {
+template <class Function>
+std::uint64_t EventLoop::hookIs(Hooks<Function>& hooks, Function function) {
   const std::uint64_t id = nextId_++;
-  sleepHooks_.add(id, std::move(maySleep));
+  hooks.add(std::make_shared<const Hook<Function>>(Hook<Function>{id, std::move(function)}));
   return id;
 }
 
-void EventLoop::sleepHookDel(std::uint64_t hook) { sleepHooks_.remove(hook); }
+std::uint64_t EventLoop::sleepHookIs(SleepHook maySleep) { return hookIs(sleepHooks_, std::move(maySleep)); }
 
-std::uint64_t EventLoop::wakeHookIs(Callback awake) {
-  const std::uint64_t id = nextId_++;
-  wakeHooks_.add(id, std::move(awake));
-  return id;
+void EventLoop::sleepHookDel(std::uint64_t hook) {
+  sleepHooks_.removeIf([hook](const auto& known) { return known->id == hook; });
 }
 
-void EventLoop::wakeHookDel(std::uint64_t hook) { wakeHooks_.remove(hook); }
+std::uint64_t EventLoop::wakeHookIs(Callback awake) { return hookIs(wakeHooks_, std::move(awake)); }
+
+void EventLoop::wakeHookDel(std::uint64_t hook) {
+  wakeHooks_.removeIf([hook](const auto& known) { return known->id == hook; });
+}
 
 bool EventLoop::maySleep() {
   bool may = true;
-  sleepHooks_.visit([&may](const SleepHook& hook) { may = hook() && may; });
+  Hooks<SleepHook>::Visit visit(sleepHooks_);
+  while (const auto hook = visit.next()) may = hook->function() && may;
   return may;
 }
 
@@ -96,7 +100,10 @@ std::size_t EventLoop::step(std::chrono::milliseconds timeout) {
   const int wait = idle ? sleepMilliseconds(timeout) : 0;
   const int ready = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), wait);
   if (ready < 0 && errno != EINTR) throw Cairn::SystemException("epoll_wait", errno);
-  wakeHooks_.visit([](const Callback& hook) { hook(); });
+  {
+    Hooks<Callback>::Visit visit(wakeHooks_);
+    while (const auto hook = visit.next()) hook->function();
+  }
   std::size_t count = 0;
   for (int i = 0; i < ready; ++i) {
     const auto found = descriptors_.find(events[static_cast<std::size_t>(i)].data.fd);

@@ -7,7 +7,7 @@
 #include <memory>
 #include <utility>
 
-#include "quill/HookList.h"
+#include "quill/SafeList.h"
 
 namespace Quill {
 
@@ -58,6 +58,15 @@ class EventLoop {
   std::size_t runTimers();
 
   using Due = std::pair<Clock::time_point, TimerId>;
+  template <class Function>
+  struct Hook {
+    std::uint64_t id;
+    Function function;
+  };
+  template <class Function>
+  using Hooks = SafeList<std::shared_ptr<const Hook<Function>>>;
+  template <class Function>
+  std::uint64_t hookIs(Hooks<Function>& hooks, Function function);
 
   int epoll_;
   bool stopped_ = false;
@@ -66,8 +75,8 @@ class EventLoop {
   std::map<int, std::shared_ptr<Callback>> descriptors_;
   std::map<Due, Callback> timers_;
   std::map<TimerId, Clock::time_point> dueOf_;
-  HookList<SleepHook> sleepHooks_;
-  HookList<Callback> wakeHooks_;
+  Hooks<SleepHook> sleepHooks_;
+  Hooks<Callback> wakeHooks_;
 };
 
 }  // namespace Quill

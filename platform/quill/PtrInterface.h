@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "quill/AllocTrack.h"
-#include "quill/NotifieeList.h"
 #include "quill/Ptr.h"
+#include "quill/SafeList.h"
 
 namespace Quill {
 
