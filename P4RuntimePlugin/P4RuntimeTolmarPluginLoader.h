@@ -1,7 +1,7 @@
 #pragma once
 
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
-#include "p4runtime/DefaultPluginLoader.h"
+#include "p4runtime/Loader.h"
 
 namespace P4RuntimeTolmar {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "p4runtime/PluginCleanupHelper.h"
+#include "p4runtime/PluginCleanup.h"
 
 namespace P4RuntimeTolmar {
 

@@ -4,10 +4,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
 #include "cairn/Exception.h"
 
 namespace P4Runtime {
+
+void BatchStatusEntry::setErrorMessage() {
+  errorMessage = errorCode == 0 ? "" : "hardware error " + std::to_string(errorCode);
+}
 
 constinit const Quill::TypeNode BatchStatus::_quillType{.name = "P4Runtime::BatchStatus", .members = {}};
 

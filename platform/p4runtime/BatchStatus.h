@@ -1,14 +1,29 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
-#include "p4runtime/BatchStatusEntry.h"
 #include "quill/Counted.h"
 #include "quill/HashMap2018.h"
 #include "quill/TypeNode.h"
 
 namespace P4Runtime {
+
+/// Under what the agent tracks one entry from its insertion to its deletion.
+using EntryHandle = std::uint64_t;
+
+/// The hardware's answer for one entry.
+struct BatchStatusEntry {
+  EntryHandle entryHandle = 0;
+  std::uint16_t errorCode = 0;  ///< 0: programmed as asked; otherwise the hardware's own code
+  Quill::String errorMessage;
+
+  /// Replaces errorMessage by the text for the present errorCode; by "" for code 0.
+  void setErrorMessage();
+
+  friend bool operator==(const BatchStatusEntry&, const BatchStatusEntry&) = default;
+};
 
 /// Completions on their way from the plugins to the agent: one for each handle, until the agent takes them.
 /// A plugin that adds one then writes eight bytes to the notification descriptor.

@@ -75,6 +75,11 @@ void P4RuntimePluginBase::init(const Quill::Ptr<PluginContext>& context) {
   pluginInit(context);
 }
 
+void P4RuntimePluginBase::requestCleanup() {
+  const auto helper = pluginCleanupHelper_ ? pluginCleanupHelper_ : defaultPluginCleanupHelper_;
+  if (helper) helper->handleCleanupRequest();
+}
+
 void P4RuntimePluginBase::cliConfigIs(const Quill::Ptr<CliCommandConfig>& value) {
   Quill::attributeIs(*this, cliConfig_, value, &NotifieeConst::onCliConfig);
 }
@@ -120,7 +125,6 @@ void P4RuntimePluginBase::defaultPluginCleanupHelperIs(const Quill::Ptr<PluginCl
 
 constinit const Quill::TypeNode P4RuntimePluginBase::NotifieeConst::_quillType{
     .name = "P4Runtime::P4RuntimePluginBase::NotifieeConst", .members = {}};
-const Quill::TypeNode* P4RuntimePluginBase::NotifieeConst::fwkType() const { return &_quillType; }
 P4RuntimePluginBase::NotifieeConst::~NotifieeConst() = default;
 void P4RuntimePluginBase::NotifieeConst::onCliConfig() {}
 void P4RuntimePluginBase::NotifieeConst::onCliStatus() {}

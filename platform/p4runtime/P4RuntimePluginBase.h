@@ -1,11 +1,8 @@
 #pragma once
 
 #include "orrery/Mounter.h"
-#include "p4runtime/CliCommand.h"
-#include "p4runtime/PluginCleanupHelper.h"
-#include "p4runtime/PluginCleanupSm.h"
+#include "p4runtime/PluginCleanup.h"
 #include "p4runtime/PluginContext.h"
-#include "p4runtime/PluginStatus.h"
 #include "quill/Counted.h"
 
 namespace P4Runtime {
@@ -26,11 +23,13 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
   /// follows from the event loop, also if pluginInit throws. A null context is passed on.
   void init(const Quill::Ptr<PluginContext>& context);
 
-  class NotifieeConst : public Quill::NotifieeConst {
+  /// Asks the plugin's cleanup helper to clean up; its default helper if it has none of its own.
+  void requestCleanup();
+
+  class NotifieeConst : public Quill::Typed<NotifieeConst, Quill::NotifieeConst> {
    public:
-    using Quill::NotifieeConst::NotifieeConst;
+    using Typed::Typed;
     ~NotifieeConst() override;
-    const Quill::TypeNode* fwkType() const override;
     static const Quill::TypeNode _quillType;
     // One for each attribute, in slot order; each does nothing by default.
     virtual void onCliConfig();

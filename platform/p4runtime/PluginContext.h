@@ -3,8 +3,8 @@
 #include <memory>
 #include <vector>
 
-#include "p4runtime/AllPluginConfig.h"
 #include "p4runtime/BatchStatus.h"
+#include "p4runtime/PluginEntities.h"
 #include "p4runtime/VrfIdCollection.h"
 #include "quill/Counted.h"
 #include "quill/TypeNode.h"

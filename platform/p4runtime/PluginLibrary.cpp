@@ -4,7 +4,7 @@
 
 #include "cairn/Exception.h"
 #include "lumen/LumenDB.h"
-#include "p4runtime/DefaultPluginLoader.h"
+#include "p4runtime/Loader.h"
 #include "p4runtime/P4RuntimePluginBase.h"
 #include "quill/TypeNode.h"
 
@@ -50,11 +50,7 @@ void PluginLibrary::init(const Quill::Ptr<PluginContext>& context) {
 void PluginLibrary::requestCleanup(const PluginContext& context) {
   std::vector<Quill::Ptr<P4RuntimePluginBase>> plugins;  // held: a cleanup may let any of them go
   for (P4RuntimePluginBase* const plugin : context.plugins()) plugins.emplace_back(plugin);
-  for (const auto& plugin : plugins) {
-    const auto helper =
-        plugin->pluginCleanupHelper() ? plugin->pluginCleanupHelper() : plugin->defaultPluginCleanupHelper();
-    if (helper) helper->handleCleanupRequest();
-  }
+  for (const auto& plugin : plugins) plugin->requestCleanup();
 }
 
 void PluginLibrary::unload() {

@@ -12,7 +12,7 @@
 #include "PluginFixture.h"
 #include "lumen/LmErrors.h"
 #include "lumen/RowOps.h"
-#include "p4runtime/DefaultPluginLoader.h"
+#include "p4runtime/Loader.h"
 #include "p4runtime/P4RuntimePluginBase.h"
 #include "p4runtime/PluginLibrary.h"
 #include "quill/TypeNode.h"
