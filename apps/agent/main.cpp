@@ -14,6 +14,7 @@
 #include "apps/process/StopSignals.h"
 #include "cairn/Exception.h"
 #include "quill/TraceHandle.h"
+#include "vesta/SegmentGuard.h"
 
 namespace {
 
@@ -134,6 +135,7 @@ bool send(const Options& options) {
 }  // namespace
 
 int main(int count, char** arguments) {
+  Vesta::installSegmentGuard();
   Options options;
   return Process::run(
       "p4rt-agent", Agent::kHelp, [&] { return Agent::readOptions(count, arguments, options); },

@@ -6,6 +6,7 @@
 #include "apps/hw/Tables.h"
 #include "apps/process/RuntimeFolder.h"
 #include "apps/process/StopSignals.h"
+#include "vesta/SegmentGuard.h"
 
 namespace {
 
@@ -29,6 +30,7 @@ bool follow(const HwAgent::Options& options) {
 }  // namespace
 
 int main(int count, char** arguments) {
+  Vesta::installSegmentGuard();
   HwAgent::Options options;
   return Process::run(
       "hw-agent", HwAgent::kHelp, [&] { return HwAgent::readOptions(count, arguments, options); },

@@ -33,11 +33,15 @@ Segment::Segment(int descriptor, const Layout& layout, Access access) : layout_(
     throw Cairn::SystemException("map segment of " + std::to_string(layout_.bytes()) + " bytes", errno);
   }
   words_ = static_cast<Word*>(memory);
-  if (access == Access::reader &&
-      mprotect(words_ + kSleepersAt, kPageWords * sizeof(Word), PROT_READ | PROT_WRITE) != 0) {
-    const int error = errno;
+  try {
+    if (access == Access::reader &&
+        mprotect(words_ + kSleepersAt, kPageWords * sizeof(Word), PROT_READ | PROT_WRITE) != 0) {
+      throw Cairn::SystemException("open the readers' page of a segment for writing", errno);
+    }
+    guard_.emplace(words_, layout_.words, access == Access::writer);
+  } catch (...) {
     munmap(memory, layout_.bytes());
-    throw Cairn::SystemException("open the readers' page of a segment for writing", error);
+    throw;
   }
   for (std::size_t i = 0; i < kHeaderWords; ++i) header_[i] = load(i);
 }
@@ -60,7 +64,10 @@ std::shared_ptr<Segment> Segment::copyOf(int descriptor, const Layout& layout) {
   return copy;
 }
 
-Segment::~Segment() { munmap(words_, layout_.bytes()); }
+Segment::~Segment() {
+  guard_.reset();
+  munmap(words_, layout_.bytes());
+}
 
 void Segment::reportSeal(Word word, std::size_t position, const char* what) {
   reportDamage(std::string(what) + " at word " + std::to_string(position) + ": found " + hexText(word) +

@@ -4,9 +4,11 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "vesta/Layout.h"
+#include "vesta/SegmentGuard.h"
 
 namespace Vesta {
 
@@ -30,6 +32,9 @@ class Segment {
   Word load(std::size_t position) const noexcept { return loadAcquire(words_[position]); }
   void store(std::size_t position, Word value) noexcept { storeRelease(words_[position], value); }
 
+  /// Whether a part of it was found to be lost and now holds zeros that no other process sees. See
+  /// installSegmentGuard.
+  bool lostMemory() const noexcept { return guard_ && guard_->lostMemory(); }
   /// Whether this is the file that `status` describes.
   bool maps(const struct stat& status) const noexcept {
     return status.st_dev == device_ && status.st_ino == inode_;
@@ -63,6 +68,7 @@ class Segment {
 
   Layout layout_;
   Word* words_;
+  std::optional<GuardedMapping> guard_;
   std::array<Word, kHeaderWords> header_{};
   dev_t device_ = 0;
   ino_t inode_ = 0;

@@ -9,6 +9,12 @@
 
 namespace Vesta {
 
+namespace {
+
+const char* const kLost = "its file was truncated";
+
+}  // namespace
+
 SegmentWriter::SegmentWriter(const Shape& shape, const AttachOptions& options)
     : layout_(shape), options_(options), files_(options.path) {
   takeTable();
@@ -47,17 +53,29 @@ void SegmentWriter::refuse() const {
 bool SegmentWriter::remove(const Word* key) {
   if (!despiteDamage([&] { return rows().remove(key); })) return false;
   ++counters_.removals;
-  lookAfterReaders();
+  while (sleepers() != 0 && wakeSleepers()) rows_->remove(key);
   return true;
 }
 
-void SegmentWriter::wakeSleepers() {
+bool SegmentWriter::wakeSleepers() {
   std::atomic_ref<Word> sleepers(segment().at(kSleepersAt));
   const Word asleep = sleepers.exchange(0, std::memory_order_seq_cst);
   rows_->step(WriteStep::sleepersCleared);
   wake(asleep);
   rows_->step(WriteStep::woken);
-  if ((asleep & kDamageReported) != 0) replaceIfDamaged();
+  if ((asleep & kDamageReported) == 0) return false;
+  const bool lost = segment().lostMemory();
+  if (lost) {
+    replaceSegment(kLost, CreationLock::kUsualBound);
+  } else {
+    replaceIfDamaged();
+  }
+  return lost;
+}
+
+void SegmentWriter::requireLoss() {
+  if (!segment().lostMemory() && files_.sizeFault(segment()).empty()) throw;
+  replaceSegment(kLost, CreationLock::kUsualBound);
 }
 
 void SegmentWriter::wake(Word sleepers) {
@@ -84,12 +102,16 @@ void SegmentWriter::monitor() {
   if (!rows_) return;
   writerPidIs(getpid());
   const bool restored = rows_->restoreWords();
-  if (restored || (segment().load(kSleepersAt) & kDamageReported) != 0) wakeSleepers();
-  if (!files_.sizeFault(segment()).empty()) replaceIfDamaged();
+  if (!files_.sizeFault(segment()).empty() || segment().lostMemory()) {
+    replaceIfDamaged();
+  } else if (restored || (sleepers() & kDamageReported) != 0) {
+    wakeSleepers();
+  }
 }
 
 void SegmentWriter::requireIntact() {
   if (const std::string fault = files_.sizeFault(segment()); !fault.empty()) reportDamage(fault);
+  if (segment().lostMemory()) reportDamage(kLost);
   rows_->reads().validate();
 }
 
@@ -142,7 +164,12 @@ void SegmentWriter::changedKeyDel(const Word* key) {
 }
 
 bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {
-  return rows_ && rows_->reads().rowFrom(slot, row);
+  try {
+    return rows_ && rows_->reads().rowFrom(slot, row);
+  } catch (const Cairn::CorruptionDetectedException&) {
+    requireLoss();
+    return rows_->reads().rowFrom(slot, row);
+  }
 }
 
 void SegmentWriter::detach() {

@@ -30,14 +30,22 @@ class SegmentWriter {
   bool write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
     if (!despiteDamage([&] { return rows().write(sizes, row, onlyIfPresent); })) return false;
     ++counters_.writes;
-    lookAfterReaders();
+    while (sleepers() != 0) [[unlikely]] {
+        if (!wakeSleepers()) break;
+        rows_->write(row, false);
+      }
     return true;
   }
   bool remove(const Word* key);
   /// See RowReads. Nothing is found after detach.
   template <class Sizes>
   bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
-    return rows_ && rows_->reads().lookup(sizes, key, row, slot);
+    try {
+      return rows_ && rows_->reads().lookup(sizes, key, row, slot);
+    } catch (const Cairn::CorruptionDetectedException&) {
+      requireLoss();
+      return rows_->reads().lookup(key, row, slot);
+    }
   }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
@@ -98,12 +106,12 @@ class SegmentWriter {
   void takeTable();
   void rowsAre(std::unique_ptr<RowWrites> rows);
   // The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
-  void lookAfterReaders() {
-    std::atomic_ref<Word> sleepers(rows_->reads().segment().at(kSleepersAt));
-    if (sleepers.load(std::memory_order_seq_cst) != 0) [[unlikely]]
-      wakeSleepers();
-  }
-  void wakeSleepers();
+  Word sleepers() { return std::atomic_ref<Word>(segment().at(kSleepersAt)).load(std::memory_order_seq_cst); }
+  // True when the segment had lost memory and was replaced: a change that preceded this has to be made again,
+  // since it may be in none of the files.
+  bool wakeSleepers();
+  // For a handler of corruption: rethrows unless the segment's file was truncated; then replaces it.
+  void requireLoss();
   void wake(Word sleepers);
   // A change that meets damage is done again in a new segment with all sound rows.
   template <class Change>

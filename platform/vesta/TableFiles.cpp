@@ -126,7 +126,7 @@ void TableFiles::replace(const Unnamed& created) const {
 
 void TableFiles::stateIs(int segment, Word state) const {
   const auto at = static_cast<off_t>(kStateAt * sizeof(Word));
-  if (sizeOf(segment, path_.text()) >= kTablesAt * sizeof(Word))
+  if (sizeOf(segment, path_.text()) >= (kStateAt + 1) * sizeof(Word))
     (void)!pwrite(segment, &state, sizeof state, at);
 }
 

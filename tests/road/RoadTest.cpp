@@ -203,6 +203,32 @@ TEST_F(Road, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem) {
   send(inserts(1, 10));
 }
 
+// By somebody else, under both processes: one writes the table and the other reads it. Twice, with updates in
+// between that are answered somehow.
+TEST_F(Road, TruncatedTables_EndNeitherProcess) {
+  const auto hw = hardware();
+  int first = 1;
+  for (const char* side : {"config", "status"}) {
+    for (const std::uintmax_t size : {0, 20000}) {
+      SCOPED_TRACE(side + (" at size " + std::to_string(size)));
+      const auto served = agent({"--timeout", "1"});
+      send(inserts(first, first + 99));
+      for (int i = 0; i < 2; ++i, first += 200) {
+        std::filesystem::resize_file(table(side), size);
+        const auto client = sending(inserts(first + 100, first + 199));
+        EXPECT_LE(client->exitCode(), 1);
+        EXPECT_THAT(client->output(), HasSubstr("batch of 100: ")) << served->output();
+      }
+      stop(*served);
+      const auto again = agent();
+      send(inserts(first, first + 99));
+      first += 100;
+      stop(*again);
+    }
+  }
+  stop(*hw);
+}
+
 TEST_F(Road, TracesAndCleanup_TheRingsRemainAndTheTablesDoNot) {
   const auto hw = hardware();
   const std::string script =

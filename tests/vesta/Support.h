@@ -234,6 +234,7 @@ class Child {
     } catch (const std::exception& failure) {
       std::fprintf(stderr, "child: %s\n", failure.what());
     }
+    std::fflush(stdout);
     _exit(::testing::Test::HasFailure() ? 99 : code);
   }
   ~Child() {
