@@ -4,7 +4,9 @@
 // order is reversed, so what the plugin object needs until its end stands above the loader.
 #include "P4RuntimePlugin/LoadTime.h"
 
-#include "P4RuntimePlugin/P4RuntimeTolmarPluginLoader.h"
+#include <array>
+
+#include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
 #include "P4RuntimePlugin/PluginTrace.h"
 
 namespace P4RuntimeTolmar {
@@ -19,17 +21,18 @@ namespace {
 struct TypeRegistration {
   explicit TypeRegistration(const Quill::TypeNode& type) { Quill::typeNodeIs(&type); }
 };
+template <class Kind>
+struct TrackerTypeRegistration : TypeRegistration {
+  TrackerTypeRegistration() : TypeRegistration(TolmarHwLib::TrackerOf<Kind>::Type::_quillType) {}
+};
 
-const TypeRegistration l3IifSmType(TolmarHwLib::L3IifTH3PendingHwProgrammingSm::_quillType);
-const TypeRegistration myStationTcamSmType(TolmarHwLib::MyStationTcamTH3PendingHwProgrammingSm::_quillType);
-const TypeRegistration l3TunnelSmType(TolmarHwLib::L3TunnelTH3PendingHwProgrammingSm::_quillType);
-
+const TolmarHwLib::InOrder<TrackerTypeRegistration, TolmarHwLib::TrackerTypeOrder> trackerTypes;
 const TypeRegistration pluginType(TolmarP4RuntimePlugin::_quillType);
 const TypeRegistration cleanupHelperType(PluginCleanupHelper::_quillType);
 
 }  // namespace
 
-const Quill::String kMountPathPrefix = "p4runtime/outputTables/tolmar/";
+const Quill::String kMountPathPrefix(TolmarHwLib::kOutputTablePrefix);
 
 namespace {
 
@@ -37,13 +40,18 @@ TolmarP4RuntimePluginLoader loader;
 
 const TypeRegistration vrfSmType(VrfSm::_quillType);
 
+template <class... Kind>
+constexpr auto typeManifest(TolmarHwLib::KindList<Kind...>) {
+  return std::array{TolmarHwLib::TrackerOf<Kind>::Type::kTypeName...,
+                    TolmarHwLib::FixedText{"P4RuntimeTolmar::PluginCleanupHelper"},
+                    TolmarHwLib::FixedText{"P4RuntimeTolmar::TolmarP4RuntimePlugin"},
+                    TolmarHwLib::FixedText{"P4RuntimeTolmar::VrfSm"}};
+}
+
 // The types that the library defines, for readers of the file. One array, since separate ones are reordered
 // by optimisation; each name is filled up with zeros.
-[[gnu::section(".quill.type"), gnu::used, gnu::retain]] const char kTypeManifest[][64] = {
-    "TolmarHwLib::L3TunnelTH3PendingHwProgrammingSm", "TolmarHwLib::MyStationTcamTH3PendingHwProgrammingSm",
-    "TolmarHwLib::L3IifTH3PendingHwProgrammingSm",    "P4RuntimeTolmar::PluginCleanupHelper",
-    "P4RuntimeTolmar::TolmarP4RuntimePlugin",         "P4RuntimeTolmar::VrfSm",
-};
+[[gnu::section(".quill.type"), gnu::used, gnu::retain]] constexpr auto kTypeManifest =
+    typeManifest(TolmarHwLib::Kinds());
 
 }  // namespace
 

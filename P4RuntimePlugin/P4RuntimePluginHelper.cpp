@@ -11,23 +11,10 @@ void lowerFirst(Quill::String& text) {
   if (!text.empty() && text[0] >= 'A' && text[0] <= 'Z') text[0] = static_cast<char>(text[0] - 'A' + 'a');
 }
 
-void upperFirst(Quill::String& text) {
-  if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
-}
-
 }  // namespace
 
 Quill::String P4RuntimePluginHelper::vestaPathConfig(Quill::String tableName) const {
-  return pathPrefix_ + tableName + "Table/config";
-}
-
-Quill::String P4RuntimePluginHelper::vestaPathStatus(Quill::String tableName) const {
-  return pathPrefix_ + tableName + "Table/status";
-}
-
-Quill::String P4RuntimePluginHelper::lumenTableName(Quill::String tableName) {
-  upperFirst(tableName);
-  return "Lumen" + tableName + "ConfigTable";
+  return TolmarHwLib::configPath(pathPrefix_, tableName);
 }
 
 void P4RuntimePluginHelper::mountVestaTables(Quill::String typePrefix, Quill::String tableName,
@@ -40,7 +27,7 @@ void P4RuntimePluginHelper::mountVestaTables(Quill::String typePrefix, Quill::St
     mount.doMount(path, typeName, description);
   };
   mountOne(QuillVestaType::writer, vestaPathConfig(tableName), typePrefix + "Config");
-  mountOne(QuillVestaType::reader, vestaPathStatus(tableName), typePrefix + "Status");
+  mountOne(QuillVestaType::reader, TolmarHwLib::statusPath(pathPrefix_, tableName), typePrefix + "Status");
 }
 
 void P4RuntimePluginHelper::unmountConfigVestaTable(Quill::String tableName) {

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "P4RuntimeTolmar/Names.h"
 #include "lumen/LumenDB.h"
 #include "orrery/Mount.h"
 #include "quill/String.h"
@@ -39,7 +40,7 @@ class P4RuntimePluginHelper {
   /// The same for the status path.
   template <class Status>
   typename Status::Ptr tableStatus(Quill::String tableName) const {
-    return mounted<Status>(vestaPathStatus(std::move(tableName)));
+    return mounted<Status>(TolmarHwLib::statusPath(pathPrefix_, tableName));
   }
 
   /// Registers the config table (null: an empty one that refuses writes) as "Lumen<TableName>ConfigTable" and
@@ -49,12 +50,10 @@ class P4RuntimePluginHelper {
     const auto wrapper = std::make_shared<Wrapper>(std::move(config), lumenDb_, /*tableOps=*/nullptr,
                                                    /*modifierSupported=*/true,
                                                    /*readerSupported=*/true, /*observerSupported=*/false);
-    registerWrapper(lumenTableName(std::move(tableName)), std::string(EntryRow::rowTypeName()), wrapper);
+    registerWrapper(TolmarHwLib::rowTableName(tableName), std::string(EntryRow::rowTypeName()), wrapper);
   }
 
  private:
-  Quill::String vestaPathStatus(Quill::String tableName) const;
-  static Quill::String lumenTableName(Quill::String tableName);
   void registerWrapper(const Quill::String& lumenTableName, const std::string& rowTypeName,
                        const std::shared_ptr<Lumen::LmTableImplementation>& wrapper);
 

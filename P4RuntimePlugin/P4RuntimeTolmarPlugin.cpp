@@ -1,11 +1,16 @@
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
 
+#include <array>
+#include <tuple>
+#include <utility>
+
 #include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/P4RuntimePluginHelper.h"
 #include "P4RuntimePlugin/PluginTrace.h"
-#include "P4RuntimeTolmar/P4RuntimeTolmarTypes.h"
 #include "P4RuntimeTolmar/P4RuntimeTolmarTypesLumenWrappers.h"
 #include "cairn/Assert.h"
+#include "orrery/EntityManager.h"
+#include "quill/Generic.h"
 
 namespace P4RuntimeTolmar {
 
@@ -23,18 +28,116 @@ P4RuntimePluginHelper mountHelper(const P4Runtime::PluginContext* own, const P4R
   return P4RuntimePluginHelper(own->lumenDb(), given->entityManager(), kMountPathPrefix);
 }
 
-/// Finishes one table: mounts both sides, stores them and registers the config table. Stored without a
-/// notification, since nothing follows the attributes before the components are there.
-template <class Row, class Wrapper, class Config, class Status>
-void setUpTable(P4RuntimePluginHelper& helper, const char* typePrefix, const char* tableName,
-                unsigned capacity, Quill::Ptr<Config>& config, Quill::Ptr<Status>& status) {
-  helper.mountVestaTables(typePrefix, tableName, "Table", capacity);
-  config = helper.tableConfig<Config>(tableName);
-  status = helper.tableStatus<Status>(tableName);
-  helper.registerConfigTable<Config, Row, Wrapper>(config, tableName);
+using Plugin = TolmarP4RuntimePlugin;
+using TolmarHwLib::forEachOutputTable;
+using TolmarHwLib::OutputTable;
+
+Quill::GenericIf fromCtorArgs(Quill::GenericArguments arguments) {
+  const Quill::Ptr<Quill::Entity> plugin =
+      Quill::genericCall<Quill::Name>(&tolmarP4RuntimePluginFactory, arguments);
+  return Quill::GenericIf(plugin);
+}
+
+Quill::Ptr<Quill::Entity> newEntityForDir(const Quill::Name& name, const Quill::Ptr<Quill::Entity>&) {
+  return Quill::allocate<Plugin>(name);
+}
+
+Quill::Ptr<Quill::NotifieeConst> genericNotifiee(const Quill::Ptr<const Quill::PtrInterface>& plugin,
+                                                 Quill::GenericObserver observer) {
+  return P4Runtime::genericPluginNotifieeIs<Plugin::NotifieeConst>(plugin, std::move(observer));
 }
 
 }  // namespace
+
+/// The attributes of each output table, in the order of kOutputTables.
+struct TolmarP4RuntimePlugin::Attributes {
+  template <class Config, class Status, class Tracker>
+  struct OfTable {
+    Config config;
+    Status status;
+    Tracker tracker;
+  };
+  template <class Config, class Status, class Tracker>
+  OfTable(Config, Status, Tracker) -> OfTable<Config, Status, Tracker>;
+  static constexpr std::tuple kOfTables{
+      OfTable{&Plugin::l3TunnelIpv4TH3Config_, &Plugin::l3TunnelIpv4TH3Status_,
+              &Plugin::l3TunnelIpv4TH3PhpSm_},
+      OfTable{&Plugin::l3TunnelIpv6TH3Config_, &Plugin::l3TunnelIpv6TH3Status_,
+              &Plugin::l3TunnelIpv6TH3PhpSm_},
+      OfTable{&Plugin::myStationTcamTH3Config_, &Plugin::myStationTcamTH3Status_,
+              &Plugin::myStationTcamTH3PhpSm_},
+      OfTable{&Plugin::l3IifTH3Config_, &Plugin::l3IifTH3Status_, &Plugin::l3IifTH3PhpSm_},
+  };
+  static_assert(std::tuple_size_v<decltype(kOfTables)> == TolmarHwLib::kOutputTableCount);
+
+  using Members = std::array<Quill::Member, 4 + 3 * TolmarHwLib::kOutputTableCount>;
+  static constexpr Members members();
+  static const Members kMembers;
+};
+
+namespace {
+
+template <std::size_t I>
+struct AttributeNames {
+  static constexpr std::string_view kTable = std::get<I>(TolmarHwLib::kOutputTables).name;
+  static constexpr TolmarHwLib::FixedText kConfig{kTable, "Config"};
+  static constexpr TolmarHwLib::FixedText kStatus{kTable, "Status"};
+  static constexpr TolmarHwLib::FixedText kTracker{kTable, "PhpSm"};
+};
+
+/// The attribute of an output table as the generic interface sees it.
+template <auto kAttribute>
+constexpr Quill::Member attribute(std::string_view name) {
+  using Pointer = std::remove_reference_t<decltype((std::declval<Plugin&>().*kAttribute).value)>;
+  using Object = std::remove_reference_t<decltype(*std::declval<Pointer>())>;
+  return {.name = name,
+          .get =
+              [](const Quill::PtrInterface& object, Quill::GenericArguments) {
+                return Quill::genericValue((Quill::genericObject<Plugin>(object).*kAttribute).value);
+              },
+          .set =
+              [](Quill::PtrInterface& object, Quill::GenericArguments arguments) {
+                auto& plugin = Quill::genericObject<Plugin>(object);
+                Quill::genericCall<Pointer>(
+                    [&](const Pointer& value) { (plugin.*kAttribute).set(plugin, value); }, arguments);
+              },
+          .type = Object::kTypeName};
+}
+
+}  // namespace
+
+/// The member table: operations and attributes in their order.
+constexpr auto TolmarP4RuntimePlugin::Attributes::members() -> Members {
+  Members all{};
+  std::size_t next = 0;
+  all[next++] = Quill::genericOperation<&Plugin::doMountsComplete>("doMountsComplete");
+  all[next++] = Quill::genericOperation<&Plugin::pluginInit>("pluginInit");
+  forEachOutputTable([&]<std::size_t I>(const auto&) {
+    constexpr auto kOfTable = std::get<I>(kOfTables);
+    all[next++] = attribute<kOfTable.config>(AttributeNames<I>::kConfig);
+    all[next++] = attribute<kOfTable.status>(AttributeNames<I>::kStatus);
+  });
+  all[next++] = {.name = "vrfSm",
+                 .get = &Quill::genericGet<&Plugin::vrfSm>,
+                 .set = &Quill::genericChange<&Plugin::vrfSmIs>,
+                 .del = &Quill::genericChange<&Plugin::vrfSmDel>,
+                 .type = "P4RuntimeTolmar::VrfSm"};
+  forEachOutputTable<TolmarHwLib::kWiringOrder>([&]<std::size_t I>(const auto&) {
+    all[next++] = attribute<std::get<I>(kOfTables).tracker>(AttributeNames<I>::kTracker);
+  });
+  all[next++] = Quill::genericOperation<&Plugin::doCleanup>("doCleanup");
+  return all;
+}
+constinit const TolmarP4RuntimePlugin::Attributes::Members TolmarP4RuntimePlugin::Attributes::kMembers =
+    members();
+
+constinit const Quill::TypeNode TolmarP4RuntimePlugin::_quillType{
+    .name = "P4RuntimeTolmar::TolmarP4RuntimePlugin",
+    .members = Attributes::kMembers,
+    .genericIfFromCtorArgs = &fromCtorArgs,
+    .newEntityForDir = &newEntityForDir,
+    .base = &P4Runtime::P4RuntimePluginBase::_quillType,
+    .genericNotifiee = &genericNotifiee};
 
 const Quill::TraceHandle& pluginTrace() {
   static const Quill::TraceHandle handle("TolmarP4RuntimePlugin");
@@ -43,8 +146,8 @@ const Quill::TraceHandle& pluginTrace() {
 
 TolmarP4RuntimePlugin::TolmarP4RuntimePlugin(const Quill::Name& name) : Typed(name) {}
 
-// Members are declared in the order in which they are released from the end.
 TolmarP4RuntimePlugin::~TolmarP4RuntimePlugin() { vrfSmDel(); }
+TolmarP4RuntimePlugin::NotifieeConst::~NotifieeConst() = default;
 
 Quill::Ptr<TolmarP4RuntimePlugin> tolmarP4RuntimePluginFactory(const Quill::Name& name) {
   return Quill::allocate<TolmarP4RuntimePlugin>(name);
@@ -63,37 +166,27 @@ void TolmarP4RuntimePlugin::pluginInit(const Quill::Ptr<P4Runtime::PluginContext
   wireComponents(context);
 }
 
+// Stored without a notification, since nothing follows the attributes before the components are there.
 void TolmarP4RuntimePlugin::setUpTables(P4RuntimePluginHelper& helper) {
-  using namespace TolmarHwLib;
-  using L3TunnelWrapper = L3TunnelTH3ConfigLumenWrappers::TableLumenWrapper;
-  using MyStationTcamWrapper = MyStationTcamTH3ConfigLumenWrappers::TableLumenWrapper;
-  using L3IifWrapper = L3IifTH3ConfigLumenWrappers::TableLumenWrapper;
-  setUpTable<L3TunnelTH3ConfigEntryRow, L3TunnelWrapper>(helper, "TolmarHwLib::L3TunnelTH3",
-                                                         "l3TunnelIpv4TH3", 8192, l3TunnelIpv4TH3Config_,
-                                                         l3TunnelIpv4TH3Status_);
-  setUpTable<L3TunnelTH3ConfigEntryRow, L3TunnelWrapper>(helper, "TolmarHwLib::L3TunnelTH3",
-                                                         "l3TunnelIpv6TH3", 4096, l3TunnelIpv6TH3Config_,
-                                                         l3TunnelIpv6TH3Status_);
-  setUpTable<MyStationTcamTH3ConfigEntryRow, MyStationTcamWrapper>(
-      helper, "TolmarHwLib::MyStationTcamTH3", "myStationTcamTH3", 512, myStationTcamTH3Config_,
-      myStationTcamTH3Status_);
-  setUpTable<L3IifTH3ConfigEntryRow, L3IifWrapper>(helper, "TolmarHwLib::L3IifTH3", "l3IifTH3", 8192,
-                                                   l3IifTH3Config_, l3IifTH3Status_);
+  forEachOutputTable([&]<std::size_t I, class Kind>(const OutputTable<Kind>& table) {
+    using Config = typename Kind::Config;
+    using Wrapper = typename TolmarHwLib::RowsOf<Kind>::LumenWrappers::Wrapper;
+    const auto [config, status, tracker] = std::get<I>(Attributes::kOfTables);
+    const Quill::String name(table.name);
+    helper.mountVestaTables(Quill::String(Kind::typePrefix), name, "Table", table.capacity);
+    (this->*config).value = helper.tableConfig<Config>(name);
+    (this->*status).value = helper.tableStatus<typename Kind::Status>(name);
+    helper.registerConfigTable<Config, typename Wrapper::EntryRow, Wrapper>((this->*config).value, name);
+  });
 }
 
-// L3 IIF comes before MyStation TCAM here and after it above; agents see both orders and rely on them.
 void TolmarP4RuntimePlugin::wireComponents(const Quill::Ptr<P4Runtime::PluginContext>& context) {
-  using namespace TolmarHwLib;
-  const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus = context->batchStatus();
-  l3TunnelIpv4TH3PhpSmIs(L3TunnelTH3PendingHwProgrammingSm::L3TunnelTH3PendingHwProgrammingSmIs(
-      batchStatus, l3TunnelIpv4TH3Status_));
-  l3TunnelIpv6TH3PhpSmIs(L3TunnelTH3PendingHwProgrammingSm::L3TunnelTH3PendingHwProgrammingSmIs(
-      batchStatus, l3TunnelIpv6TH3Status_));
-  l3IifTH3PhpSmIs(
-      L3IifTH3PendingHwProgrammingSm::L3IifTH3PendingHwProgrammingSmIs(batchStatus, l3IifTH3Status_));
-  myStationTcamTH3PhpSmIs(MyStationTcamTH3PendingHwProgrammingSm::MyStationTcamTH3PendingHwProgrammingSmIs(
-      batchStatus, myStationTcamTH3Status_));
-  vrfSmIs(l3IifTH3Config_, context);
+  forEachOutputTable<TolmarHwLib::kWiringOrder>([&]<std::size_t I, class Kind>(const OutputTable<Kind>&) {
+    const auto [config, status, tracker] = std::get<I>(Attributes::kOfTables);
+    using Tracker = typename TolmarHwLib::TrackerOf<Kind>::Type;
+    (this->*tracker).set(*this, Tracker::make(context->batchStatus(), (this->*status).value));
+  });
+  vrfSmIs(l3IifTH3Config(), context);
   // The helper gets no command-line config, whatever the plugin's own is.
   pluginCleanupHelperIs(Quill::allocate<PluginCleanupHelper>(allPluginConfig(), pluginStatus(),
                                                              Quill::Ptr<P4Runtime::CliCommandConfig>(),
@@ -105,9 +198,8 @@ void TolmarP4RuntimePlugin::doCleanup() {
                                           "TolmarP4RuntimePlugin::doCleanup"};
   trace(pluginTrace());
   P4RuntimePluginHelper helper = mountHelper(pluginContext().get(), pluginContext().get(), "doCleanup");
-  for (const char* table : {"l3TunnelIpv4TH3", "l3TunnelIpv6TH3", "l3IifTH3", "myStationTcamTH3"}) {
-    helper.unmountConfigVestaTable(table);
-  }
+  forEachOutputTable<TolmarHwLib::kWiringOrder>(
+      [&]<std::size_t>(const auto& table) { helper.unmountConfigVestaTable(Quill::String(table.name)); });
 }
 
 Quill::Ptr<VrfSm> TolmarP4RuntimePlugin::vrfSmIs(const Quill::Ptr<const TolmarHwLib::L3IifTH3Config>& config,
@@ -126,6 +218,16 @@ Quill::Ptr<VrfSm> TolmarP4RuntimePlugin::vrfSmDel() {
   notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onVrfSm(); });
   tracker->hasNotificationActiveIs(false);
   return tracker;
+}
+
+TolmarP4RuntimePluginLoader::TolmarP4RuntimePluginLoader()
+    : PluginBase(P4Runtime::DefaultPluginLoader(), "TolmarP4RuntimePlugin") {}
+
+TolmarP4RuntimePluginLoader::~TolmarP4RuntimePluginLoader() = default;
+
+void TolmarP4RuntimePluginLoader::init(P4Runtime::PluginContext* context) {
+  plugin_ = Quill::allocate<TolmarP4RuntimePlugin>(Quill::Name("Tolmar"));
+  plugin_->init(Quill::Ptr<P4Runtime::PluginContext>(context));
 }
 
 }  // namespace P4RuntimeTolmar

@@ -1,12 +1,14 @@
-// The plugin object: four hardware tables, each mounted as a config and a status table and registered with
-// the agent's row database, and the components that follow them.
+// The plugin object: the output tables, each mounted as a config and a status table and registered with the
+// agent's row database, and the components that follow them; and the loader, which makes it.
 #pragma once
 
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 #include "P4RuntimePlugin/PluginCleanupHelper.h"
 #include "P4RuntimePlugin/VrfSm.h"
 #include "P4RuntimeTolmar/OutputTables.h"
+#include "p4runtime/Loader.h"
 #include "p4runtime/P4RuntimePluginBase.h"
+#include "quill/Attribute.h"
 
 namespace P4Runtime {
 class P4RuntimePluginHelper;
@@ -14,18 +16,19 @@ class P4RuntimePluginHelper;
 
 namespace P4RuntimeTolmar {
 
+using TolmarHwLib::L3IifTH3;
+using TolmarHwLib::L3TunnelTH3;
+using TolmarHwLib::MyStationTcamTH3;
+
 class TolmarP4RuntimePlugin final
     : public Quill::Typed<TolmarP4RuntimePlugin, P4Runtime::P4RuntimePluginBase> {
  public:
-  using L3TunnelConfigPtr = Quill::Ptr<TolmarHwLib::L3TunnelTH3Config>;
-  using L3TunnelStatusPtr = Quill::Ptr<TolmarHwLib::L3TunnelTH3Status>;
-  using MyStationTcamConfigPtr = Quill::Ptr<TolmarHwLib::MyStationTcamTH3Config>;
-  using MyStationTcamStatusPtr = Quill::Ptr<TolmarHwLib::MyStationTcamTH3Status>;
-  using L3IifConfigPtr = Quill::Ptr<TolmarHwLib::L3IifTH3Config>;
-  using L3IifStatusPtr = Quill::Ptr<TolmarHwLib::L3IifTH3Status>;
-  using L3TunnelSmPtr = Quill::Ptr<TolmarHwLib::L3TunnelTH3PendingHwProgrammingSm>;
-  using MyStationTcamSmPtr = Quill::Ptr<TolmarHwLib::MyStationTcamTH3PendingHwProgrammingSm>;
-  using L3IifSmPtr = Quill::Ptr<TolmarHwLib::L3IifTH3PendingHwProgrammingSm>;
+  template <class Kind>
+  using ConfigPtr = Quill::Ptr<typename Kind::Config>;
+  template <class Kind>
+  using StatusPtr = Quill::Ptr<typename Kind::Status>;
+  template <class Kind>
+  using TrackerPtr = Quill::Ptr<typename TolmarHwLib::TrackerOf<Kind>::Type>;
 
   /// Every attribute of its own is null until pluginInit.
   explicit TolmarP4RuntimePlugin(const Quill::Name& name);
@@ -38,45 +41,69 @@ class TolmarP4RuntimePlugin final
   /// Mounts and registers the tables and makes the components, in one pass. What fails on the way passes on;
   /// what is done stays done. The process stops when pluginContext has no row database.
   void pluginInit(const Quill::Ptr<P4Runtime::PluginContext>& context) override;
-  /// Unmounts the four config tables and nothing else; the rest goes with the plugin. What fails passes on.
+  /// Unmounts the config tables and nothing else; the rest goes with the plugin. What fails passes on.
   void doCleanup();
 
   class NotifieeConst : public P4Runtime::P4RuntimePluginBase::NotifieeConst {
    public:
     using P4Runtime::P4RuntimePluginBase::NotifieeConst::NotifieeConst;
     ~NotifieeConst() override;
-    // One for each attribute, in slot order; each does nothing by default.
-    virtual void onL3TunnelIpv4TH3Config();
-    virtual void onL3TunnelIpv4TH3Status();
-    virtual void onL3TunnelIpv6TH3Config();
-    virtual void onL3TunnelIpv6TH3Status();
-    virtual void onMyStationTcamTH3Config();
-    virtual void onMyStationTcamTH3Status();
-    virtual void onL3IifTH3Config();
-    virtual void onL3IifTH3Status();
-    virtual void onVrfSm();
-    virtual void onL3TunnelIpv4TH3PhpSm();
-    virtual void onL3TunnelIpv6TH3PhpSm();
-    virtual void onL3IifTH3PhpSm();
-    virtual void onMyStationTcamTH3PhpSm();
+    // One for each attribute, in slot order.
+    virtual void onL3TunnelIpv4TH3Config() { observe("l3TunnelIpv4TH3Config"); }
+    virtual void onL3TunnelIpv4TH3Status() { observe("l3TunnelIpv4TH3Status"); }
+    virtual void onL3TunnelIpv6TH3Config() { observe("l3TunnelIpv6TH3Config"); }
+    virtual void onL3TunnelIpv6TH3Status() { observe("l3TunnelIpv6TH3Status"); }
+    virtual void onMyStationTcamTH3Config() { observe("myStationTcamTH3Config"); }
+    virtual void onMyStationTcamTH3Status() { observe("myStationTcamTH3Status"); }
+    virtual void onL3IifTH3Config() { observe("l3IifTH3Config"); }
+    virtual void onL3IifTH3Status() { observe("l3IifTH3Status"); }
+    virtual void onVrfSm() { observe("vrfSm"); }
+    virtual void onL3TunnelIpv4TH3PhpSm() { observe("l3TunnelIpv4TH3PhpSm"); }
+    virtual void onL3TunnelIpv6TH3PhpSm() { observe("l3TunnelIpv6TH3PhpSm"); }
+    virtual void onL3IifTH3PhpSm() { observe("l3IifTH3PhpSm"); }
+    virtual void onMyStationTcamTH3PhpSm() { observe("myStationTcamTH3PhpSm"); }
   };
 
-  const L3TunnelConfigPtr& l3TunnelIpv4TH3Config() const noexcept { return l3TunnelIpv4TH3Config_; }
-  void l3TunnelIpv4TH3ConfigIs(const L3TunnelConfigPtr& value);
-  const L3TunnelStatusPtr& l3TunnelIpv4TH3Status() const noexcept { return l3TunnelIpv4TH3Status_; }
-  void l3TunnelIpv4TH3StatusIs(const L3TunnelStatusPtr& value);
-  const L3TunnelConfigPtr& l3TunnelIpv6TH3Config() const noexcept { return l3TunnelIpv6TH3Config_; }
-  void l3TunnelIpv6TH3ConfigIs(const L3TunnelConfigPtr& value);
-  const L3TunnelStatusPtr& l3TunnelIpv6TH3Status() const noexcept { return l3TunnelIpv6TH3Status_; }
-  void l3TunnelIpv6TH3StatusIs(const L3TunnelStatusPtr& value);
-  const MyStationTcamConfigPtr& myStationTcamTH3Config() const noexcept { return myStationTcamTH3Config_; }
-  void myStationTcamTH3ConfigIs(const MyStationTcamConfigPtr& value);
-  const MyStationTcamStatusPtr& myStationTcamTH3Status() const noexcept { return myStationTcamTH3Status_; }
-  void myStationTcamTH3StatusIs(const MyStationTcamStatusPtr& value);
-  const L3IifConfigPtr& l3IifTH3Config() const noexcept { return l3IifTH3Config_; }
-  void l3IifTH3ConfigIs(const L3IifConfigPtr& value);
-  const L3IifStatusPtr& l3IifTH3Status() const noexcept { return l3IifTH3Status_; }
-  void l3IifTH3StatusIs(const L3IifStatusPtr& value);
+  const ConfigPtr<L3TunnelTH3>& l3TunnelIpv4TH3Config() const noexcept {
+    return l3TunnelIpv4TH3Config_.value;
+  }
+  void l3TunnelIpv4TH3ConfigIs(const ConfigPtr<L3TunnelTH3>& value) {
+    l3TunnelIpv4TH3Config_.set(*this, value);
+  }
+  const StatusPtr<L3TunnelTH3>& l3TunnelIpv4TH3Status() const noexcept {
+    return l3TunnelIpv4TH3Status_.value;
+  }
+  void l3TunnelIpv4TH3StatusIs(const StatusPtr<L3TunnelTH3>& value) {
+    l3TunnelIpv4TH3Status_.set(*this, value);
+  }
+  const ConfigPtr<L3TunnelTH3>& l3TunnelIpv6TH3Config() const noexcept {
+    return l3TunnelIpv6TH3Config_.value;
+  }
+  void l3TunnelIpv6TH3ConfigIs(const ConfigPtr<L3TunnelTH3>& value) {
+    l3TunnelIpv6TH3Config_.set(*this, value);
+  }
+  const StatusPtr<L3TunnelTH3>& l3TunnelIpv6TH3Status() const noexcept {
+    return l3TunnelIpv6TH3Status_.value;
+  }
+  void l3TunnelIpv6TH3StatusIs(const StatusPtr<L3TunnelTH3>& value) {
+    l3TunnelIpv6TH3Status_.set(*this, value);
+  }
+  const ConfigPtr<MyStationTcamTH3>& myStationTcamTH3Config() const noexcept {
+    return myStationTcamTH3Config_.value;
+  }
+  void myStationTcamTH3ConfigIs(const ConfigPtr<MyStationTcamTH3>& value) {
+    myStationTcamTH3Config_.set(*this, value);
+  }
+  const StatusPtr<MyStationTcamTH3>& myStationTcamTH3Status() const noexcept {
+    return myStationTcamTH3Status_.value;
+  }
+  void myStationTcamTH3StatusIs(const StatusPtr<MyStationTcamTH3>& value) {
+    myStationTcamTH3Status_.set(*this, value);
+  }
+  const ConfigPtr<L3IifTH3>& l3IifTH3Config() const noexcept { return l3IifTH3Config_.value; }
+  void l3IifTH3ConfigIs(const ConfigPtr<L3IifTH3>& value) { l3IifTH3Config_.set(*this, value); }
+  const StatusPtr<L3IifTH3>& l3IifTH3Status() const noexcept { return l3IifTH3Status_.value; }
+  void l3IifTH3StatusIs(const StatusPtr<L3IifTH3>& value) { l3IifTH3Status_.set(*this, value); }
 
   const Quill::Ptr<VrfSm>& vrfSm() const noexcept { return vrfSm_; }
   /// The tracker over this table and context: the present one when it is over both already, else a new one. A
@@ -86,37 +113,68 @@ class TolmarP4RuntimePlugin final
   /// Takes the tracker out and switches it off; returns it, or null when there is none.
   Quill::Ptr<VrfSm> vrfSmDel();
 
-  const L3TunnelSmPtr& l3TunnelIpv4TH3PhpSm() const noexcept { return l3TunnelIpv4TH3PhpSm_; }
-  void l3TunnelIpv4TH3PhpSmIs(const L3TunnelSmPtr& value);
-  const L3TunnelSmPtr& l3TunnelIpv6TH3PhpSm() const noexcept { return l3TunnelIpv6TH3PhpSm_; }
-  void l3TunnelIpv6TH3PhpSmIs(const L3TunnelSmPtr& value);
-  const L3IifSmPtr& l3IifTH3PhpSm() const noexcept { return l3IifTH3PhpSm_; }
-  void l3IifTH3PhpSmIs(const L3IifSmPtr& value);
-  const MyStationTcamSmPtr& myStationTcamTH3PhpSm() const noexcept { return myStationTcamTH3PhpSm_; }
-  void myStationTcamTH3PhpSmIs(const MyStationTcamSmPtr& value);
+  const TrackerPtr<L3TunnelTH3>& l3TunnelIpv4TH3PhpSm() const noexcept { return l3TunnelIpv4TH3PhpSm_.value; }
+  void l3TunnelIpv4TH3PhpSmIs(const TrackerPtr<L3TunnelTH3>& value) {
+    l3TunnelIpv4TH3PhpSm_.set(*this, value);
+  }
+  const TrackerPtr<L3TunnelTH3>& l3TunnelIpv6TH3PhpSm() const noexcept { return l3TunnelIpv6TH3PhpSm_.value; }
+  void l3TunnelIpv6TH3PhpSmIs(const TrackerPtr<L3TunnelTH3>& value) {
+    l3TunnelIpv6TH3PhpSm_.set(*this, value);
+  }
+  const TrackerPtr<L3IifTH3>& l3IifTH3PhpSm() const noexcept { return l3IifTH3PhpSm_.value; }
+  void l3IifTH3PhpSmIs(const TrackerPtr<L3IifTH3>& value) { l3IifTH3PhpSm_.set(*this, value); }
+  const TrackerPtr<MyStationTcamTH3>& myStationTcamTH3PhpSm() const noexcept {
+    return myStationTcamTH3PhpSm_.value;
+  }
+  void myStationTcamTH3PhpSmIs(const TrackerPtr<MyStationTcamTH3>& value) {
+    myStationTcamTH3PhpSm_.set(*this, value);
+  }
 
   static const Quill::TypeNode _quillType;
 
  private:
+  struct Attributes;
+
   void setUpTables(P4Runtime::P4RuntimePluginHelper& helper);
   void wireComponents(const Quill::Ptr<P4Runtime::PluginContext>& context);
 
-  L3TunnelConfigPtr l3TunnelIpv4TH3Config_;
-  L3TunnelStatusPtr l3TunnelIpv4TH3Status_;
-  L3TunnelConfigPtr l3TunnelIpv6TH3Config_;
-  L3TunnelStatusPtr l3TunnelIpv6TH3Status_;
-  MyStationTcamConfigPtr myStationTcamTH3Config_;
-  MyStationTcamStatusPtr myStationTcamTH3Status_;
-  L3IifConfigPtr l3IifTH3Config_;
-  L3IifStatusPtr l3IifTH3Status_;
+  // Released in reverse order.
+  Quill::Attribute<ConfigPtr<L3TunnelTH3>, &NotifieeConst::onL3TunnelIpv4TH3Config> l3TunnelIpv4TH3Config_;
+  Quill::Attribute<StatusPtr<L3TunnelTH3>, &NotifieeConst::onL3TunnelIpv4TH3Status> l3TunnelIpv4TH3Status_;
+  Quill::Attribute<ConfigPtr<L3TunnelTH3>, &NotifieeConst::onL3TunnelIpv6TH3Config> l3TunnelIpv6TH3Config_;
+  Quill::Attribute<StatusPtr<L3TunnelTH3>, &NotifieeConst::onL3TunnelIpv6TH3Status> l3TunnelIpv6TH3Status_;
+  Quill::Attribute<ConfigPtr<MyStationTcamTH3>, &NotifieeConst::onMyStationTcamTH3Config>
+      myStationTcamTH3Config_;
+  Quill::Attribute<StatusPtr<MyStationTcamTH3>, &NotifieeConst::onMyStationTcamTH3Status>
+      myStationTcamTH3Status_;
+  Quill::Attribute<ConfigPtr<L3IifTH3>, &NotifieeConst::onL3IifTH3Config> l3IifTH3Config_;
+  Quill::Attribute<StatusPtr<L3IifTH3>, &NotifieeConst::onL3IifTH3Status> l3IifTH3Status_;
   Quill::Ptr<VrfSm> vrfSm_;
-  L3TunnelSmPtr l3TunnelIpv4TH3PhpSm_;
-  L3TunnelSmPtr l3TunnelIpv6TH3PhpSm_;
-  L3IifSmPtr l3IifTH3PhpSm_;
-  MyStationTcamSmPtr myStationTcamTH3PhpSm_;
+  Quill::Attribute<TrackerPtr<L3TunnelTH3>, &NotifieeConst::onL3TunnelIpv4TH3PhpSm> l3TunnelIpv4TH3PhpSm_;
+  Quill::Attribute<TrackerPtr<L3TunnelTH3>, &NotifieeConst::onL3TunnelIpv6TH3PhpSm> l3TunnelIpv6TH3PhpSm_;
+  Quill::Attribute<TrackerPtr<L3IifTH3>, &NotifieeConst::onL3IifTH3PhpSm> l3IifTH3PhpSm_;
+  Quill::Attribute<TrackerPtr<MyStationTcamTH3>, &NotifieeConst::onMyStationTcamTH3PhpSm>
+      myStationTcamTH3PhpSm_;
 };
 
 /// The factory that the generic interface uses.
 Quill::Ptr<TolmarP4RuntimePlugin> tolmarP4RuntimePluginFactory(const Quill::Name& name);
+
+/// Registers the library's plugin with the agent's default loader, and makes the plugin object when the agent
+/// runs its callers. There is one, in static storage.
+class TolmarP4RuntimePluginLoader final : private PluginBase<P4Runtime::PluginContext> {
+ public:
+  TolmarP4RuntimePluginLoader();
+  ~TolmarP4RuntimePluginLoader() override;
+
+  /// A second call makes a second plugin and drops the first.
+  void init(P4Runtime::PluginContext* context) override;
+
+  /// Null until init.
+  const Quill::Ptr<TolmarP4RuntimePlugin>& plugin() const noexcept { return plugin_; }
+
+ private:
+  Quill::Ptr<TolmarP4RuntimePlugin> plugin_;
+};
 
 }  // namespace P4RuntimeTolmar

@@ -2,39 +2,61 @@
 
 #include <unistd.h>
 
+#include "P4RuntimePlugin/KeyTrace.h"
 #include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/PendingHwProgrammingSm.h"
 #include "P4RuntimePlugin/TableRead.h"
+#include "quill/Generic.h"
 
 namespace TolmarHwLib {
 
-template <class Key, class Status, int kLine>
-PendingHwProgrammingSm<Key, Status, kLine>::PendingHwProgrammingSm(
-    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus, const Quill::Ptr<const Status>& status)
+template <class Pattern, class Kind>
+inline constexpr Quill::Member kTrackerMembers[] = {
+    Quill::genericReader<&Pattern::batchStatus>("batchStatus", "P4Runtime::BatchStatus"),
+    Quill::genericReader<&Pattern::status>("status", Kind::statusTypeName),
+    Quill::genericOperation<&Pattern::onStatusRow>("onStatusRow"),
+    Quill::genericOperation<&Pattern::onStatusRows>("onStatusRows"),
+};
+
+template <class Tracker, class Kind, int kLine>
+constinit const Quill::TypeNode PendingHwProgrammingSm<Tracker, Kind, kLine>::_quillType{
+    .name = kTypeName,
+    .members = kTrackerMembers<PendingHwProgrammingSm, Kind>,
+    .genericIfFromCtorArgs = &fromCtorArgs};
+
+template <class Tracker, class Kind, int kLine>
+Quill::GenericIf PendingHwProgrammingSm<Tracker, Kind, kLine>::fromCtorArgs(
+    Quill::GenericArguments arguments) {
+  return Quill::GenericIf(Quill::genericCall<BatchStatusPtr, StatusPtr>(&make, arguments));
+}
+
+template <class Tracker, class Kind, int kLine>
+PendingHwProgrammingSm<Tracker, Kind, kLine>::PendingHwProgrammingSm(const BatchStatusPtr& batchStatus,
+                                                                     const StatusPtr& status)
     : batchStatus_(batchStatus) {
   statusIs(status);
 }
 
-template <class Key, class Status, int kLine>
-PendingHwProgrammingSm<Key, Status, kLine>::~PendingHwProgrammingSm() = default;
+template <class Tracker, class Kind, int kLine>
+PendingHwProgrammingSm<Tracker, Kind, kLine>::~PendingHwProgrammingSm() = default;
 
-template <class Key, class Status, int kLine>
-void PendingHwProgrammingSm<Key, Status, kLine>::hasNotificationActiveIs(bool active) {
-  PtrInterface::hasNotificationActiveIs(active);
+template <class Tracker, class Kind, int kLine>
+void PendingHwProgrammingSm<Tracker, Kind, kLine>::hasNotificationActiveIs(bool active) {
+  Quill::PtrInterface::hasNotificationActiveIs(active);
   status_.hasNotificationActiveIs(active);
 }
 
-template <class Key, class Status, int kLine>
-void PendingHwProgrammingSm<Key, Status, kLine>::quillDoZombieReactors(bool zombie) {
+template <class Tracker, class Kind, int kLine>
+void PendingHwProgrammingSm<Tracker, Kind, kLine>::quillDoZombieReactors(bool zombie) {
   status_.zombieIs(*this, zombie);
 }
 
-template <class Key, class Status, int kLine>
-void PendingHwProgrammingSm<Key, Status, kLine>::onStatusRow(const Key& key) {
+template <class Tracker, class Kind, int kLine>
+void PendingHwProgrammingSm<Tracker, Kind, kLine>::onStatusRow(const Key& key) {
   static constinit const P4RuntimeTolmar::TracePoint trace{9, "PendingHwProgrammingSms", kLine, "onStatusRow",
                                                            "onStatusRow%s"};
   trace(P4RuntimeTolmar::kPendingHwPogrammingTrace, key);
-  const Quill::Ptr<const Status> table = status();  // held, so that a handler may bind another one
+  const StatusPtr table = status();  // held, so that a handler may bind another one
   if (!table) return;
   // The second lookup decides whether there is a row. It also gives the answer if the first one found damage
   // and the table was mounted again at once: the first answer is then that of the empty table.
@@ -45,8 +67,8 @@ void PendingHwProgrammingSm<Key, Status, kLine>::onStatusRow(const Key& key) {
   wakeAgent();
 }
 
-template <class Key, class Status, int kLine>
-auto PendingHwProgrammingSm<Key, Status, kLine>::lookUp(const Status& status, const Key& key) -> Answer {
+template <class Tracker, class Kind, int kLine>
+auto PendingHwProgrammingSm<Tracker, Kind, kLine>::lookUp(const Status& status, const Key& key) -> Answer {
   Answer result;
   const bool read = P4RuntimeTolmar::readTable(status, [&] {
     bool found = false;
@@ -59,8 +81,8 @@ auto PendingHwProgrammingSm<Key, Status, kLine>::lookUp(const Status& status, co
 
 /// The record for one answer, merged with what the agent has not yet taken for the same handle: a failure is
 /// never lost, neither to a later success nor to a later failure.
-template <class Key, class Status, int kLine>
-P4Runtime::BatchStatusEntry PendingHwProgrammingSm<Key, Status, kLine>::completion(
+template <class Tracker, class Kind, int kLine>
+P4Runtime::BatchStatusEntry PendingHwProgrammingSm<Tracker, Kind, kLine>::completion(
     const Answer& answer) const {
   P4Runtime::BatchStatusEntry record;
   record.entryHandle = answer.entryHandle;
@@ -79,8 +101,8 @@ P4Runtime::BatchStatusEntry PendingHwProgrammingSm<Key, Status, kLine>::completi
   return record;
 }
 
-template <class Key, class Status, int kLine>
-void PendingHwProgrammingSm<Key, Status, kLine>::wakeAgent() const noexcept {
+template <class Tracker, class Kind, int kLine>
+void PendingHwProgrammingSm<Tracker, Kind, kLine>::wakeAgent() const noexcept {
   const std::uint64_t one = 1;
   // Ignored: a full counter means that the agent has been woken already.
   [[maybe_unused]] const ssize_t written = ::write(batchStatus_->notificationDescriptor(), &one, sizeof one);

@@ -6,33 +6,49 @@
 
 #include "P4RuntimePlugin/TableReactor.h"
 #include "P4RuntimePlugin/Trace.h"
+#include "P4RuntimeTolmar/Names.h"
 #include "p4runtime/BatchStatus.h"
-#include "quill/PtrInterface.h"
+#include "quill/Counted.h"
 #include "quill/TypeNode.h"
 
 namespace TolmarHwLib {
 
-/// `kLine` is the line that the tracker's trace records carry.
-template <class Key, class Status, int kLine>
-class PendingHwProgrammingSm : public Quill::PtrInterface {
+using BatchStatusPtr = Quill::Ptr<P4Runtime::BatchStatus>;
+
+/// `Type` is the tracker class of the kind.
+template <class Kind>
+struct TrackerOf;
+
+/// `Tracker` is the tracker class of `Kind`, `kLine` the line that its trace records carry.
+template <class Tracker, class Kind, int kLine>
+class PendingHwProgrammingSm : public Quill::Typed<Tracker, Quill::PtrInterface> {
  public:
   class QuillStatus;
+  using Key = typename Kind::Key;
+  using Status = typename Kind::Status;
+  using Ptr = Quill::Ptr<Tracker>;
+  using StatusPtr = Quill::Ptr<const Status>;
 
   /// Follows `status`, if there is one, from now on; rows already in it are not reported.
-  PendingHwProgrammingSm(const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
-                         const Quill::Ptr<const Status>& status);
+  PendingHwProgrammingSm(const BatchStatusPtr& batchStatus, const StatusPtr& status);
   ~PendingHwProgrammingSm() override;
+  /// A tracker with its notifications on.
+  static Ptr make(const BatchStatusPtr& batchStatus, const StatusPtr& status) {
+    return Quill::allocate<Tracker>(batchStatus, status);
+  }
+  static constexpr FixedText kTypeName = typeName(Kind::name, "PendingHwProgrammingSm");
+  static const Quill::TypeNode _quillType;
 
   void hasNotificationActiveIs(bool active) override;
 
   // Virtual operation, in slot order after those of PtrInterface.
   virtual void quillDoZombieReactors(bool zombie);
 
-  const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus() const noexcept { return batchStatus_; }
+  const BatchStatusPtr& batchStatus() const noexcept { return batchStatus_; }
 
   /// The followed table, or null.
-  Quill::Ptr<const Status> status() const { return status_.table(); }
-  void statusIs(const Quill::Ptr<const Status>& status) { status_.tableIs(*this, status); }
+  StatusPtr status() const { return status_.table(); }
+  void statusIs(const StatusPtr& status) { status_.tableIs(*this, status); }
   void statusDel() { status_.tableDel(); }
 
   /// Reports the row of `key`, if there is one, and wakes the agent. Nothing without a status table.
@@ -52,13 +68,15 @@ class PendingHwProgrammingSm : public Quill::PtrInterface {
   P4Runtime::BatchStatusEntry completion(const Answer& answer) const;
   void wakeAgent() const noexcept;
 
-  Quill::Ptr<P4Runtime::BatchStatus> batchStatus_;
+  static Quill::GenericIf fromCtorArgs(Quill::GenericArguments arguments);
+
+  BatchStatusPtr batchStatus_;
   P4RuntimeTolmar::TableBinding<QuillStatus, Status> status_;
 };
 
 /// The tracker's reactor on its status table.
-template <class Key, class Status, int kLine>
-class PendingHwProgrammingSm<Key, Status, kLine>::QuillStatus final
+template <class Tracker, class Kind, int kLine>
+class PendingHwProgrammingSm<Tracker, Kind, kLine>::QuillStatus final
     : public P4RuntimeTolmar::TableReactor<QuillStatus, PendingHwProgrammingSm, Status> {
  public:
   using P4RuntimeTolmar::TableReactor<QuillStatus, PendingHwProgrammingSm, Status>::TableReactor;

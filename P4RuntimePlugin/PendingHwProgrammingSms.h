@@ -1,4 +1,5 @@
-// The three trackers: one class for each kind of status table.
+// The trackers, one class for each kind of status table. The free factories are for creators other than the
+// plugin.
 #pragma once
 
 #include "P4RuntimePlugin/PendingHwProgrammingSm.h"
@@ -6,60 +7,64 @@
 
 namespace TolmarHwLib {
 
-extern template class PendingHwProgrammingSm<L3IifTH3Key, L3IifTH3Status, 16>;
-extern template class PendingHwProgrammingSm<MyStationTcamTH3Key, MyStationTcamTH3Status, 73>;
-extern template class PendingHwProgrammingSm<L3TunnelTH3Key, L3TunnelTH3Status, 130>;
-
 class L3IifTH3PendingHwProgrammingSm final
-    : public Quill::Typed<L3IifTH3PendingHwProgrammingSm,
-                          PendingHwProgrammingSm<L3IifTH3Key, L3IifTH3Status, 16>> {
+    : public PendingHwProgrammingSm<L3IifTH3PendingHwProgrammingSm, L3IifTH3, 16> {
  public:
-  using Typed::Typed;
+  using PendingHwProgrammingSm::PendingHwProgrammingSm;
   ~L3IifTH3PendingHwProgrammingSm() override;
-
-  /// A tracker with its notifications on.
-  static Quill::Ptr<L3IifTH3PendingHwProgrammingSm> L3IifTH3PendingHwProgrammingSmIs(
-      const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus, const Quill::Ptr<const L3IifTH3Status>& status);
-
-  static const Quill::TypeNode _quillType;
+  static Ptr L3IifTH3PendingHwProgrammingSmIs(const BatchStatusPtr& batchStatus, const StatusPtr& status) {
+    return make(batchStatus, status);
+  }
 };
+inline auto l3IifTH3PendingHwProgrammingSmFactory(const BatchStatusPtr& batchStatus,
+                                                  const Quill::Ptr<const L3IifTH3Status>& status) {
+  return L3IifTH3PendingHwProgrammingSm::L3IifTH3PendingHwProgrammingSmIs(batchStatus, status);
+}
+template <>
+struct TrackerOf<L3IifTH3> {
+  using Type = L3IifTH3PendingHwProgrammingSm;
+};
+extern template class PendingHwProgrammingSm<L3IifTH3PendingHwProgrammingSm, L3IifTH3, 16>;
 
 class MyStationTcamTH3PendingHwProgrammingSm final
-    : public Quill::Typed<MyStationTcamTH3PendingHwProgrammingSm,
-                          PendingHwProgrammingSm<MyStationTcamTH3Key, MyStationTcamTH3Status, 73>> {
+    : public PendingHwProgrammingSm<MyStationTcamTH3PendingHwProgrammingSm, MyStationTcamTH3, 73> {
  public:
-  using Typed::Typed;
+  using PendingHwProgrammingSm::PendingHwProgrammingSm;
   ~MyStationTcamTH3PendingHwProgrammingSm() override;
-
-  static Quill::Ptr<MyStationTcamTH3PendingHwProgrammingSm> MyStationTcamTH3PendingHwProgrammingSmIs(
-      const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
-      const Quill::Ptr<const MyStationTcamTH3Status>& status);
-
-  static const Quill::TypeNode _quillType;
+  static Ptr MyStationTcamTH3PendingHwProgrammingSmIs(const BatchStatusPtr& batchStatus,
+                                                      const StatusPtr& status) {
+    return make(batchStatus, status);
+  }
 };
+inline auto myStationTcamTH3PendingHwProgrammingSmFactory(
+    const BatchStatusPtr& batchStatus, const Quill::Ptr<const MyStationTcamTH3Status>& status) {
+  return MyStationTcamTH3PendingHwProgrammingSm::MyStationTcamTH3PendingHwProgrammingSmIs(batchStatus,
+                                                                                          status);
+}
+template <>
+struct TrackerOf<MyStationTcamTH3> {
+  using Type = MyStationTcamTH3PendingHwProgrammingSm;
+};
+extern template class PendingHwProgrammingSm<MyStationTcamTH3PendingHwProgrammingSm, MyStationTcamTH3, 73>;
 
 /// Serves both tunnel tables.
 class L3TunnelTH3PendingHwProgrammingSm final
-    : public Quill::Typed<L3TunnelTH3PendingHwProgrammingSm,
-                          PendingHwProgrammingSm<L3TunnelTH3Key, L3TunnelTH3Status, 130>> {
+    : public PendingHwProgrammingSm<L3TunnelTH3PendingHwProgrammingSm, L3TunnelTH3, 130> {
  public:
-  using Typed::Typed;
+  using PendingHwProgrammingSm::PendingHwProgrammingSm;
   ~L3TunnelTH3PendingHwProgrammingSm() override;
-
-  static Quill::Ptr<L3TunnelTH3PendingHwProgrammingSm> L3TunnelTH3PendingHwProgrammingSmIs(
-      const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
-      const Quill::Ptr<const L3TunnelTH3Status>& status);
-
-  static const Quill::TypeNode _quillType;
+  static Ptr L3TunnelTH3PendingHwProgrammingSmIs(const BatchStatusPtr& batchStatus, const StatusPtr& status) {
+    return make(batchStatus, status);
+  }
 };
-
-// Entry points for creators other than the plugin.
-Quill::Ptr<L3IifTH3PendingHwProgrammingSm> l3IifTH3PendingHwProgrammingSmFactory(
-    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus, const Quill::Ptr<const L3IifTH3Status>& status);
-Quill::Ptr<MyStationTcamTH3PendingHwProgrammingSm> myStationTcamTH3PendingHwProgrammingSmFactory(
-    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus,
-    const Quill::Ptr<const MyStationTcamTH3Status>& status);
-Quill::Ptr<L3TunnelTH3PendingHwProgrammingSm> l3TunnelTH3PendingHwProgrammingSmFactory(
-    const Quill::Ptr<P4Runtime::BatchStatus>& batchStatus, const Quill::Ptr<const L3TunnelTH3Status>& status);
+inline auto l3TunnelTH3PendingHwProgrammingSmFactory(const BatchStatusPtr& batchStatus,
+                                                     const Quill::Ptr<const L3TunnelTH3Status>& status) {
+  return L3TunnelTH3PendingHwProgrammingSm::L3TunnelTH3PendingHwProgrammingSmIs(batchStatus, status);
+}
+template <>
+struct TrackerOf<L3TunnelTH3> {
+  using Type = L3TunnelTH3PendingHwProgrammingSm;
+};
+extern template class PendingHwProgrammingSm<L3TunnelTH3PendingHwProgrammingSm, L3TunnelTH3, 130>;
 
 }  // namespace TolmarHwLib

@@ -48,6 +48,7 @@ class EntryRowOps : public Lumen::RowOpsBase {
 template <class Ops>
 class EntryRowOpsGenerator : public Lumen::RowOpsGenerator {
  public:
+  using Row = typename Ops::Row;
   EntryRowOpsGenerator(const EntryRowOpsGenerator&) = delete;
   EntryRowOpsGenerator& operator=(const EntryRowOpsGenerator&) = delete;
 
@@ -59,7 +60,7 @@ class EntryRowOpsGenerator : public Lumen::RowOpsGenerator {
   }
 
  protected:
-  EntryRowOpsGenerator() { Lumen::installRowOpsGenerator(std::string(Ops::Row::rowTypeName()), this); }
+  EntryRowOpsGenerator() { Lumen::installRowOpsGenerator(std::string(Row::rowTypeName()), this); }
   ~EntryRowOpsGenerator() { Lumen::uninstallRowOpsGenerator(this); }
 };
 

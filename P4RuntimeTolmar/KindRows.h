@@ -9,9 +9,14 @@ namespace TolmarHwLib {
 
 /// The row classes of a table kind; each kind specialises it with
 ///   ConfigGenerator, StatusGenerator   the generators of its row operations
-///   Wrapper                            its config table as a table of rows
+///   LumenWrappers                      the types around its config table as a table of rows
 template <class Kind>
 struct RowsOf;
+
+template <class Kind>
+using ConfigEntryRowOf = typename RowsOf<Kind>::ConfigGenerator::Row;
+template <class Kind>
+using StatusEntryRowOf = typename RowsOf<Kind>::StatusGenerator::Row;
 
 /// The types that the classes around a config table have from the entity and its row class.
 template <class ConfigT, class EntryRowT>

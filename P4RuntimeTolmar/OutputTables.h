@@ -68,11 +68,20 @@ inline constexpr std::tuple kOutputTables{
 
 inline constexpr std::size_t kOutputTableCount = std::tuple_size_v<decltype(kOutputTables)>;
 
-/// Calls visit.operator()<I>(table number I) for each output table, in order.
-template <class Visit>
+/// Numbers of tables, in an order.
+using OutputTableOrder = std::array<std::size_t, kOutputTableCount>;
+
+inline constexpr OutputTableOrder kListOrder = [] {
+  OutputTableOrder order{};
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  return order;
+}();
+
+/// Calls visit.operator()<I>(table number I) for each output table, in the given order.
+template <const OutputTableOrder& order = kListOrder, class Visit>
 constexpr void forEachOutputTable(Visit&& visit) {
-  [&]<std::size_t... I>(std::index_sequence<I...>) {
-    (visit.template operator()<I>(std::get<I>(kOutputTables)), ...);
+  [&]<std::size_t... N>(std::index_sequence<N...>) {
+    (visit.template operator()<order[N]>(std::get<order[N]>(kOutputTables)), ...);
   }
   (std::make_index_sequence<kOutputTableCount>());
 }
@@ -106,9 +115,8 @@ static_assert(detail::tablesFit(Kinds()),
               "a kind without a table, a table of an unlisted kind or without its address family");
 
 /// The numbers of the tables called `names`; a constant expression if each table is named once.
-constexpr std::array<std::size_t, kOutputTableCount> tableOrder(
-    const std::array<std::string_view, kOutputTableCount>& names) {
-  std::array<std::size_t, kOutputTableCount> order{};
+constexpr OutputTableOrder tableOrder(const std::array<std::string_view, kOutputTableCount>& names) {
+  OutputTableOrder order{};
   forEachOutputTable([&]<std::size_t I>(const auto& table) {
     std::size_t found = 0;
     for (std::size_t at = 0; at < names.size(); ++at) {

@@ -27,6 +27,7 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   using PtrConst = Quill::Ptr<const Derived>;
 
   using TableEntityOf::Typed::Typed;
+  static constexpr FixedText kTypeName = typeName(Key::kind, Entry::side);
   static const Quill::TypeNode _quillType;
 
   /// The base of the table's reactors.
@@ -97,8 +98,6 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   }
 
  private:
-  static constexpr FixedText kTypeName = typeName(Key::kind, Entry::side);
-
   // A change may replace a damaged segment. Entries that this removed or set back are notified first, whether
   // or not the change itself took place; its own key is notified once.
   template <class Change>

@@ -22,6 +22,9 @@ struct TableKind {
 
   /// "L3IifTH3" and the like.
   static constexpr std::string_view name = Key::kind;
+  static constexpr FixedText typePrefix = typeName(name, "");
+  static constexpr FixedText configTypeName = typeName(name, "Config");
+  static constexpr FixedText statusTypeName = typeName(name, "Status");
 };
 
 }  // namespace TolmarHwLib

@@ -38,6 +38,14 @@ function(tolmar_plugin_objects name)
   set_target_properties(${name} PROPERTIES UNITY_BUILD OFF INTERPROCEDURAL_OPTIMIZATION OFF)
 endfunction()
 
+# A missing definition fails the link of the library, not its loading. The sanitizers' own symbols are missing by
+# design.
+function(tolmar_complete name)
+  if(NOT TOLMAR_SANITIZE)
+    target_link_options(${name} PRIVATE LINKER:-z,defs)
+  endif()
+endfunction()
+
 # tolmar_test(NAME SOURCES ... [USES target ...] [LABELS label ...]): a GoogleTest program, its cases found by
 # CTest. Those labelled tsan hold threads that share memory and are built by the target tsan_tests.
 function(tolmar_test name)

@@ -59,7 +59,7 @@ template <>
 struct RowsOf<L3IifTH3> {
   using ConfigGenerator = L3IifTH3ConfigEntryRowRowOpsGenerator;
   using StatusGenerator = L3IifTH3StatusEntryRowRowOpsGenerator;
-  using Wrapper = L3IifTH3ConfigLumenWrappers::TableLumenWrapper;
+  using LumenWrappers = L3IifTH3ConfigLumenWrappers::Kind;
 };
 
 extern template class TypedRow<L3IifTH3ConfigEntryRow, L3IifTH3ConfigEntry>;

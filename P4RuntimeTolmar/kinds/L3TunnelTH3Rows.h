@@ -59,7 +59,7 @@ template <>
 struct RowsOf<L3TunnelTH3> {
   using ConfigGenerator = L3TunnelTH3ConfigEntryRowRowOpsGenerator;
   using StatusGenerator = L3TunnelTH3StatusEntryRowRowOpsGenerator;
-  using Wrapper = L3TunnelTH3ConfigLumenWrappers::TableLumenWrapper;
+  using LumenWrappers = L3TunnelTH3ConfigLumenWrappers::Kind;
 };
 
 extern template class TypedRow<L3TunnelTH3ConfigEntryRow, L3TunnelTH3ConfigEntry>;

@@ -63,7 +63,7 @@ template <>
 struct RowsOf<MyStationTcamTH3> {
   using ConfigGenerator = MyStationTcamTH3ConfigEntryRowRowOpsGenerator;
   using StatusGenerator = MyStationTcamTH3StatusEntryRowRowOpsGenerator;
-  using Wrapper = MyStationTcamTH3ConfigLumenWrappers::TableLumenWrapper;
+  using LumenWrappers = MyStationTcamTH3ConfigLumenWrappers::Kind;
 };
 
 extern template class TypedRow<MyStationTcamTH3ConfigEntryRow, MyStationTcamTH3ConfigEntry>;

@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "orrery/EntityManager.h"
-#include "p4runtime/GenericPluginNotifiee.h"
 #include "quill/Attribute.h"
 #include "quill/Generic.h"
 
@@ -41,8 +40,7 @@ constexpr Quill::Member kMembers[] = {
 
 Quill::Ptr<Quill::NotifieeConst> genericNotifiee(const Quill::Ptr<const Quill::PtrInterface>& plugin,
                                                  Quill::GenericObserver observer) {
-  using Notifiee = GenericPluginNotifiee<P4RuntimePluginBase::NotifieeConst>;
-  return genericPluginNotifieeIs<Notifiee>(plugin, std::move(observer));
+  return genericPluginNotifieeIs<P4RuntimePluginBase::NotifieeConst>(plugin, std::move(observer));
 }
 
 }  // namespace
@@ -126,15 +124,17 @@ void P4RuntimePluginBase::defaultPluginCleanupHelperIs(const Quill::Ptr<PluginCl
 constinit const Quill::TypeNode P4RuntimePluginBase::NotifieeConst::_quillType{
     .name = "P4Runtime::P4RuntimePluginBase::NotifieeConst", .members = {}};
 P4RuntimePluginBase::NotifieeConst::~NotifieeConst() = default;
-void P4RuntimePluginBase::NotifieeConst::onCliConfig() {}
-void P4RuntimePluginBase::NotifieeConst::onCliStatus() {}
-void P4RuntimePluginBase::NotifieeConst::onPluginContext() {}
-void P4RuntimePluginBase::NotifieeConst::onPluginConfigDir() {}
-void P4RuntimePluginBase::NotifieeConst::onPluginStatusDir() {}
-void P4RuntimePluginBase::NotifieeConst::onAllPluginConfig() {}
-void P4RuntimePluginBase::NotifieeConst::onPluginStatus() {}
-void P4RuntimePluginBase::NotifieeConst::onPluginCleanupSm() {}
-void P4RuntimePluginBase::NotifieeConst::onPluginCleanupHelper() {}
-void P4RuntimePluginBase::NotifieeConst::onDefaultPluginCleanupHelper() {}
+void P4RuntimePluginBase::NotifieeConst::onCliConfig() { observe("cliConfig"); }
+void P4RuntimePluginBase::NotifieeConst::onCliStatus() { observe("cliStatus"); }
+void P4RuntimePluginBase::NotifieeConst::onPluginContext() { observe("pluginContext"); }
+void P4RuntimePluginBase::NotifieeConst::onPluginConfigDir() { observe("pluginConfigDir"); }
+void P4RuntimePluginBase::NotifieeConst::onPluginStatusDir() { observe("pluginStatusDir"); }
+void P4RuntimePluginBase::NotifieeConst::onAllPluginConfig() { observe("allPluginConfig"); }
+void P4RuntimePluginBase::NotifieeConst::onPluginStatus() { observe("pluginStatus"); }
+void P4RuntimePluginBase::NotifieeConst::onPluginCleanupSm() { observe("pluginCleanupSm"); }
+void P4RuntimePluginBase::NotifieeConst::onPluginCleanupHelper() { observe("pluginCleanupHelper"); }
+void P4RuntimePluginBase::NotifieeConst::onDefaultPluginCleanupHelper() {
+  observe("defaultPluginCleanupHelper");
+}
 
 }  // namespace P4Runtime

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <string_view>
+#include <utility>
+
 #include "orrery/Mounter.h"
 #include "p4runtime/PluginCleanup.h"
 #include "p4runtime/PluginContext.h"
 #include "quill/Counted.h"
+#include "quill/TypeNode.h"
 
 namespace P4Runtime {
 
@@ -31,7 +35,8 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
     using Typed::Typed;
     ~NotifieeConst() override;
     static const Quill::TypeNode _quillType;
-    // One for each attribute, in slot order; each does nothing by default.
+    // One for each attribute, in slot order. By default each calls the generic observer, if there is one, and
+    // does nothing else.
     virtual void onCliConfig();
     virtual void onCliStatus();
     virtual void onPluginContext();
@@ -42,6 +47,18 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
     virtual void onPluginCleanupSm();
     virtual void onPluginCleanupHelper();
     virtual void onDefaultPluginCleanupHelper();
+
+    /// `observer` is called with the names of attributes that change, unless their notification is
+    /// overridden.
+    void genericObserverIs(Quill::GenericObserver observer) { observer_ = std::move(observer); }
+
+   protected:
+    void observe(std::string_view attribute) const {
+      if (observer_) observer_(attribute);
+    }
+
+   private:
+    Quill::GenericObserver observer_;
   };
 
   /// The name of the plugin's registration and status; that of the entity.
@@ -86,5 +103,21 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
   Quill::Ptr<PluginCleanupHelper> pluginCleanupHelper_;
   Quill::Ptr<PluginCleanupHelper> defaultPluginCleanupHelper_;
 };
+
+/// The reactor on `plugin` through which `observer` hears of every attribute; it holds no reference to the
+/// plugin. `Notifiee` is the plugin's NotifieeConst.
+template <class Notifiee>
+Quill::Ptr<Quill::NotifieeConst> genericPluginNotifieeIs(const Quill::Ptr<const Quill::PtrInterface>& plugin,
+                                                         Quill::GenericObserver observer) {
+  class Generic final : public Quill::Counted<Generic, Notifiee> {
+   public:
+    Generic() : Generic::Counted(Quill::NotifieeConst::Hold::uncounted) {}
+  };
+  const auto reactor = Quill::allocate<Generic>();
+  reactor->genericObserverIs(std::move(observer));
+  reactor->notifierIs(plugin);
+  reactor->isRegisteredNotifieeIs(true);
+  return reactor;
+}
 
 }  // namespace P4Runtime

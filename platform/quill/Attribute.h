@@ -15,4 +15,13 @@ void attributeIs(const PtrInterface& object, Value& attribute, const Value& valu
   object.notify<Notifiee>([onChange](Notifiee& reactor) { (reactor.*onChange)(); });
 }
 
+/// One attribute of an object: its value, and the notification of a change as a member of the notifiee class.
+template <class Value, auto onChange>
+struct Attribute {
+  void set(const PtrInterface& object, const Value& newValue) {
+    attributeIs(object, value, newValue, onChange);
+  }
+  Value value{};
+};
+
 }  // namespace Quill

@@ -1,6 +1,6 @@
 #include "tests/SlotOf.h"
 
-#include "P4RuntimePlugin/P4RuntimeTolmarPluginLoader.h"
+#include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
 
 namespace {
 
@@ -50,9 +50,11 @@ TEST(SlotOrder, OfPluginHelperTrackersAndReactors) {
   expectObjectSlots<PluginCleanupHelper>(&PluginCleanupHelper::handleCleanupRequest);
   expectObjectSlots<VrfSm>(&VrfSm::quillDoZombieReactors);
   expectReactorSlots<VrfSm::QuillL3IifTH3Config, L3IifTH3Config>();
-  using IifSm = L3IifTH3PendingHwProgrammingSm;
-  expectObjectSlots<IifSm>(&IifSm::quillDoZombieReactors);
-  expectReactorSlots<IifSm::QuillStatus, L3IifTH3Status>();
+  Kinds::forEach([]<class Kind>() {
+    using Sm = typename TrackerOf<Kind>::Type;
+    expectObjectSlots<Sm>(&Sm::quillDoZombieReactors);
+    expectReactorSlots<typename Sm::QuillStatus, typename Kind::Status>();
+  });
 }
 
 }  // namespace
