@@ -89,18 +89,24 @@ void useRow(std::vector<std::byte> bytes) {
   attempt([&] { useTypedRow<Row>(generic); });
 }
 
-constexpr void (*kUses[])(std::vector<std::byte>) = {&useRow<TolmarHwLib::L3TunnelTH3ConfigEntryRow>,
-                                                     &useRow<TolmarHwLib::L3TunnelTH3StatusEntryRow>,
-                                                     &useRow<TolmarHwLib::MyStationTcamTH3ConfigEntryRow>,
-                                                     &useRow<TolmarHwLib::MyStationTcamTH3StatusEntryRow>,
-                                                     &useRow<TolmarHwLib::L3IifTH3ConfigEntryRow>,
-                                                     &useRow<TolmarHwLib::L3IifTH3StatusEntryRow>};
+/// One for each row class.
+const std::vector<void (*)(std::vector<std::byte>)>& uses() {
+  static const auto all = [] {
+    std::vector<void (*)(std::vector<std::byte>)> made;
+    TolmarHwLib::Kinds::forEach([&]<class Kind>() {
+      made.push_back(&useRow<TolmarHwLib::ConfigEntryRowOf<Kind>>);
+      made.push_back(&useRow<TolmarHwLib::StatusEntryRowOf<Kind>>);
+    });
+    return made;
+  }();
+  return all;
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 1 + Lumen::lm_contentOffset || size > 1 + Lumen::kMaxRowLength) return 0;
   const auto* const first = reinterpret_cast<const std::byte*>(data) + 1;
-  kUses[data[0] % std::size(kUses)]({first, first + size - 1});
+  uses()[data[0] % uses().size()]({first, first + size - 1});
   return 0;
 }

@@ -29,9 +29,9 @@ class Tracker : public PluginFixture {
     table.entity->tableIs({{.entryHandle = handle, .errorCode = errorCode}, {key}});
     return taken();
   }
-  /// What the kinds differ in: made by name, `Kind` reports and traces the row of `key`.
-  template <class Kind, class Key>
-  void checkKind(const Key& key, const std::string& line, const std::string& keyText);
+  /// What the kinds differ in: made by name, the tracker of `Kind` reports and traces a row.
+  template <class Kind>
+  void checkKind();
 
   Table status_{folder_.path()};
   Table other_{folder_.path(), "other"};
@@ -182,16 +182,40 @@ TEST_F(Tracker, Reentry_HandlersMayUnbindRebindAndDropTheTrackerItself) {
   tracker_->onStatusRow({1});
 }
 
-template <class Kind, class Key>
-void Tracker::checkKind(const Key& key, const std::string& line, const std::string& keyText) {
-  using Status = std::remove_cvref_t<decltype(*std::declval<Kind>().status())>;
+/// A key, and how the kind's tracker traces it.
+template <class Key>
+struct TracedKey {
+  std::string line;
+  Key key;
+  std::string text;
+};
+
+template <class Kind>
+extern const TracedKey<typename Kind::Key> kTraced;
+template <>
+const TracedKey<L3IifTH3Key> kTraced<L3IifTH3>{"16", {1234567}, "1234567"};
+template <>
+const TracedKey<MyStationTcamTH3Key> kTraced<MyStationTcamTH3>{
+    "73",
+    {{{0x00, 0x00, 0x5e, 0x00, 0x53, 0x01}}, 5, 0, false, {}, 0, 0, true, 0},
+    "00:00:5e:00:53:01 5 0 false 00:00:00:00:00:00 0 0 true 0"};
+template <>
+const TracedKey<L3TunnelTH3Key> kTraced<L3TunnelTH3>{
+    "130",
+    {IpGenAddr::ipv4({192, 0, 2, 1}), IpGenAddr::ipv6({0x20, 0x01, 0x0d, 0xb8}), 47, 5, 0},
+    "192.0.2.1 2001:db8:: 47 5 0"};
+
+template <class Kind>
+void Tracker::checkKind() {
+  using Type = typename TrackerOf<Kind>::Type;
+  using Status = typename Kind::Status;
+  const auto& [line, key, keyText] = kTraced<Kind>;
   ScriptedEntity<Status> status(folder_.path(), "kind");
   const std::vector<Quill::GenericValue> arguments = {genericValue(batch_), genericValue(status.entity)};
-  const auto tracker = Kind::_quillType.genericIfFromCtorArgs(arguments);
-  EXPECT_EQ(tracker.object()->fwkType(), &Kind::_quillType);
-  EXPECT_EQ(Kind::_quillType.member("status")->type, Status::_quillType.name);
-  EXPECT_EQ(constPointer(tracker.get("status")), status.entity);
-  EXPECT_EQ(pointer(tracker.get("batchStatus")), batch_);
+  const auto tracker = Type::_quillType.genericIfFromCtorArgs(arguments);
+  EXPECT_EQ(tracker.object()->fwkType(), &Type::_quillType);
+  EXPECT_EQ(Type::_quillType.member("status")->type, Status::_quillType.name);
+  EXPECT_EQ(std::any_cast<Quill::Ptr<const Quill::PtrInterface>>(tracker.get("status")), status.entity);
   traceIs("PendingHwPogrammingSm", 9);
   status.entity->tableIs({{.entryHandle = 5, .errorCode = 6}, key});
   tracker.call("onStatusRow", std::vector<Quill::GenericValue>{key});
@@ -202,14 +226,7 @@ void Tracker::checkKind(const Key& key, const std::string& line, const std::stri
 }
 
 TEST_F(Tracker, Kinds_EachHasItsTableAndItsTraceLine) {
-  checkKind<L3IifTH3PendingHwProgrammingSm>(L3IifTH3Key{1234567}, "16", "1234567");
-  const EthAddr mac{{0x00, 0x00, 0x5e, 0x00, 0x53, 0x01}};
-  checkKind<MyStationTcamTH3PendingHwProgrammingSm>(
-      MyStationTcamTH3Key{mac, 5, 0, false, {}, 0, 0, true, 0}, "73",
-      "00:00:5e:00:53:01 5 0 false 00:00:00:00:00:00 0 0 true 0");
-  checkKind<L3TunnelTH3PendingHwProgrammingSm>(
-      L3TunnelTH3Key{IpGenAddr::ipv4({192, 0, 2, 1}), IpGenAddr::ipv6({0x20, 0x01, 0x0d, 0xb8}), 47, 5, 0},
-      "130", "192.0.2.1 2001:db8:: 47 5 0");
+  Kinds::forEach([this]<class Kind>() { checkKind<Kind>(); });
 }
 
 }  // namespace

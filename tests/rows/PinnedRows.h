@@ -1,4 +1,4 @@
-// The format of the six row classes once more, as literals that the code under test has no part in: a sample
+// The format of every row class once more, as literals that the code under test has no part in: a sample
 // entry of each class, and the bytes and hashes of its row.
 #pragma once
 
@@ -10,9 +10,12 @@
 
 namespace TolmarHwLib {
 
-using EntryRows =
-    testing::Types<L3TunnelTH3ConfigEntryRow, L3TunnelTH3StatusEntryRow, MyStationTcamTH3ConfigEntryRow,
-                   MyStationTcamTH3StatusEntryRow, L3IifTH3ConfigEntryRow, L3IifTH3StatusEntryRow>;
+template <class... Kind>
+std::tuple<std::pair<ConfigEntryRowOf<Kind>, StatusEntryRowOf<Kind>>...> rowsOf(KindList<Kind...>);
+template <class... Config, class... Status>
+testing::Types<Config..., Status...> typesOf(const std::tuple<std::pair<Config, Status>...>&);
+/// Every row class.
+using EntryRows = decltype(typesOf(rowsOf(Kinds())));
 
 inline const IpGenAddr kSampleSip = IpGenAddr::ipv4({192, 0, 2, 1});
 inline const IpGenAddr kSampleDip =
@@ -44,7 +47,7 @@ struct PinnedRow {
 };
 
 template <class Row>
-const PinnedRow<typename Row::EntryType> kPinned;
+extern const PinnedRow<typename Row::EntryType> kPinned;  // of a class without a sample below: not defined
 
 template <>
 inline const PinnedRow<L3TunnelTH3ConfigEntry> kPinned<L3TunnelTH3ConfigEntryRow>{

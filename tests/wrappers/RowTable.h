@@ -1,4 +1,4 @@
-// Row tables over real config tables in shared memory, the three kinds that tests run over, and a follower.
+// Row tables over real config tables in shared memory, the kinds that tests run over, and a follower.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -22,7 +22,9 @@ using namespace TolmarHwLib;
 using L3Iif = L3IifTH3ConfigLumenWrappers::Kind;
 using L3Tunnel = L3TunnelTH3ConfigLumenWrappers::Kind;
 using MyStation = MyStationTcamTH3ConfigLumenWrappers::Kind;
-using AllKinds = testing::Types<L3Tunnel, MyStation, L3Iif>;
+template <class... Kind>
+testing::Types<typename RowsOf<Kind>::LumenWrappers...> wrapperKinds(KindList<Kind...>);
+using AllKinds = decltype(wrapperKinds(Kinds()));
 
 // Key number `n`.
 inline void keyIs(L3IifTH3ConfigEntry& entry, std::uint32_t n) { entry.l3Iif = 0x100000000u + n; }
