@@ -3,8 +3,8 @@
 
 #include "P4RuntimeTolmar/ConfigTableWrapper.h"
 #include "cairn/Assert.h"
-#include "cairn/Exception.h"
 #include "quill/PtrInterface.h"
+#include "table-service/TableRead.h"
 
 namespace TolmarHwLib {
 
@@ -54,11 +54,7 @@ template <class Step>
 void ConfigRowIterator<Kind>::step(const Step& place) {
   valid_ = false;
   if (walked_ == nullptr) return;
-  try {
-    valid_ = place(*walked_);
-  } catch (const Cairn::CorruptionDetectedException& damage) {
-    damaged_->corruptionDetected(damage.message());
-  }
+  Vesta::readTable(*damaged_, [&] { valid_ = place(*walked_); });
   current_ = &value_;
 }
 
@@ -197,15 +193,12 @@ template <class Kind>
 auto ConfigTableWrapper<Kind>::lookup(Config* config, const Key& key, bool& found, Vesta::IterHint* hint)
     -> const Entry& {
   static const Entry kEmpty{};
-  if (config != nullptr) {
-    try {
-      return config->table().directLookup(key, found, hint);
-    } catch (const Cairn::CorruptionDetectedException& damage) {
-      config->table().corruptionDetected(damage.message());
-    }
-  }
-  found = false;
-  return kEmpty;
+  const Entry* entry = &kEmpty;
+  const bool read = config != nullptr && Vesta::readTable(config->table(), [&] {
+                      entry = &config->table().directLookup(key, found, hint);
+                    });
+  if (!read) found = false;
+  return *entry;
 }
 
 template <class Kind>
@@ -229,13 +222,9 @@ auto ConfigTableWrapper<Kind>::writable(const char* operation) const -> Config& 
 
 template <class Kind>
 std::size_t ConfigTableWrapper<Kind>::size() const {
-  if (!config_) return 0;
-  try {
-    return config_->table().members();
-  } catch (const Cairn::CorruptionDetectedException& damage) {
-    config_->table().corruptionDetected(damage.message());
-    return 0;
-  }
+  std::size_t rows = 0;
+  if (config_) Vesta::readTable(config_->table(), [&] { rows = config_->table().members(); });
+  return rows;
 }
 
 template <class Kind>

@@ -12,6 +12,7 @@
 #include "orrery/TablePump.h"
 #include "quill/Counted.h"
 #include "quill/TypeNode.h"
+#include "table-service/TableRead.h"
 #include "table-service/VestaMap.h"
 
 namespace TolmarHwLib {
@@ -144,11 +145,7 @@ void TableEntityOf<Derived, EntryT>::tableDelAll() {
   std::vector<Key> keys;
   keys.reserve(map_.members());
   try {
-    typename Map::Row row;
-    Vesta::IterHint hint;
-    for (bool more = map_.first(row, hint); more; more = map_.next(row.key, row, hint)) {
-      keys.push_back(row.key);
-    }
+    Vesta::forEachRow(map_, [&keys](const auto& row) { keys.push_back(row.key); });
   } catch (const Cairn::CorruptionDetectedException& damage) {
     map_.corruptionDetected(damage.message());
     throw;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -150,6 +151,19 @@ class VestaMap final : private EventSource {
     if (reader_ != nullptr) reader_->awake();
   }
 
+  // While a call into the reader is in progress, what a handler drops stays alive.
+  class Calling {
+   public:
+    explicit Calling(VestaMap& map) : map_(map) { ++map_.calls_; }
+    ~Calling() {
+      if (--map_.calls_ == 0) map_.leaving_.clear();
+    }
+    Calling(const Calling&) = delete;
+    Calling& operator=(const Calling&) = delete;
+
+   private:
+    VestaMap& map_;
+  };
   template <class Call>
   std::size_t guarded(const Call& call);
   void logError(int line, const char* function, const std::string& text) const {
@@ -233,26 +247,18 @@ template <class Call>
 std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
   Reader* const called = reader_;
   if (called == nullptr) return 0;
-  struct Counted {
-    VestaMap& map;
-    explicit Counted(VestaMap& of) : map(of) { ++map.calls_; }
-    ~Counted() {
-      if (--map.calls_ == 0) map.leaving_.clear();
-    }
-  } counted(*this);
+  const Calling calling(*this);
+  const std::uint64_t before = called->segment().corruptions();
   try {
-    try {
-      return call();
-    } catch (const Cairn::CorruptionDetectedException& damage) {
-      // A handler may have met it first, and have taken the table down or mounted it again. What it has met
-      // in another table passes out.
-      if (reader_ == called) {
-        if (!called->segment().hasMet(std::current_exception())) throw;
-        corruptionDetected(damage.message());
-      }
-    }
+    return call();
+  } catch (const Cairn::CorruptionDetectedException& corruption) {
+    // A handler may have reported it already and even have mounted the table again. What a handler has
+    // detected in another table passes out.
+    if (reader_ != called) return 0;
+    if (called->segment().corruptions() == before) throw;
+    corruptionDetected(corruption.message());
   } catch (const UnsettledException& busy) {
-    logError(0, "poll", busy.message());  // the reader goes on from where it was
+    logError(0, "poll", busy.message());  // the next poll reads the row again
   }
   return 0;
 }

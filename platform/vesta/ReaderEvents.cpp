@@ -1,4 +1,5 @@
 // How a reader follows its writer: changes, sleep, replaced segments.
+#include <exception>
 #include <utility>
 
 #include "vesta/SegmentReader.h"

@@ -149,7 +149,7 @@ void SegmentReader::reportToWriter(Segment& segment) noexcept {
 }
 
 void SegmentReader::damageMet() noexcept {
-  damage_ = std::current_exception();
+  ++corruptions_;
   if (reads_) reportToWriter(reads_->segment());
 }
 

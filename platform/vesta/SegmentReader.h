@@ -3,7 +3,6 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <exception>
 #include <memory>
 #include <string>
 
@@ -76,9 +75,8 @@ class SegmentReader {
   }
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const ReaderCounters& counters() noexcept;
-  /// Whether this reader itself has met that damage, last of all. Handlers may throw what they have met in
-  /// other tables.
-  bool hasMet(const std::exception_ptr& damage) const noexcept { return damage_ == damage; }
+  /// How often this reader has detected corruption. Handlers may throw what they detected in other tables.
+  std::uint64_t corruptions() const noexcept { return corruptions_; }
 
  private:
   void claimNumber();
@@ -123,7 +121,7 @@ class SegmentReader {
   bool detached_ = false;
   bool handling_ = false;  // a handler is running
   ReaderCounters counters_;
-  std::exception_ptr damage_;
+  std::uint64_t corruptions_ = 0;
 };
 
 }  // namespace Vesta
