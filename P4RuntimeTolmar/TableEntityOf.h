@@ -61,7 +61,7 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   /// Calls the reactors for each entry that the replacement of a damaged segment has changed.
   void monitor() override {
     map_.monitor();
-    notifyOfReplacement();
+    notifyOfReplacement(nullptr);
   }
   /// Removes every entry and calls the reactors for each. Throws Cairn::NoPermissionException, with nothing
   /// removed, once the table was found corrupt; an assertion failure before the first attach and after
@@ -107,17 +107,15 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
     try {
       done = change();
     } catch (...) {
-      notifyOfReplacement();
+      notifyOfReplacement(nullptr);
       throw;
     }
-    if (done) map_.changedKeyDel(key);
-    notifyOfReplacement();
+    if (map_.hasChangedKeys()) [[unlikely]]
+      notifyOfReplacement(done ? &key : nullptr);
     if (done) changed(key);
   }
-  // One at a time: a reactor may write, and so notify of the others.
-  void notifyOfReplacement() {
-    while (const std::optional<Key> key = map_.takeChangedKey()) changed(*key);
-  }
+  // Leaves out `written`, unless it is null. One at a time: a reactor may write, and so notify of the others.
+  void notifyOfReplacement(const Key* written);
   void changed(const Key& key) const {
     this->template notify<NotifieeConst>([&key](NotifieeConst& reactor) { reactor.onTable(key); });
   }
@@ -137,6 +135,12 @@ constinit const Quill::TypeNode TableEntityOf<Derived, EntryT>::_quillType{
     .newEntityForDir = [](const Quill::Name& name, const Quill::Ptr<Quill::Entity>&) {
       return Quill::Ptr<Quill::Entity>(Quill::allocate<Derived>(name));
     }};
+
+template <class Derived, class EntryT>
+void TableEntityOf<Derived, EntryT>::notifyOfReplacement(const Key* written) {
+  if (written != nullptr) map_.changedKeyDel(*written);
+  while (const std::optional<Key> key = map_.takeChangedKey()) changed(*key);
+}
 
 template <class Derived, class EntryT>
 void TableEntityOf<Derived, EntryT>::tableDelAll() {

@@ -101,13 +101,14 @@ class VestaMap final : private EventSource {
     if (writer_ != nullptr) writer_->segment().monitor();
     if (reader_ != nullptr) reader_->segment().monitor();
   }
-  /// Takes out one of the keys whose rows the replacement of a damaged segment has removed or set back to an
-  /// older content; nothing when there is none. To be asked after each of the three operations above, also
-  /// after one that threw.
+  // Each of the three operations above, also one that threw, may have replaced a damaged segment and so have
+  // removed rows or set them back to an older content. The caller takes out their keys and notifies of them.
+
+  bool hasChangedKeys() const { return writer_ != nullptr && writer_->segment().hasChangedKeys(); }
+  /// One of the keys; nothing when none is left.
   std::optional<Key> takeChangedKey() {
     return writer_ != nullptr ? writer_->takeChangedKey() : std::nullopt;
   }
-  /// Takes `key` out if it is one of them.
   void changedKeyDel(const Key& key) {
     if (writer_ != nullptr) writer_->changedKeyDel(key);
   }

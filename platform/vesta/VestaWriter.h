@@ -60,16 +60,13 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   /// Takes out one of the keys whose rows a replacement of the segment has changed; nothing when there is
   /// none.
   std::optional<Key> takeChangedKey() {
-    if (!writer_.hasChangedKeys()) [[likely]]
-      return std::nullopt;
+    if (!writer_.hasChangedKeys()) return std::nullopt;
     Key key{};
     RowBuffer<Key, Entry>::decodeKeyFrom(writer_.takeChangedKey().data(), key);
     return key;
   }
   /// Takes `key` out if it is one of them.
   void changedKeyDel(const Key& key) {
-    if (!writer_.hasChangedKeys()) [[likely]]
-      return;
     row_.encodeKey(key);
     writer_.changedKeyDel(row_.key());
   }
