@@ -9,9 +9,9 @@
 
 namespace TolmarHwLib {
 
-/// Indices are recorded in ascending order and are never 0. A key that changes again takes its element along,
-/// so that it costs no allocation. Positions survive such removals: one whose element is gone steps on to the
-/// next higher index.
+/// Indices are recorded in ascending order and are never 0. A key that changes again reuses its element, so
+/// that it costs no allocation. Positions survive removals: one whose element was removed steps to the next
+/// higher index.
 template <class Key>
 class ChangeMap {
   using Map = std::map<std::uint64_t, Key>;

@@ -1,4 +1,4 @@
-// Bodies of the config table pattern; included where the kinds' classes are made.
+// Bodies of the config table pattern; included where the kinds' classes are instantiated.
 #pragma once
 
 #include "P4RuntimeTolmar/ConfigTableWrapper.h"
@@ -20,7 +20,7 @@ template <class Kind>
 ConfigRowIterator<Kind>::ConfigRowIterator(typename Kind::Config::Ptr config, bool modifiable)
     : config_(std::move(config)),
       walked_(config_ ? &config_->table() : nullptr),
-      damaged_(walked_),
+      reported_(walked_),
       current_(&value_),
       modifiable_(modifiable) {}
 
@@ -29,7 +29,7 @@ ConfigRowIterator<Kind>::ConfigRowIterator(const ConfigRowIterator& other)
     : LmRowIteratorImpl(other),
       config_(other.config_),
       walked_(other.walked_),
-      damaged_(other.damaged_),
+      reported_(other.reported_),
       iterHint_(other.iterHint_),
       value_(other.value_),
       current_(&value_),
@@ -43,7 +43,7 @@ bool ConfigRowIterator<Kind>::operator==(const Lumen::LmRowIteratorImpl& other) 
 
 template <class Kind>
 Lumen::BaseRow ConfigRowIterator<Kind>::operator*() const {
-  Cairn::require(valid_, "iterator stands on no row", "operator*");
+  Cairn::require(valid_, "iterator is at the end", "operator*");
   auto row = Kind::EntryRow::fromEntry(current_->entry);
   ConfigTableWrapper<Kind>::markReadOnly(row, config_.get(), modifiable_);
   return row;
@@ -54,7 +54,7 @@ template <class Step>
 void ConfigRowIterator<Kind>::step(const Step& place) {
   valid_ = false;
   if (walked_ == nullptr) return;
-  Vesta::readTable(*damaged_, [&] { valid_ = place(*walked_); });
+  Vesta::readTable(*reported_, [&] { valid_ = place(*walked_); });
   current_ = &value_;
 }
 
@@ -140,7 +140,7 @@ void ConfigReactor<Kind>::record(const typename Kind::Key& key) {
   static const typename Kind::Entry kEmpty{};
   bool found = false;
   const auto& entry = Wrapper::lookup(config_.get(), key, found);
-  // By content: an entry that is there but all zero passes for a deleted one, on purpose.
+  // By content: an entry that is present but all zero counts as deleted, on purpose.
   const bool deleted = entry == kEmpty;
   if (wrapper_ == nullptr) return;  // dropped by a callback of a table that was found corrupt
   if (deleted) {
@@ -304,8 +304,8 @@ void ConfigTableWrapper<Kind>::quillTableModified(const EntryRow& row, bool dele
   latestChangeIdx_ = latest;
   changeMap_.record(latest, key, changed->second);
   changed->second = latest;
-  // Indices grow by 2: this is room for the newest 2 x capacity changes. The table may be attached anew, with
-  // another capacity.
+  // Indices grow by 2: this keeps the newest 2 x capacity changes. The table may have been attached again
+  // with another capacity.
   if (const std::uint64_t capacity = config_ ? config_->table().capacity() : 0; capacity != 0) {
     this->changeSpanIs(2 * 2 * capacity);
   }

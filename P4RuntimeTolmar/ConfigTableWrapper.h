@@ -16,13 +16,13 @@
 
 namespace TolmarHwLib {
 
-/// Walks the rows in the collection's own order. Damage met on the way is handed to the collection and ends
-/// the walk. Iterators compare by whether they stand on a row, not by where: this is what loop ends rely on.
+/// Walks the rows in the collection's own order. Corruption is reported to the collection and ends the walk.
+/// Iterators compare by whether they are at a row, not by position: this is what loop ends rely on.
 template <class Kind>
 class ConfigRowIterator : public Lumen::LmRowIteratorImpl {
  public:
-  /// Exhausted until it is placed. `config` may be null: an empty table. Rows are handed out read-only unless
-  /// they are `modifiable` and the table is not the placeholder of a corrupt one.
+  /// At the end until placed. `config` may be null: an empty table. Rows are handed out read-only unless they
+  /// are `modifiable` and the table is not the placeholder of a corrupt one.
   ConfigRowIterator(typename Kind::Config::Ptr config, bool modifiable);
   ConfigRowIterator(const ConfigRowIterator& other);
   ConfigRowIterator& operator=(const ConfigRowIterator&) = delete;
@@ -43,8 +43,8 @@ class ConfigRowIterator : public Lumen::LmRowIteratorImpl {
   void step(const Step& place);
 
   typename Kind::Config::Ptr config_;
-  Collection* walked_;   // not owned, null without config
-  Collection* damaged_;  // the same, as the one that is told of damage
+  Collection* walked_;    // not owned, null without config
+  Collection* reported_;  // the same, to which corruption is reported
   Vesta::IterHint iterHint_;
   typename Collection::Row value_{};
   const typename Collection::Row* current_;
@@ -74,16 +74,16 @@ class ConfigChangeIterator : public Lumen::LmChangeIteratorImpl {
 template <class Kind>
 class ConfigTableWrapper;
 
-/// Hears of every change of the collection and has the wrapper record it. Notifications keep a counted
-/// reactor alive until they return, so the wrapper lets go of it by its count, and the reactor may outlive
-/// the wrapper by the rest of such a call.
+/// Has the wrapper record every change of the collection. A notification in progress holds a count on its
+/// reactor, so the wrapper releases the reactor by its count, and the reactor may outlive the wrapper until
+/// the notification returns.
 template <class Kind>
 class ConfigReactor : public Kind::Config::NotifieeConst {
  public:
   ConfigReactor(typename Kind::Config::Ptr config, ConfigTableWrapper<Kind>& wrapper);
 
   void onTable(const typename Kind::Key& key) override;
-  /// Ends the reactor's work; the wrapper is about to go.
+  /// Detaches the reactor from its wrapper, which is about to be destroyed.
   void wrapperDel();
 
  private:
@@ -95,10 +95,10 @@ class ConfigReactor : public Kind::Config::NotifieeConst {
 };
 
 /// A config entity as a table of rows. `config` may be null: readers see an empty table, writes are an
-/// assertion failure. Rows that are handed out are read-only when the wrapper was built without modifiers or
-/// the table is the placeholder of a corrupt one; to write one back, take its clone(). Indices other than 0
-/// are an assertion failure, rows without buffer LmNullRow, rows of another type LmBadCast, looked for in
-/// this order and before anything is done; the pre-write hook alone sees a row before that.
+/// assertion failure. Rows are handed out read-only when the wrapper was built without modifiers or the table
+/// is the placeholder of a corrupt one; to write such a row back, take its clone(). Errors, checked in this
+/// order and before anything else but the pre-write hook: an index other than 0 is an assertion failure, a
+/// row without buffer LmNullRow, a row of another type LmBadCast.
 template <class Kind>
 class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
  public:
@@ -117,7 +117,7 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
   bool readerSupported() const override { return readerSupportedFlag_; }
   bool modifierSupported() const override { return modifierSupportedFlag_; }
   bool observerSupported() const override { return observerSupportedFlag_; }
-  /// For a key without entry the row of an empty entry.
+  /// For a key without an entry, the row of an empty entry.
   Lumen::BaseRow row(const Lumen::BaseRow& keyRow, unsigned idx) override;
   std::unique_ptr<Lumen::LmRowIteratorImpl> begin(unsigned idx) override;
   std::unique_ptr<Lumen::LmRowIteratorImpl> find(const Lumen::BaseRow& keyRow, unsigned idx) override;
@@ -130,20 +130,21 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
   std::unique_ptr<Lumen::LmChangeIteratorImpl> nextChange(std::uint64_t idx) override;
   std::unique_ptr<Lumen::LmChangeIteratorImpl> endChange() override;
 
-  // New virtual operations, in the slots after those of the base.
+  // New virtual operations, in slot order after those of the base.
 
   /// Forgets the changes up to and including `idx`.
   virtual void cleanChangeMap(std::uint64_t idx);
   /// Records one change. The index grows by 2; its lowest bit is set for a deletion.
   virtual void quillTableModified(const EntryRow& row, bool deleted, const Key& key);
 
-  /// A change could not be recorded. Forgets all, so that every follower reads the rows again.
+  /// To be called when a change could not be recorded: forgets all changes, so that users read the rows
+  /// again.
   void changeLost();
 
   static std::uint32_t tableKeyTarotHasher(const Key& key) { return key.hash(); }
-  /// The entry under `key`, or an empty one. Damage is handed to the collection and reads as no entry. Valid
-  /// until the next read of the table. A hint that is given is left where the entry is, for a walk from
-  /// there.
+  /// The entry under `key`, or an empty one. Corruption is reported to the collection and reads as no entry.
+  /// Valid until the next read of the table. `hint`, unless null, is set to the entry's position, so that a
+  /// walk can continue from there.
   static const Entry& lookup(Config* config, const Key& key, bool& found, Vesta::IterHint* hint = nullptr);
   /// Marks a row that is about to be handed out read-only unless it may be modified.
   static void markReadOnly(Lumen::BaseRow& row, Config* config, bool modifiable);
@@ -162,7 +163,7 @@ class ConfigTableWrapper : public Lumen::DefaultLmTableImplementation {
   bool readerSupportedFlag_;
   bool modifierSupportedFlag_;
   bool observerSupportedFlag_;
-  EntryRow scratchRow_;  // the table's spare row; reactor and iterators have their own
+  EntryRow scratchRow_;
   std::uint64_t oldestChangeIdx_ = 1;
   std::uint64_t latestChangeIdx_ = 1;
   ChangeMap<Key> changeMap_;

@@ -1,5 +1,5 @@
 // The pattern of the six table entities: a keyed collection in shared memory that calls its reactors on
-// every write, change and removal, by whomever.
+// every write, change and removal, by any process.
 #pragma once
 
 #include <memory>
@@ -49,7 +49,8 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   };
 
   /// Inserts or replaces the entry under its key, then calls the reactors; also for an equal entry. Throws,
-  /// with nothing stored and nobody called, when the table is full ("used N of M") or not this process's own.
+  /// with nothing stored and no reactor called, when the table is full ("used N of M") or not this process's
+  /// own.
   void tableIs(const Entry& entry) {
     const Key key = entry.key();
     change(key, [&] { return map_.write(key, entry), true; });
@@ -65,7 +66,7 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   }
   /// Removes every entry and calls the reactors for each. Throws Cairn::NoPermissionException, with nothing
   /// removed, once the table was found corrupt; an assertion failure before the first attach and after
-  /// detach(). Corruption detected while the keys are gathered is handed to the collection and thrown on;
+  /// detach(). Corruption detected while the keys are gathered is reported to the collection and passes out;
   /// nothing has been removed then.
   void tableDelAll();
 
@@ -119,7 +120,7 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   void changed(const Key& key) const {
     this->template notify<NotifieeConst>([&key](NotifieeConst& reactor) { reactor.onTable(key); });
   }
-  void attachedAnew() const {
+  void attachedAgain() const {
     this->template notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTablequillImmediate(); });
     this->template notify<NotifieeConst>([](NotifieeConst& reactor) { reactor.onTable(); });
   }
@@ -147,8 +148,8 @@ void TableEntityOf<Derived, EntryT>::tableDelAll() {
   Cairn::require(map_.implementation() != nullptr, "table is not attached", "tableDelAll");
   if (!map_.attached()) map_.remove(Key{});  // the placeholder refuses
   std::vector<Key> keys;
-  keys.reserve(map_.members());
   try {
+    keys.reserve(map_.members());
     Vesta::forEachRow(map_, [&keys](const auto& row) { keys.push_back(row.key); });
   } catch (const Cairn::CorruptionDetectedException& damage) {
     map_.corruptionDetected(damage.message());
@@ -173,11 +174,11 @@ void TableEntityOf<Derived, EntryT>::attach(const QuillVesta::MountDescription& 
     try {
       pump_ = std::make_unique<QuillVesta::TablePump>(map_.events(), loop);
     } catch (...) {
-      map_.detach();  // it would never hear of a change
+      map_.detach();  // without a pump it would deliver no change
       throw;
     }
   }
-  attachedAnew();
+  attachedAgain();
 }
 
 }  // namespace TolmarHwLib

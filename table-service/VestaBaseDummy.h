@@ -5,14 +5,14 @@
 
 namespace Vesta {
 
-/// Stands in for a table whose segment was found damaged: reads as empty, refuses writes.
+/// Replaces the table object after its segment was found corrupt: reads as empty, refuses writes.
 template <class Key, class Entry>
 class VestaBaseDummy final : public VestaDebug, public VestaBase<Key, Entry> {
  public:
   using Base = VestaBase<Key, Entry>;
   using typename Base::Row;
 
-  /// `owned`, the table that is stood in for, may be null; it gets `cleanup` passed on.
+  /// `owned`, the replaced table object, may be null; cleanup() is passed on to it.
   VestaBaseDummy(std::shared_ptr<const Cairn::DebugHandler> handler, const RootPath& rootPath,
                  std::unique_ptr<Base> owned)
       : VestaDebug(std::move(handler)),
@@ -64,7 +64,7 @@ class VestaBaseDummy final : public VestaDebug, public VestaBase<Key, Entry> {
   }
 
  private:
-  // The texts end in a blank, which parts them from the name.
+  // The texts end in a blank, which separates them from the name.
   void say(const char* text, const char* operation) const {
     if (debugHandler()->wants(Cairn::DebugHandler::kDebugFlag)) {
       debugHandler()->log(5, "VestaBaseDummy", 0, operation, text + name_);

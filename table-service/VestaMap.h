@@ -16,8 +16,9 @@
 
 namespace Vesta {
 
-/// A collection's road to its table: the attached implementation, or nothing yet, or the read-only
-/// placeholder after damage. One thread. While nothing is attached the map reads as empty and writes throw.
+/// A collection's access to its table: through the attached implementation, or the read-only placeholder once
+/// corruption was detected. While nothing is attached, the map reads as empty and writes throw.
+/// Thread safety: one thread. Handlers that the map calls may attach and detach it.
 template <class Key, class Entry>
 class VestaMap final : private EventSource {
  public:
@@ -29,9 +30,8 @@ class VestaMap final : private EventSource {
   VestaMap() = default;
   ~VestaMap() override = default;
 
-  /// Attaches as the table's one writer; see VestaWriter for errors. What was attached before is detached,
-  /// and goes on standing for the table, placeholder or not, when attaching fails. A handler that this map
-  /// calls may attach and detach it.
+  /// Attaches as the table's one writer; see VestaWriter for errors. Detaches the current implementation
+  /// first and keeps it, detached, when attaching fails.
   void attachWriter(const AttachOptions& options) {
     path_ = options.path;
     release();  // this map may hold the writer lock itself
@@ -41,7 +41,7 @@ class VestaMap final : private EventSource {
     writer_ = plain;
     writes_ = true;
   }
-  /// Attaches as a reader; changes go to the handler set by onChangeIs, through events().
+  /// Attaches as a reader; events() then delivers changes to the handler set by onChangeIs.
   void attachReader(const AttachOptions& options) {
     path_ = options.path;
     release();
@@ -53,7 +53,7 @@ class VestaMap final : private EventSource {
       if (onChange_) onChange_(key);
     });
   }
-  /// Puts an implementation in place that counts as attached to a segment.
+  /// Attaches another implementation.
   void attach(std::unique_ptr<Base> implementation, std::shared_ptr<const Cairn::DebugHandler> handler) {
     Cairn::require(implementation != nullptr && handler != nullptr, "implementation and debug handler",
                    "VestaMap::attach");
@@ -63,9 +63,9 @@ class VestaMap final : private EventSource {
     handler_ = std::move(handler);
     attached_ = true;
   }
-  /// Lets go of the table without a placeholder: the orderly end. The map then reads as empty.
+  /// Detaches in order, without a placeholder; the map then reads as empty.
   void detach() { drop(); }
-  /// Removes the table's files, also when damage has detached them. Nothing happens unless attachWriter was
+  /// Removes the table's files, also after corruption has detached them. No effect unless attachWriter was
   /// the last attach.
   void cleanup() {
     if (writes_) implementation_->cleanup();
@@ -74,7 +74,7 @@ class VestaMap final : private EventSource {
   bool attached() const noexcept { return attached_; }
   /// The current implementation; null before the first attach and after detach. Owned by the map.
   Base* implementation() const noexcept { return implementation_.get(); }
-  /// Null unless attached as such.
+  /// Null unless attached as writer or reader.
   Writer* writer() const noexcept { return writer_; }
   Reader* reader() const noexcept { return reader_; }
 
@@ -176,7 +176,7 @@ class VestaMap final : private EventSource {
     Cairn::require(implementation_ != nullptr, "table is not attached", "VestaMap");
     return *implementation_;
   }
-  // Leaves the segment. What stood for the table goes on standing for it until its successor is there.
+  // Detaches the implementation but keeps it until its successor is attached.
   void release() {
     if (implementation_ && attached_) implementation_->detach();
     attached_ = false;
@@ -195,8 +195,8 @@ class VestaMap final : private EventSource {
 
   std::optional<RootPath> path_;
   std::unique_ptr<Base> implementation_;
-  std::vector<std::unique_ptr<Base>> leaving_;  // dropped by a handler that one of them has called
-  int calls_ = 0;                               // into the reader that are under way
+  std::vector<std::unique_ptr<Base>> leaving_;  // dropped by handlers while a call is in progress
+  int calls_ = 0;                               // into readers that are in progress
   std::shared_ptr<const Cairn::DebugHandler> handler_;
   Writer* writer_ = nullptr;  // not owned; the implementation when attached as writer
   Reader* reader_ = nullptr;  // not owned; the implementation when attached as reader

@@ -1,4 +1,5 @@
-// The usual behaviour of a table implementation with one key index; implementations override what they offer.
+// The default behaviour of a table implementation with one key index; implementations override what they
+// offer.
 #pragma once
 
 #include <functional>
@@ -11,18 +12,18 @@ namespace Lumen {
 
 using IndexMap = std::map<std::string, std::string>;
 
-/// Given the row about to be written, also a null one, and the previous row as far as it is known (a null row
-/// otherwise). By throwing it refuses the write.
+/// Called with the row about to be written, which may be null, and the previous row, null if unknown. Refuses
+/// the write by throwing.
 using PreWriteHook = std::function<void(const BaseRow& row, const BaseRow& previous)>;
 
-/// Operations that the maker of a table gives it along. Those left empty are not used.
+/// Operations that the creator of a table supplies. Empty ones are not used.
 struct LmTableOps {
   PreWriteHook preWrite;
 };
 
 class DefaultLmTableImplementation : public LmTableImplementation {
  public:
-  /// `tableOps` may be null; it is read here and not kept.
+  /// `tableOps` may be null; it is copied.
   DefaultLmTableImplementation(std::string tableTypeName, std::string rowTypeName, std::uint16_t rowTypeId,
                                bool unique, bool ordered, bool bounded, bool readerSupported,
                                const LmTableOps* tableOps, IndexMap indexMap);
@@ -47,7 +48,7 @@ class DefaultLmTableImplementation : public LmTableImplementation {
   bool indexActive(unsigned idx) const override { return idx == 0; }
   unsigned indexes() const override { return 1; }
 
-  // Not supported here (LmNotSupported), save rowDel of an iterator, which deletes the row it stands on.
+  // Not supported here (LmNotSupported), except rowDel of an iterator, which deletes the row at its position.
   BaseRow row(const BaseRow& keyRow, unsigned idx) override;
   std::unique_ptr<LmRowIteratorImpl> begin(unsigned idx) override;
   std::unique_ptr<LmRowIteratorImpl> find(const BaseRow& keyRow, unsigned idx) override;
@@ -82,12 +83,12 @@ class DefaultLmTableImplementation : public LmTableImplementation {
 
   /// Changes up to `span` indices behind the latest stay recorded.
   void changeSpanIs(std::uint64_t span) noexcept { changeSpan_ = span; }
-  /// To be called after a change was recorded. Returns the index up to which changes are no longer needed.
-  /// Followers of the table come for changes at their own pace (nextChange), so none is called here.
+  /// Called after a change was recorded. Returns the index up to which changes are no longer needed. Users of
+  /// the table read changes at their own pace (nextChange), so nobody is notified here.
   std::uint64_t notifyObservers(std::uint64_t previousIdx, std::uint64_t latestIdx, bool deleted,
                                 const BaseRow& row) const;
-  /// Has `table`, an implementation with cleanChangeMap(idx), forget its changes up to `idx`. What is
-  /// forgotten already is not brought up again, so the oldest index never falls.
+  /// Makes `table`, an implementation with cleanChangeMap(idx), forget its changes up to `idx`. The oldest
+  /// index never decreases.
   template <class Table>
   static void cleanChanges(Table& table, std::uint64_t idx) {
     if (idx > table.oldestChangeIdx()) table.cleanChangeMap(idx);

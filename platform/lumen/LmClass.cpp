@@ -27,7 +27,7 @@ constexpr std::array kTypes{typeInfoOf<bool>(),          typeInfoOf<std::uint8_t
                             typeInfoOf<std::uint64_t>(), typeInfoOf<EthAddr>(),
                             typeInfoOf<IpGenAddr>()};
 
-/// Reads a descriptor piece by piece; every piece that is not there is an error.
+/// Parses a descriptor piece by piece; a missing piece is an error.
 class DescriptorReader {
  public:
   DescriptorReader(std::string_view className, std::string_view text) : className_(className), text_(text) {}
@@ -111,7 +111,5 @@ const LmColumn* LmClass::column(std::string_view columnName) const noexcept {
                                   [&](const LmColumn& known) { return known.name == columnName; });
   return found != columns_.end() ? &*found : nullptr;
 }
-
-std::string_view typeWord(ColumnType type) { return kTypes.at(static_cast<std::size_t>(type)).word; }
 
 }  // namespace Lumen

@@ -1,4 +1,4 @@
-// What the row database knows of a row class without having the class: its columns by name, type and place.
+// The row database's description of a row class: its columns by name, type and offset.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ struct LmColumn {
   bool isKey;
 };
 
-/// What a metadata source tells of a row class.
+/// What a metadata source supplies for a row class.
 struct LmClassMetadata {
   /// The class's type descriptor, {"name":"type word", ...}: its columns in row order.
   std::string_view descriptor;
@@ -30,8 +30,8 @@ struct LmClassMetadata {
 
 class LmClass {
  public:
-  /// Throws LmMetadataError if the descriptor cannot be read or names a column twice, or if the key goes
-  /// beyond the columns.
+  /// Throws LmMetadataError if the descriptor cannot be parsed or names a column twice, or if the key exceeds
+  /// the columns.
   LmClass(std::string_view name, std::uint16_t oid, const LmClassMetadata& metadata);
 
   const std::string& name() const noexcept { return name_; }
@@ -56,8 +56,5 @@ class LmClass {
   std::vector<len_t> variableColumns_;
   len_t fixedLength_ = lm_contentOffset;
 };
-
-/// The type's word in descriptors.
-std::string_view typeWord(ColumnType type);
 
 }  // namespace Lumen

@@ -5,30 +5,30 @@
 
 namespace Lumen {
 
-/// No metadata source knows a row type name, or what it tells cannot be read.
+/// No metadata source knows a row type name, or its metadata cannot be parsed.
 class LmMetadataError : public Cairn::Exception {
  public:
   using Exception::Exception;
   ~LmMetadataError() override;
 };
 
-/// The text of a value or the name of a column was not what its row class has; says what was expected and
-/// what came.
+/// A column name or the text of a value does not fit the row class; says what was expected and what was
+/// found.
 class LmTextError : public Cairn::Exception {
  public:
   using Exception::Exception;
   ~LmTextError() override;
 };
 
-/// The number of a key index is none that the table has.
+/// The table has no key index with that number.
 class LmOutOfRange : public Cairn::Exception {
  public:
   using Exception::Exception;
   ~LmOutOfRange() override;
 };
 
-/// A table is not registered, or otherwise than asked for, or has no implementation; says which and what was
-/// expected.
+/// A table is not registered, is registered differently or has no implementation; names the table and says
+/// what was expected.
 class LmTableError : public Cairn::Exception {
  public:
   using Exception::Exception;

@@ -1,4 +1,4 @@
-// A table registered with the row database: what its users hold.
+// A table registered with the row database, as its users hold it.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ class LmIterator {
   LmIterator(LmIterator&&) noexcept = default;
   LmIterator& operator=(const LmIterator& other) { return *this = LmIterator(other); }
   LmIterator& operator=(LmIterator&& other) noexcept {
-    impl_ = std::move(other.impl_);  // before the table that it may look into
+    impl_ = std::move(other.impl_);  // first: it may refer to the table
     table_ = std::move(other.table_);
     return *this;
   }
@@ -43,18 +43,18 @@ class LmIterator {
 using LmRowIterator = LmIterator<LmRowIteratorImpl>;
 using LmChangeIterator = LmIterator<LmChangeIteratorImpl>;
 
-/// How a table is stored, by the number that registrations carry: by its implementation.
-enum class TableType : std::uint16_t { external = 2 };
+/// How a table is stored; the number is part of registrations.
+enum class TableType : std::uint16_t { external = 2 /* by its implementation */ };
 
 /// What a table was registered with.
 struct TableRegistration {
   std::string tableName;
   std::string rowTypeName;
   TableType type = TableType::external;
-  std::uint16_t rowsHint = 0;     ///< rows expected at first; sizes nothing of an external table
-  std::uint16_t changesHint = 0;  ///< changes expected between two visits of a follower; likewise
-  std::string folder;  ///< where the database would keep a table itself; not used by an external one
-  IndexMap indexMap;   ///< further key indices by name
+  std::uint16_t rowsHint = 0;     ///< rows expected; not used for external tables, like the next two
+  std::uint16_t changesHint = 0;  ///< changes expected between two reads of changes
+  std::string folder;             ///< where the database keeps the table
+  IndexMap indexMap;              ///< further key indices by name
 
   friend bool operator==(const TableRegistration&, const TableRegistration&) = default;
 };
@@ -73,7 +73,7 @@ class LmTable final : public LmTableInterface {
   const std::string& name() const noexcept { return registration_.tableName; }
   /// The row type's descriptor: the JSON object of its column names and types, in order.
   std::string descriptor() const;
-  /// What serves the table, or null.
+  /// The current implementation, or null.
   const std::shared_ptr<LmTableImplementation>& implementation() const noexcept { return implementation_; }
 
   // Rows, by key index 0. Errors as LmTableImplementation and the implementation say.
@@ -98,7 +98,7 @@ class LmTable final : public LmTableInterface {
   }
 
  private:
-  /// The implementation, kept alive by the caller's copy.
+  /// The implementation; throws LmTableError when there is none. The caller's copy keeps it alive.
   std::shared_ptr<LmTableImplementation> served() const;
 
   TableRegistration registration_;

@@ -1,4 +1,4 @@
-// What stands behind a table of the row database: its storage, and iteration over its rows and changes.
+// What a table of the row database is implemented by: its storage, and iteration over its rows and changes.
 #pragma once
 
 #include <cstddef>
@@ -29,7 +29,7 @@ class LmRowIteratorImpl {
   virtual ~LmRowIteratorImpl();
   virtual bool operator==(const LmRowIteratorImpl& other) const = 0;
   virtual bool operator!=(const LmRowIteratorImpl& other) const = 0;
-  /// Whether the iterator stands on a row.
+  /// Whether the iterator is at a row.
   virtual explicit operator bool() const = 0;
   /// The current row; an assertion failure on an exhausted iterator.
   virtual BaseRow operator*() const = 0;
@@ -43,8 +43,8 @@ class LmRowIteratorImpl {
   LmRowIteratorImpl& operator=(const LmRowIteratorImpl&) = default;
 };
 
-/// A position in a table's changes, in ascending order of their indices. It stays good when changes are
-/// recorded and forgotten: ++ then goes to the next higher index that is there.
+/// A position in a table's changes, in ascending order of their indices. It stays valid when changes are
+/// recorded and forgotten: ++ then goes to the next higher index.
 class LmChangeIteratorImpl {
  public:
   virtual ~LmChangeIteratorImpl();
@@ -61,7 +61,7 @@ class LmChangeIteratorImpl {
   LmChangeIteratorImpl& operator=(const LmChangeIteratorImpl&) = default;
 };
 
-/// The side of a registered table that its implementation reports to.
+/// The registered table as its implementation sees it.
 class LmTableInterface {
  public:
   virtual ~LmTableInterface();
@@ -98,7 +98,7 @@ class LmTableImplementation {
   virtual bool indexActive(unsigned idx) const = 0;
   virtual unsigned indexes() const = 0;
 
-  /// The row with the key of `keyRow`; a row without content when there is none.
+  /// The row with the key of `keyRow`; a row of zeros when there is none.
   virtual BaseRow row(const BaseRow& keyRow, unsigned idx) = 0;
   virtual std::unique_ptr<LmRowIteratorImpl> begin(unsigned idx) = 0;
   virtual std::unique_ptr<LmRowIteratorImpl> find(const BaseRow& keyRow, unsigned idx) = 0;
@@ -125,7 +125,7 @@ class LmTableImplementation {
   /// For implementations that fill over time: called periodically so that they can continue.
   virtual void reportProgress() = 0;
 
-  /// Binds a table of the row database; it is not owned and unbinds itself before it goes.
+  /// Binds a table of the row database; not owned, it unbinds itself in its destructor.
   virtual void addInterface(LmTableInterface& tableInterface) = 0;
   virtual void removeInterface(LmTableInterface& tableInterface) = 0;
   virtual std::size_t boundInterfacesCount() const = 0;

@@ -77,8 +77,8 @@ void LumenDB::registerTable(const std::string& tableName, const std::string& row
   TableRegistration registration{tableName, rowTypeName, type, rowsHint, changesHint, folder, indexMap};
   if (const auto known = table(tableName)) {
     if (known->registration() == registration) return;
-    throw LmTableError("table " + tableName + " is registered otherwise: with rows of type " +
-                       known->registration().rowTypeName + ", now asked for with " + rowTypeName);
+    throw LmTableError("table " + tableName + " is already registered differently, with rows of type " +
+                       known->registration().rowTypeName + "; requested: " + rowTypeName);
   }
   tables_.push_back(std::make_shared<LmTable>(std::move(registration)));
 }

@@ -23,9 +23,9 @@ class LumenDB {
   LumenDB& operator=(const LumenDB&) = delete;
   virtual ~LumenDB();
 
-  /// Registers a table of rows of type `rowTypeName`; it is served once it has an implementation. The two
-  /// hints and the folder are told in TableRegistration. Repeating a registration changes nothing; a
-  /// different one under the same name is LmTableError. Throws LmMetadataError for an unknown row type.
+  /// Registers a table of rows of type `rowTypeName`; it can be used once it has an implementation. See
+  /// TableRegistration for the hints and the folder. Repeating a registration changes nothing; a different
+  /// one under the same name is LmTableError. Throws LmMetadataError for an unknown row type.
   virtual void registerTable(const std::string& tableName, const std::string& rowTypeName, TableType type,
                              std::uint16_t rowsHint, std::uint16_t changesHint, const std::string& folder,
                              const IndexMap& indexMap);
@@ -45,8 +45,8 @@ class LumenDB {
   /// All tables, in order of registration.
   const std::vector<std::shared_ptr<LmTable>>& tables() const noexcept { return tables_; }
 
-  // Metadata of row classes, one set for the process. Row type numbers are given from 1 on, in the order in
-  // which the classes are first loaded. Used from one thread.
+  // Metadata of row classes, one set for the process. Row type numbers start at 1 and are assigned in the
+  // order in which the classes are first loaded. Used from one thread.
 
   /// The class called `rowTypeName`, or null if its metadata is not loaded. Valid for the life of the
   /// process.
@@ -60,7 +60,7 @@ class LumenDB {
   /// LmMetadataError if there is none.
   static std::uint32_t tableTypeId(std::string_view rowTypeName, bool loadedOnly);
 
-  /// Tells the metadata of `rowTypeName` if it has any.
+  /// Supplies the metadata of `rowTypeName`; false if it has none.
   using MetadataSource = bool (*)(std::string_view rowTypeName, LmClassMetadata& metadata);
   /// Adds a source; sources are asked in order of registration. It stays until metadataSourceDel.
   static void metadataSourceIs(MetadataSource source);

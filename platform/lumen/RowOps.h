@@ -1,5 +1,5 @@
-// Hash, equality and order of rows by key, for tables that do not know the row classes; and the registry in
-// which row classes leave the generators of theirs under their row type names. Used from one thread.
+// Hash, equality and order of rows by key, for tables that do not know the row classes; and the registry of
+// their generators by row type name. Used from one thread.
 #pragma once
 
 #include <cstdint>
@@ -42,9 +42,9 @@ class RowOpsGenerator {
   ~RowOpsGenerator() = default;
 };
 
-/// Registers `generator` (not owned) under `rowTypeName`. Of several under one name the latest counts.
+/// Registers `generator` (not owned) under `rowTypeName`. The latest one under a name is used.
 void installRowOpsGenerator(const std::string& rowTypeName, RowOpsGenerator* generator);
-/// Takes `generator` out again; no effect if it is not registered.
+/// Removes `generator`; no effect if it is not registered.
 void uninstallRowOpsGenerator(const RowOpsGenerator* generator);
 
 /// The generator of that row type name, or null.

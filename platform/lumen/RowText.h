@@ -1,8 +1,7 @@
-// Rows built and printed by the metadata of their class alone, for programs that have no row
-// classes. All functions that take a row find its class by the row type in its header, and check once that
-// the row is laid out as the class says. They throw LmMetadataError for a row of a type that is not loaded,
-// LmNullRow for a null row, Cairn::AssertionException for a row whose bytes are not laid out so, and
-// LmTextError for names and values that the class does not have; the row is then as it was.
+// Builds and prints rows by the metadata of their class, for programs without row classes. A function that
+// takes a row finds its class by the row type in its header and checks the row's layout once. Errors:
+// LmMetadataError for a row type that is not loaded, LmNullRow for a null row, Cairn::AssertionException for
+// a row whose layout is not that of its class, LmTextError for a name or value that does not fit the class.
 #pragma once
 
 #include <span>
@@ -29,7 +28,7 @@ struct ColumnText {
 /// The class of a row.
 const LmClass& lmClassOf(const BaseRow& row);
 
-/// A row of `rowClass` with these columns, the rest zero, in a buffer of just the size. A name may occur
+/// A row of `rowClass` with these columns, the rest zero, in a buffer of exactly its size. A name may occur
 /// once.
 BaseRow rowFromText(const LmClass& rowClass, std::span<const ColumnText> columns);
 
@@ -37,7 +36,7 @@ BaseRow rowFromText(const LmClass& rowClass, std::span<const ColumnText> columns
 /// an Ethernet address; an IPv4 or IPv6 address, or nothing for an unset one.
 ColumnValue parseColumn(const LmColumn& column, std::string_view text);
 
-/// The text that the row's class gives: name = value, joined by ", "; "len: 0, NULL" for a null row.
+/// The text of the row as its class prints it: name = value, joined by ", "; "len: 0, NULL" for a null row.
 std::string rowText(const BaseRow& row);
 
 }  // namespace Lumen

@@ -25,8 +25,7 @@ QuillVesta::MountDescription description(int type, unsigned capacity = 8) {
 const auto kWriter = description(0);
 const auto kReader = description(1);
 
-/// The keys that a table's reactor was told of, each with the generation that the table held then; 0 for
-/// none.
+/// The keys that a table's reactor was notified of, each with the genId that the table held then; 0 for none.
 using Calls = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
 
 struct Listener final : L3IifTH3Config::NotifieeConst {
@@ -76,7 +75,7 @@ TEST_F(MountTest, Table_IsFoundByPathUntilUnmountedThenReadsAsEmpty) {
   EXPECT_EQ(writer.table->directLookup({5}, found), L3IifTH3ConfigEntry{});
   EXPECT_FALSE(found);
   EXPECT_THROW(writer.table->tableIs({{1}, {6}}), Cairn::Exception);
-  EXPECT_EQ(Side(folder, kWriter).table->table().members(), 1u) << "letting go of a table keeps its rows";
+  EXPECT_EQ(Side(folder, kWriter).table->table().members(), 1u) << "unmounting a table keeps its rows";
 }
 
 TEST_F(MountTest, Mount_RefusesWhatDoesNotFit) {
@@ -129,7 +128,7 @@ TEST_F(MountTest, Mounter_IsCalledFromTheLoopOnceItsMountsAreDone) {
   EXPECT_EQ(manager->references(), 2u) << "nothing is held any more";
 }
 
-TEST_F(MountTest, Writer_IsToldAtOnceAndOfEveryWriteThatIsStored) {
+TEST_F(MountTest, Writer_IsNotifiedAtOnceOfEveryWriteThatIsStored) {
   Listener listener(writer.table);
   for (int i = 0; i < 2; ++i) writer.table->tableIs({{1}, {5}});
   writer.table->tableDel(L3IifTH3Key{7});
@@ -220,7 +219,7 @@ TEST(Replacement, ByAWriteOrBetweenThem_NotifiesOfTheRowsThatItChanged) {
   }
 }
 
-TEST_F(MountTest, Reader_HearsOfChangesAfterItsMountThroughItsLoop) {
+TEST_F(MountTest, Reader_IsNotifiedByItsLoopOfChangesAfterItsMount) {
   writer.table->tableIs({{1}, {4}});
   Side reader(folder, kReader);
   Listener listener(reader.table);
@@ -235,7 +234,7 @@ TEST_F(MountTest, Reader_HearsOfChangesAfterItsMountThroughItsLoop) {
   EXPECT_THROW(reader.table->tableIs({{1}, {1}}), Cairn::NoPermissionException);
 }
 
-TEST_F(MountTest, Reader_MountedAgainWhenItIsFoundCorruptHearsOfChangesAgain) {
+TEST_F(MountTest, Reader_MountedAgainWhenFoundCorruptIsNotifiedAgain) {
   Side reader(folder, kReader);
   Listener listener(reader.table);
   int changes = 0;

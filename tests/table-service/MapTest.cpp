@@ -18,7 +18,7 @@ class MapTest : public TableTest {
   MapTest() {
     map.readyFunctionIs([] {});
   }
-  /// The message of the damage that a lookup of `id` meets.
+  /// The message of the corruption that a lookup of `id` detects.
   std::string messageOf(std::uint64_t id) {
     bool found = false;
     return failure([&] { map.directLookup(TestKey{id}, found); });
@@ -38,7 +38,7 @@ class MapTest : public TableTest {
   Map map;
 };
 
-// What damaged tables do, step by step, is a contract: texts, levels, lines, order.
+// What happens to a corrupt table, step by step, is contract: texts, levels, lines, order.
 TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
   const auto table = writer();
   put(*table, 1, 1);
@@ -160,8 +160,8 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
               ::testing::MatchesRegex("1 VestaMap:0 corruptionDetected create .*: No such.*"));
 }
 
-// A reader that the next segment is out of reach of loses its table and nothing else.
-TEST_F(MapTest, Corruption_OfTheRoadToTheNextSegment) {
+// A reader that cannot attach to the next segment loses its table and nothing else.
+TEST_F(MapTest, Corruption_WhenTheNextSegmentIsOutOfReach) {
   const auto table = writer();
   put(*table, 1, 1);
   map.attachReader(options());
@@ -177,7 +177,7 @@ TEST_F(MapTest, Corruption_OfTheRoadToTheNextSegment) {
   EXPECT_EQ(map.members(), 1u);
 }
 
-// A reader meets damage, mounts again and gets a sound table: the living writer was told and has replaced the
+// A reader detects corruption and mounts again: the living writer has been notified and has replaced the
 // segment at its next write.
 TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   const auto table = writer();
@@ -200,7 +200,7 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 3, 4}));
   EXPECT_EQ(stampOf(*map.implementation(), 3), 1u);
   EXPECT_EQ(VestaTest::told(*bystander), (std::vector<std::uint64_t>{2, 1, 3, 4}))
-      << "a reader that had not met it follows to the new segment, and hears what is gone";
+      << "a reader that had not detected it follows to the new segment and is notified of what is gone";
   EXPECT_EQ(contents(*bystander).size(), 3u);
 }
 
@@ -264,13 +264,13 @@ TEST_F(MapTest, Handlers_MayDetachAndAttachTheirMap) {
 
 // Corruption of this table takes it down, once, whether poll or a handler detects it; other exceptions of a
 // handler pass out. A row that keeps changing is no corruption.
-TEST_F(MapTest, Corruption_MetByPollAndByHandlers) {
+TEST_F(MapTest, Corruption_DetectedByPollAndByHandlers) {
   const std::function<void(const TestKey&)> handlers[] = {
       [](const TestKey&) { throw Cairn::CorruptionDetectedException("another table's"); },
       [](const TestKey&) { throw Vesta::UnsettledException("busy"); },
       [](const TestKey&) { throw Cairn::SystemException("of no table", ENOSPC); },
       [this](const TestKey&) {
-        map.corruptionDetected("met by a handler");
+        map.corruptionDetected("detected by a handler");
         throw Cairn::CorruptionDetectedException("and again");
       },
       [this](const TestKey&) {
@@ -299,8 +299,8 @@ TEST_F(MapTest, Corruption_MetByPollAndByHandlers) {
   }
 }
 
-// The agent's own tables: a damaged one is set aside at the next mount, its sound rows kept or not as asked.
-TEST_F(MapTest, Corruption_WriterRemountSetsTheDamagedSegmentAside) {
+// A writer that mounts its damaged table again retires the segment and keeps the intact rows if asked.
+TEST_F(MapTest, Corruption_WriterRemountRetiresTheDamagedSegment) {
   bool found = true;
   EXPECT_EQ(map.directLookup(TestKey{1}, found).id, 0u) << "unattached, it reads as empty";
   EXPECT_TRUE(!found && map.members() == 0);

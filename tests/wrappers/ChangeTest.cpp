@@ -29,15 +29,15 @@ TYPED_TEST(ChangesOf, Indices_GrowByTwoWithTheKindInTheLowestBitUntilTrimmed) {
   EXPECT_THAT(rows.changes(), ElementsAre(Change{7, 2, rows.keyOnly(1)}));
   rows.table->rowIs(rows.row(2, 21));  // forgotten before, so a new element
   EXPECT_THAT(rows.changes(), ElementsAre(Change{7, 2, rows.keyOnly(1)}, Change{8, 1, rows.entry(2, 21)}));
-  rows.config->table().write(rows.key(2), rows.entry(2, 22));  // past the entity: nobody is told
+  rows.config->table().write(rows.key(2), rows.entry(2, 22));  // past the entity: without a notification
   EXPECT_THAT(rows.changes(7), ElementsAre(Change{8, 1, rows.entry(2, 22)})) << "the present content";
   rows.wrapper->cleanChangeMap(8);
   rows.table->rowIs(TypeParam::EntryRow::fromEntry({}));
-  EXPECT_THAT(rows.changes(), ElementsAre(Change{11, 2, {}})) << "an entry of zeros passes for a deleted one";
+  EXPECT_THAT(rows.changes(), ElementsAre(Change{11, 2, {}})) << "an entry of zeros counts as deleted";
   EXPECT_EQ(rows.table->size(), 2u);
 }
 
-TYPED_TEST(ChangesOf, Iterators_CompareByElementAndGoOnAfterItMovedOrWent) {
+TYPED_TEST(ChangesOf, Iterators_CompareByElementAndContinueAfterItMovedOrWasForgotten) {
   auto& rows = this->rowTable;
   for (std::uint32_t n = 1; n <= 4; ++n) rows.table->rowIs(rows.row(n));
   auto at = rows.table->nextChange(0);
@@ -80,7 +80,7 @@ TYPED_TEST(ChangesOf, Trim_KeepsTheNewestChangesOfTwiceTheCapacity) {
   EXPECT_EQ(rows.changes().size(), 64u) << "of the newest 128 changes every second one is replaced";
   rows.wrapper->cleanChangeMap(5000);
   rows.table->rowIs(rows.row(1));
-  EXPECT_EQ(rows.table->oldestChangeIdx(), 5000u) << "what is forgotten is not brought up again";
+  EXPECT_EQ(rows.table->oldestChangeIdx(), 5000u) << "the oldest index never decreases";
 }
 
 // The reactor's read finds the table corrupt, and the callback of the table drops the wrapper.

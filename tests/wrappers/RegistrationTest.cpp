@@ -45,8 +45,8 @@ TEST_F(RegistrationTest, Errors_SayWhatWasExpectedAndWhatCame) {
     const char* text;
   } cases[] = {
       {[&] { registerTable("Stations", iif); },
-       "table Stations is registered otherwise: with rows of type "
-       "TolmarHwLib::MyStationTcamTH3ConfigEntryRow, now asked for with TolmarHwLib::L3IifTH3ConfigEntryRow"},
+       "table Stations is already registered differently, with rows of type "
+       "TolmarHwLib::MyStationTcamTH3ConfigEntryRow; requested: TolmarHwLib::L3IifTH3ConfigEntryRow"},
       {[&] { db.tableImplementationIs("Pears", rowTable.wrapper); },
        "no table named Pears among 3 registered"},
       {[&] { db.tableImplementationDel("Pears"); }, "no table named Pears among 3 registered"},

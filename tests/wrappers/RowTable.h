@@ -120,8 +120,7 @@ struct RowTableTest : testing::Test {
   RowTable<Kind> rowTable;
 };
 
-/// Keeps a copy of a table by its changes, as a user of the row database does who comes for them when it
-/// likes.
+/// Keeps a copy of a table by reading its changes at its own pace, as users of the row database do.
 template <class Kind>
 struct Follower {
   void catchUp(const Lumen::LmTable& table) {

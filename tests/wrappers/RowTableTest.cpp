@@ -36,7 +36,7 @@ TYPED_TEST(RowsOf, Slots_OfWrapperAndIteratorsAreInOrder) {
   expectSlotsInOrder(&C::operator==, &C::operator!=, &C::operator*, &C::operator++, &C::clone);
 }
 
-TYPED_TEST(RowsOf, Walks_FromTheStartOrAFoundRowGoOnWhenTheirRowIsDeleted) {
+TYPED_TEST(RowsOf, Walks_FromTheStartOrAFoundRowContinueWhenTheirRowIsDeleted) {
   auto& rows = this->rowTable;
   Contents<TypeParam> left;
   for (std::uint32_t n = 0; n < 60; ++n) {
@@ -80,7 +80,7 @@ TYPED_TEST(RowsOf, Iterators_CompareByValidityAloneAndKeepTheirTableAlive) {
   EXPECT_FALSE(++first);
   EXPECT_EQ(first, rows.table->end());
   EXPECT_NE(first, second);
-  EXPECT_THAT([&] { *first; }, ThrowsMessage<Cairn::AssertionException>("iterator stands on no row"));
+  EXPECT_THAT([&] { *first; }, ThrowsMessage<Cairn::AssertionException>("iterator is at the end"));
 
   const auto change = rows.table->nextChange(0);
   rows.wrapper.reset();
@@ -158,7 +158,7 @@ TYPED_TEST(RowsOf, Corruption_DetachesTheTable) {
       [&] { EXPECT_FALSE(++at); },
       [&] { EXPECT_EQ(rows.entryOf((*rows.table->nextChange(0))->row), empty); },
       [&] { EXPECT_THROW(rows.table->rowDelAll(), Cairn::CorruptionDetectedException); },
-      [&] {  // met by the reactor, which takes what it cannot read for deleted
+      [&] {  // detected by the reactor, which records what it cannot read as deleted
         const auto latest = rows.table->latestChangeIdx();
         static_cast<typename Config::NotifieeConst*>(rows.config->notifieeList().front())
             ->onTable(rows.key(1));
