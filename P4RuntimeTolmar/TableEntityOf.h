@@ -9,7 +9,6 @@
 
 #include "P4RuntimeTolmar/RecordCodec.h"
 #include "orrery/TableEntity.h"
-#include "orrery/TablePump.h"
 #include "quill/Counted.h"
 #include "quill/TypeNode.h"
 #include "table-service/TableRead.h"

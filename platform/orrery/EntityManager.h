@@ -17,13 +17,13 @@ namespace Orrery {
 
 /// Knows the entities mounted in this process. Paths are relative and joined by "/"; each names one entity.
 /// Monitors the mounted tables from the event loop, twice a second.
-/// Mounting changes what is mounted, not the manager: it goes through a const manager, as holders have one.
+/// Mounting changes the mounts, not the manager, and so is const: its users hold pointers to a const manager.
 /// Thread safety: none; used on the event loop's thread.
 class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
  public:
   /// Tables live in `runtimeFolder`, which must exist and belong to this user with mode 0700. Changes made by
   /// other processes are delivered from `loop`, which is not owned and outlives the manager's mounts.
-  /// A null debug handler stands for one that writes errors to standard error. A mount for reading waits up
+  /// Without a debug handler, errors are written to standard error. A mount for reading waits up
   /// to `damagePatience` for a damaged table to be replaced by its writer.
   EntityManager(std::string runtimeFolder, Quill::EventLoop& loop,
                 std::shared_ptr<const Cairn::DebugHandler> debugHandler = nullptr,
@@ -38,16 +38,16 @@ class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
                                                     const QuillVesta::MountDescription& description) const;
   /// The entity mounted at `path`, or null.
   virtual Quill::Ptr<Quill::Entity> entity(const Quill::String& path) const;
-  /// Removes the table's files, if this process writes it; readers are told. Nothing for a path not mounted.
+  /// Removes the table's files, if this process writes it, and notifies readers. No effect on a path that is
+  /// not mounted.
   virtual void cleanup(const Quill::String& path) const;
-  /// Detaches the table and forgets the entity; whoever holds it reads an empty table from then on. Nothing
-  /// for a path not mounted.
+  /// Detaches the table and forgets the entity, which then reads as empty. No effect on a path that is not
+  /// mounted.
   virtual void unmount(const Quill::String& path) const;
   /// Notes for the mount group that is open, if there is one, that a mount has failed.
   void mountFailed() const noexcept;
 
   std::vector<Quill::String> mountedPaths() const;
-  const std::string& runtimeFolder() const noexcept { return runtimeFolder_; }
   Quill::EventLoop& eventLoop() const noexcept { return loop_; }
 
  private:

@@ -1,4 +1,4 @@
-// The mount adapter: how a shared-memory table is described, mounted by path, found and let go.
+// The mount adapter: mounts shared-memory tables by path, finds and unmounts them.
 #pragma once
 
 #include "orrery/EntityManager.h"

@@ -9,10 +9,10 @@ namespace Orrery {
 class EntityManager;
 struct PendingMounts;
 
-/// How a mount, or a group of them, has come out.
+/// The outcome of a mount or of a group of mounts.
 enum class MountStatus { pending, success, failed };
 
-/// An entity that asks for mounts and is told how they came out.
+/// An entity that requests mounts and is notified of their outcome.
 class Mounter : public Quill::Entity {
  public:
   using Entity::Entity;
