@@ -33,10 +33,23 @@ void EventLoop::descriptorDel(int descriptor) {
 }
 
 EventLoop::TimerId EventLoop::timerIs(Clock::duration delay, Callback expired) {
+  return add(delay, {std::move(expired), Clock::duration::zero()});
+}
+
+EventLoop::TimerId EventLoop::periodicTimerIs(Clock::duration interval, Callback expired) {
+  return add(interval, {std::move(expired), interval});
+}
+
+EventLoop::TimerId EventLoop::add(Clock::duration delay, Timer timer) {
   const TimerId id = nextId_++;
   const Clock::time_point due = Clock::now() + delay;
-  timers_.emplace(Due(due, id), std::move(expired));
-  dueOf_.emplace(id, due);
+  const auto added = timers_.emplace(Due(due, id), std::move(timer)).first;
+  try {
+    dueOf_.emplace(id, due);
+  } catch (...) {
+    timers_.erase(added);
+    throw;
+  }
   return id;
 }
 
@@ -86,12 +99,35 @@ std::size_t EventLoop::runTimers() {
   std::size_t count = 0;
   const auto now = Clock::now();
   while (!timers_.empty() && timers_.begin()->first.first <= now) {
-    const auto timer = timers_.extract(timers_.begin());
-    dueOf_.erase(timer.key().second);
-    timer.mapped()();
+    call(timers_.extract(timers_.begin()), now);
     ++count;
   }
   return count;
+}
+
+/// A periodic timer is due again before it is called, so that it may take itself out.
+void EventLoop::call(std::map<Due, Timer>::node_type timer, Clock::time_point now) {
+  const TimerId id = timer.key().second;
+  const Clock::duration interval = timer.mapped().interval;
+  Callback expired = std::move(timer.mapped().expired);
+  if (interval == Clock::duration::zero()) {
+    dueOf_.erase(id);
+    return expired();
+  }
+  struct PutBack {
+    EventLoop& loop;
+    TimerId id;
+    Callback& expired;
+    ~PutBack() {
+      const auto due = loop.dueOf_.find(id);
+      if (due != loop.dueOf_.end()) loop.timers_.find(Due(due->second, id))->second.expired.swap(expired);
+    }
+  };
+  dueOf_.find(id)->second = now + interval;
+  timer.key().first = now + interval;
+  timers_.insert(std::move(timer));
+  const PutBack putBack{*this, id, expired};
+  expired();
 }
 
 std::size_t EventLoop::step(std::chrono::milliseconds timeout) {

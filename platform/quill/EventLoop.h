@@ -35,6 +35,8 @@ class EventLoop {
   /// nothing else to do: a process that was held up handles what has arrived meanwhile before its time-outs
   /// expire. Work without end delays a timer by kBusySteps steps at most.
   TimerId timerIs(Clock::duration delay, Callback expired);
+  /// Calls `expired` every `interval`, also after a call that threw. Repeating allocates nothing.
+  TimerId periodicTimerIs(Clock::duration interval, Callback expired);
   void timerDel(TimerId timer);
 
   /// Asked before each sleep, in order of addition: false means there is work left, so the loop polls
@@ -53,11 +55,18 @@ class EventLoop {
   void stop() noexcept { stopped_ = true; }
 
  private:
+  struct Timer {
+    Callback expired;
+    Clock::duration interval;  // zero: once
+  };
+  using Due = std::pair<Clock::time_point, TimerId>;
+
+  TimerId add(Clock::duration delay, Timer timer);
   bool maySleep();
   int sleepMilliseconds(std::chrono::milliseconds timeout) const;
   std::size_t runTimers();
+  void call(std::map<Due, Timer>::node_type timer, Clock::time_point now);
 
-  using Due = std::pair<Clock::time_point, TimerId>;
   template <class Function>
   struct Hook {
     std::uint64_t id;
@@ -73,7 +82,7 @@ class EventLoop {
   unsigned busySteps_ = 0;  // since timers were last run
   std::uint64_t nextId_ = 1;
   std::map<int, std::shared_ptr<Callback>> descriptors_;
-  std::map<Due, Callback> timers_;
+  std::map<Due, Timer> timers_;
   std::map<TimerId, Clock::time_point> dueOf_;
   Hooks<SleepHook> sleepHooks_;
   Hooks<Callback> wakeHooks_;

@@ -1,5 +1,6 @@
 #include "quill/Notifiee.h"
 
+#include <atomic>
 #include <cstdio>
 
 #include "quill/TypeNode.h"
@@ -50,7 +51,14 @@ void NotifieeConst::handleNotification(const Notification& notification) {
   }
 }
 
+namespace {
+std::atomic<std::uint64_t> failures{0};
+}  // namespace
+
+std::uint64_t NotifieeConst::failedNotifications() noexcept { return failures.load(); }
+
 void NotifieeConst::onNotificationException(const std::exception& exception) {
+  ++failures;
   std::fprintf(stderr, "exception in a reactor: %s\n", exception.what());
 }
 

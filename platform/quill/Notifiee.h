@@ -2,6 +2,7 @@
 // notifier's list and active, and the notifier must be active too.
 #pragma once
 
+#include <cstdint>
 #include <exception>
 
 #include "quill/PtrInterface.h"
@@ -53,6 +54,10 @@ class NotifieeConst : public PtrInterface {
   virtual PtrInterface* actsm();
 
   static const TypeNode _quillType;
+
+  /// How many exceptions onNotificationException has written down in this process: a change in it means that
+  /// some reactor has missed a call.
+  static std::uint64_t failedNotifications() noexcept;
 
   bool isRegisteredNotifiee() const noexcept { return registered_; }
   const PtrInterface* notifierObject() const noexcept { return notifier_; }

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <map>
-#include <vector>
 
 #include "cairn/Assert.h"
 
@@ -58,6 +57,12 @@ void TraceHandle::levelIs(std::string_view name, int level, bool on) {
   for (const auto& [handleName, handleLevels] : registry().handles) {
     *handleLevels = registry().levelsOf(*handleName);
   }
+}
+
+std::vector<std::string> TraceHandle::names() {
+  std::vector<std::string> names;
+  for (const auto& [name, levels] : registry().handles) names.push_back(*name);
+  return names;
 }
 
 void TraceHandle::sinkIs(Sink sink) { registry().sink = std::move(sink); }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Quill {
 
@@ -39,6 +40,8 @@ class TraceHandle {
 
   /// Switches one level on or off for the handle `name`, or for every handle when `name` is "*".
   static void levelIs(std::string_view name, int level, bool on);
+  /// The names of the handles that exist, in order of creation.
+  static std::vector<std::string> names();
   using Sink = std::function<void(const Line&)>;
   /// Null restores the default, which writes to standard error.
   static void sinkIs(Sink sink);

@@ -85,6 +85,22 @@ TEST_F(Loop, Timers_RunOnceInTheOrderTheyAreDue) {
   EXPECT_EQ(calls_, "abc");
 }
 
+TEST_F(Loop, PeriodicTimers_RepeatAfterAThrowUntilTheyAreTakenOut) {
+  Quill::EventLoop::TimerId own = 0;
+  own = loop_.periodicTimerIs(1ms, [&] {
+    calls_ += 'p';
+    if (calls_ == "pp") throw std::runtime_error("timer");
+    if (calls_ == "ppp") loop_.timerDel(own);
+  });
+  std::size_t allocated = allocationCount();
+  while (calls_.empty()) loop_.step(10ms);
+  EXPECT_EQ(allocationCount(), allocated) << "repeating allocates nothing";
+  EXPECT_THROW(loop_.step(1000ms), std::runtime_error);
+  while (calls_ != "ppp") loop_.step(10ms);
+  loop_.step(3ms);
+  EXPECT_EQ(calls_, "ppp");
+}
+
 TEST_F(Loop, Timers_WaitForWorkThatHasArrivedButNotForever) {
   int portions = 3;
   loop_.sleepHookIs([&portions] { return portions == 0; });
