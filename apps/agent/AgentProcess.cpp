@@ -2,56 +2,61 @@
 
 #include <chrono>
 
+#include "apps/process/Log.h"
 #include "cairn/Exception.h"
+#include "quill/Notifiee.h"
 
 namespace Agent {
 
 namespace {
-// A hardware agent looks twice a second whether a reader has met damage in its tables.
+
+// How often the process looks at what no event tells of: half a second at most until it notices.
+constexpr std::chrono::milliseconds kTick{400};
+// A hardware agent checks twice a second whether a reader has reported damage in its tables.
 constexpr std::chrono::seconds kDamagePatience{5};
 
 std::uint64_t wallClockNanoseconds() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
 }
+
 }  // namespace
 
-AgentProcess::AgentProcess(Quill::EventLoop& loop, const Options& options)
+AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFolder,
+                           const std::string& plugin, std::chrono::milliseconds timeout)
     : loop_(loop),
       entityManager_(
-          Quill::allocate<Orrery::EntityManager>(options.runtimeFolder, loop, nullptr, kDamagePatience)),
+          Quill::allocate<Orrery::EntityManager>(runtimeFolder, loop, Process::tableLog(), kDamagePatience)),
       lumenDb_(std::make_shared<Lumen::LumenDB>()),
       batchStatus_(Quill::allocate<P4Runtime::BatchStatus>()),
-      vrfIdCollection_(Quill::allocate<P4Runtime::VrfIdCollection>()),
       context_(Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batchStatus_,
-                                                         vrfIdCollection_)),
-      library_(std::make_unique<P4Runtime::PluginLibrary>(options.plugin)),
-      tables_(entityManager_),
-      hardwareWatch_(
-          loop_, tables_, [this] { return core_->overdue() != 0; },
-          [this] {
-            core_->hardwareRestarted();
-            turn();
-          }) {
+                                                         Quill::allocate<P4Runtime::VrfIdCollection>())),
+      library_(std::make_unique<P4Runtime::PluginLibrary>(plugin)),
+      tables_(entityManager_) {
   library_->init(context_);
   if (library_->plugins().empty()) {
-    throw Cairn::Exception("plugin library \"" + options.plugin + "\": expected a plugin, found none in it");
+    throw Cairn::Exception("plugin library \"" + plugin + "\": expected a plugin, found none in it");
   }
   core_ = std::make_unique<AgentCore>(
       lumenDb_, batchStatus_,
-      AgentCore::Settings{wallClockNanoseconds(), options.timeout,
-                          [this](const std::string& table) { return tables_.readable(table); }});
-  core_->answersOwed(tables_.owedHandles());
+      AgentCore::Settings{wallClockNanoseconds(), timeout,
+                          [this](const std::string& table) { return tables_.fault(table); },
+                          [this](const std::string& table) { return tables_.hardwareRuns(table); }});
+  core_->outstandingAre(tables_.hardwareAnswers());
+  hardwareWatch_.emplace(tables_);
+  failedNotifications_ = Quill::NotifieeConst::failedNotifications();
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] {
     core_->completionsReady();
     turn();
   });
+  tickTimer_ = loop_.periodicTimerIs(kTick, [this] { tick(); });
 }
 
 AgentProcess::~AgentProcess() {
   loop_.descriptorDel(batchStatus_->notificationDescriptor());
-  if (deadlineTimer_) loop_.timerDel(*deadlineTimer_);
-  if (turnTimer_) loop_.timerDel(*turnTimer_);
+  for (const auto& timer : {deadlineTimer_, turnTimer_, tickTimer_}) {
+    if (timer) loop_.timerDel(*timer);
+  }
   running_.clear();
   core_.reset();  // holds operations that are the library's code
   library_->unload();
@@ -62,7 +67,42 @@ void AgentProcess::run(std::string_view script, ResultTable::Output output, Resu
   running_.push_back(
       {std::make_unique<ScriptRun>(script, *core_, std::move(output), style, [this] { cleanup(); }),
        std::move(done)});
-  if (!turnTimer_) turnTimer_ = loop_.timerIs({}, [this] { turn(); });
+  turnSoon();
+}
+
+void AgentProcess::submit(std::vector<Update> updates, AgentCore::Done done) {
+  turnSoon();
+  core_->submit(std::move(updates), std::move(done), {}, AgentCore::Clock::now());
+}
+
+void AgentProcess::tick() {
+  checkTables();
+  if (hardwareWatch_->check(core_->overdue() != 0)) core_->hardwareRestarted();
+  recoverCompletions();
+  core_->expire(AgentCore::Clock::now());
+  turn();
+}
+
+void AgentProcess::checkTables() {
+  for (const std::string& name : core_->tableNames()) {
+    ConfigTable& table = *core_->table(name);
+    if (!table.outOfService().empty()) continue;
+    const std::string fault = tables_.fault(name);
+    if (fault.empty()) continue;
+    Process::log(fault);
+    core_->outOfService(table, fault);
+  }
+}
+
+/// A reactor that fails has missed a change of its table, and so may have all of them when the loop itself
+/// has found no memory.
+void AgentProcess::recoverCompletions() {
+  const std::uint64_t failed = Quill::NotifieeConst::failedNotifications();
+  if (!recovering_ && failed == failedNotifications_) return;
+  core_->completionsReady();
+  core_->recoverCompletions(tables_.hardwareAnswers());
+  recovering_ = false;
+  failedNotifications_ = failed;
 }
 
 /// Moves every script on as far as it goes without waiting. Scripts whose updates are all answered at once
@@ -74,11 +114,11 @@ void AgentProcess::turn() {
   bool more = true;
   bool pause = false;
   for (int step = 0; more && !pause && step < kSteps; ++step) {
-    for (const Running& running : running_) pause = running.run->proceed() || pause;
+    pause = proceed();
     more = core_->finish() > 0;
   }
   core_->reportProgress();
-  if (more || pause) turnTimer_ = loop_.timerIs({}, [this] { turn(); });
+  if (more || pause) turnSoon();
   std::list<Running> finished;
   for (auto running = running_.begin(); running != running_.end();) {
     const auto next = std::next(running);
@@ -86,8 +126,26 @@ void AgentProcess::turn() {
     running = next;
   }
   armDeadline();
-  if (core_->overdue() != 0) hardwareWatch_.start();
   for (const Running& running : finished) running.done(running.run->asExpected());
+}
+
+/// Whether some script has more to do at once. One that finds no memory is ended.
+bool AgentProcess::proceed() {
+  bool pause = false;
+  for (const Running& running : running_) {
+    try {
+      pause = running.run->proceed() || pause;
+    } catch (const std::bad_alloc&) {
+      running.run->abandon();
+    } catch (const Cairn::MemoryResourceException&) {
+      running.run->abandon();
+    }
+  }
+  return pause;
+}
+
+void AgentProcess::turnSoon() {
+  if (!turnTimer_) turnTimer_ = loop_.timerIs({}, [this] { turn(); });
 }
 
 void AgentProcess::armDeadline() {

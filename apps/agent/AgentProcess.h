@@ -9,7 +9,6 @@
 #include "apps/agent/HardwareWatch.h"
 #include "apps/agent/MountedTables.h"
 #include "apps/agent/Options.h"
-#include "apps/agent/ScriptServer.h"
 #include "apps/core/AgentCore.h"
 #include "apps/script/ScriptRun.h"
 #include "orrery/EntityManager.h"
@@ -22,9 +21,10 @@ namespace Agent {
 /// event loop that drives both. One thread.
 class AgentProcess {
  public:
-  /// Loads and starts the plugin. Throws when it cannot be loaded, a table cannot be mounted or another agent
-  /// writes the tables.
-  AgentProcess(Quill::EventLoop& loop, const Options& options);
+  /// Loads and starts the plugin over the tables in `runtimeFolder`. Throws when it cannot be loaded, a table
+  /// cannot be mounted or another agent writes the tables. `loop` is not owned.
+  AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFolder, const std::string& plugin,
+               std::chrono::milliseconds timeout);
   /// Unloads the plugin; the tables stay.
   ~AgentProcess();
   AgentProcess(const AgentProcess&) = delete;
@@ -34,13 +34,26 @@ class AgentProcess {
   using Done = std::function<void(bool asExpected)>;
   void run(std::string_view script, ResultTable::Output output, ResultTable::Style style, Done done);
 
+  AgentCore& core() noexcept { return *core_; }
+  /// Submits a batch and has its results handed out from the event loop. Throws std::bad_alloc; nothing has
+  /// been attempted then.
+  void submit(std::vector<Update> updates, AgentCore::Done done);
+  /// A callback of the loop was abandoned for want of memory: completions may have been lost with it. They
+  /// are recovered within half a second.
+  void recover() noexcept { recovering_ = true; }
+
  private:
   struct Running {
     std::unique_ptr<ScriptRun> run;
     Done done;
   };
 
+  void tick();
+  void checkTables();
+  void recoverCompletions();
   void turn();
+  bool proceed();
+  void turnSoon();
   void armDeadline();
   void cleanup();
 
@@ -48,15 +61,17 @@ class AgentProcess {
   Quill::Ptr<Orrery::EntityManager> entityManager_;
   std::shared_ptr<Lumen::LumenDB> lumenDb_;
   Quill::Ptr<P4Runtime::BatchStatus> batchStatus_;
-  Quill::Ptr<P4Runtime::VrfIdCollection> vrfIdCollection_;
   Quill::Ptr<P4Runtime::PluginContext> context_;
   std::unique_ptr<P4Runtime::PluginLibrary> library_;
-  std::unique_ptr<AgentCore> core_;
   MountedTables tables_;
-  HardwareWatch hardwareWatch_;
+  std::optional<HardwareWatch> hardwareWatch_;
+  std::unique_ptr<AgentCore> core_;
   std::list<Running> running_;
   std::optional<Quill::EventLoop::TimerId> deadlineTimer_;
   std::optional<Quill::EventLoop::TimerId> turnTimer_;
+  std::optional<Quill::EventLoop::TimerId> tickTimer_;
+  std::uint64_t failedNotifications_ = 0;  // when completions were last recovered
+  bool recovering_ = false;
 };
 
 }  // namespace Agent

@@ -1,32 +1,34 @@
 #include "apps/agent/HardwareWatch.h"
 
-#include <algorithm>
+#include "apps/process/Log.h"
 
 namespace Agent {
 
-HardwareWatch::HardwareWatch(Quill::EventLoop& loop, const MountedTables& tables,
-                             std::function<bool()> needed, std::function<void()> restarted)
-    : loop_(loop), tables_(tables), needed_(std::move(needed)), restarted_(std::move(restarted)) {}
-
-HardwareWatch::~HardwareWatch() {
-  if (timer_) loop_.timerDel(*timer_);
+HardwareWatch::HardwareWatch(const MountedTables& tables)
+    : tables_(tables), process_(tables.hardwareProcess()) {
+  log();
 }
 
-void HardwareWatch::start() {
-  if (timer_) return;
-  before_ = tables_.writers();
+void HardwareWatch::log() const {
+  Process::log(process_ == 0 ? "no hardware agent runs: updates wait for one until they run out of time"
+                             : "the hardware agent is process " + std::to_string(process_));
+}
+
+bool HardwareWatch::check(bool overdue) {
+  const pid_t now = tables_.hardwareProcess();
+  // The process before this check: it may be another one only because of a restart since then.
+  if (overdue && !overdue_) asked_ = process_;
+  overdue_ = overdue;
+  if (now != process_) {
+    process_ = now;
+    log();
+  }
+  const bool restarted = overdue && now != 0 && now != asked_;
+  grace_ = restarted ? grace_ + 1 : 0;
+  if (grace_ <= kGrace) return false;
+  overdue_ = false;
   grace_ = 0;
-  timer_ = loop_.timerIs(kInterval, [this] { look(); });
-}
-
-void HardwareWatch::look() {
-  timer_.reset();
-  if (!needed_()) return;
-  const std::vector<pid_t> now = tables_.writers();
-  const bool complete = std::find(now.begin(), now.end(), 0) == now.end();
-  grace_ = complete && now != before_ ? grace_ + 1 : 0;
-  if (grace_ > kGraceIntervals) return restarted_();
-  timer_ = loop_.timerIs(kInterval, [this] { look(); });
+  return true;
 }
 
 }  // namespace Agent

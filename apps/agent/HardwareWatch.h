@@ -1,42 +1,31 @@
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <vector>
-
 #include "apps/agent/MountedTables.h"
-#include "quill/EventLoop.h"
 
 namespace Agent {
 
-/// Looks out for a restart of the hardware agent while answers are overdue. One that has restarted answers
-/// within moments what it finds open; what it leaves unanswered then, it never will.
+/// Follows which process is the hardware agent, and detects its restart while answers are overdue. A hardware
+/// agent that has restarted answers at once what it finds open; what it leaves unanswered then, it never
+/// will.
 class HardwareWatch {
  public:
-  /// `needed` tells whether answers are still overdue; `restarted` is called when none of them will come.
-  /// Neither `loop` nor `tables` is owned.
-  HardwareWatch(Quill::EventLoop& loop, const MountedTables& tables, std::function<bool()> needed,
-                std::function<void()> restarted);
-  ~HardwareWatch();
-  HardwareWatch(const HardwareWatch&) = delete;
-  HardwareWatch& operator=(const HardwareWatch&) = delete;
+  /// `tables` is not owned. Logs whether a hardware agent runs.
+  explicit HardwareWatch(const MountedTables& tables);
 
-  /// An answer is overdue. Does nothing while the watch is on; it ends by itself.
-  void start();
+  /// To be called periodically, `overdue` telling whether answers are; logs when the hardware agent has come
+  /// or gone. True when answers that are overdue will not come any more.
+  bool check(bool overdue);
 
  private:
-  static constexpr std::chrono::milliseconds kInterval{200};
-  static constexpr int kGraceIntervals = 5;
+  static constexpr int kGrace = 3;  // checks
 
-  void look();
+  void log() const;
 
-  Quill::EventLoop& loop_;       // not owned
   const MountedTables& tables_;  // not owned
-  std::function<bool()> needed_;
-  std::function<void()> restarted_;
-  std::vector<pid_t> before_;  // the tables' writers when the watch began
-  int grace_ = 0;              // intervals since they were found changed and complete
-  std::optional<Quill::EventLoop::TimerId> timer_;
+  pid_t process_;                // at the last check; 0: none
+  pid_t asked_ = 0;              // the process when answers became overdue
+  bool overdue_ = false;         // at the last check
+  int grace_ = 0;                // checks since another process than asked_ was found
 };
 
 }  // namespace Agent

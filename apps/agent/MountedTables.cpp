@@ -7,62 +7,74 @@ namespace Agent {
 
 namespace {
 
-constexpr std::string_view kConfig = "/config";
+constexpr std::string_view kStatus = "/status";
 
-/// Adds the handles of one table pair; nothing when the entities are of another kind.
-template <class Config, class Status>
-void addOwed(const Quill::Ptr<Quill::Entity>& configEntity, const Quill::Ptr<Quill::Entity>& statusEntity,
-             std::vector<std::uint64_t>& handles) {
-  const auto config = Quill::ptrCast<Config>(configEntity);
-  const auto status = Quill::ptrCast<Status>(statusEntity);
-  if (!config || !status) return;
-  typename Config::Map::Row row;
+/// Adds the rows of one status table; nothing when the entity is of another kind.
+template <class Status>
+void addAnswers(const Quill::Ptr<Quill::Entity>& entity, HardwareAnswers& answers) {
+  const auto status = Quill::ptrCast<Status>(entity);
+  if (!status) return;
+  typename Status::Map::Row row;
   Vesta::IterHint hint;
-  for (bool more = config->table().first(row, hint); more; more = config->table().next(row.key, row, hint)) {
-    bool found = false;
-    const auto& answer = status->directLookup(row.key, found);
-    const bool answered = found && !answer.deleted && answer.entryHandle == row.entry.entryHandle &&
-                          answer.genId == row.entry.genId;
-    if (!answered) handles.push_back(row.entry.entryHandle);
+  for (bool more = status->table().first(row, hint); more; more = status->table().next(row.key, row, hint)) {
+    answers[row.entry.entryHandle] = {row.entry.genId, row.entry.errorCode, row.entry.deleted};
   }
 }
 
 }  // namespace
 
-std::vector<pid_t> MountedTables::writers() const {
-  std::vector<pid_t> processes;
+Quill::Ptr<QuillVesta::TableEntity> MountedTables::table(const std::string& name, const char* side) const {
+  const std::string ending = "/" + name + "Table/" + side;
   for (const Quill::String& path : entityManager_->mountedPaths()) {
-    const auto table = Quill::ptrCast<QuillVesta::TableEntity>(entityManager_->entity(path));
-    if (table) processes.push_back(table->writerProcess());
+    if (path.ends_with(ending)) return Quill::ptrCast<QuillVesta::TableEntity>(entityManager_->entity(path));
   }
-  return processes;
+  return nullptr;
 }
 
-bool MountedTables::readable(const std::string& name) const {
+pid_t MountedTables::hardwareProcess() const {
+  pid_t process = 0;
   for (const Quill::String& path : entityManager_->mountedPaths()) {
-    if (!path.ends_with("/" + name + "Table" + std::string(kConfig))) continue;
-    const auto table = Quill::ptrCast<QuillVesta::TableEntity>(entityManager_->entity(path));
-    return table && table->attached();
+    if (!path.ends_with(kStatus)) continue;
+    const auto status = Quill::ptrCast<QuillVesta::TableEntity>(entityManager_->entity(path));
+    const pid_t writer = status ? status->writerProcess() : 0;
+    if (writer == 0 || (process != 0 && process != writer)) return 0;
+    process = writer;
   }
-  return false;
+  return process;
 }
 
-std::vector<std::uint64_t> MountedTables::owedHandles() const {
+bool MountedTables::hardwareRuns(const std::string& name) const {
+  const auto status = table(name, "status");
+  return status && status->writerProcess() != 0;
+}
+
+std::string MountedTables::fault(const std::string& name) const {
+  constexpr const char* kRemedy = "; start the agent again";
+  for (const char* const side : {"config", "status"}) {
+    const auto mounted = table(name, side);
+    if (!mounted) return name + ": the tables were removed by a cleanup" + kRemedy;
+    if (!mounted->attached()) return name + ": the " + side + " table is damaged" + kRemedy;
+    const std::string file = mounted->displacedFile();
+    if (!file.empty()) return name + ": the file " + file + " was removed or replaced" + kRemedy;
+  }
+  return {};
+}
+
+HardwareAnswers MountedTables::hardwareAnswers() const {
   using namespace TolmarHwLib;
-  std::vector<std::uint64_t> handles;
+  HardwareAnswers answers;
   for (const Quill::String& path : entityManager_->mountedPaths()) {
-    if (!path.ends_with(kConfig)) continue;
-    const auto config = entityManager_->entity(path);
-    const auto status = entityManager_->entity(path.substr(0, path.size() - kConfig.size()) + "/status");
+    if (!path.ends_with(kStatus)) continue;
+    const auto entity = entityManager_->entity(path);
     try {
-      addOwed<L3TunnelTH3Config, L3TunnelTH3Status>(config, status, handles);
-      addOwed<MyStationTcamTH3Config, MyStationTcamTH3Status>(config, status, handles);
-      addOwed<L3IifTH3Config, L3IifTH3Status>(config, status, handles);
+      addAnswers<L3TunnelTH3Status>(entity, answers);
+      addAnswers<MyStationTcamTH3Status>(entity, answers);
+      addAnswers<L3IifTH3Status>(entity, answers);
     } catch (const Cairn::CorruptionDetectedException&) {
-      continue;  // whoever reads the table next meets the damage again and reports it
+      continue;  // the next reader of the table detects the corruption again and reports it
     }
   }
-  return handles;
+  return answers;
 }
 
 }  // namespace Agent

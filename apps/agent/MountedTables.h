@@ -2,29 +2,32 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
+#include "apps/core/AgentCore.h"
 #include "orrery/EntityManager.h"
 
 namespace Agent {
 
-/// What the agent asks of the plugin's tables beside its rows: who writes them, whether they are sound, and
-/// which answers the hardware still owes.
+/// What the agent asks of the plugin's tables beside the rows of the config tables.
 class MountedTables {
  public:
   explicit MountedTables(Quill::Ptr<const Orrery::EntityManager> entityManager)
       : entityManager_(std::move(entityManager)) {}
 
-  /// The process that writes each of the tables, 0 where none does.
-  std::vector<pid_t> writers() const;
-  /// False once the config table with this short name was found damaged; it reads as empty then.
-  bool readable(const std::string& name) const;
-  /// The handles of the config rows that the hardware has not answered as they stand.
-  std::vector<std::uint64_t> owedHandles() const;
+  /// The process that writes all status tables; 0 when there is none.
+  pid_t hardwareProcess() const;
+  /// Whether some process writes the status table of that short name.
+  bool hardwareRuns(const std::string& name) const;
+  /// Why the tables of that short name cannot be used until the agent is started again; empty when they can.
+  std::string fault(const std::string& name) const;
+  /// Every status row. A table found damaged on the way is left out from there on.
+  HardwareAnswers hardwareAnswers() const;
 
  private:
+  /// The table mounted under the short name's "config" or "status"; null when there is none.
+  Quill::Ptr<QuillVesta::TableEntity> table(const std::string& name, const char* side) const;
+
   Quill::Ptr<const Orrery::EntityManager> entityManager_;
 };
 

@@ -48,6 +48,11 @@ std::string pluginBesideProgram() {
   return (program.parent_path() / "TolmarP4RuntimePlugin.so").string();
 }
 
+/// A name without a slash is looked for by the loader elsewhere than in the current folder.
+std::string pluginPath(const std::string& path) {
+  return path.find('/') == std::string::npos ? "./" + path : path;
+}
+
 std::chrono::milliseconds timeoutOf(const std::string& text) {
   const auto seconds = Process::numberIn(text, 0.001, 3600.0);
   if (seconds) return std::chrono::milliseconds(static_cast<std::int64_t>(*seconds * 1000));
@@ -76,7 +81,7 @@ Process::Action readOptions(int count, char* const* arguments, Options& options)
   options.runtimeFolder = Process::defaultRuntimeFolder();
   options.colour = colourOf("auto");
   const Process::Option known[] = {
-      {'p', "plugin", [&](const std::string& value) { options.plugin = value; }},
+      {'p', "plugin", [&](const std::string& value) { options.plugin = pluginPath(value); }},
       {'r', "runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; }},
       {'s', "socket", [&](const std::string& value) { options.serveAt = value; }},
       {'S', "send", [&](const std::string& value) { options.sendTo = value; }},

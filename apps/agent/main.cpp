@@ -1,5 +1,6 @@
 // The agent's process.
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -10,8 +11,9 @@
 #include "apps/agent/AgentProcess.h"
 #include "apps/agent/Options.h"
 #include "apps/agent/ScriptServer.h"
+#include "apps/process/Log.h"
+#include "apps/process/MainLoop.h"
 #include "apps/process/RuntimeFolder.h"
-#include "apps/process/StopSignals.h"
 #include "cairn/Exception.h"
 #include "quill/TraceHandle.h"
 #include "vesta/SegmentGuard.h"
@@ -82,37 +84,59 @@ class ScriptQueue {
   bool asExpected_ = true;
 };
 
+void requireKnownHandles(const Options& options) {
+  const std::vector<std::string> names = Quill::TraceHandle::names();
+  for (const auto& [handle, level] : options.traces) {
+    if (handle == "*" || std::find(names.begin(), names.end(), handle) != names.end()) continue;
+    throw Process::UsageError("--trace: expected a trace handle (" + Process::listed(names) +
+                              ") or \"*\", got \"" + handle + "\"");
+  }
+}
+
+void runForClient(Agent::AgentProcess& agent, const std::string& script,
+                  Agent::ScriptServer::Client& client) {
+  try {
+    agent.run(
+        script, [&client](std::string_view text) { client.write(text); }, ResultTable::Style::plain,
+        [&client](bool) { client.end(); });
+  } catch (const std::bad_alloc&) {
+    client.write("out of memory\n");
+    client.end();
+  }
+}
+
 /// True when every result was as expected.
 bool runAgent(const Options& options) {
   std::deque<Script> scripts = readScripts(options.scripts);  // while signals still end the process
-  Quill::EventLoop loop;
-  const Process::StopSignals stop(loop, [&loop] { loop.stop(); });
-  Process::requireRuntimeFolder(options.runtimeFolder);
+  Process::MainLoop mainLoop;
+  Process::RuntimeFolder folder(options.runtimeFolder);
+  folder.lock();
+  Process::logTraces();
   for (const auto& [handle, level] : options.traces) Quill::TraceHandle::levelIs(handle, level, true);
-  Agent::AgentProcess agent(loop, options);
-  // Not before the tables are this process's own: another agent's trace would be set aside.
-  Process::traceInto(options.runtimeFolder, "p4rt-agent");
+  Agent::AgentProcess agent(mainLoop.loop(), folder.path(), options.plugin, options.timeout);
+  requireKnownHandles(options);  // those of the plugin exist now
+  // Not before the tables are this process's own: another agent's trace would be moved aside.
+  folder.trace("p4rt-agent");
+  const auto abandoned = [&agent] { agent.recover(); };
   std::optional<Agent::ScriptServer> server;
   if (!options.serveAt.empty()) {
-    server.emplace(loop, options.serveAt,
+    server.emplace(mainLoop.loop(), options.serveAt,
                    [&agent](const std::string& script, Agent::ScriptServer::Client& client) {
-                     agent.run(
-                         script, [&client](std::string_view text) { client.write(text); },
-                         ResultTable::Style::plain, [&client](bool) { client.end(); });
+                     runForClient(agent, script, client);
                    });
-    print("p4rt-agent: serving " + options.serveAt + "\n");
+    Process::log("serving " + options.serveAt);
   }
   if (scripts.empty()) {
-    loop.run();
+    mainLoop.run(abandoned);
     return true;
   }
-  std::optional<bool> asExpected;  // none until the scripts are through
+  std::optional<bool> asExpected;  // none until the scripts have ended
   const ScriptQueue queue(agent, std::move(scripts), options.colour, [&](bool result) {
     asExpected = result;
-    if (!server) loop.stop();
+    if (!server) mainLoop.loop().stop();
   });
-  loop.run();
-  if (!asExpected) throw Cairn::Exception("stopped before the scripts were through");
+  mainLoop.run(abandoned);
+  if (!asExpected) throw Cairn::Exception("stopped before the scripts had ended");
   return *asExpected;
 }
 

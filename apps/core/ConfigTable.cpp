@@ -34,8 +34,7 @@ ConfigTable::ConfigTable(std::string shortName, std::shared_ptr<Lumen::LmTable> 
       operations_(Lumen::rowOps(class_->name())),
       genIdOffset_(bookkeepingColumn("genId", Lumen::ColumnType::uint64).offset),
       handleOffset_(bookkeepingColumn("entryHandle", Lumen::ColumnType::uint64).offset),
-      validOffset_(bookkeepingColumn("valid", Lumen::ColumnType::boolean).offset),
-      removals_(0, KeyHash{operations_.get()}, KeyEquals{operations_.get()}) {
+      validOffset_(bookkeepingColumn("valid", Lumen::ColumnType::boolean).offset) {
   if (!operations_) throw Cairn::Exception("table " + name_ + ": no row operations for " + class_->name());
 }
 
@@ -70,12 +69,17 @@ Lumen::BaseRow ConfigTable::row(std::span<const Lumen::ColumnText> fields) const
   return Lumen::rowFromText(*class_, fields);
 }
 
-std::optional<std::uint64_t> ConfigTable::storedHandle(const Lumen::BaseRow& row) const {
+ConfigTable::Stored ConfigTable::storedIn(const Lumen::BaseRow& row) const {
+  Stored stored{};
+  row.getColumn(handleOffset_, stored.handle);
+  row.getColumn(genIdOffset_, stored.genId);
+  return stored;
+}
+
+std::optional<ConfigTable::Stored> ConfigTable::stored(const Lumen::BaseRow& row) const {
   const Lumen::LmRowIterator found = table_->find(row);
   if (!found) return std::nullopt;
-  std::uint64_t handle = 0;
-  (*found).getColumn(handleOffset_, handle);
-  return handle;
+  return storedIn(*found);
 }
 
 void ConfigTable::write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t handle) {
@@ -85,26 +89,12 @@ void ConfigTable::write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t 
   table_->rowIs(row);
 }
 
-std::uint64_t ConfigTable::greatestNumber() const {
-  std::uint64_t greatest = 0;
-  eachRow([&](const Lumen::BaseRow& row) {
-    for (const Lumen::len_t offset : {genIdOffset_, handleOffset_}) {
-      std::uint64_t number = 0;
-      row.getColumn(offset, number);
-      greatest = std::max(greatest, number);
-    }
-  });
-  return greatest;
+void ConfigTable::eachStored(const std::function<void(const Stored&)>& visit) const {
+  eachRow([&](const Lumen::BaseRow& row) { visit(storedIn(row)); });
 }
 
 void ConfigTable::eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const {
   for (Lumen::LmRowIterator at = table_->begin(); at; ++at) visit(*at);
-}
-
-std::optional<std::uint64_t> ConfigTable::removal(const Lumen::BaseRow& row) const {
-  if (removals_.empty()) return std::nullopt;
-  const auto found = removals_.find(row);
-  return found == removals_.end() ? std::nullopt : std::optional(found->second);
 }
 
 }  // namespace Agent

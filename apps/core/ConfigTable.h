@@ -8,7 +8,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "lumen/LumenDB.h"
 #include "lumen/RowOps.h"
@@ -33,32 +32,25 @@ class ConfigTable {
     return operations_->keyEquals(a, b);
   }
 
-  /// The handle of the stored row with the key of `row`; nothing when there is none.
-  std::optional<std::uint64_t> storedHandle(const Lumen::BaseRow& row) const;
+  /// The bookkeeping of a stored row.
+  struct Stored {
+    std::uint64_t handle;
+    std::uint64_t genId;
+  };
+  /// That of the row with the key of `row`; nothing when there is none.
+  std::optional<Stored> stored(const Lumen::BaseRow& row) const;
+  void eachStored(const std::function<void(const Stored&)>& visit) const;
+  void eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const;
   /// Writes the row with these bookkeeping columns and `valid` set. Throws what the table throws.
   void write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t handle);
   void remove(const Lumen::BaseRow& row) { table_->rowDel(row); }
-  /// The greatest genId or handle in the table; 0 when it is empty.
-  std::uint64_t greatestNumber() const;
-  void eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const;
 
-  /// The entries whose removal the hardware has not answered yet: the handle under the key of `row`, or
-  /// nothing. Only they are in flight without being in the table.
-  std::optional<std::uint64_t> removal(const Lumen::BaseRow& row) const;
-  void removalIs(const Lumen::BaseRow& row, std::uint64_t handle) { removals_.insert_or_assign(row, handle); }
-  void removalDel(const Lumen::BaseRow& row) { removals_.erase(row); }
+  /// Why no update of this table is attempted any more; empty while they are.
+  const std::string& outOfService() const noexcept { return outOfService_; }
+  void outOfServiceIs(std::string reason) { outOfService_ = std::move(reason); }
 
  private:
-  struct KeyHash {
-    const Lumen::RowOpsBase* operations;  // not owned
-    std::size_t operator()(const Lumen::BaseRow& row) const { return operations->keyHash(row); }
-  };
-  struct KeyEquals {
-    const Lumen::RowOpsBase* operations;  // not owned
-    bool operator()(const Lumen::BaseRow& a, const Lumen::BaseRow& b) const {
-      return operations->keyEquals(a, b);
-    }
-  };
+  Stored storedIn(const Lumen::BaseRow& row) const;
   const Lumen::LmColumn& bookkeepingColumn(std::string_view columnName, Lumen::ColumnType type) const;
   bool isBookkeeping(const Lumen::LmColumn& column) const;
 
@@ -69,7 +61,7 @@ class ConfigTable {
   Lumen::len_t genIdOffset_;
   Lumen::len_t handleOffset_;
   Lumen::len_t validOffset_;
-  std::unordered_map<Lumen::BaseRow, std::uint64_t, KeyHash, KeyEquals> removals_;
+  std::string outOfService_;
 };
 
 }  // namespace Agent

@@ -38,12 +38,13 @@ class EntityFollower final : public TableFollower {
 
   std::uint64_t answers() const override { return programmer_.answers(); }
   bool attached() const override { return pair_.readable(); }
-  void lookForDamage() override {
+  std::string displacedFile() const override { return pair_.displacedFile(); }
+  void maintain(bool changesMissed) override {
     pair_.lookForDamage();
+    // Status rows that were lost with a damaged segment are answers that the agent may never have seen.
     const std::uint64_t generation = pair_.statusGeneration();
-    if (std::exchange(generation_, generation) == generation) return;
-    // Status rows that were not sound are gone; an agent that starts takes their answers for owed.
-    programmer_.reconcile(Clock::now());
+    if (generation != generation_ || changesMissed) programmer_.reconcile(Clock::now());
+    generation_ = generation;
     arm();
   }
 

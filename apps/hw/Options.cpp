@@ -49,6 +49,7 @@ Process::Action readOptions(int count, char* const* arguments, Options& options)
   std::vector<std::string> operands;
   const Process::Action action = Process::readCommandLine(count, arguments, known, operands);
   if (!operands.empty()) throw Cairn::Exception("expected options only, got " + operands[0]);
+  if (action == Process::Action::run) checkFaults(options.settings);
   return action;
 }
 

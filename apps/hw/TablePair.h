@@ -36,6 +36,11 @@ class TablePair {
   /// False once one of the tables was found damaged: it then reads as empty, which says nothing of its rows,
   /// and writes are dropped.
   bool readable() const { return config_->attached() && status_->attached(); }
+  /// See TableEntity::displacedFile; of either table.
+  std::string displacedFile() const {
+    const std::string file = config_->displacedFile();
+    return file.empty() ? status_->displacedFile() : file;
+  }
   std::optional<Config> config(const Key& key) const { return found<Config>(*config_, key); }
   std::optional<Status> status(const Key& key) const { return found<Status>(*status_, key); }
   void eachConfig(const std::function<void(const Config&)>& visit) const { each(*config_, visit); }

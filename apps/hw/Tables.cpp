@@ -8,6 +8,8 @@
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/hw/EntityFollower.h"
 #include "apps/process/CommandLine.h"
+#include "apps/process/Log.h"
+#include "quill/Notifiee.h"
 
 namespace HwAgent {
 
@@ -24,24 +26,40 @@ using TolmarHwLib::MyStationTcamTH3Status;
 
 constexpr std::string_view kPathPrefix = "p4runtime/outputTables/tolmar/";
 
+// How often the process looks at what no event tells of: half a second at most until it notices.
+constexpr std::chrono::milliseconds kTick{400};
+
 struct Table {
   std::string_view name;
   std::string_view typePrefix;
   unsigned capacity;
   std::unique_ptr<TableFollower> (*follow)(const TablePlace& place, const Settings& settings);
+  void (*checkFaults)(std::string_view name, const Settings& settings);
 };
 
+template <class Config, class Status>
+constexpr Table tableOf(std::string_view name, std::string_view typePrefix, unsigned capacity) {
+  constexpr auto kCheck = [](std::string_view table, const Settings& settings) {
+    Faults<typename Config::Entry>(table, settings.fails, settings.failEvery);
+  };
+  return {name, typePrefix, capacity, followEntities<Config, Status>, kCheck};
+}
+
 constexpr std::array<Table, 4> kTables = {{
-    {"l3TunnelIpv4TH3", "TolmarHwLib::L3TunnelTH3", 8192,
-     followEntities<L3TunnelTH3Config, L3TunnelTH3Status>},
-    {"l3TunnelIpv6TH3", "TolmarHwLib::L3TunnelTH3", 4096,
-     followEntities<L3TunnelTH3Config, L3TunnelTH3Status>},
-    {"myStationTcamTH3", "TolmarHwLib::MyStationTcamTH3", 512,
-     followEntities<MyStationTcamTH3Config, MyStationTcamTH3Status>},
-    {"l3IifTH3", "TolmarHwLib::L3IifTH3", 8192, followEntities<L3IifTH3Config, L3IifTH3Status>},
+    tableOf<L3TunnelTH3Config, L3TunnelTH3Status>("l3TunnelIpv4TH3", "TolmarHwLib::L3TunnelTH3", 8192),
+    tableOf<L3TunnelTH3Config, L3TunnelTH3Status>("l3TunnelIpv6TH3", "TolmarHwLib::L3TunnelTH3", 4096),
+    tableOf<MyStationTcamTH3Config, MyStationTcamTH3Status>("myStationTcamTH3",
+                                                            "TolmarHwLib::MyStationTcamTH3", 512),
+    tableOf<L3IifTH3Config, L3IifTH3Status>("l3IifTH3", "TolmarHwLib::L3IifTH3", 8192),
 }};
 
-void requireKnownTables(const Settings& settings) {
+std::string nameOf(std::size_t index) { return std::string(kTables[index].name); }
+
+std::string pathOf(std::size_t index) { return std::string(kPathPrefix) + nameOf(index) + "Table/"; }
+
+}  // namespace
+
+void checkFaults(const Settings& settings) {
   std::vector<std::string> names;
   for (const Table& table : kTables) names.emplace_back(table.name);
   for (const FailOption& fail : settings.fails) {
@@ -49,19 +67,18 @@ void requireKnownTables(const Settings& settings) {
     throw Cairn::Exception("--fail: expected a table (" + Process::listed(names) + "), got \"" + fail.table +
                            "\"");
   }
+  for (const Table& table : kTables) table.checkFaults(table.name, settings);
 }
 
-}  // namespace
-
-Tables::Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings, Report report)
+Tables::Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings)
     : entityManager_(std::move(entityManager)),
       settings_(std::move(settings)),
-      report_(std::move(report)),
-      followed_(kTables.size()) {
-  requireKnownTables(settings_);
-  follow();
+      followed_(kTables.size()),
+      failedNotifications_(Quill::NotifieeConst::failedNotifications()) {
+  checkFaults(settings_);
+  followAll(false);
   started_ = true;
-  arm();
+  timer_ = entityManager_->eventLoop().periodicTimerIs(kTick, [this] { tick(); });
 }
 
 Tables::~Tables() { entityManager_->eventLoop().timerDel(timer_); }
@@ -72,41 +89,59 @@ std::uint64_t Tables::answers() const {
   return sum;
 }
 
-void Tables::follow() {
+/// A reactor that fails has missed a change of its table, and so may have all of them when the loop itself
+/// has found no memory.
+void Tables::tick() {
+  const std::uint64_t failed = Quill::NotifieeConst::failedNotifications();
+  followAll(changesMissed_ || failed != failedNotifications_);
+  changesMissed_ = false;
+  failedNotifications_ = failed;
+}
+
+void Tables::followAll(bool changesMissed) {
   for (std::size_t i = 0; i < kTables.size(); ++i) {
-    const Table& table = kTables[i];
-    const std::string name(table.name);
-    auto& [follower, waitedFor] = followed_[i];
-    if (follower && follower->attached()) {
-      follower->lookForDamage();
-      continue;
-    }
-    if (follower) answersBefore_ += follower->answers();
-    follower.reset();
-    const TablePlace place{entityManager_, name, std::string(table.typePrefix),
-                           std::string(kPathPrefix) + name + "Table/", table.capacity};
-    try {
-      follower = table.follow(place, settings_);
-      if (std::exchange(waitedFor, false)) report_(name + ": followed again");
-    } catch (const Cairn::CorruptionDetectedException& damage) {
-      // The table's writer has been told and replaces it at its next write.
-      wait(name, waitedFor, damage.message());
-    } catch (const Cairn::Exception& failure) {
-      if (!started_) throw;
-      wait(name, waitedFor, failure.message());
+    if (intact(i)) {
+      followed_[i].follower->maintain(changesMissed);
+    } else {
+      follow(i);
     }
   }
 }
 
-void Tables::wait(const std::string& table, bool& waitedFor, const std::string& reason) {
-  if (!std::exchange(waitedFor, true)) report_(table + ": waiting for a sound table: " + reason);
+/// False when the pair is to be mounted again; its follower is gone then.
+bool Tables::intact(std::size_t index) {
+  std::unique_ptr<TableFollower>& follower = followed_[index].follower;
+  if (!follower) return false;
+  const std::string displaced = follower->attached() ? follower->displacedFile() : std::string();
+  if (follower->attached() && displaced.empty()) return true;
+  answersBefore_ += follower->answers();
+  follower.reset();
+  if (displaced.empty()) return false;
+  Process::log(nameOf(index) + ": the file " + displaced + " was removed or replaced");
+  for (const char* const side : {"config", "status"}) entityManager_->unmount(pathOf(index) + side);
+  return false;
 }
 
-void Tables::arm() {
-  timer_ = entityManager_->eventLoop().timerIs(kPause, [this] {
-    follow();
-    arm();
-  });
+void Tables::follow(std::size_t index) {
+  const Table& table = kTables[index];
+  const TablePlace place{entityManager_, nameOf(index), std::string(table.typePrefix), pathOf(index),
+                         table.capacity};
+  auto& [follower, waitedFor] = followed_[index];
+  try {
+    follower = table.follow(place, settings_);
+    if (std::exchange(waitedFor, false)) Process::log(nameOf(index) + ": followed again");
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    // The table's writer has been notified and replaces it at its next write.
+    wait(index, damage.message());
+  } catch (const Cairn::Exception& failure) {
+    if (!started_) throw;
+    wait(index, failure.message());
+  }
+}
+
+void Tables::wait(std::size_t index, const std::string& reason) {
+  if (std::exchange(followed_[index].waitedFor, true)) return;
+  Process::log(nameOf(index) + ": waiting for an intact table: " + reason);
 }
 
 }  // namespace HwAgent

@@ -1,7 +1,7 @@
 // The four tables of the plugin as this process mounts them: config tables to read, status tables to write.
 #pragma once
 
-#include <functional>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,6 +17,9 @@ struct Settings {
   std::chrono::milliseconds delay{0};
 };
 
+/// Throws Cairn::Exception for faults that name no table, no key field of it, or a value that does not fit.
+void checkFaults(const Settings& settings);
+
 /// Follows one table pair for as long as it lives.
 class TableFollower {
  public:
@@ -25,47 +28,50 @@ class TableFollower {
   virtual std::uint64_t answers() const = 0;
   /// False once one of the two tables was found damaged; nothing is followed any more then.
   virtual bool attached() const = 0;
-  /// Replaces the status table if a reader has met damage in it, and gives the answers again that were lost;
-  /// to be called now and then, since an agent that meets it at its start makes no change to be answered.
-  virtual void lookForDamage() = 0;
+  /// The path of a file of the two tables that somebody removed or replaced; empty when all are in place.
+  virtual std::string displacedFile() const = 0;
+  /// Does what no event asks for; to be called periodically. Replaces the status table if a reader has
+  /// reported damage in it, and gives answers again that were lost with it. With `changesMissed`, answers
+  /// what is open in any case.
+  virtual void maintain(bool changesMissed) = 0;
 };
 
 /// Mounts all tables in the runtime folder of an entity manager, answers what is open and follows them. A
-/// pair with a damaged table is mounted again, as often as it takes: the config table is replaced by its
-/// writer, the status table by this process.
+/// pair with a damaged table, or one whose file is gone, is mounted again, as often as it takes: the config
+/// table is replaced by its writer, the status table by this process. Both are logged.
 class Tables {
  public:
-  /// Told, in a line for people, when a table has to be waited for and when it is there again.
-  using Report = std::function<void(const std::string&)>;
-
-  /// Throws what mounting throws, save for damage, and Cairn::Exception for faults that name no table or
-  /// field.
-  Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings, Report report);
+  /// Throws what mounting throws, save for damage, and what checkFaults throws.
+  Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings);
   ~Tables();
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
 
   /// Answers given so far.
   std::uint64_t answers() const;
+  /// A callback of the loop was abandoned for want of memory: changes may have been missed. They are answered
+  /// within half a second.
+  void recover() noexcept { changesMissed_ = true; }
 
  private:
-  static constexpr std::chrono::milliseconds kPause{500};  // between looks at the tables
-
   struct Followed {
     std::unique_ptr<TableFollower> follower;  // null while a table of the pair is damaged
     bool waitedFor = false;
   };
 
-  void follow();
-  void wait(const std::string& table, bool& waitedFor, const std::string& reason);
-  void arm();
+  void tick();
+  void followAll(bool changesMissed);
+  void follow(std::size_t index);
+  bool intact(std::size_t index);
+  void wait(std::size_t index, const std::string& reason);
 
   Quill::Ptr<const Orrery::EntityManager> entityManager_;
   Settings settings_;
-  Report report_;
   std::vector<Followed> followed_;   // in mount order
   std::uint64_t answersBefore_ = 0;  // of followers that are gone
   bool started_ = false;
+  bool changesMissed_ = false;
+  std::uint64_t failedNotifications_;  // when changes were last looked for
   Quill::EventLoop::TimerId timer_ = 0;
 };
 

@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <exception>
 
-#include "cairn/Exception.h"
+#include "apps/process/Log.h"
 
 namespace Process {
+
+UsageError::~UsageError() = default;
 
 namespace {
 
@@ -54,10 +56,14 @@ std::string listed(const std::vector<std::string>& names) {
 
 int run(const char* name, const char* help, const std::function<Action()>& readOptions,
         const std::function<bool()>& body) {
-  int failure = 2;
+  bool reading = true;
+  const auto wrongUsage = [name](const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", name, printable(error.what()).c_str());
+    return 2;
+  };
   try {
     const Action action = readOptions();
-    failure = 1;
+    reading = false;
     bool passed = true;
     if (action == Action::help) {
       std::fputs(help, stdout);
@@ -69,10 +75,13 @@ int run(const char* name, const char* help, const std::function<Action()>& readO
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
       throw Cairn::Exception("standard output could not be written");
     }
-    return passed ? 0 : failure;
+    return passed ? 0 : 1;
+  } catch (const UsageError& error) {
+    return wrongUsage(error);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s: %s\n", name, error.what());
-    return failure;
+    if (reading) return wrongUsage(error);
+    log(error.what());
+    return 1;
   }
 }
 

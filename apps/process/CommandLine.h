@@ -10,7 +10,16 @@
 #include <system_error>
 #include <vector>
 
+#include "cairn/Exception.h"
+
 namespace Process {
+
+/// A command line that the program cannot follow, found out after it was read.
+class UsageError : public Cairn::Exception {
+ public:
+  using Exception::Exception;
+  ~UsageError() override;
+};
 
 enum class Action { run, help, version };
 
@@ -41,8 +50,9 @@ std::optional<Number> numberIn(std::string_view text, Number low, Number high) {
 std::string listed(const std::vector<std::string>& names);
 
 /// The rest of main(): reads the options, prints `help` or the version or runs `body`, and returns the exit
-/// code. 0 when `body` returns true, 1 when it returns false, throws or standard output could not be written,
-/// 2 when reading the options throws. What was thrown goes to standard error, one line after `name`.
+/// code: 0 when `body` returns true, 1 when it returns false, throws or standard output could not be written,
+/// 2 when reading the options throws or `body` throws UsageError. What was thrown is one line on standard
+/// error: a log line, or after `name` alone for exit code 2.
 int run(const char* name, const char* help, const std::function<Action()>& readOptions,
         const std::function<bool()>& body);
 

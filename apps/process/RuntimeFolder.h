@@ -2,17 +2,32 @@
 
 #include <string>
 
+#include "vesta/Descriptor.h"
+
 namespace Process {
 
 /// The folder both programs use unless told otherwise: private to the user, in memory.
 std::string defaultRuntimeFolder();
 
-/// Makes sure of the folder at `path`: a real directory, this user's own, with rights 0700. Makes it when it
-/// is missing. Throws Cairn::Exception saying what was expected and what is there.
-void requireRuntimeFolder(const std::string& path);
+/// The folder of the shared-memory tables: a real directory of this user's own with mode 0700.
+class RuntimeFolder {
+ public:
+  /// Opens the folder at `path`, and makes it first when it is missing. A link is refused, also when a slash
+  /// follows its name. Throws Cairn::Exception saying what was expected and what is there.
+  explicit RuntimeFolder(const std::string& path);
 
-/// Keeps this process's fast trace in `program`.trace in that folder, beside that of the run before. Throws
-/// what Skein::ringIs throws.
-void traceInto(const std::string& runtimeFolder, const std::string& program);
+  /// Without trailing slashes and "." or ".." parts.
+  const std::string& path() const noexcept { return path_; }
+  /// Locks the folder itself for as long as this object lives, whatever becomes of the files in it. Throws
+  /// Cairn::Exception naming the process that has locked it already.
+  void lock();
+  /// Keeps this process's fast trace in `program`.trace in the folder, beside that of the run before. Tracing
+  /// is an aid: when the file cannot be made, for want of space for example, that is logged and no more.
+  void trace(const std::string& program) const;
+
+ private:
+  std::string path_;
+  Vesta::Descriptor folder_;
+};
 
 }  // namespace Process

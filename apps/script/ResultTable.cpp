@@ -3,7 +3,11 @@
 #include <array>
 #include <cstdio>
 
+#include "apps/process/Log.h"
+
 namespace Agent {
+
+using Process::printable;
 
 namespace {
 constexpr std::size_t kLongestMessage = 400;
@@ -16,12 +20,6 @@ constexpr const char* kPlain = "\033[0m";
 std::string joined(std::initializer_list<std::string_view> pieces) {
   std::string text;
   for (const std::string_view piece : pieces) text += piece;
-  return text;
-}
-
-/// What came from a script, fit for a terminal.
-std::string printable(std::string text) {
-  for (char& c : text) c = static_cast<unsigned char>(c) < 0x20 || c == 0x7f ? '?' : c;
   return text;
 }
 
@@ -106,10 +104,9 @@ void ResultTable::header() {
 void ResultTable::update(const ScriptUpdate& update, const Result& result) {
   const bool expected = update.expectation.meets(result);
   const bool readable = update.malformed.empty();
-  std::string text =
-      row(std::to_string(update.line), readable ? std::string(updateTypeName(update.type)) : "-",
-          readable ? printable(std::string(update.table)) : "-",
-          readable ? printable(fieldsOf(update)) : "(malformed line)");
+  std::string text = row(
+      std::to_string(update.line), readable ? std::string(updateTypeName(update.type)) : "-",
+      readable ? printable(update.table) : "-", readable ? printable(fieldsOf(update)) : "(malformed line)");
   text += coloured(!expected ? kRed : result.code == Code::ok ? kGreen : kYellow, resultText(result));
   if (!result.message.empty()) text += ": " + cut(printable(result.message), kLongestMessage);
   if (!expected) text += coloured(kRed, joined({" (expected ", update.expectation.toString(), ")"}));
@@ -136,7 +133,7 @@ void ResultTable::summary(const std::vector<ScriptUpdate>& updates, const std::v
 
 void ResultTable::text(std::string_view line) {
   clearProgress();
-  output_(printable(std::string(line)) + "\n");
+  output_(printable(line) + "\n");
 }
 
 void ResultTable::totals(double seconds, std::size_t failedSteps) {

@@ -25,8 +25,8 @@
 #include <variant>
 #include <vector>
 
+#include "apps/core/Batch.h"
 #include "apps/core/Result.h"
-#include "apps/core/UpdateType.h"
 #include "apps/script/Template.h"
 
 namespace Agent {

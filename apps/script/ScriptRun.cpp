@@ -43,19 +43,35 @@ bool ScriptRun::proceed() {
   return false;
 }
 
+void ScriptRun::abandon() noexcept {
+  ++failedSteps_;
+  finished_ = true;
+  try {
+    table_.text("stopped: out of memory");
+    table_.totals(secondsSince(started_), failedSteps_);
+  } catch (const std::bad_alloc&) {
+    // the script has failed all the same
+  }
+}
+
 void ScriptRun::submit(BatchStep step) {
   std::vector<Update> updates;
   updates.reserve(step.updates.size());
   for (const ScriptUpdate& update : step.updates) updates.push_back(updateOf(update));
-  batchSize_ = updates.size();
+  const std::size_t size = updates.size();
   const Clock::time_point begin = Clock::now();
   core_.submit(
       std::move(updates),
       [this, begin, asked = std::move(step.updates)](const std::vector<Result>& results) {
         batchSize_ = 0;
-        table_.batch(asked, results, secondsSince(begin));
+        try {
+          table_.batch(asked, results, secondsSince(begin));
+        } catch (const std::bad_alloc&) {
+          ++failedSteps_;  // what cannot be printed has not come out as expected
+        }
       },
       [this](std::size_t answered) { table_.progress(answered, batchSize_); }, begin);
+  batchSize_ = size;
 }
 
 Update ScriptRun::updateOf(const ScriptUpdate& from) {

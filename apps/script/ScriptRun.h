@@ -23,6 +23,9 @@ class ScriptRun {
   /// it submits needs another finish().
   bool proceed();
 
+  /// Ends the script, which has no batch in progress, for want of memory.
+  void abandon() noexcept;
+
   bool finished() const { return finished_; }
   /// Whether every update so far came out as the script expects.
   bool asExpected() const { return failedSteps_ == 0 && table_.totals().unexpected == 0; }

@@ -1,4 +1,4 @@
-#include "Road.h"
+#include "EndToEnd.h"
 
 #include <signal.h>
 
@@ -32,7 +32,7 @@ Agent::Update update(Agent::ConfigTable& table, Agent::UpdateType type, std::siz
 
 }  // namespace
 
-Road::Road(const std::string& hwAgent, const std::string& plugin)
+EndToEnd::EndToEnd(const std::string& hwAgent, const std::string& plugin)
     : folder_("/dev/shm"),
       hwAgent_({hwAgent, "--runtime-folder", folder_.path()}),
       batchStatus_(Quill::allocate<P4Runtime::BatchStatus>()),
@@ -48,7 +48,7 @@ Road::Road(const std::string& hwAgent, const std::string& plugin)
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] { core_->completionsReady(); });
 }
 
-Road::~Road() {
+EndToEnd::~EndToEnd() {
   loop_.descriptorDel(batchStatus_->notificationDescriptor());
   updates_.clear();
   core_.reset();
@@ -57,7 +57,7 @@ Road::~Road() {
   hwAgent_.exitCode();
 }
 
-void Road::prepare(std::size_t rows) {
+void EndToEnd::prepare(std::size_t rows) {
   Agent::ConfigTable* const table = core_->table("l3IifTH3");
   if (table == nullptr) throw Cairn::Exception("the plugin registers no table l3IifTH3");
   ++generation_;
@@ -69,7 +69,7 @@ void Road::prepare(std::size_t rows) {
   }
 }
 
-void Road::batch() {
+void EndToEnd::batch() {
   const std::size_t rows = updates_.size();
   const auto begin = Agent::AgentCore::Clock::now();
   std::vector<Agent::Result> results;
@@ -82,9 +82,10 @@ void Road::batch() {
   }
   for (const Agent::Result& result : results) {
     if (result.code != Agent::Code::ok) {
-      throw Cairn::Exception("road: " + std::string(codeName(result.code)) + " " + result.message);
+      throw Cairn::Exception("end-to-end path: " + std::string(codeName(result.code)) + " " + result.message);
     }
   }
-  if (results.size() != rows) throw Cairn::Exception("road: " + std::to_string(results.size()) + " results");
+  if (results.size() != rows)
+    throw Cairn::Exception("end-to-end path: " + std::to_string(results.size()) + " results");
   inserted_ = std::max(inserted_, rows);
 }

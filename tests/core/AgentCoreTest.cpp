@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 using Strings = std::vector<std::string>;
 using Config = TolmarHwLib::L3IifTH3Config;
 
+constexpr const char* kPath = "p4runtime/outputTables/tolmar/l3IifTH3Table/config";
 constexpr std::uint64_t kFirstHandle = 1'700'000'000'000'000'000;
 
 /// What is written to the config table, in order.
@@ -38,16 +39,17 @@ class AgentCoreTest : public testing::Test {
  protected:
   AgentCoreTest() {
     library_.init(context_);
-    writes_->notifierIs(Quill::ptrCast<Config>(
-        context_->entityManager()->entity("p4runtime/outputTables/tolmar/l3IifTH3Table/config")));
+    writes_->notifierIs(Quill::Ptr<const Config>(&config()));
     writes_->isRegisteredNotifieeIs(true);
     start(kFirstHandle);
   }
   /// A new core over the tables as they are: the agent restarted.
   void start(std::uint64_t firstHandle) {
     core_.reset();
-    core_ =
-        std::make_unique<AgentCore>(context_->lumenDb(), batchStatus_, AgentCore::Settings{firstHandle, 1s});
+    core_ = std::make_unique<AgentCore>(
+        context_->lumenDb(), batchStatus_,
+        AgentCore::Settings{firstHandle, 1s, [this](const auto&) { return fault_; },
+                            [this](const auto&) { return hardwareRuns_; }});
   }
 
   /// "+5" inserts entry 5, "~5" modifies and "-5" removes it.
@@ -95,6 +97,11 @@ class AgentCoreTest : public testing::Test {
     core_->expire(now_);
     core_->finish();
   }
+  Config& config() const { return *Quill::ptrCast<Config>(context_->entityManager()->entity(kPath)); }
+  /// The status row that answers a write.
+  std::pair<const std::uint64_t, HardwareAnswer> answerTo(std::size_t write, std::uint16_t code = 0) const {
+    return {handle(write), {writes_->entries.at(write).genId, code, false}};
+  }
   const Strings& writes() const { return writes_->texts; }
   std::uint64_t handle(std::size_t write) const { return writes_->entries.at(write).entryHandle; }
 
@@ -110,6 +117,8 @@ class AgentCoreTest : public testing::Test {
   AgentCore::Clock::time_point now_{};
   std::vector<Strings> results_;  // by batch
   std::size_t answered_ = 0;
+  std::string fault_;
+  bool hardwareRuns_ = true;
 };
 
 const std::string kLate = "DEADLINE_EXCEEDED: no answer in time";
@@ -178,20 +187,61 @@ TEST_F(AgentCoreTest, OutOfTime_StaysInFlightUntilTheLateAnswerComes) {
   EXPECT_EQ(core_->overdue() + core_->inFlight(), 0u);
 }
 
-TEST_F(AgentCoreTest, AnswersOwedToAnEarlierAgent_AnswerNothingUntilTheyComeOrNeverWill) {
-  submit({"+1", "+2"});
+TEST_F(AgentCoreTest, OutOfTime_SaysWhetherAHardwareAgentRuns) {
+  const std::size_t slow = submit({"+1"});
+  hardwareRuns_ = false;
+  expireAfter(1s);
+  EXPECT_EQ(results_[slow], (Strings{kLate + ": no hardware agent runs"}));
+}
+
+TEST_F(AgentCoreTest, OutstandingAnswers_AnswerNothingUntilTheyComeOrNeverWill) {
+  submit({"+1", "+2", "+4"});
+  HardwareAnswers answers{answerTo(0), answerTo(1), answerTo(2)};
+  answers.erase(handle(0));
+  ++answers.at(handle(1)).genId;
   start(kFirstHandle + 1'000'000);
-  core_->answersOwed({handle(0), handle(1)});
-  const std::size_t batch = submit({"~1", "~2", "+3"});
-  EXPECT_EQ(writes(), (Strings{"put1", "put2", "put3"}));
+  core_->outstandingAre(answers);
+  const std::size_t batch = submit({"~1", "~2", "+3", "~4"});
+  EXPECT_EQ(writes(), (Strings{"put1", "put2", "put4", "put3", "put4"}));
   complete(handle(0), 7);
   EXPECT_EQ(writes().back(), "put1");
-  core_->hardwareRestarted();  // frees what is owed, and not what this agent waits for
-  EXPECT_EQ(writes(), (Strings{"put1", "put2", "put3", "put1", "put2"}));
+  core_->hardwareRestarted();  // frees what is outstanding, and not what this agent waits for
+  EXPECT_EQ(writes(), (Strings{"put1", "put2", "put4", "put3", "put4", "put1", "put2"}));
   EXPECT_EQ(core_->overdue(), 0u);
   EXPECT_TRUE(results_[batch].empty());
-  for (const std::size_t write : {2u, 3u, 4u}) complete(handle(write));
-  EXPECT_EQ(results_[batch], (Strings{"OK", "OK", "OK"}));
+  for (const std::size_t write : {3u, 4u, 5u, 6u}) complete(handle(write));
+  EXPECT_EQ(results_[batch], Strings(4, "OK"));
+}
+
+TEST_F(AgentCoreTest, LostCompletions_AreRecoveredFromTheStatusRows) {
+  submit({"+1", "+2", "+3", "+4"});
+  completeAll();
+  const HardwareAnswers before{answerTo(0), answerTo(1), answerTo(2), answerTo(3)};
+  const std::size_t batch = submit({"~1", "~2", "-3", "-4"});
+  core_->recoverCompletions(before);
+  EXPECT_TRUE(results_[batch].empty()) << "answers to earlier writes";
+  HardwareAnswers after{answerTo(4, 7), answerTo(1), answerTo(2)};
+  after.at(handle(2)).deleted = true;  // and the row of the fourth has gone
+  core_->recoverCompletions(after);
+  complete(handle(5));
+  EXPECT_EQ(results_[batch], (Strings{"HARDWARE_ERROR: hardware error 7", "OK", "OK", "OK"}));
+  EXPECT_EQ(core_->inFlight(), 0u);
+}
+
+TEST_F(AgentCoreTest, UnusableTable_IsOneTextForEveryUpdate) {
+  const std::size_t begun = submit({"+1", "+2"});
+  const std::size_t waiting = submit({"~2"});
+  complete(handle(0));
+  core_->outOfService(*core_->table("l3IifTH3"), "file gone");
+  core_->finish();
+  EXPECT_EQ(results_[begun], (Strings{"OK", "INTERNAL: file gone"}));
+  EXPECT_EQ(results_[waiting], Strings{"INTERNAL: file gone"});
+  EXPECT_EQ(results_[submit({"+3"})], Strings{"INTERNAL: file gone"});
+  EXPECT_EQ(writes(), (Strings{"put1", "put2"}));
+  start(kFirstHandle + 1'000'000);
+  config().corruptionDetected("for the test");
+  fault_ = "damaged";
+  EXPECT_EQ(results_[submit({"+4", "~1", "-2"})], Strings(3, "INTERNAL: damaged"));
 }
 
 }  // namespace

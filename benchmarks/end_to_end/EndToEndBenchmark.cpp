@@ -1,8 +1,9 @@
-// Measures the road beside the yardstick: both do the same work in turn, round after round, so that what else
-// the machine does falls on both. Prints medians over the rounds, and the median of the rounds' ratios.
+// Measures the end-to-end path beside the yardstick: both do the same work in turn, round after round, so
+// that what else the machine does falls on both. Prints medians over the rounds, and the median of the
+// rounds' ratios.
 //
-//   road_bench [rounds] [road|yardstick|both] [rows]      21 rounds of both and of everything unless told
-//   otherwise;
+//   end_to_end_bench [rounds] [path|yardstick|both] [rows]      21 rounds of both and of everything unless
+//   told otherwise;
 //                                                         with `rows`, batches of that size alone, to be
 //                                                         profiled
 #include <algorithm>
@@ -17,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Road.h"
+#include "EndToEnd.h"
 #include "Yardstick.h"
 #include "cairn/Exception.h"
 
@@ -135,8 +136,8 @@ Plan planOf(const std::vector<std::string_view>& arguments) {
   Plan plan;
   if (!arguments.empty()) plan.rounds = numberOf("rounds", arguments[0], 10'000);
   if (arguments.size() > 1) plan.only = arguments[1];
-  if (plan.only != "both" && plan.only != "road" && plan.only != "yardstick") {
-    throw Cairn::Exception("expected road, yardstick or both, got \"" + std::string(plan.only) + "\"");
+  if (plan.only != "both" && plan.only != "path" && plan.only != "yardstick") {
+    throw Cairn::Exception("expected path, yardstick or both, got \"" + std::string(plan.only) + "\"");
   }
   if (arguments.size() > 2) {
     plan.oneAtATime = false;
@@ -151,13 +152,14 @@ int main(int count, char** arguments) {
   try {
     const Plan plan = planOf({arguments + 1, arguments + count});
     std::vector<Entrant> entrants;
-    if (plan.only != "road") entrants.push_back({"yardstick", std::make_unique<Yardstick::TwoTables>(), {}});
-    if (plan.only != "yardstick") entrants.push_back({"road", std::make_unique<Road>(HW_AGENT, PLUGIN), {}});
+    if (plan.only != "path") entrants.push_back({"yardstick", std::make_unique<Yardstick::TwoTables>(), {}});
+    if (plan.only != "yardstick")
+      entrants.push_back({"path", std::make_unique<EndToEnd>(HW_AGENT, PLUGIN), {}});
     run(entrants, plan);
     print(entrants, plan);
     return 0;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "road_bench: %s\n", error.what());
+    std::fprintf(stderr, "end_to_end_bench: %s\n", error.what());
     return 1;
   }
 }

@@ -1,4 +1,4 @@
-// The road itself: agent core, row database, plugin and tables in this process, the hardware agent in
+// The end-to-end path: agent core, row database, plugin and tables in this process, the hardware agent in
 // another.
 #pragma once
 
@@ -12,15 +12,15 @@
 #include "p4runtime/PluginLibrary.h"
 #include "quill/EventLoop.h"
 #include "tests/RuntimeFolder.h"
-#include "tests/road/Program.h"
+#include "tests/end_to_end/Program.h"
 
-class Road final : public Contestant {
+class EndToEnd final : public Contestant {
  public:
   /// Starts the hardware agent and the plugin over tables in a folder of their own.
-  Road(const std::string& hwAgent, const std::string& plugin);
-  ~Road() override;
-  Road(const Road&) = delete;
-  Road& operator=(const Road&) = delete;
+  EndToEnd(const std::string& hwAgent, const std::string& plugin);
+  ~EndToEnd() override;
+  EndToEnd(const EndToEnd&) = delete;
+  EndToEnd& operator=(const EndToEnd&) = delete;
 
   /// Rows that exist are modified, the others inserted.
   void prepare(std::size_t rows) override;

@@ -1,4 +1,4 @@
-// The yardstick: what the road does, with nothing but two bare tables between two processes.
+// The yardstick: what the end-to-end path does, with nothing but two bare tables between two processes.
 #pragma once
 
 #include <sys/types.h>
@@ -10,7 +10,7 @@
 
 namespace Yardstick {
 
-/// Bytes of the config and status rows that the road moves (L3 ingress interface).
+/// Bytes of the config and status rows that the end-to-end path moves (L3 ingress interface).
 inline constexpr std::size_t kConfigBytes = 39;
 inline constexpr std::size_t kStatusBytes = 27;
 
@@ -24,7 +24,7 @@ class TwoTables final : public Contestant {
   TwoTables& operator=(const TwoTables&) = delete;
 
   void prepare(std::size_t rows) override;
-  /// Writes an eight-byte number to a descriptor for each answer, as the road does.
+  /// Writes an eight-byte number to a descriptor for each answer, as that path does.
   void batch() override;
 
  private:

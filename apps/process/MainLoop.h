@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+
+#include "quill/EventLoop.h"
+
+namespace Process {
+
+/// The event loop of a program, stopped by SIGTERM and SIGINT. To be made before any other thread.
+class MainLoop {
+ public:
+  /// Throws Cairn::SystemException when the system refuses.
+  MainLoop();
+  ~MainLoop();
+  MainLoop(const MainLoop&) = delete;
+  MainLoop& operator=(const MainLoop&) = delete;
+
+  Quill::EventLoop& loop() noexcept { return loop_; }
+  /// Runs the loop until it is stopped. A callback that finds no memory is abandoned and the loop continues;
+  /// `abandoned` is called then and must not throw.
+  void run(const std::function<void()>& abandoned);
+
+ private:
+  void logAbandoned();
+
+  Quill::EventLoop loop_;
+  Quill::EventLoop::Clock::time_point logAgain_{};
+  int signals_;
+};
+
+}  // namespace Process
