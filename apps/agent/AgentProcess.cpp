@@ -10,7 +10,7 @@ namespace Agent {
 
 namespace {
 
-// How often the process looks at what no event tells of: half a second at most until it notices.
+// Interval of the checks for what no event reports; half a second is the most that noticing may take.
 constexpr std::chrono::milliseconds kTick{400};
 // A hardware agent checks twice a second whether a reader has reported damage in its tables.
 constexpr std::chrono::seconds kDamagePatience{5};
@@ -105,8 +105,8 @@ void AgentProcess::recoverCompletions() {
   failedNotifications_ = failed;
 }
 
-/// Moves every script on as far as it goes without waiting. Scripts whose updates are all answered at once
-/// get a bounded number of steps before the loop has its turn.
+/// Runs every script as far as possible without waiting. Scripts whose updates are all answered at once get a
+/// bounded number of steps before the loop handles other events.
 void AgentProcess::turn() {
   constexpr int kSteps = 256;
   if (turnTimer_) loop_.timerDel(*turnTimer_);
@@ -159,7 +159,7 @@ void AgentProcess::armDeadline() {
   });
 }
 
-/// After this the tables are gone; the agent goes on, but nothing can be written any more.
+/// Afterwards the tables are gone; the agent continues, but nothing can be written any more.
 void AgentProcess::cleanup() { P4Runtime::PluginLibrary::requestCleanup(*context_); }
 
 }  // namespace Agent

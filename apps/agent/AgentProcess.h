@@ -30,7 +30,7 @@ class AgentProcess {
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
 
-  /// Runs `script` from the event loop. `done` is told whether everything came out as expected.
+  /// Runs `script` from the event loop. `done` receives whether every result was as expected.
   using Done = std::function<void(bool asExpected)>;
   void run(std::string_view script, ResultTable::Output output, ResultTable::Style style, Done done);
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view kStatus = "/status";
 
-/// Adds the rows of one status table; nothing when the entity is of another kind.
+/// Adds the rows of one status table; nothing when the entity is of another type.
 template <class Status>
 void addAnswers(const Quill::Ptr<Quill::Entity>& entity, HardwareAnswers& answers) {
   const auto status = Quill::ptrCast<Status>(entity);

@@ -11,34 +11,29 @@
 namespace Agent {
 
 const char* const kHelp =
-    "p4rt-agent: writes table entries to the switching ASIC through the plugin and reports every result\n"
-    "\n"
-    "  p4rt-agent [options] [SCRIPT...]     runs the scripts (\"-\": standard input); with --socket goes on "
-    "to\n"
-    "                                       serve until SIGTERM\n"
-    "  p4rt-agent --send SOCKET SCRIPT...   sends the scripts to a running agent and prints what it answers\n"
-    "\n"
-    "  -p, --plugin PATH           plugin library (default: TolmarP4RuntimePlugin.so beside this program)\n"
-    "  -r, --runtime-folder DIR    folder of the shared-memory tables, this user's own with rights 0700; "
-    "made\n"
-    "                              when missing (default: /dev/shm/tolmar-UID)\n"
-    "  -s, --socket PATH           Unix socket on which scripts are taken: connect, write the script, shut "
-    "down\n"
-    "                              writing, read the results\n"
-    "  -S, --send SOCKET           send the scripts to the agent that serves this socket\n"
-    "  -t, --timeout SECONDS       time for the hardware's answer, 0.001 to 3600 (default: 10)\n"
-    "  -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, on "
-    "a\n"
-    "                              terminal)\n"
-    "  -T, --trace HANDLE:LEVEL    print the trace lines of this handle (\"*\": of all) and level (0 to 31) "
-    "to\n"
-    "                              standard error; may be given more than once\n"
-    "  -h, --help                  this text\n"
-    "  -V, --version               the version\n"
-    "\n"
-    "SIGTERM and SIGINT stop the agent and keep the tables; a script's \"cleanup\" removes them.\n"
-    "Exit code: 0 when every result was as expected, 1 when not or when something failed, 2 for wrong "
-    "usage.\n";
+    R"(p4rt-agent: writes table entries to the switching ASIC through the plugin and reports every result
+
+  p4rt-agent [options] [SCRIPT...]     runs the scripts ("-": standard input); with --socket, then serves
+                                       until SIGTERM
+  p4rt-agent --send SOCKET SCRIPT...   sends the scripts to a running agent and prints its answers
+
+  -p, --plugin PATH           plugin library (default: TolmarP4RuntimePlugin.so beside this program)
+  -r, --runtime-folder DIR    folder of the shared-memory tables: this user's own, mode 0700, no link;
+                              created when missing (default: /dev/shm/tolmar-UID)
+  -s, --socket PATH           Unix socket on which scripts are accepted: connect, write the script, shut down
+                              writing, read the results
+  -S, --send SOCKET           send the scripts to the agent that serves this socket
+  -t, --timeout SECONDS       time for the hardware's answer, 0.001 to 3600 (default: 10)
+  -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, which means
+                              on a terminal)
+  -T, --trace HANDLE:LEVEL    log the lines of this trace handle ("*": of all) and level (0 to 31); may be
+                              given more than once
+  -h, --help                  this text
+  -V, --version               the version
+
+SIGTERM and SIGINT stop the agent and keep the tables; a script's "cleanup" removes them.
+Exit code: 0 when every result was as expected, 1 when not or when something failed, 2 for wrong usage.
+)";
 
 namespace {
 

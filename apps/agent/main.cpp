@@ -53,7 +53,7 @@ void print(std::string_view text) {
   std::fflush(stdout);
 }
 
-/// Runs the scripts one after the other; `done` is told whether every result was as expected.
+/// Runs the scripts one after the other; `done` receives whether every result was as expected.
 class ScriptQueue {
  public:
   ScriptQueue(Agent::AgentProcess& agent, std::deque<Script> scripts, bool colour,
@@ -140,7 +140,7 @@ bool runAgent(const Options& options) {
   return *asExpected;
 }
 
-/// True when the agent says of every script that all results were as expected.
+/// True when the agent reports for every script that all results were as expected.
 bool send(const Options& options) {
   bool asExpected = true;
   for (const Script& script : readScripts(options.scripts)) {

@@ -11,7 +11,7 @@ namespace Agent {
 
 namespace {
 
-/// "l3IifTH3" for "LumenL3IifTH3ConfigTable"; "" for a table of another kind.
+/// "l3IifTH3" for "LumenL3IifTH3ConfigTable"; "" for a name of another form.
 std::string shortNameOf(std::string_view tableName) {
   constexpr std::string_view kPrefix = "Lumen";
   constexpr std::string_view kSuffix = "ConfigTable";

@@ -78,9 +78,9 @@ class AgentCore {
   /// Answers all updates of the table INTERNAL with `reason`, those in flight and those to come.
   void outOfService(ConfigTable& table, const std::string& reason);
 
-  /// Compares the tables with the hardware's answers at the start: entries that it has not answered as they
-  /// stand are in flight and overdue, so that no answer to an earlier process is taken for one to this. To be
-  /// called before the first batch.
+  /// Compares the tables with the hardware's answers at the start: entries whose present rows it has not
+  /// answered are in flight and overdue, so that no answer to an earlier process is taken for one to this
+  /// process. To be called before the first batch.
   void outstandingAre(const HardwareAnswers& answers);
   /// Takes the answers to updates in flight from the status rows, where a completion has been lost.
   void recoverCompletions(const HardwareAnswers& answers);

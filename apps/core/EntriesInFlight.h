@@ -34,7 +34,7 @@ struct EntryInFlight {
   std::vector<Operation*> waiting;  ///< not owned; the entry's further updates, in order
 };
 
-/// The entries in flight, by their handles. Those whose removal is in flight stand in no table any more and
+/// The entries in flight, by their handles. Those whose removal is in flight are in no table any more and
 /// are found by their keys as well. Once the collection has held as many entries, adding one allocates
 /// nothing.
 class EntriesInFlight {

@@ -40,7 +40,6 @@ class EntityFollower final : public TableFollower {
   bool attached() const override { return pair_.readable(); }
   std::string displacedFile() const override { return pair_.displacedFile(); }
   void maintain(bool changesMissed) override {
-    pair_.lookForDamage();
     // Status rows that were lost with a damaged segment are answers that the agent may never have seen.
     const std::uint64_t generation = pair_.statusGeneration();
     if (generation != generation_ || changesMissed) programmer_.reconcile(Clock::now());

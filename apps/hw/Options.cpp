@@ -6,26 +6,23 @@
 namespace HwAgent {
 
 const char* const kHelp =
-    "hw-agent: plays the hardware programming agent and the ASIC; answers every config row with a status "
-    "row\n"
-    "\n"
-    "  hw-agent [options]\n"
-    "\n"
-    "  -r, --runtime-folder DIR    folder of the shared-memory tables, this user's own with rights 0700; "
-    "made\n"
-    "                              when missing (default: /dev/shm/tolmar-UID)\n"
-    "  -f, --fail TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE\n"
-    "                              entries with these values in these key fields fail with CODE (1 to "
-    "65535);\n"
-    "                              may be given more than once. Example: --fail l3IifTH3:l3Iif=99:7\n"
-    "  -e, --fail-every N:CODE     every N-th entry of each table fails with CODE\n"
-    "  -d, --delay MILLISECONDS    time from a change to its answer, 0 to 3600000 (default: 0)\n"
-    "  -h, --help                  this text\n"
-    "  -V, --version               the version\n"
-    "\n"
-    "Follows the tables until SIGTERM or SIGINT; the status tables stay and are gone on from at the next "
-    "start.\n"
-    "Removals never fail. Exit code: 0 when stopped, 1 when something failed, 2 for wrong usage.\n";
+    R"(hw-agent: stands in for the hardware agent and the ASIC; answers every config row with a status row
+
+  hw-agent [options]
+
+  -r, --runtime-folder DIR    folder of the shared-memory tables: this user's own, mode 0700, no link;
+                              created when missing (default: /dev/shm/tolmar-UID)
+  -f, --fail TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE
+                              entries with these values in these key fields fail with CODE (1 to 65535); may
+                              be given more than once. Example: --fail l3IifTH3:l3Iif=99:7
+  -e, --fail-every N:CODE     every N-th entry of each table fails with CODE
+  -d, --delay MILLISECONDS    time from a change to its answer, 0 to 3600000 (default: 0)
+  -h, --help                  this text
+  -V, --version               the version
+
+Follows the tables until SIGTERM or SIGINT. The status tables stay; the next start continues from them.
+Removals never fail. Exit code: 0 when stopped, 1 when something failed, 2 for wrong usage.
+)";
 
 namespace {
 

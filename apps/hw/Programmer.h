@@ -13,12 +13,12 @@
 namespace HwAgent {
 
 /// Each change of a config row is answered once: the status row then carries the config row's handle and
-/// genId, or is marked deleted. Whether a row still needs an answer is told by the two rows alone, so
-/// answering is safe to repeat, at start-up too.
+/// genId, or is marked deleted. Whether a row still needs an answer follows from the two rows alone, so
+/// answering is safe to repeat.
 ///
-/// The status row of a deleted entry stays until the readers have handled it. When the status table is full
-/// because of such rows, an answer that needs room waits for them to go; others pass it by, since those of
-/// deleted entries are what makes the room.
+/// The status row of a deleted entry stays until the readers have handled it. When such rows fill the status
+/// table, an answer that needs a row of its own waits until they are removed; other answers do not wait,
+/// since those for deleted entries are the ones that free rows.
 template <class Pair>
 class Programmer {
  public:
@@ -31,7 +31,7 @@ class Programmer {
   Programmer(Pair& tables, Faults<Config> faults, Clock::duration delay)
       : tables_(tables), faults_(std::move(faults)), delay_(delay) {}
 
-  /// Answers what changed while nobody followed the tables. To be called once, at start.
+  /// Answers every row that needs it: at start, and after changes that may have been missed.
   void reconcile(Clock::time_point now) {
     tables_.eachConfig([&](const Config& config) { changed(config.key(), now); });
     std::deque<Key> gone;
@@ -54,7 +54,7 @@ class Programmer {
     }
   }
 
-  /// Does what is due at `now`. Returns whether answers given or rows removed moved anything on.
+  /// Does what is due at `now`. Returns whether an answer was given or a row removed.
   bool advance(Clock::time_point now) {
     const std::uint64_t before = moves_;
     while (!delayed_.empty() && delayed_.front().due <= now) {
@@ -78,7 +78,7 @@ class Programmer {
   }
   /// Status rows of deleted entries that wait for the readers.
   std::size_t removals() const { return removals_.size(); }
-  /// Answers that wait for room in the status table.
+  /// Answers that wait for a free row in the status table.
   std::size_t blocked() const { return blocked_.size(); }
   std::uint64_t answers() const { return answers_; }
 
@@ -90,13 +90,13 @@ class Programmer {
   struct Removal {
     Key key;
     std::uint64_t entryHandle;
-    std::uint64_t sequence;  // of the status row that told of the removal
+    std::uint64_t sequence;  // of the status row that reported the removal
   };
 
   void answer(const Key& key) {
     const std::optional<Config> config = tables_.config(key);
     const std::optional<Status> status = tables_.status(key);
-    if (!tables_.readable()) return;  // asked after the reads that may find the damage
+    if (!tables_.readable()) return;  // checked after the reads, which may detect the damage
     if (config) {
       const bool answered = status && !status->deleted && status->entryHandle == config->entryHandle &&
                             status->genId == config->genId;
@@ -136,7 +136,8 @@ class Programmer {
     ++moves_;
   }
 
-  /// Removes the status rows of deleted entries that every reader has handled, unless the key came back.
+  /// Removes the status rows of deleted entries that every reader has handled, unless the key is in use
+  /// again.
   bool removeHandled() {
     bool removed = false;
     while (!removals_.empty() && tables_.readersHandled(removals_.front().sequence, !blocked_.empty())) {

@@ -33,8 +33,8 @@ class TablePair {
 
   const Quill::Ptr<ConfigEntity>& configEntity() const { return config_; }
 
-  /// False once one of the tables was found damaged: it then reads as empty, which says nothing of its rows,
-  /// and writes are dropped.
+  /// False once corruption was detected in one of the tables: it then reads as empty whatever it held, and
+  /// writes are dropped.
   bool readable() const { return config_->attached() && status_->attached(); }
   /// See TableEntity::displacedFile; of either table.
   std::string displacedFile() const {
@@ -53,9 +53,7 @@ class TablePair {
   void statusDel(const Key& key) {
     guarded(*status_, [&] { status_->tableDel(key); });
   }
-  /// Replaces the status table if a reader has met damage in it.
-  void lookForDamage() const { status_->monitor(); }
-  /// Names the segment that the status table stands in; 0 when there is none.
+  /// Identifies the segment of the status table; 0 when there is none.
   std::uint64_t statusGeneration() const {
     auto* const attached = status_->table().writer();
     return attached == nullptr ? 0 : attached->segment().mapping()->load(Vesta::kGenerationAt);

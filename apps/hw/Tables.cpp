@@ -26,7 +26,7 @@ using TolmarHwLib::MyStationTcamTH3Status;
 
 constexpr std::string_view kPathPrefix = "p4runtime/outputTables/tolmar/";
 
-// How often the process looks at what no event tells of: half a second at most until it notices.
+// Interval of the checks for what no event reports; half a second is the most that noticing may take.
 constexpr std::chrono::milliseconds kTick{400};
 
 struct Table {

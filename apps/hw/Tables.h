@@ -26,13 +26,12 @@ class TableFollower {
   virtual ~TableFollower();
   /// Answers given so far.
   virtual std::uint64_t answers() const = 0;
-  /// False once one of the two tables was found damaged; nothing is followed any more then.
+  /// False once corruption was detected in one of the two tables; nothing is followed any more then.
   virtual bool attached() const = 0;
   /// The path of a file of the two tables that somebody removed or replaced; empty when all are in place.
   virtual std::string displacedFile() const = 0;
-  /// Does what no event asks for; to be called periodically. Replaces the status table if a reader has
-  /// reported damage in it, and gives answers again that were lost with it. With `changesMissed`, answers
-  /// what is open in any case.
+  /// Does what no event asks for; to be called periodically. Answers what is open if the status table has a
+  /// new segment, which may lack rows of the one before, and with `changesMissed` in any case.
   virtual void maintain(bool changesMissed) = 0;
 };
 
@@ -55,7 +54,7 @@ class Tables {
 
  private:
   struct Followed {
-    std::unique_ptr<TableFollower> follower;  // null while a table of the pair is damaged
+    std::unique_ptr<TableFollower> follower;  // null while a table of the pair cannot be used
     bool waitedFor = false;
   };
 

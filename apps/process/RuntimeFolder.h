@@ -6,7 +6,7 @@
 
 namespace Process {
 
-/// The folder both programs use unless told otherwise: private to the user, in memory.
+/// The folder that both programs use by default: private to the user, in memory.
 std::string defaultRuntimeFolder();
 
 /// The folder of the shared-memory tables: a real directory of this user's own with mode 0700.

@@ -4,7 +4,7 @@
 //   slot    current copy (bit 0) and generation (the rest); the writer alone
 //   log     slot numbers in the order of their writes; the writer alone
 //   written number of writes; the writer alone
-//   asleep  1 set by the reader before it sleeps, taken back by whoever wakes it
+//   asleep  1 set by the reader before it sleeps, cleared by the writer that wakes it
 #pragma once
 
 #include <array>

@@ -1,11 +1,11 @@
-// Measures the end-to-end path beside the yardstick: both do the same work in turn, round after round, so
-// that what else the machine does falls on both. Prints medians over the rounds, and the median of the
-// rounds' ratios.
+// Measures the end-to-end path, from a batch of updates to its results, beside the yardstick: both do the
+// same work in turn, round after round, so that other load on the machine affects both. Prints medians over
+// the rounds, and the median of the rounds' ratios.
 //
-//   end_to_end_bench [rounds] [path|yardstick|both] [rows]      21 rounds of both and of everything unless
-//   told otherwise;
-//                                                         with `rows`, batches of that size alone, to be
-//                                                         profiled
+//   end_to_end_bench [rounds] [path|yardstick|both] [rows]
+//
+// Defaults: 21 rounds of both, one update at a time and in batches. With `rows`, batches of that size alone,
+// for a profiler.
 #include <algorithm>
 #include <charconv>
 #include <chrono>

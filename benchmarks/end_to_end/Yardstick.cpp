@@ -73,7 +73,7 @@ TwoTables::~TwoTables() {
   munmap(shared_, sizeof(Shared));
 }
 
-/// The other process: a status row with the number of each config row, until it is told to stop.
+/// The other process: a status row with the number of each config row, until it is to stop.
 void TwoTables::answer() const {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   std::uint64_t seen = 0;

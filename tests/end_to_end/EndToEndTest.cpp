@@ -183,7 +183,8 @@ TEST_F(EndToEnd, AnswerThatNeverComes_IsGivenUpOnceTheHardwareHasRestarted) {
   const auto removal = sending("delete l3IifTH3 l3Iif=1 expect DEADLINE_EXCEEDED\n");
   EXPECT_EQ(removal->exitCode(), 0) << removal->output();
   damage("status");
-  // Nothing is left of the entry in either table: the hardware agent cannot know that an answer is owed.
+  // Nothing is left of the entry in either table: the hardware agent cannot know that an answer is
+  // outstanding.
   hw = hardware();
   EXPECT_TRUE(hw->says("set aside")) << hw->output();
   send("insert l3IifTH3 l3Iif=1 vrf=1\n");
@@ -194,11 +195,11 @@ TEST_F(EndToEnd, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem)
   auto hw = hardware();
   send(inserts(1, 10));
   damage("status");
-  send("modify l3IifTH3 l3Iif=1 vrf=2\n");  // the hardware agent meets the damage and replaces its table
+  send("modify l3IifTH3 l3Iif=1 vrf=2\n");  // the hardware agent detects the damage and replaces its table
   EXPECT_TRUE(hw->says("set aside")) << hw->output();
   stop(*served);
   damage("status");
-  served = agent();  // the hardware agent has nothing to write: it hears from the agent
+  served = agent();  // the hardware agent has nothing to write: the agent reports the damage
   send("modify l3IifTH3 l3Iif=1 vrf=3\n");
   stop(*hw);
   damage("config");
@@ -310,7 +311,7 @@ TEST_F(EndToEnd, TracesAndCleanup_TheRingsRemainAndTheTablesDoNot) {
   EXPECT_THAT(ring, HasSubstr("pluginInit"));
   EXPECT_THAT(ring, HasSubstr("doMountsComplete"));
   EXPECT_THAT(ring, HasSubstr("onStatusRow"));
-  EXPECT_THAT(ring, HasSubstr("4711")) << "values stand there as text";
+  EXPECT_THAT(ring, HasSubstr("4711")) << "values are recorded as text";
   EXPECT_THAT(contents(runtime() + "/hw-agent.trace"), HasSubstr("answerPresent"));
   EXPECT_EQ(contents(table("config")), "");
   EXPECT_NE(contents(table("status")), "");

@@ -20,8 +20,8 @@ using Strings = std::vector<std::string>;
 
 constexpr Programmer<Pair>::Clock::time_point kNow{};
 
-/// The status rows as they are when the agent hears of them.
-class Answers final : public L3IifTH3Status::NotifieeConst {
+/// The status rows as they are when the agent is notified of them.
+class Notifications final : public L3IifTH3Status::NotifieeConst {
  public:
   Strings all;
 
@@ -43,8 +43,8 @@ class ProgrammerTest : public testing::Test {
   using Type = QuillVesta::QuillVestaType;
 
   ProgrammerTest() {
-    answers_->notifierIs(mounted<L3IifTH3Status>("Status", "status", Type::reader));
-    answers_->isRegisteredNotifieeIs(true);
+    notifications_->notifierIs(mounted<L3IifTH3Status>("Status", "status", Type::reader));
+    notifications_->isRegisteredNotifieeIs(true);
   }
   template <class Entity>
   Quill::Ptr<Entity> mounted(const std::string& type, const std::string& side, Type role) {
@@ -53,7 +53,7 @@ class ProgrammerTest : public testing::Test {
     return Quill::ptrCast<Entity>(agent_->mount("pair/" + side, "TolmarHwLib::L3IifTH3" + type, description));
   }
 
-  /// The agent writes or removes a row and the hardware agent hears of it.
+  /// The agent writes or removes a row and the hardware agent is notified.
   void write(std::uint64_t id, std::uint64_t handle, std::uint64_t genId = 1, bool valid = true) {
     config_->tableIs({{genId, handle, valid}, {id}});
     programmer_->changed({id}, kNow);
@@ -62,10 +62,10 @@ class ProgrammerTest : public testing::Test {
     config_->tableDel({id});
     programmer_->changed({id}, kNow);
   }
-  /// What the agent hears since the last call; it has handled all of it then.
-  Strings heard() {
+  /// The notifications of the agent since the last call, all of them handled.
+  Strings answers() {
     for (int i = 0; i < 3; ++i) loop_.step(0ms);
-    return std::exchange(answers_->all, {});
+    return std::exchange(notifications_->all, {});
   }
 
   RuntimeFolder folder_{"/dev/shm"};
@@ -74,47 +74,47 @@ class ProgrammerTest : public testing::Test {
   Quill::Ptr<Orrery::EntityManager> hardware_ = Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_);
   Quill::Ptr<L3IifTH3Config> config_ = mounted<L3IifTH3Config>("Config", "config", Type::writer);
   Pair pair_{TablePlace{hardware_, "l3IifTH3", "TolmarHwLib::L3IifTH3", "pair/", kCapacity}};
-  Quill::Ptr<Answers> answers_ = Quill::allocate<Answers>();
+  Quill::Ptr<Notifications> notifications_ = Quill::allocate<Notifications>();
   std::optional<Programmer<Pair>> programmer_{std::in_place, pair_, L3IifFaults(), 0ms};
 };
 
 TEST_F(ProgrammerTest, AnswersWritesAndRemovalsWithTheirHandles) {
   write(5, 100, 1);
-  EXPECT_EQ(heard(), Strings{"5 handle 100"});
+  EXPECT_EQ(answers(), Strings{"5 handle 100"});
   write(5, 100, 2);
-  programmer_->changed({5}, kNow);  // told twice, answered once
-  EXPECT_EQ(heard(), Strings{"5 handle 100"});
+  programmer_->changed({5}, kNow);  // notified twice, answered once
+  EXPECT_EQ(answers(), Strings{"5 handle 100"});
   EXPECT_EQ(pair_.status({5})->genId, 2u);
   remove(5);
   remove(6);  // came and went unseen: nobody to answer
-  EXPECT_EQ(heard(), Strings{"5 deleted 100"});
+  EXPECT_EQ(answers(), Strings{"5 deleted 100"});
   EXPECT_EQ(programmer_->answers(), 3u);
 }
 
 TEST_F(ProgrammerTest, KeepsTheStatusOfTheDeletedUntilTheReadersHandledIt) {
   write(1, 101);
   write(2, 102);
-  heard();
+  answers();
   remove(1);
   remove(2);
   EXPECT_FALSE(programmer_->advance(kNow));
-  EXPECT_EQ(heard(), (Strings{"1 deleted 101", "2 deleted 102"}));
+  EXPECT_EQ(answers(), (Strings{"1 deleted 101", "2 deleted 102"}));
   write(2, 200);  // comes back before its old row went
   EXPECT_TRUE(programmer_->advance(kNow));
-  EXPECT_EQ(heard(), (Strings{"2 handle 200", "1 gone"}));
+  EXPECT_EQ(answers(), (Strings{"2 handle 200", "1 gone"}));
 }
 
 TEST_F(ProgrammerTest, FullStatusTable_AnswersWaitForRoomAndRemovalsPassThemBy) {
   for (std::uint64_t id = 1; id <= kCapacity; ++id) write(id, 100 + id);
-  heard();
+  answers();
   config_->tableDel({1});
-  write(9, 109);  // an overtaken reader may hear of 9 first
+  write(9, 109);  // a reader that was overrun may be notified of 9 first
   programmer_->changed({1}, kNow);
   EXPECT_EQ(programmer_->blocked(), 1u);
   EXPECT_FALSE(programmer_->advance(kNow));
-  EXPECT_EQ(heard(), Strings{"1 deleted 101"});
+  EXPECT_EQ(answers(), Strings{"1 deleted 101"});
   programmer_->advance(kNow);
-  EXPECT_EQ(heard(), (Strings{"1 gone", "9 handle 109"}));
+  EXPECT_EQ(answers(), (Strings{"1 gone", "9 handle 109"}));
 }
 
 TEST_F(ProgrammerTest, FullStatusTable_ReaderThatHasStoppedHoldsAnswersUpForASecondOnly) {
@@ -134,23 +134,23 @@ TEST_F(ProgrammerTest, Start_AnswersWhatDiffersAndLeavesEqualRowsAlone) {
   const Pair::Status statuses[] = {{{2, 101}, {1}}, {{1, 102}, {2}},          {{2, 3}, {3}},
                                    {{1, 105}, {5}}, {{1, 106, 0, true}, {6}}, {{2, 107, 0, true}, {7}}};
   for (const Pair::Status& status : statuses) pair_.statusIs(status);
-  heard();
+  answers();
   programmer_->reconcile(kNow);
-  Strings answers = heard();
-  std::sort(answers.begin(), answers.end());
-  EXPECT_EQ(answers,
+  Strings sorted = answers();
+  std::sort(sorted.begin(), sorted.end());
+  EXPECT_EQ(sorted,
             (Strings{"2 handle 102", "3 handle 103", "4 handle 104", "5 deleted 105", "7 handle 107"}));
   programmer_->advance(kNow);
-  EXPECT_EQ(heard(), (Strings{"6 gone", "5 gone"}));
+  EXPECT_EQ(answers(), (Strings{"6 gone", "5 gone"}));
 }
 
 TEST_F(ProgrammerTest, DamagedTable_IsNotTakenForRemovals) {
   write(1, 101);
-  EXPECT_EQ(heard(), Strings{"1 handle 101"});
+  EXPECT_EQ(answers(), Strings{"1 handle 101"});
   pair_.configEntity()->corruptionDetected("for the test");
   programmer_->reconcile(kNow);
   programmer_->changed({1}, kNow);
-  EXPECT_EQ(heard(), Strings{});
+  EXPECT_EQ(answers(), Strings{});
 }
 
 TEST_F(ProgrammerTest, Delay_HoldsAnswersBackInOrder) {
@@ -159,10 +159,10 @@ TEST_F(ProgrammerTest, Delay_HoldsAnswersBackInOrder) {
   config_->tableIs({{1, 102, true}, {2}});
   programmer_->changed({2}, kNow + 5ms);
   EXPECT_EQ(programmer_->nextAnswer(), kNow + 10ms);
-  for (const auto& [time, answers] :
+  for (const auto& [time, expected] :
        {std::pair{9ms, Strings{}}, {10ms, {"1 handle 101"}}, {14ms, {}}, {15ms, {"2 handle 102"}}}) {
     programmer_->advance(kNow + time);
-    EXPECT_EQ(heard(), answers);
+    EXPECT_EQ(answers(), expected);
   }
   EXPECT_FALSE(programmer_->nextAnswer());
 }
@@ -171,12 +171,12 @@ TEST_F(ProgrammerTest, Faults_HitKeysAndEveryNthButNoInvalidEntryAndNoRemoval) {
   const std::vector<FailOption> fails = {readFail("l3IifTH3:l3Iif=2:7"), readFail("other:x=1:3")};
   programmer_.emplace(pair_, L3IifFaults("l3IifTH3", fails, readFailEvery("3:9")), 0ms);
   for (const std::uint64_t id : {1u, 2u, 3u, 4u}) write(id, 100 + id);
-  EXPECT_EQ(heard(),
+  EXPECT_EQ(answers(),
             (Strings{"1 handle 101", "2 handle 102 error 7", "3 handle 103 error 9", "4 handle 104"}));
   write(2, 102, 2, false);
-  EXPECT_EQ(heard(), Strings{"2 handle 102"});
+  EXPECT_EQ(answers(), Strings{"2 handle 102"});
   remove(2);
-  EXPECT_EQ(heard(), Strings{"2 deleted 102"});
+  EXPECT_EQ(answers(), Strings{"2 deleted 102"});
 }
 
 }  // namespace
