@@ -49,14 +49,13 @@ Quill::Ptr<QuillVesta::TableEntity> EntityManager::mount(
   const Mounted mounted{tableEntityOfType(path, typeName), description};
   attach(path, mounted);
   mounts_.emplace(path, mounted);
-  if (timer_ == 0) monitorLater();
+  if (timer_ == 0) monitorMounts();
   return mounted.entity;
 }
 
 // The timer itself heals a table whose sleep bit was lost: its owner looks for changes at each wake.
-void EntityManager::monitorLater() const {
-  timer_ = loop_.timerIs(std::chrono::milliseconds(500), [this] {
-    monitorLater();
+void EntityManager::monitorMounts() const {
+  timer_ = loop_.periodicTimerIs(std::chrono::milliseconds(500), [this] {
     for (const Quill::String& path : mountedPaths()) {  // a reactor may mount and unmount
       const auto found = mounts_.find(path);
       if (found == mounts_.end()) continue;

@@ -57,7 +57,7 @@ class EntityManager : public Quill::Typed<EntityManager, Quill::PtrInterface> {
     QuillVesta::MountDescription description;
   };
   void attach(const Quill::String& path, const Mounted& mounted) const;
-  void monitorLater() const;
+  void monitorMounts() const;
 
   std::string runtimeFolder_;
   Quill::EventLoop& loop_;
