@@ -111,7 +111,7 @@ bool runAgent(const Options& options) {
   Process::MainLoop mainLoop;
   Process::RuntimeFolder folder(options.runtimeFolder);
   folder.lock();
-  Process::logTraces();
+  Process::logLibraries();
   for (const auto& [handle, level] : options.traces) Quill::TraceHandle::levelIs(handle, level, true);
   Agent::AgentProcess agent(mainLoop.loop(), folder.path(), options.plugin, options.timeout);
   requireKnownHandles(options);  // those of the plugin exist now

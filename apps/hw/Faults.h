@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "P4RuntimeTolmar/Schema.h"
-#include "apps/hw/FaultOption.h"
+#include "apps/hw/Options.h"
 #include "cairn/Exception.h"
 #include "lumen/LmErrors.h"
 #include "lumen/LumenDB.h"

@@ -1,21 +1,14 @@
 // The four tables of the plugin as this process mounts them: config tables to read, status tables to write.
 #pragma once
 
-#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "apps/hw/FaultOption.h"
+#include "apps/hw/Options.h"
 #include "orrery/Mount.h"
 
 namespace HwAgent {
-
-struct Settings {
-  std::vector<FailOption> fails;
-  FailEveryOption failEvery;
-  std::chrono::milliseconds delay{0};
-};
 
 /// Throws Cairn::Exception for faults that name no table, no key field of it, or a value that does not fit.
 void checkFaults(const Settings& settings);

@@ -12,6 +12,7 @@ namespace {
 bool follow(const HwAgent::Options& options) {
   Process::MainLoop mainLoop;
   const Process::RuntimeFolder folder(options.runtimeFolder);
+  Process::logLibraries();
   HwAgent::Tables tables(
       Quill::allocate<Orrery::EntityManager>(folder.path(), mainLoop.loop(), Process::tableLog()),
       options.settings);

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 
+#include "quill/Notifiee.h"
 #include "quill/TraceHandle.h"
 
 namespace Process {
@@ -43,7 +44,8 @@ std::shared_ptr<const Cairn::DebugHandler> tableLog() {
   return handler;
 }
 
-void logTraces() {
+void logLibraries() {
+  Quill::NotifieeConst::failureSinkIs([](const char* line) { log(line); });
   Quill::TraceHandle::sinkIs([](const Quill::TraceHandle::Line& line) {
     std::string text(line.handle);
     text.append("/").append(std::to_string(line.level)).append(" ").append(line.source).append(":");

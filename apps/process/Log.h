@@ -20,7 +20,7 @@ std::string printable(std::string_view text);
 /// Hands errors of the table service to log().
 std::shared_ptr<const Cairn::DebugHandler> tableLog();
 
-/// Hands the lines of trace handles to log() from now on.
-void logTraces();
+/// Hands the lines of trace handles and failed notifications to log() from now on.
+void logLibraries();
 
 }  // namespace Process

@@ -52,14 +52,27 @@ void NotifieeConst::handleNotification(const Notification& notification) {
 }
 
 namespace {
+
 std::atomic<std::uint64_t> failures{0};
+
+void toStandardError(const char* line) { std::fprintf(stderr, "%s\n", line); }
+
+std::atomic<void (*)(const char*)> failureSink{&toStandardError};
+
 }  // namespace
 
 std::uint64_t NotifieeConst::failedNotifications() noexcept { return failures.load(); }
 
+void NotifieeConst::failureSinkIs(void (*sink)(const char* line)) noexcept {
+  failureSink = sink != nullptr ? sink : &toStandardError;
+}
+
+// Without an allocation: the exception may be that there is no memory.
 void NotifieeConst::onNotificationException(const std::exception& exception) {
   ++failures;
-  std::fprintf(stderr, "exception in a reactor: %s\n", exception.what());
+  char line[1024];
+  std::snprintf(line, sizeof line, "exception in a reactor: %s", exception.what());
+  failureSink.load()(line);
 }
 
 void NotifieeConst::onZeroReferences() {}

@@ -58,6 +58,8 @@ class NotifieeConst : public PtrInterface {
   /// How many exceptions onNotificationException has written down in this process: a change in it means that
   /// some reactor has missed a call.
   static std::uint64_t failedNotifications() noexcept;
+  /// Where onNotificationException writes its line; null restores the default, standard error.
+  static void failureSinkIs(void (*sink)(const char* line)) noexcept;
 
   bool isRegisteredNotifiee() const noexcept { return registered_; }
   const PtrInterface* notifierObject() const noexcept { return notifier_; }
