@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include "P4RuntimeTolmar/kinds/L3IifTH3.h"
-#include "apps/core/AgentCore.h"
 #include "orrery/EntityManager.h"
 #include "p4runtime/PluginLibrary.h"
 #include "tests/RuntimeFolder.h"
+#include "tests/core/Updates.h"
 
 namespace {
 
@@ -52,21 +52,10 @@ class AgentCoreTest : public testing::Test {
                             [this](const auto&) { return hardwareRuns_; }});
   }
 
-  /// "+5" inserts entry 5, "~5" modifies and "-5" removes it.
-  Update update(const std::string& text) {
-    Update made;
-    const std::vector<Lumen::ColumnText> fields = {{"l3Iif", std::string_view(text).substr(1)}, {"vrf", "9"}};
-    made.type = text[0] == '+'   ? UpdateType::insert
-                : text[0] == '~' ? UpdateType::modify
-                                 : UpdateType::remove;
-    made.table = core_->table("l3IifTH3");
-    made.row = made.table->row(fields);
-    return made;
-  }
   /// Starts a batch and returns its number; its results come to results_.
   std::size_t submit(const Strings& texts) {
     std::vector<Update> updates;
-    for (const std::string& text : texts) updates.push_back(update(text));
+    for (const std::string& text : texts) updates.push_back(updateFrom(*core_, text));
     const std::size_t number = results_.size();
     results_.emplace_back();
     const auto done = [this, number](const std::vector<Result>& results) {

@@ -250,9 +250,12 @@ struct Removal {
 
 class RemovedFiles : public EndToEnd, public testing::WithParamInterface<Removal> {};
 
-TEST_P(RemovedFiles, AreNoticedAndTheTableIsRefusedUntilTheAgentIsStartedAgain) {
+TEST_P(RemovedFiles, AreRefusedUntilARestartAndSecondProcessesAlways) {
   const auto hw = hardware();
   auto served = agent();
+  Program second(withFolder(HW_AGENT, {}));
+  EXPECT_EQ(second.exitCode(), 1);
+  EXPECT_THAT(second.output(), HasSubstr("process " + std::to_string(hw->pid())));
   send(inserts(1, 3));
   std::filesystem::remove_all(runtime() + GetParam().removed);
   EXPECT_TRUE(hw->says(": the file " + runtime())) << hw->output();
@@ -394,19 +397,6 @@ TEST_F(EndToEnd, CopiedBuild_LoadsItsOwnLibraries) {
     Program listing({"/usr/bin/env", "LD_TRACE_LOADED_OBJECTS=1", folder_.path() + program});
     EXPECT_TRUE(listing.says(folder_.path() + "/bin/libtolmar-platform.so")) << listing.output();
   }
-}
-
-TEST_F(EndToEnd, SecondProcess_IsRefusedAndTheFirstGoesOn) {
-  const auto hw = hardware();
-  const auto served = agent();
-  Program secondHardware(withFolder(HW_AGENT, {}));
-  EXPECT_EQ(secondHardware.exitCode(), 1);
-  EXPECT_THAT(secondHardware.output(), HasSubstr(std::to_string(hw->pid())));
-  const RuntimeFolder other;
-  Program secondServer({P4RT_AGENT, "--runtime-folder", other.path(), "--socket", socket()});
-  EXPECT_EQ(secondServer.exitCode(), 1);
-  EXPECT_THAT(secondServer.output(), HasSubstr("another process serves it"));
-  send(inserts(1, 10));
 }
 
 }  // namespace
