@@ -370,7 +370,7 @@ TEST_F(EndToEnd, Refusals_AreOneClearLine) {
   std::filesystem::create_directory(folder_.path() + "/open");
   std::filesystem::permissions(folder_.path() + "/open", std::filesystem::perms{0755});
   std::filesystem::create_symlink("/tmp", folder_.path() + "/link");
-  std::filesystem::create_symlink(PLATFORM, folder_.path() + "/lib.so");
+  std::filesystem::create_symlink(NO_PLUGIN, folder_.path() + "/lib.so");
   const auto inFolder = [this](std::string text) {
     for (std::size_t at = 0; (at = text.find('@', at)) != text.npos;) text.replace(at, 1, folder_.path());
     return text;

@@ -1,0 +1,2 @@
+// A library without a plugin.
+extern "C" int noPlugin() { return 0; }
