@@ -51,24 +51,39 @@ Quill::Ptr<Quill::NotifieeConst> genericNotifiee(const Quill::Ptr<const Quill::P
 
 /// The attributes of each output table, in the order of kOutputTables.
 struct TolmarP4RuntimePlugin::Attributes {
-  template <class Config, class Status, class Tracker>
-  struct OfTable {
-    Config config;
-    Status status;
-    Tracker tracker;
+  template <class Member, class Getter, class Setter>
+  struct Attribute {
+    Member member;
+    Getter getter;
+    Setter setter;
   };
-  template <class Config, class Status, class Tracker>
-  OfTable(Config, Status, Tracker) -> OfTable<Config, Status, Tracker>;
+  template <class Member, class Getter, class Setter>
+  Attribute(Member, Getter, Setter) -> Attribute<Member, Getter, Setter>;
+
+  using P = TolmarP4RuntimePlugin;
   static constexpr std::tuple kOfTables{
-      OfTable{&Plugin::l3TunnelIpv4TH3Config_, &Plugin::l3TunnelIpv4TH3Status_,
-              &Plugin::l3TunnelIpv4TH3PhpSm_},
-      OfTable{&Plugin::l3TunnelIpv6TH3Config_, &Plugin::l3TunnelIpv6TH3Status_,
-              &Plugin::l3TunnelIpv6TH3PhpSm_},
-      OfTable{&Plugin::myStationTcamTH3Config_, &Plugin::myStationTcamTH3Status_,
-              &Plugin::myStationTcamTH3PhpSm_},
-      OfTable{&Plugin::l3IifTH3Config_, &Plugin::l3IifTH3Status_, &Plugin::l3IifTH3PhpSm_},
+      std::tuple{
+          Attribute{&P::l3TunnelIpv4TH3Config_, &P::l3TunnelIpv4TH3Config, &P::l3TunnelIpv4TH3ConfigIs},
+          Attribute{&P::l3TunnelIpv4TH3Status_, &P::l3TunnelIpv4TH3Status, &P::l3TunnelIpv4TH3StatusIs},
+          Attribute{&P::l3TunnelIpv4TH3PhpSm_, &P::l3TunnelIpv4TH3PhpSm, &P::l3TunnelIpv4TH3PhpSmIs}},
+      std::tuple{
+          Attribute{&P::l3TunnelIpv6TH3Config_, &P::l3TunnelIpv6TH3Config, &P::l3TunnelIpv6TH3ConfigIs},
+          Attribute{&P::l3TunnelIpv6TH3Status_, &P::l3TunnelIpv6TH3Status, &P::l3TunnelIpv6TH3StatusIs},
+          Attribute{&P::l3TunnelIpv6TH3PhpSm_, &P::l3TunnelIpv6TH3PhpSm, &P::l3TunnelIpv6TH3PhpSmIs}},
+      std::tuple{
+          Attribute{&P::myStationTcamTH3Config_, &P::myStationTcamTH3Config, &P::myStationTcamTH3ConfigIs},
+          Attribute{&P::myStationTcamTH3Status_, &P::myStationTcamTH3Status, &P::myStationTcamTH3StatusIs},
+          Attribute{&P::myStationTcamTH3PhpSm_, &P::myStationTcamTH3PhpSm, &P::myStationTcamTH3PhpSmIs}},
+      std::tuple{Attribute{&P::l3IifTH3Config_, &P::l3IifTH3Config, &P::l3IifTH3ConfigIs},
+                 Attribute{&P::l3IifTH3Status_, &P::l3IifTH3Status, &P::l3IifTH3StatusIs},
+                 Attribute{&P::l3IifTH3PhpSm_, &P::l3IifTH3PhpSm, &P::l3IifTH3PhpSmIs}},
   };
-  static_assert(std::tuple_size_v<decltype(kOfTables)> == TolmarHwLib::kOutputTableCount);
+  static_assert(std::tuple_size_v<decltype(kOfTables)> == TolmarHwLib::kOutputTableCount,
+                "an output table without its attributes");
+
+  /// Attribute number `role` of table number `table` as the generic interface sees it.
+  template <std::size_t table, std::size_t role>
+  static constexpr Quill::Member generic();
 
   using Members = std::array<Quill::Member, 4 + 3 * TolmarHwLib::kOutputTableCount>;
   static constexpr Members members();
@@ -77,34 +92,22 @@ struct TolmarP4RuntimePlugin::Attributes {
 
 namespace {
 
-template <std::size_t I>
-struct AttributeNames {
-  static constexpr std::string_view kTable = std::get<I>(TolmarHwLib::kOutputTables).name;
-  static constexpr TolmarHwLib::FixedText kConfig{kTable, "Config"};
-  static constexpr TolmarHwLib::FixedText kStatus{kTable, "Status"};
-  static constexpr TolmarHwLib::FixedText kTracker{kTable, "PhpSm"};
-};
+constexpr std::string_view kRoles[] = {"Config", "Status", "PhpSm"};
 
-/// The attribute of an output table as the generic interface sees it.
-template <auto kAttribute>
-constexpr Quill::Member attribute(std::string_view name) {
-  using Pointer = std::remove_reference_t<decltype((std::declval<Plugin&>().*kAttribute).value)>;
-  using Object = std::remove_reference_t<decltype(*std::declval<Pointer>())>;
-  return {.name = name,
-          .get =
-              [](const Quill::PtrInterface& object, Quill::GenericArguments) {
-                return Quill::genericValue((Quill::genericObject<Plugin>(object).*kAttribute).value);
-              },
-          .set =
-              [](Quill::PtrInterface& object, Quill::GenericArguments arguments) {
-                auto& plugin = Quill::genericObject<Plugin>(object);
-                Quill::genericCall<Pointer>(
-                    [&](const Pointer& value) { (plugin.*kAttribute).set(plugin, value); }, arguments);
-              },
-          .type = Object::kTypeName};
-}
+template <std::size_t table, std::size_t role>
+constexpr TolmarHwLib::FixedText kAttributeName{std::get<table>(TolmarHwLib::kOutputTables).name,
+                                                kRoles[role]};
 
 }  // namespace
+
+template <std::size_t table, std::size_t role>
+constexpr Quill::Member TolmarP4RuntimePlugin::Attributes::generic() {
+  constexpr auto attribute = std::get<role>(std::get<table>(kOfTables));
+  using Pointer = std::remove_cvref_t<decltype((std::declval<Plugin&>().*attribute.getter)())>;
+  using Object = std::remove_cvref_t<decltype(*std::declval<Pointer>())>;
+  return Quill::genericAttribute<attribute.getter, attribute.setter>(kAttributeName<table, role>,
+                                                                     Object::kTypeName);
+}
 
 /// The member table: operations and attributes in their order.
 constexpr auto TolmarP4RuntimePlugin::Attributes::members() -> Members {
@@ -113,18 +116,16 @@ constexpr auto TolmarP4RuntimePlugin::Attributes::members() -> Members {
   all[next++] = Quill::genericOperation<&Plugin::doMountsComplete>("doMountsComplete");
   all[next++] = Quill::genericOperation<&Plugin::pluginInit>("pluginInit");
   forEachOutputTable([&]<std::size_t I>(const auto&) {
-    constexpr auto kOfTable = std::get<I>(kOfTables);
-    all[next++] = attribute<kOfTable.config>(AttributeNames<I>::kConfig);
-    all[next++] = attribute<kOfTable.status>(AttributeNames<I>::kStatus);
+    all[next++] = generic<I, 0>();
+    all[next++] = generic<I, 1>();
   });
   all[next++] = {.name = "vrfSm",
                  .get = &Quill::genericGet<&Plugin::vrfSm>,
                  .set = &Quill::genericChange<&Plugin::vrfSmIs>,
                  .del = &Quill::genericChange<&Plugin::vrfSmDel>,
                  .type = "P4RuntimeTolmar::VrfSm"};
-  forEachOutputTable<TolmarHwLib::kWiringOrder>([&]<std::size_t I>(const auto&) {
-    all[next++] = attribute<std::get<I>(kOfTables).tracker>(AttributeNames<I>::kTracker);
-  });
+  forEachOutputTable<TolmarHwLib::kWiringOrder>(
+      [&]<std::size_t I>(const auto&) { all[next++] = generic<I, 2>(); });
   all[next++] = Quill::genericOperation<&Plugin::doCleanup>("doCleanup");
   return all;
 }
@@ -174,9 +175,10 @@ void TolmarP4RuntimePlugin::setUpTables(P4RuntimePluginHelper& helper) {
     const auto [config, status, tracker] = std::get<I>(Attributes::kOfTables);
     const Quill::String name(table.name);
     helper.mountVestaTables(Quill::String(Kind::typePrefix), name, "Table", table.capacity);
-    (this->*config).value = helper.tableConfig<Config>(name);
-    (this->*status).value = helper.tableStatus<typename Kind::Status>(name);
-    helper.registerConfigTable<Config, typename Wrapper::EntryRow, Wrapper>((this->*config).value, name);
+    (this->*config.member).value = helper.tableConfig<Config>(name);
+    (this->*status.member).value = helper.tableStatus<typename Kind::Status>(name);
+    helper.registerConfigTable<Config, typename Wrapper::EntryRow, Wrapper>((this->*config.member).value,
+                                                                            name);
   });
 }
 
@@ -184,7 +186,7 @@ void TolmarP4RuntimePlugin::wireComponents(const Quill::Ptr<P4Runtime::PluginCon
   forEachOutputTable<TolmarHwLib::kWiringOrder>([&]<std::size_t I, class Kind>(const OutputTable<Kind>&) {
     const auto [config, status, tracker] = std::get<I>(Attributes::kOfTables);
     using Tracker = typename TolmarHwLib::TrackerOf<Kind>::Type;
-    (this->*tracker).set(*this, Tracker::make(context->batchStatus(), (this->*status).value));
+    (this->*tracker.setter)(Tracker::make(context->batchStatus(), (this->*status.getter)()));
   });
   vrfSmIs(l3IifTH3Config(), context);
   // The helper gets no command-line config, whatever the plugin's own is.

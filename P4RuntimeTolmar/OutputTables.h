@@ -45,7 +45,7 @@ struct InOrder<Each, KindList<Kind...>> : Each<Kind>... {};
 using Kinds = KindList<L3TunnelTH3, MyStationTcamTH3, L3IifTH3>;
 /// The types of the trackers are registered in this one.
 using TrackerTypeOrder = KindList<L3IifTH3, MyStationTcamTH3, L3TunnelTH3>;
-static_assert(TrackerTypeOrder::permutes(Kinds()));
+static_assert(TrackerTypeOrder::permutes(Kinds()), "a kind is missing, or named twice");
 
 enum class AddressFamily : std::uint8_t { none, ipv4, ipv6 };
 
