@@ -1,4 +1,4 @@
-// The keys as values of the fast trace: their text form, put into the record without an allocation.
+// Keys as values of the fast trace: their text, written into the record without an allocation.
 #pragma once
 
 #include "P4RuntimeTolmar/Schema.h"

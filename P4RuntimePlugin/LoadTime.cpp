@@ -1,7 +1,7 @@
-// All objects of the plugin that register something when the library is loaded, in the order in which they
-// do: agents and tools see this order, and objects spread over several sources keep theirs only by the
-// linker's grace. The row-operations generators come before, from the row classes' own source. At unload the
-// order is reversed, so what the plugin object needs until its end stands above the loader.
+// All objects of the plugin that register something at load, in the order of registration, which agents and
+// tools see. They are in one source because the order between sources depends on the linker. The generators
+// of the row operations come before, from P4RuntimeTolmarTypes.cpp. At unload the order is reversed, so
+// objects that the plugin object needs until its destruction stand above the loader.
 #include "P4RuntimePlugin/LoadTime.h"
 
 #include <array>
@@ -13,7 +13,7 @@ namespace P4RuntimeTolmar {
 
 const Quill::TraceHandle kPendingHwPogrammingTrace("PendingHwPogrammingSm");
 const Quill::TraceHandle kVrfSmTrace("VrfSm");
-// First use, which makes it: reactors may trace until the plugin object has ended.
+// First use, which makes the handle: reactors may trace until the plugin object is destroyed.
 [[maybe_unused]] const Quill::TraceHandle& kPluginTrace = pluginTrace();
 
 namespace {
@@ -48,8 +48,8 @@ constexpr auto typeManifest(TolmarHwLib::KindList<Kind...>) {
                     TolmarHwLib::FixedText{"P4RuntimeTolmar::VrfSm"}};
 }
 
-// The types that the library defines, for readers of the file. One array, since separate ones are reordered
-// by optimisation; each name is filled up with zeros.
+// The types that the library defines, for tools that read the file. One array, because the compiler may
+// reorder separate ones; each name is padded with zeros.
 [[gnu::section(".quill.type"), gnu::used, gnu::retain]] constexpr auto kTypeManifest =
     typeManifest(TolmarHwLib::Kinds());
 

@@ -1,4 +1,4 @@
-// Constants of the library that are made at load time (LoadTime.cpp).
+// Constants that are constructed at load (LoadTime.cpp).
 #pragma once
 
 #include "quill/String.h"
@@ -6,13 +6,13 @@
 
 namespace P4RuntimeTolmar {
 
-/// What the paths of all tables begin with; ends in "/".
+/// Prefix of the paths of all tables; ends in "/".
 extern const Quill::String kMountPathPrefix;
 
-// Hidden, so that a trace that is off costs one load of its levels and one branch.
+// Hidden, so that a disabled trace costs one load of the levels and one branch.
 
-/// The handle of the pending-programming trackers. Its name lacks an "r" on purpose: operators' settings name
-/// it so.
+/// Trace handle of the pending-programming trackers. Its name lacks an "r" on purpose, because operators'
+/// settings contain it in this spelling.
 [[gnu::visibility("hidden")]] extern const Quill::TraceHandle kPendingHwPogrammingTrace;
 [[gnu::visibility("hidden")]] extern const Quill::TraceHandle kVrfSmTrace;
 

@@ -1,5 +1,5 @@
-// The road to the two services that every hardware table is tied to: its mounts in shared memory and its
-// registration with the agent's row database.
+// Access to the two services that every output table needs: mounting in shared memory and registration with
+// the agent's row database.
 #pragma once
 
 #include <memory>
@@ -11,8 +11,8 @@
 
 namespace P4Runtime {
 
-/// A value, copied freely; it keeps no table objects. A table goes by its short name, such as "l3IifTH3".
-/// Failures of the two services pass through; mounts and registrations made before the failure stay.
+/// A copyable value that holds no table. Tables are named by their short name, such as "l3IifTH3". Exceptions
+/// of the two services pass through; mounts and registrations made before an exception remain.
 class P4RuntimePluginHelper {
  public:
   /// `pathPrefix` ends in "/".
@@ -25,14 +25,14 @@ class P4RuntimePluginHelper {
   Quill::String vestaPathConfig(Quill::String tableName) const;
 
   /// Mounts the config table, written by this process, and the status table, written by the hardware agent.
-  /// `typePrefix` is the entity types' qualified name without "Config" or "Status"; `capacity` is the
-  /// greatest number of entries of each table. The first character of `collectionName` is lower-cased.
+  /// `typePrefix` is the qualified name of the entity types without "Config" or "Status", `capacity` the
+  /// maximum number of entries of each table. The first character of `collectionName` is lower-cased.
   void mountVestaTables(Quill::String typePrefix, Quill::String tableName, Quill::String collectionName,
                         unsigned capacity);
   /// Removes the config table's files and releases it; the status table stays mounted.
   void unmountConfigVestaTable(Quill::String tableName);
 
-  /// The entity mounted at the table's config path, or null when there is none or one of another type.
+  /// The entity mounted at the config path of the table; null if there is none or it has another type.
   template <class Config>
   typename Config::Ptr tableConfig(Quill::String tableName) const {
     return mounted<Config>(vestaPathConfig(std::move(tableName)));
@@ -43,8 +43,8 @@ class P4RuntimePluginHelper {
     return mounted<Status>(TolmarHwLib::statusPath(pathPrefix_, tableName));
   }
 
-  /// Registers the config table (null: an empty one that refuses writes) as "Lumen<TableName>ConfigTable" and
-  /// has it served by a new `Wrapper`, which the row database then owns.
+  /// Registers the config table as "Lumen<TableName>ConfigTable", served by a new `Wrapper` that the row
+  /// database owns. A null `config` makes an empty table that refuses writes.
   template <class Config, class EntryRow, class Wrapper>
   void registerConfigTable(typename Config::Ptr config, Quill::String tableName) {
     const auto wrapper = std::make_shared<Wrapper>(std::move(config), lumenDb_, /*tableOps=*/nullptr,

@@ -20,8 +20,8 @@ using P4Runtime::P4RuntimePluginHelper;
 
 constexpr const char* kSource = "./P4RuntimePlugin/P4RuntimeTolmarPlugin";
 
-/// The mount helper; the row database is the plugin's own context's, wherever the entity manager comes from.
-/// No plugin works without a row database, so a missing one stops the process.
+/// Takes the row database from the plugin's own context and the entity manager from `given`. The plugin
+/// cannot work without a row database, so a missing one stops the process.
 P4RuntimePluginHelper mountHelper(const P4Runtime::PluginContext* own, const P4Runtime::PluginContext* given,
                                   const char* operation) {
   Cairn::requireOrStop(own != nullptr && own->lumenDb() != nullptr && given != nullptr, "adb", operation);
@@ -189,7 +189,7 @@ void TolmarP4RuntimePlugin::wireComponents(const Quill::Ptr<P4Runtime::PluginCon
     (this->*tracker.setter)(Tracker::make(context->batchStatus(), (this->*status.getter)()));
   });
   vrfSmIs(l3IifTH3Config(), context);
-  // The helper gets no command-line config, whatever the plugin's own is.
+  // The helper never gets the command-line config of the plugin.
   pluginCleanupHelperIs(Quill::allocate<PluginCleanupHelper>(allPluginConfig(), pluginStatus(),
                                                              Quill::Ptr<P4Runtime::CliCommandConfig>(),
                                                              Quill::Ptr<TolmarP4RuntimePlugin>(this)));

@@ -1,5 +1,5 @@
-// The plugin object: the output tables, each mounted as a config and a status table and registered with the
-// agent's row database, and the components that follow them; and the loader, which makes it.
+// The plugin object, which mounts the output tables, registers them with the agent's row database and owns
+// the components that follow them; and the loader that makes it.
 #pragma once
 
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
@@ -30,18 +30,18 @@ class TolmarP4RuntimePlugin final
   template <class Kind>
   using TrackerPtr = Quill::Ptr<typename TolmarHwLib::TrackerOf<Kind>::Type>;
 
-  /// Every attribute of its own is null until pluginInit.
+  /// Its own attributes are null until pluginInit.
   explicit TolmarP4RuntimePlugin(const Quill::Name& name);
   /// Switches the VRF tracker off and releases every component. Tables stay mounted and registered.
   ~TolmarP4RuntimePlugin() override;
 
-  /// Changes nothing: the components are made by pluginInit, whatever becomes of the mounts.
+  /// Traces only: pluginInit makes the components before the mounts have completed.
   void doMountsComplete(Orrery::MountStatus mountStatus,
                         const Quill::Ptr<Orrery::EntityManager>& mountGroup) override;
-  /// Mounts and registers the tables and makes the components, in one pass. What fails on the way passes on;
-  /// what is done stays done. The process stops when pluginContext has no row database.
+  /// Mounts and registers the tables, then makes the components. Exceptions pass through; what was done
+  /// before remains. Stops the process if pluginContext has no row database.
   void pluginInit(const Quill::Ptr<P4Runtime::PluginContext>& context) override;
-  /// Unmounts the config tables and nothing else; the rest goes with the plugin. What fails passes on.
+  /// Unmounts the config tables; everything else is released with the plugin. Exceptions pass through.
   void doCleanup();
 
   class NotifieeConst : public P4Runtime::P4RuntimePluginBase::NotifieeConst {
@@ -106,11 +106,11 @@ class TolmarP4RuntimePlugin final
   void l3IifTH3StatusIs(const StatusPtr<L3IifTH3>& value) { l3IifTH3Status_.set(*this, value); }
 
   const Quill::Ptr<VrfSm>& vrfSm() const noexcept { return vrfSm_; }
-  /// The tracker over this table and context: the present one when it is over both already, else a new one. A
-  /// present one that is replaced is released but not switched off, on purpose.
+  /// Returns the current tracker if it has this table and context; otherwise replaces it by a new one. The
+  /// replaced tracker is released but not switched off, on purpose.
   Quill::Ptr<VrfSm> vrfSmIs(const Quill::Ptr<const TolmarHwLib::L3IifTH3Config>& config,
                             const Quill::Ptr<P4Runtime::PluginContext>& context);
-  /// Takes the tracker out and switches it off; returns it, or null when there is none.
+  /// Removes the tracker, switches it off and returns it; null if there is none.
   Quill::Ptr<VrfSm> vrfSmDel();
 
   const TrackerPtr<L3TunnelTH3>& l3TunnelIpv4TH3PhpSm() const noexcept { return l3TunnelIpv4TH3PhpSm_.value; }
@@ -157,17 +157,17 @@ class TolmarP4RuntimePlugin final
       myStationTcamTH3PhpSm_;
 };
 
-/// The factory that the generic interface uses.
+/// The factory of the generic interface.
 Quill::Ptr<TolmarP4RuntimePlugin> tolmarP4RuntimePluginFactory(const Quill::Name& name);
 
-/// Registers the library's plugin with the agent's default loader, and makes the plugin object when the agent
-/// runs its callers. There is one, in static storage.
+/// Registers the plugin with the agent's default loader and makes the plugin object when the agent runs its
+/// callers. One static object.
 class TolmarP4RuntimePluginLoader final : private PluginBase<P4Runtime::PluginContext> {
  public:
   TolmarP4RuntimePluginLoader();
   ~TolmarP4RuntimePluginLoader() override;
 
-  /// A second call makes a second plugin and drops the first.
+  /// A second call makes a second plugin and releases the first.
   void init(P4Runtime::PluginContext* context) override;
 
   /// Null until init.

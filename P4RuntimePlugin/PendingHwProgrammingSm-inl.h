@@ -56,7 +56,7 @@ void PendingHwProgrammingSm<Tracker, Kind, kLine>::onStatusRow(const Key& key) {
   static constinit const P4RuntimeTolmar::TracePoint trace{9, "PendingHwProgrammingSms", kLine, "onStatusRow",
                                                            "onStatusRow%s"};
   trace(P4RuntimeTolmar::kPendingHwPogrammingTrace, key);
-  const StatusPtr table = status();  // held, so that a handler may bind another one
+  const StatusPtr table = status();  // held, because a handler may bind another table
   if (!table) return;
   // The second lookup decides whether there is a row. It also gives the answer if the first one found damage
   // and the table was mounted again at once: the first answer is then that of the empty table.
@@ -79,8 +79,8 @@ auto PendingHwProgrammingSm<Tracker, Kind, kLine>::lookUp(const Status& status, 
   return result;
 }
 
-/// The record for one answer, merged with what the agent has not yet taken for the same handle: a failure is
-/// never lost, neither to a later success nor to a later failure.
+/// The completion of one answer, merged with an earlier one of the same handle that the agent has not taken,
+/// so that a later answer never hides a failure.
 template <class Tracker, class Kind, int kLine>
 P4Runtime::BatchStatusEntry PendingHwProgrammingSm<Tracker, Kind, kLine>::completion(
     const Answer& answer) const {
@@ -104,7 +104,7 @@ P4Runtime::BatchStatusEntry PendingHwProgrammingSm<Tracker, Kind, kLine>::comple
 template <class Tracker, class Kind, int kLine>
 void PendingHwProgrammingSm<Tracker, Kind, kLine>::wakeAgent() const noexcept {
   const std::uint64_t one = 1;
-  // Ignored: a full counter means that the agent has been woken already.
+  // The result is ignored: if the counter is full, the agent has been woken already.
   [[maybe_unused]] const ssize_t written = ::write(batchStatus_->notificationDescriptor(), &one, sizeof one);
 }
 

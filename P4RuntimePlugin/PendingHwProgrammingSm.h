@@ -1,5 +1,5 @@
-// The pattern of the pending-programming trackers: follows one status table and reports each status row to
-// the agent's batch status.
+// Base of the pending-programming trackers, which follow one status table and report each status row to the
+// agent's batch status.
 #pragma once
 
 #include <cstdint>
@@ -29,7 +29,7 @@ class PendingHwProgrammingSm : public Quill::Typed<Tracker, Quill::PtrInterface>
   using Ptr = Quill::Ptr<Tracker>;
   using StatusPtr = Quill::Ptr<const Status>;
 
-  /// Follows `status`, if there is one, from now on; rows already in it are not reported.
+  /// Follows `status` unless it is null. Rows already in it are not reported.
   PendingHwProgrammingSm(const BatchStatusPtr& batchStatus, const StatusPtr& status);
   ~PendingHwProgrammingSm() override;
   /// A tracker with its notifications on.
@@ -51,9 +51,9 @@ class PendingHwProgrammingSm : public Quill::Typed<Tracker, Quill::PtrInterface>
   void statusIs(const StatusPtr& status) { status_.tableIs(*this, status); }
   void statusDel() { status_.tableDel(); }
 
-  /// Reports the row of `key`, if there is one, and wakes the agent. Nothing without a status table.
+  /// If there is a row for `key`, reports it and wakes the agent. No effect without a status table.
   void onStatusRow(const Key& key);
-  /// For the whole table at once; does nothing, since rows from before are not reported.
+  /// Called for the whole table; no effect, because rows already present are not reported.
   void onStatusRows() {}
 
  private:

@@ -41,8 +41,8 @@ void PluginCleanupHelper::handleCleanupRequest() {
   static constinit const TracePoint trace{4, kSource, __LINE__, "handleCleanupRequest",
                                           "TolmarP4RuntimePlugin::handleCleanupRequest"};
   trace(pluginTrace());
-  // The plugin is held for its call alone, and no member is used after the base operation: the agent may let
-  // both of us go in it.
+  // The plugin is held only during its call. No member is used after the base operation, in which the agent
+  // may release the helper and the plugin.
   if (const Quill::Ptr<TolmarP4RuntimePlugin> plugin = parent_) plugin->doCleanup();
   P4Runtime::PluginCleanupHelper::handleCleanupRequest();
 }

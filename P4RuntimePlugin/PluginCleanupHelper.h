@@ -6,8 +6,8 @@ namespace P4RuntimeTolmar {
 
 class TolmarP4RuntimePlugin;
 
-/// Cleans up after the plugin when the agent asks for it. Holds the plugin, which holds it: the agent ends
-/// the cycle by clearing the plugin's pluginCleanupHelper attribute.
+/// Cleans up the plugin on the agent's request. Plugin and helper hold each other; the agent breaks the cycle
+/// by clearing the plugin's pluginCleanupHelper attribute.
 class PluginCleanupHelper final : public Quill::Typed<PluginCleanupHelper, P4Runtime::PluginCleanupHelper> {
  public:
   PluginCleanupHelper(const Quill::Ptr<const P4Runtime::AllPluginConfig>& allPluginConfig,
@@ -16,11 +16,11 @@ class PluginCleanupHelper final : public Quill::Typed<PluginCleanupHelper, P4Run
                       const Quill::Ptr<TolmarP4RuntimePlugin>& parent);
   ~PluginCleanupHelper() override;
 
-  /// Unmounts the config tables, then completes the request; only completes it without a parent. When an
-  /// unmount throws, the request is not completed.
+  /// Unmounts the config tables if there is a parent, then completes the request. The request is not
+  /// completed if an unmount throws.
   void handleCleanupRequest() override;
 
-  /// The plugin, or null.
+  /// The plugin; may be null.
   const Quill::Ptr<TolmarP4RuntimePlugin>& parent() const noexcept { return parent_; }
   /// The plugin's name; empty without a parent.
   Quill::Name name() const;

@@ -4,7 +4,7 @@
 
 namespace P4RuntimeTolmar {
 
-/// The library's trace handle, made on first use.
+/// Trace handle of the library; constructed on first use.
 const Quill::TraceHandle& pluginTrace();
 
 }  // namespace P4RuntimeTolmar

@@ -1,13 +1,13 @@
-// What the trackers have in common: following one table through a reactor that they own and that points back
-// to them without a count.
+// How the trackers follow one table: through a reactor that they own and that points back without a
+// reference.
 #pragma once
 
 #include "quill/Counted.h"
 
 namespace P4RuntimeTolmar {
 
-/// `Reactor`, the reactor of an `Owner` on a `Table`. Silent once it is marked for deletion or has lost its
-/// owner.
+/// Base of `Reactor`, the reactor of an `Owner` on a `Table`. It forwards nothing once it is marked for
+/// deletion or detached from its owner.
 template <class Reactor, class Owner, class Table>
 class TableReactor : public Quill::Counted<Reactor, typename Table::NotifieeConst> {
  public:
@@ -30,7 +30,7 @@ class TableReactor : public Quill::Counted<Reactor, typename Table::NotifieeCons
 
   // Virtual operation, in slot order after those of the table's notifiee.
 
-  /// Marks the reactor for deletion, or takes the mark back.
+  /// Sets or clears the deletion mark.
   virtual void quillDoZombieReactors(bool zombie) { this->quillMarkedForDeletionIs(zombie); }
 
   Quill::Ptr<const Table> table() const {
@@ -39,13 +39,13 @@ class TableReactor : public Quill::Counted<Reactor, typename Table::NotifieeCons
   void ownerDel() noexcept { owner_ = nullptr; }
 
  protected:
-  /// The owner to forward to, held for the time of the call; null when the reactor is silent.
+  /// The owner to forward to, held during the call; null if nothing is to be forwarded.
   Quill::Ptr<Owner> owner() const {
     return Quill::Ptr<Owner>(this->quillMarkedForDeletion() ? nullptr : owner_);
   }
 
  private:
-  /// A reactor that is live and has a table, because either has just come, is due the whole of it.
+  /// Called when the reactor becomes active or gets a table; notifies the whole table if both hold.
   void wholeTable() {
     if (this->hasNotificationActive() && this->notifierObject() != nullptr) this->onTablequillImmediate();
   }
@@ -53,7 +53,7 @@ class TableReactor : public Quill::Counted<Reactor, typename Table::NotifieeCons
   Owner* owner_;  // not owned; null once detached
 };
 
-/// The counted pointer to such a reactor, with the rules for binding, re-binding and unbinding the table.
+/// Owns such a reactor; binds, re-binds and unbinds the table.
 template <class Reactor, class Table>
 class TableBinding {
  public:
@@ -62,11 +62,11 @@ class TableBinding {
   TableBinding& operator=(const TableBinding&) = delete;
   ~TableBinding() { tableDel(); }
 
-  /// The bound table, or null.
+  /// The bound table; may be null.
   Quill::Ptr<const Table> table() const { return reactor_ ? reactor_->table() : nullptr; }
 
-  /// Binds `table`: nothing when it is the bound one already; a null table unbinds; an existing reactor moves
-  /// to the new table. The reactor takes over the deletion mark of `owner`, a new one its flag too.
+  /// Binds `table`. No effect if it is bound already; a null table unbinds; an existing reactor moves to the
+  /// new table. The reactor gets the deletion mark of `owner`, a new one its notification flag too.
   template <class Owner>
   void tableIs(Owner& owner, const Quill::Ptr<const Table>& table) {
     if (table == this->table()) return;
@@ -80,7 +80,7 @@ class TableBinding {
     reactor_->quillDoZombieReactors(owner.quillMarkedForDeletion());
   }
 
-  /// Drops the reactor. One that is being called at this moment lives on, silent, until the call returns.
+  /// Releases the reactor. If it is being called, it exists until the call returns but forwards nothing more.
   void tableDel() {
     if (!reactor_) return;
     const Quill::Ptr<Reactor> dropped = std::move(reactor_);
@@ -92,7 +92,7 @@ class TableBinding {
     if (reactor_) reactor_->hasNotificationActiveIs(active);
   }
 
-  /// Sets the mark on the reactor and then on `owner`, unless `owner` has it already.
+  /// Sets the mark on the reactor, then on `owner`. No effect if `owner` has it already.
   void zombieIs(Quill::PtrInterface& owner, bool zombie) {
     if (zombie == owner.quillMarkedForDeletion()) return;
     if (reactor_) reactor_->quillDoZombieReactors(zombie);

@@ -4,8 +4,9 @@
 
 namespace P4RuntimeTolmar {
 
-/// Runs `read` on `table`. Damage found by it is reported to the table, which then reads as empty; false
-/// then. A table that is detached already raises the exception again, and it passes on.
+/// Runs `read` on `table`. Corruption that it detects is reported to the table, which then reads as empty,
+/// and false is returned. The report throws if the table is not attached any more; that exception passes
+/// through.
 template <class Table, class Read>
 bool readTable(const Table& table, const Read& read) {
   try {

@@ -1,5 +1,5 @@
-// One call for both traces: the fast trace, which always gets its record, and a named trace handle, for which
-// the text is built only while the level is on.
+// One call for both traces: the fast trace, which always gets a record, and a named trace handle, for which
+// the text is built only if the level is enabled.
 #pragma once
 
 #include <locale>
@@ -12,7 +12,7 @@
 
 namespace P4RuntimeTolmar {
 
-/// One place in the code that traces; constant and static. Every value in the format is a "%s".
+/// One tracing place in the code; a static constant. Every value in the format is a "%s".
 class TracePoint {
  public:
   constexpr TracePoint(int level, std::string_view source, int line, std::string_view function,
@@ -24,7 +24,7 @@ class TracePoint {
         line_(line),
         level_(level) {}
 
-  /// Traces `values` on both; `handle` sees them only at this point's level.
+  /// Traces `values` on both; on `handle` only if the level of this point is enabled.
   template <class... Values>
   void operator()(const Quill::TraceHandle& handle, const Values&... values) const {
     Skein::message(site_, values...);
@@ -37,7 +37,7 @@ class TracePoint {
   [[gnu::noinline, gnu::cold]] void toHandle(const Quill::TraceHandle& handle,
                                              const Values&... values) const {
     std::ostringstream text;
-    text.imbue(std::locale::classic());  // filters look for plain digits, whatever the program's locale
+    text.imbue(std::locale::classic());  // filters expect plain digits in every locale
     std::string_view rest = format_;
     (writeNext(text, rest, values), ...);
     text << rest;

@@ -16,7 +16,7 @@ namespace {
 constexpr int kTraceLevel = 7;
 constexpr const char* kSource = "./P4RuntimePlugin/VrfSm";
 
-/// Calls `visit` with the key of every row, in the table's own order, until the table is found damaged.
+/// Calls `visit` with the key of every row, in the order of the table; stops if corruption is detected.
 template <class Visit>
 void forEachKey(const L3IifTH3Config& config, const Visit& visit) {
   L3IifTH3Config::Map::Row row;
@@ -144,7 +144,7 @@ void VrfSm::handleL3IifTH3ConfigEntry(const L3IifTH3Key& key) {
                                           "handleL3IifTH3ConfigEntry"};
   if (!initialized_) return;
   trace(kVrfSmTrace);
-  const L3IifTH3ConfigPtr config = l3IifTH3Config();  // held, so that a handler may bind another one
+  const L3IifTH3ConfigPtr config = l3IifTH3Config();  // held, because a handler may bind another table
   bool present = false;
   if (config) readTable(*config, [&] { config->directLookup(key, present); });
   if (present) {
@@ -192,7 +192,7 @@ void VrfSm::QuillL3IifTH3Config::onTable(const L3IifTH3Key& key) {
   if (const auto tracker = owner()) tracker->handleL3IifTH3ConfigEntry(key);
 }
 
-// Rows from before are counted by handleInitialized alone.
+// Rows already present are counted by handleInitialized only.
 void VrfSm::QuillL3IifTH3Config::onTablequillImmediate() {}
 
 }  // namespace P4RuntimeTolmar

@@ -11,10 +11,10 @@
 
 namespace P4RuntimeTolmar {
 
-/// The VRF tracker: keeps the agent's VRF id collection in step with the L3 IIF config table. Every
-/// notification of a present entry with a VRF takes one reference, also when the entry was counted before, on
-/// purpose: the counts follow the number of add notifications, not of entries. An entry that goes gives back
-/// one reference on the VRF last seen with it. Destruction gives nothing back.
+/// The VRF tracker: updates the reference counts of the agent's VRF id collection from the L3 IIF config
+/// table. Every notification of a present entry with a VRF adds one reference, also if the entry was counted
+/// before, on purpose: counts follow the number of notifications, not of entries. The removal of an entry
+/// releases one reference on the VRF counted last for it. Destruction releases none.
 class VrfSm final : public Quill::Typed<VrfSm, Quill::PtrInterface> {
   struct QuillVrfId {
     using Key = TolmarHwLib::L3IifTH3Key;
@@ -29,7 +29,7 @@ class VrfSm final : public Quill::Typed<VrfSm, Quill::PtrInterface> {
   using L3IifTH3ConfigPtr = Quill::Ptr<const TolmarHwLib::L3IifTH3Config>;
   using VrfIdMap = Quill::HashMap2018<QuillVrfId>;
 
-  /// Counts the rows already in `l3IifTH3Config`, which may be null; `pluginContext` may not.
+  /// Counts the rows in `l3IifTH3Config`, which may be null. `pluginContext` must not be null.
   VrfSm(const L3IifTH3ConfigPtr& l3IifTH3Config, const Quill::Ptr<P4Runtime::PluginContext>& pluginContext);
   ~VrfSm() override;
   /// A tracker with its notifications on.
@@ -41,20 +41,20 @@ class VrfSm final : public Quill::Typed<VrfSm, Quill::PtrInterface> {
   // Virtual operation, in slot order after those of PtrInterface.
   virtual void quillDoZombieReactors(bool zombie);
 
-  /// The followed table, or null. Binding another one counts nothing.
+  /// The followed table; may be null. Binding another table counts nothing.
   L3IifTH3ConfigPtr l3IifTH3Config() const;
   void l3IifTH3ConfigIs(const L3IifTH3ConfigPtr& config);
   void l3IifTH3ConfigDel();
 
   const Quill::Ptr<P4Runtime::PluginContext>& pluginContext() const noexcept { return pluginContext_; }
 
-  // The VRF counted last for each key. None of these touches a count.
+  // The VRF counted last for each key. These operations change no count.
   const VrfIdMap& vrfId() const noexcept { return vrfId_; }
   VrfIdMap::Iterator vrfIdIterator() { return vrfId_.first(); }
   void vrfIdIs(const TolmarHwLib::L3IifTH3Key& key, unsigned short vrf);
   void vrfIdDel(const TolmarHwLib::L3IifTH3Key& key);
   void vrfIdDelAll();
-  /// For a changed line; does nothing.
+  /// Called for a changed line; no effect.
   void vrfIdNotify(const TolmarHwLib::L3IifTH3Key&) {}
 
   const Quill::Ptr<P4Runtime::VrfIdCollection>& vrfIdCollection() const noexcept { return vrfIdCollection_; }
@@ -64,10 +64,10 @@ class VrfSm final : public Quill::Typed<VrfSm, Quill::PtrInterface> {
   bool initialized() const noexcept { return initialized_; }
   void initializedIs(bool initialized) { initialized_ = initialized; }
 
-  /// Takes the VRF id collection from the context and counts every row of the table. Called again, it counts
+  /// Takes the VRF id collection from the context and counts every row of the table; a second call counts
   /// them again.
   void handleInitialized();
-  /// Counts one present row, or gives back the reference of one that has gone. Nothing until initialized.
+  /// Counts a present row or releases the reference of a removed one. No effect until initialized.
   void handleL3IifTH3ConfigEntry(const TolmarHwLib::L3IifTH3Key& key);
 
   static const Quill::TypeNode _quillType;

@@ -19,7 +19,7 @@ void TypedRow<Row, Entry>::fill(const Entry& entry) {
         return Layout::kFixedLength + (storedSize(entry.*column.member) + ... + 0);
       },
       Layout::kColumns);
-  // A new row is made before the old one is touched: there may be no memory for it.
+  // The new row is made before the old one changes, because the allocation may fail.
   if (bufferUseCount() != 1 || sharedContents() || bytes().available < length) {
     BaseRow::operator=(fromEntry(entry));
     return;
@@ -93,7 +93,7 @@ template <class Row, class Entry>
 template <class T>
 void TypedRow<Row, Entry>::storeFreshColumn(std::byte* row, len_t offset, std::size_t& end, const T& value) {
   if constexpr (Lumen::Encoding<T>::kVariable) {
-    // An unset address has no place, not an empty one: a place reaches to the next.
+    // An unset address gets no place: a place extends to the next one, so an empty one would have a size.
     const len_t place = value.isSet() ? static_cast<len_t>(end) : len_t{0};
     Lumen::storeBytes(row + offset, Lumen::VarSlot{place, value.size()});
     std::memcpy(row + end, value.bytes(), value.size());

@@ -1,5 +1,4 @@
-// The row operations' common engine: operations by key on rows of one class, and the generator that makes
-// them.
+// Base classes of the row operations of one row class, and of the generator that makes them.
 #pragma once
 
 #include <memory>
@@ -11,7 +10,7 @@
 
 namespace TolmarHwLib {
 
-/// Rows may be generic: they are read as rows of the class whatever their type says.
+/// Rows may be generic: they are read as rows of the class, whatever the row type in their header.
 template <class RowT>
 class EntryRowOps : public Lumen::RowOpsBase {
  public:
@@ -43,7 +42,7 @@ class EntryRowOps : public Lumen::RowOpsBase {
   std::uint64_t getTotalInstructionsExecuted() const final { return 0; }
 };
 
-/// Registered under the class's row type name as long as it lives. The class has one set of operations, at
+/// Registered under the row type name of the class while it exists. A class has one set of operations, at
 /// index 0.
 template <class Ops>
 class EntryRowOpsGenerator : public Lumen::RowOpsGenerator {

@@ -1,4 +1,4 @@
-// What the row files of a table kind are built on.
+// Common parts of the row files of the table kinds (kinds/*Rows.h).
 #pragma once
 
 #include "P4RuntimeTolmar/ConfigTableWrapper.h"
@@ -18,7 +18,7 @@ using ConfigEntryRowOf = typename RowsOf<Kind>::ConfigGenerator::Row;
 template <class Kind>
 using StatusEntryRowOf = typename RowsOf<Kind>::StatusGenerator::Row;
 
-/// The types that the classes around a config table have from the entity and its row class.
+/// Part of the `Kind` of the wrapper classes (ConfigTableWrapper.h): what follows from entity and row class.
 template <class ConfigT, class EntryRowT>
 struct WrapperTypes {
   using Config = ConfigT;

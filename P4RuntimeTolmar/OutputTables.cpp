@@ -1,6 +1,6 @@
-// What the hardware library registers of every kind while it is loaded: the types of its entities, by whose
-// names the entity manager makes them, and the metadata of its rows, so that an agent can build and print
-// them without the plugin.
+// Registrations of every kind at the load of the hardware library: the entity types, by whose names the
+// entity manager makes entities, and the metadata of the rows, with which an agent builds and prints rows
+// without the plugin.
 #include "P4RuntimeTolmar/OutputTables.h"
 
 #include "lumen/LumenDB.h"
@@ -10,18 +10,18 @@ namespace TolmarHwLib {
 namespace {
 
 template <class Entry>
-bool tellIfNamed(std::string_view rowTypeName, Lumen::LmClassMetadata& metadata) {
+bool metadataIfNamed(std::string_view rowTypeName, Lumen::LmClassMetadata& metadata) {
   using Layout = RowLayout<Entry>;
   if (rowTypeName != RowSchema<Entry>::rowTypeName) return false;
   metadata = {Layout::descriptor(), Layout::kKeyFirst, Layout::kKeyEnd - Layout::kKeyFirst};
   return true;
 }
 
-bool tellMetadata(std::string_view rowTypeName, Lumen::LmClassMetadata& metadata) {
+bool findMetadata(std::string_view rowTypeName, Lumen::LmClassMetadata& metadata) {
   bool known = false;
   Kinds::forEach([&]<class Kind>() {
-    known = known || tellIfNamed<typename Kind::ConfigEntry>(rowTypeName, metadata) ||
-            tellIfNamed<typename Kind::StatusEntry>(rowTypeName, metadata);
+    known = known || metadataIfNamed<typename Kind::ConfigEntry>(rowTypeName, metadata) ||
+            metadataIfNamed<typename Kind::StatusEntry>(rowTypeName, metadata);
   });
   return known;
 }
@@ -32,9 +32,9 @@ struct Registration {
       Quill::typeNodeIs(&Kind::Config::_quillType);
       Quill::typeNodeIs(&Kind::Status::_quillType);
     });
-    Lumen::LumenDB::metadataSourceIs(&tellMetadata);
+    Lumen::LumenDB::metadataSourceIs(&findMetadata);
   }
-  ~Registration() { Lumen::LumenDB::metadataSourceDel(&tellMetadata); }
+  ~Registration() { Lumen::LumenDB::metadataSourceDel(&findMetadata); }
 };
 const Registration registration;
 

@@ -21,7 +21,7 @@ struct Generators {
   typename RowsOf<Kind>::StatusGenerator status;
 };
 
-// Registered in this order while the library is loaded, taken back in reverse while it is unloaded.
+// Registered in this order at load, removed in reverse order at unload.
 InOrder<Generators, Kinds> generators;
 
 }  // namespace

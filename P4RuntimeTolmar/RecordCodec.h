@@ -1,6 +1,6 @@
-// How keys and entries stand in shared memory: the columns packed, integers little-endian and widest first,
-// each at a fixed size. An address is its family code and 16 bytes, those not used zero; all unset addresses
-// are stored alike, since they are equal.
+// Encoding of keys and entries in shared memory: packed columns of fixed size, the widest integers first, all
+// little-endian. An address is its family code and 16 bytes, unused ones zero. All unset addresses have the
+// same encoding, because they are equal.
 #pragma once
 
 #include <algorithm>
@@ -43,8 +43,8 @@ struct RecordCodec {
   template <std::size_t I>
   using FieldAt = PackedField<typename std::tuple_element_t<I, std::remove_cvref_t<decltype(Columns)>>::Type>;
 
-  /// Where the columns stand: the widest integers first, so that none lies across two words, and what is no
-  /// integer last.
+  /// Offsets of the columns: the widest integers first, so that none crosses a word boundary; columns that
+  /// are not integers last.
   static constexpr auto kOffsets = [] {
     std::array<std::size_t, kCount> sizes{};
     forEachIndex<kCount>([&]<std::size_t I>() { sizes[I] = FieldAt<I>::size; });

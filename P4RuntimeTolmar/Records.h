@@ -1,10 +1,9 @@
-// What the records of every table kind have in common; the kinds' own are in kinds/. Each kind has a key, a
-// config entry (what the agent asks the hardware to hold) and a status entry (what the hardware agent
-// answers). Values, all zero at first. The meaning of the hardware fields is the hardware's; nothing here
-// interprets them.
+// Common parts of the records of all table kinds; the records themselves are in kinds/. Each kind has a key,
+// a config entry (what the hardware is to be programmed with) and a status entry (the answer of the hardware
+// agent). Records are values, initially all zero. Nothing here interprets the hardware fields.
 //
-// Keys hash like the key columns of their rows, compare field by field and order in field order, all fields
-// in full width. Their text, used in traces, is the fields in order joined by one blank.
+// The hash of a key equals the key hash of its rows. Equality and order compare all fields in full width, in
+// field order. The text of a key, used in traces, is its fields in order, separated by one blank.
 #pragma once
 
 #include <compare>
@@ -32,7 +31,7 @@ struct ConfigBookkeeping {
 
 struct StatusBookkeeping {
   std::uint64_t genId = 0;        ///< generation that the hardware agent has processed
-  std::uint64_t entryHandle = 0;  ///< handle of the config entry that is answered
+  std::uint64_t entryHandle = 0;  ///< handle of the config entry that this row answers
   std::uint16_t errorCode = 0;    ///< 0 on success, otherwise the hardware agent's code
   bool deleted = false;           ///< the hardware has removed the entry
 
@@ -43,7 +42,7 @@ struct StatusBookkeeping {
   static constexpr std::tuple<> dataColumns{};  // a status entry is this and the key
 };
 
-/// The hash that rows with this key have over their key columns.
+/// The key hash of rows with this key.
 template <KeyRecord Key>
 std::uint32_t hashKey(const Key& key) {
   std::uint32_t hash = 0;
@@ -88,12 +87,12 @@ std::ostream& operator<<(std::ostream& out, const Key& key) {
   return out;
 }
 
-/// Over all fields.
+/// Compares all fields.
 template <EntryRecord Entry>
 constexpr bool operator==(const Entry& a, const Entry& b) {
   return detail::equalIn(RowSchema<Entry>::columns, a, b);
 }
-// An entry would pass for its key in these: whoever means the key asks for it.
+// An entry converts to its key; without these, it would be compared and printed as the key alone.
 template <EntryRecord Entry, class Other>
 bool operator==(const Entry&, const Other&) = delete;
 template <EntryRecord Entry, class Other>

@@ -1,4 +1,4 @@
-// Hash, equality and order over a run of an entry row's columns.
+// Hash, equality and order of consecutive columns of an entry row.
 #pragma once
 
 #include <compare>
@@ -11,13 +11,14 @@
 
 namespace TolmarHwLib {
 
-/// Columns from number First up to but not including End. The rows must hold the fixed data.
+/// The columns from number `First` up to but not including `End`. The rows must contain the fixed data.
 template <class Entry, std::size_t First, std::size_t End>
 struct RowColumns {
   using Layout = RowLayout<Entry>;
   using RowBytes = Lumen::RowBytes;
 
-  /// Block steps alone: no tail and no finalisation, as the other users of the tables have it.
+  /// Block steps only, without tail and finalisation, so that hashes agree with the other users of the
+  /// tables.
   static std::uint32_t hash(RowBytes row) {
     std::uint32_t hash = 0;
     forEachIndex<End - First>([&]<std::size_t I>() {
@@ -69,9 +70,9 @@ using KeyColumns = RowColumns<Entry, RowLayout<Entry>::kKeyFirst, RowLayout<Entr
 template <class Entry>
 using AllColumns = RowColumns<Entry, 0, RowLayout<Entry>::kCount>;
 
-/// The bytes of a row that may have come from outside, good for reading the fixed data of `Entry`'s rows.
-/// Throws LmNullRow, or Cairn::AssertionException if the row is too short for them or longer than its buffer.
-/// The row's own length counts: behind it may stand the bytes of another row.
+/// The bytes of a row that may come from outside, checked to contain the fixed data of a row of `Entry`.
+/// Throws LmNullRow, or Cairn::AssertionException if the row is too short or longer than its buffer. The row
+/// length in the header decides, because another row may follow in the buffer.
 template <class Entry>
 [[gnu::always_inline]] inline Lumen::RowBytes columnBytes(const Lumen::BaseRow& row) {
   const Lumen::RowBytes bytes = row.bytes();

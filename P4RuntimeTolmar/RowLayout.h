@@ -1,4 +1,4 @@
-// What follows from a record's schema: places, lengths and the type descriptor, all at compile time.
+// Offsets, lengths and the type descriptor of a record's rows, computed at compile time from its columns.
 #pragma once
 
 #include <array>
@@ -72,7 +72,7 @@ struct RowLayout {
   static constexpr std::size_t kKeyFirst = Schema::kKeyFirst;
   static constexpr std::size_t kKeyEnd = Schema::kKeyEnd;
 
-  /// Offsets of the columns from the start of the row; the one behind the last is the fixed-data length.
+  /// Offsets of the columns from the start of the row, and behind them the fixed-data length.
   static constexpr auto kOffsets = [] {
     std::array<len_t, kCount + 1> offsets{Lumen::lm_contentOffset};
     forEachIndex<kCount>(

@@ -75,7 +75,7 @@ struct RowSchema<Entry> {
   static constexpr auto key = RowSchema<Key>::columns;
   static constexpr auto columns = std::tuple_cat(Entry::headColumns, key, Entry::dataColumns);
 
-  /// The key columns are those from number kKeyFirst up to but not including kKeyEnd.
+  /// The key columns are number kKeyFirst up to but not including kKeyEnd.
   static constexpr std::size_t kKeyFirst = std::tuple_size_v<decltype(Entry::headColumns)>;
   static constexpr std::size_t kKeyEnd = kKeyFirst + std::tuple_size_v<decltype(key)>;
   static_assert(kHasFields<Entry, 2 + std::tuple_size_v<decltype(Entry::dataColumns)>>,

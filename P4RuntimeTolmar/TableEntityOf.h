@@ -1,4 +1,4 @@
-// The pattern of the six table entities: a keyed collection in shared memory that calls its reactors on
+// Base of the table entities: a keyed collection in shared memory that calls its reactors on
 // every write, change and removal, by any process.
 #pragma once
 

@@ -1,4 +1,4 @@
-// What the files of a table kind are built on.
+// Common parts of the files of the table kinds (kinds/*.h).
 #pragma once
 
 #include <concepts>
@@ -8,7 +8,7 @@
 
 namespace TolmarHwLib {
 
-/// A table kind: its config and status entity, and the records that are in them.
+/// A table kind: its config and status entity and the records in them.
 template <class ConfigT, class StatusT>
 struct TableKind {
   using Config = ConfigT;
@@ -20,7 +20,7 @@ struct TableKind {
   static_assert(std::derived_from<ConfigEntry, ConfigBookkeeping> && std::derived_from<ConfigEntry, Key>);
   static_assert(std::derived_from<StatusEntry, StatusBookkeeping> && std::derived_from<StatusEntry, Key>);
 
-  /// "L3IifTH3" and the like.
+  /// The name of the kind, such as "L3IifTH3".
   static constexpr std::string_view name = Key::kind;
   static constexpr FixedText typePrefix = typeName(name, "");
   static constexpr FixedText configTypeName = typeName(name, "Config");
