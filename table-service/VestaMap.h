@@ -1,15 +1,14 @@
 #pragma once
 
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "table-service/MapLog.h"
 #include "table-service/VestaBaseDummy.h"
-#include "vesta/CorruptionReport.h"
 #include "vesta/EventSource.h"
 #include "vesta/VestaReader.h"
 #include "vesta/VestaWriter.h"
@@ -33,7 +32,7 @@ class VestaMap final : private EventSource {
   /// Attaches as the table's one writer; see VestaWriter for errors. Detaches the current implementation
   /// first and keeps it, detached, when attaching fails.
   void attachWriter(const AttachOptions& options) {
-    path_ = options.path;
+    log_.pathIs(options.path);
     release();  // this map may hold the writer lock itself
     auto writer = std::make_unique<Writer>(options);
     Writer* plain = writer.get();
@@ -43,7 +42,7 @@ class VestaMap final : private EventSource {
   }
   /// Attaches as a reader; events() then delivers changes to the handler set by onChangeIs.
   void attachReader(const AttachOptions& options) {
-    path_ = options.path;
+    log_.pathIs(options.path);
     release();
     auto reader = std::make_unique<Reader>(options);
     Reader* plain = reader.get();
@@ -58,9 +57,9 @@ class VestaMap final : private EventSource {
     Cairn::require(implementation != nullptr && handler != nullptr, "implementation and debug handler",
                    "VestaMap::attach");
     drop();
-    path_ = implementation->rootPath();
+    log_.pathIs(implementation->rootPath());
+    log_.handlerIs(std::move(handler));
     implementation_ = std::move(implementation);
-    handler_ = std::move(handler);
     attached_ = true;
   }
   /// Detaches in order, without a placeholder; the map then reads as empty.
@@ -101,6 +100,7 @@ class VestaMap final : private EventSource {
     if (writer_ != nullptr) writer_->segment().monitor();
     if (reader_ != nullptr) reader_->segment().monitor();
   }
+
   // Each of the three operations above, also one that threw, may have replaced a damaged segment and so have
   // removed rows or set them back to an older content. The caller takes out their keys and notifies of them.
 
@@ -134,10 +134,7 @@ class VestaMap final : private EventSource {
   EventSource& events() noexcept { return *this; }
 
   /// The path of the last attach, also of one that failed; an assertion failure before the first.
-  RootPath rootPath() const {
-    Cairn::require(path_.has_value(), "table is not attached", "VestaMap");
-    return *path_;
-  }
+  RootPath rootPath() const { return log_.path(); }
 
  private:
   int wakeDescriptor() const override { return reader_ != nullptr ? reader_->wakeDescriptor() : -1; }
@@ -167,11 +164,6 @@ class VestaMap final : private EventSource {
   };
   template <class Call>
   std::size_t guarded(const Call& call);
-  void logError(int line, const char* function, const std::string& text) const {
-    if (handler_ && handler_->wants(Cairn::DebugHandler::kErrorFlag)) {
-      handler_->log(1, "VestaMap", line, function, text);
-    }
-  }
   Base& required() {
     Cairn::require(implementation_ != nullptr, "table is not attached", "VestaMap");
     return *implementation_;
@@ -193,13 +185,12 @@ class VestaMap final : private EventSource {
     }
   }
 
-  std::optional<RootPath> path_;
+  MapLog log_;
   std::unique_ptr<Base> implementation_;
   std::vector<std::unique_ptr<Base>> leaving_;  // dropped by handlers while a call is in progress
   int calls_ = 0;                               // into readers that are in progress
-  std::shared_ptr<const Cairn::DebugHandler> handler_;
-  Writer* writer_ = nullptr;  // not owned; the implementation when attached as writer
-  Reader* reader_ = nullptr;  // not owned; the implementation when attached as reader
+  Writer* writer_ = nullptr;                    // not owned; the implementation when attached as writer
+  Reader* reader_ = nullptr;                    // not owned; the implementation when attached as reader
   bool attached_ = false;
   bool writes_ = false;  // the implementation is the writer, or the placeholder that owns it
   bool notifying_ = true;
@@ -211,34 +202,23 @@ class VestaMap final : private EventSource {
 
 template <class Key, class Entry>
 void VestaMap<Key, Entry>::corruptionDetected(const std::string& message) {
-  const std::string path = path_ ? path_->text() : std::string();
-  const std::string text = "VestaMap::corruptionDetected() " + path + " " + message;
-  logError(383, "corruptionDetected", text);
+  const MapLog log = log_;  // the callback below may attach the map elsewhere
+  const std::string text = log.corruption(message);
   if (!attached_) throw Cairn::CorruptionDetectedException(text);
-
-  logError(324, "detach", "VestaMap::detach() " + path);
-  const RootPath rootPath = *path_;
+  log.detached();
   implementation_->detach();
   attached_ = false;
   writer_ = nullptr;
   reader_ = nullptr;
   implementation_ =
-      std::make_unique<VestaBaseDummy<Key, Entry>>(handler_, rootPath, std::move(implementation_));
+      std::make_unique<VestaBaseDummy<Key, Entry>>(log.handler(), log.path(), std::move(implementation_));
   collectionReadyIs(false);
-  try {
-    writeCorruptionReport(*handler_, rootPath, message);
-  } catch (const std::exception& failure) {
-    logError(0, "corruptionDetected", failure.what());
-  }
+  log.report(message);
 }
 
 template <class Key, class Entry>
 void VestaMap<Key, Entry>::collectionReadyIs(bool ready) {
-  if (handler_ && handler_->wants(Cairn::DebugHandler::kDebugFlag)) {
-    handler_->log(5, "VestaMap", 352, "collectionReadyIs",
-                  std::string("VestaMap::collectionReadyIs() ready:") + (ready ? "1" : "0") +
-                      " notifying:" + (notifying_ ? "1" : "0"));
-  }
+  log_.ready(ready, notifying_);
   if (readyCallback_) readyCallback_();
   readyFunction_();
 }
@@ -259,7 +239,7 @@ std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
     if (called->segment().corruptions() == before) throw;
     corruptionDetected(corruption.message());
   } catch (const UnsettledException& busy) {
-    logError(0, "poll", busy.message());  // the next poll reads the row again
+    log_.error(0, "poll", busy.message());  // the next poll reads the row again
   }
   return 0;
 }
