@@ -1,5 +1,8 @@
 #include "apps/agent/MountedTables.h"
 
+#include <set>
+#include <utility>
+
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
 
@@ -7,51 +10,39 @@ namespace Agent {
 
 namespace {
 
-constexpr std::string_view kStatus = "/status";
-
-/// Adds the rows of one status table; nothing when the entity is of another type.
-template <class Status>
-void addAnswers(const Quill::Ptr<Quill::Entity>& entity, HardwareAnswers& answers) {
-  const auto status = Quill::ptrCast<Status>(entity);
-  if (!status) return;
-  typename Status::Map::Row row;
-  Vesta::IterHint hint;
-  for (bool more = status->table().first(row, hint); more; more = status->table().next(row.key, row, hint)) {
-    answers[row.entry.entryHandle] = {row.entry.genId, row.entry.errorCode, row.entry.deleted};
-  }
-}
+using TolmarHwLib::forEachOutputTable;
+using TolmarHwLib::kOutputTablePrefix;
 
 }  // namespace
 
-Quill::Ptr<QuillVesta::TableEntity> MountedTables::table(const std::string& name, const char* side) const {
-  const std::string ending = "/" + name + "Table/" + side;
-  for (const Quill::String& path : entityManager_->mountedPaths()) {
-    if (path.ends_with(ending)) return Quill::ptrCast<QuillVesta::TableEntity>(entityManager_->entity(path));
-  }
-  return nullptr;
+Quill::Ptr<QuillVesta::TableEntity> MountedTables::configTable(std::string_view name) const {
+  return Quill::ptrCast<QuillVesta::TableEntity>(
+      entityManager_->entity(TolmarHwLib::configPath(kOutputTablePrefix, name)));
+}
+
+Quill::Ptr<QuillVesta::TableEntity> MountedTables::statusTable(std::string_view name) const {
+  return Quill::ptrCast<QuillVesta::TableEntity>(
+      entityManager_->entity(TolmarHwLib::statusPath(kOutputTablePrefix, name)));
 }
 
 pid_t MountedTables::hardwareProcess() const {
-  pid_t process = 0;
-  for (const Quill::String& path : entityManager_->mountedPaths()) {
-    if (!path.ends_with(kStatus)) continue;
-    const auto status = Quill::ptrCast<QuillVesta::TableEntity>(entityManager_->entity(path));
-    const pid_t writer = status ? status->writerProcess() : 0;
-    if (writer == 0 || (process != 0 && process != writer)) return 0;
-    process = writer;
-  }
-  return process;
+  std::set<pid_t> processes;
+  forEachOutputTable([&]<std::size_t>(const auto& table) {
+    const auto status = statusTable(table.name);
+    processes.insert(status ? status->writerProcess() : 0);
+  });
+  return processes.size() == 1 ? *processes.begin() : 0;
 }
 
 bool MountedTables::hardwareRuns(const std::string& name) const {
-  const auto status = table(name, "status");
+  const auto status = statusTable(name);
   return status && status->writerProcess() != 0;
 }
 
 std::string MountedTables::fault(const std::string& name) const {
   constexpr const char* kRemedy = "; start the agent again";
-  for (const char* const side : {"config", "status"}) {
-    const auto mounted = table(name, side);
+  for (const auto& [side, mounted] :
+       {std::pair("config", configTable(name)), {"status", statusTable(name)}}) {
     if (!mounted) return name + ": the tables were removed by a cleanup" + kRemedy;
     if (!mounted->attached()) return name + ": the " + side + " table is damaged" + kRemedy;
     const std::string file = mounted->displacedFile();
@@ -61,19 +52,22 @@ std::string MountedTables::fault(const std::string& name) const {
 }
 
 HardwareAnswers MountedTables::hardwareAnswers() const {
-  using namespace TolmarHwLib;
   HardwareAnswers answers;
-  for (const Quill::String& path : entityManager_->mountedPaths()) {
-    if (!path.ends_with(kStatus)) continue;
-    const auto entity = entityManager_->entity(path);
+  forEachOutputTable([&]<std::size_t, class Kind>(const TolmarHwLib::OutputTable<Kind>& table) {
+    using Status = typename Kind::Status;
+    const auto status = Quill::ptrCast<Status>(statusTable(table.name));
+    if (!status) return;
+    typename Status::Map::Row row;
+    Vesta::IterHint hint;
     try {
-      addAnswers<L3TunnelTH3Status>(entity, answers);
-      addAnswers<MyStationTcamTH3Status>(entity, answers);
-      addAnswers<L3IifTH3Status>(entity, answers);
+      for (bool more = status->table().first(row, hint); more;
+           more = status->table().next(row.key, row, hint)) {
+        answers[row.entry.entryHandle] = {row.entry.genId, row.entry.errorCode, row.entry.deleted};
+      }
     } catch (const Cairn::CorruptionDetectedException&) {
-      continue;  // the next reader of the table detects the corruption again and reports it
+      // The next reader of the table detects the corruption again and reports it.
     }
-  }
+  });
   return answers;
 }
 

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 #include "apps/core/AgentCore.h"
 #include "orrery/EntityManager.h"
@@ -25,8 +26,9 @@ class MountedTables {
   HardwareAnswers hardwareAnswers() const;
 
  private:
-  /// The table mounted under the short name's "config" or "status"; null when there is none.
-  Quill::Ptr<QuillVesta::TableEntity> table(const std::string& name, const char* side) const;
+  /// A mounted side of the output table with this short name; null if it is not mounted.
+  Quill::Ptr<QuillVesta::TableEntity> configTable(std::string_view name) const;
+  Quill::Ptr<QuillVesta::TableEntity> statusTable(std::string_view name) const;
 
   Quill::Ptr<const Orrery::EntityManager> entityManager_;
 };

@@ -5,23 +5,12 @@
 #include <string_view>
 #include <utility>
 
+#include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
 
 namespace Agent {
 
 namespace {
-
-/// "l3IifTH3" for "LumenL3IifTH3ConfigTable"; "" for a name of another form.
-std::string shortNameOf(std::string_view tableName) {
-  constexpr std::string_view kPrefix = "Lumen";
-  constexpr std::string_view kSuffix = "ConfigTable";
-  const bool ours = tableName.starts_with(kPrefix) && tableName.ends_with(kSuffix) &&
-                    tableName.size() > kPrefix.size() + kSuffix.size();
-  if (!ours) return {};
-  std::string name(tableName.substr(kPrefix.size(), tableName.size() - kPrefix.size() - kSuffix.size()));
-  if (name[0] >= 'A' && name[0] <= 'Z') name[0] = static_cast<char>(name[0] - 'A' + 'a');
-  return name;
-}
 
 void refuseDefects(Batch& batch) {
   for (Operation& operation : batch.operations) {
@@ -65,14 +54,14 @@ AgentCore::AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runti
       batchStatus_(std::move(batchStatus)),
       settings_(settings),
       nextHandle_(settings_.firstHandle) {
-  for (const auto& registered : lumenDb_->tables()) {
-    const std::string shortName = shortNameOf(registered->name());
-    if (shortName.empty()) continue;
-    tables_.push_back(std::make_unique<ConfigTable>(shortName, registered));
+  TolmarHwLib::forEachOutputTable([this]<std::size_t>(const auto& table) {
+    const auto registered = lumenDb_->table(TolmarHwLib::rowTableName(table.name));
+    if (!registered) return;
+    tables_.push_back(std::make_unique<ConfigTable>(std::string(table.name), registered));
     tables_.back()->eachStored([this](const ConfigTable::Stored& stored) {
       nextHandle_ = std::max({nextHandle_, stored.handle + 1, stored.genId + 1});
     });
-  }
+  });
   nextGenId_ = nextHandle_;
 }
 

@@ -55,7 +55,7 @@ class AgentCore {
     std::function<bool(const std::string& table)> hardwareRuns = [](const auto&) { return true; };
   };
 
-  /// Serves the tables registered in `lumenDb` whose names are "Lumen", a short name and "ConfigTable".
+  /// Serves the output tables that are registered in `lumenDb`.
   AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runtime::BatchStatus> batchStatus,
             const Settings& settings);
   ~AgentCore();
@@ -64,7 +64,7 @@ class AgentCore {
 
   /// The table of that short name, such as "l3IifTH3"; null when there is none.
   ConfigTable* table(std::string_view shortName);
-  /// The short names of all tables, in order of registration.
+  /// The short names of all tables, in the order of their list.
   std::vector<std::string> tableNames() const;
 
   /// Starts a batch. Results come from finish(), also those that are known at once. Throws std::bad_alloc;

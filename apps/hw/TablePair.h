@@ -15,8 +15,8 @@ namespace HwAgent {
 struct TablePlace {
   Quill::Ptr<const Orrery::EntityManager> entityManager;
   std::string name;
-  std::string typePrefix;  ///< of the entity types, without "Config" and "Status"
-  std::string path;        ///< of the mounts, without "config" and "status"
+  std::string configPath;
+  std::string statusPath;
   unsigned capacity;
 };
 
@@ -28,8 +28,8 @@ class TablePair {
   using Status = typename StatusEntity::Entry;
 
   explicit TablePair(const TablePlace& place)
-      : config_(mounted<ConfigEntity>(place, "Config", "config", QuillVesta::QuillVestaType::reader)),
-        status_(mounted<StatusEntity>(place, "Status", "status", QuillVesta::QuillVestaType::writer)) {}
+      : config_(mounted<ConfigEntity>(place, place.configPath, QuillVesta::QuillVestaType::reader)),
+        status_(mounted<StatusEntity>(place, place.statusPath, QuillVesta::QuillVestaType::writer)) {}
 
   const Quill::Ptr<ConfigEntity>& configEntity() const { return config_; }
 
@@ -70,12 +70,12 @@ class TablePair {
 
  private:
   template <class Entity>
-  static Quill::Ptr<Entity> mounted(const TablePlace& place, const char* typeSuffix, const char* pathSuffix,
+  static Quill::Ptr<Entity> mounted(const TablePlace& place, const std::string& path,
                                     QuillVesta::QuillVestaType type) {
     QuillVesta::MountDescription description(type);
     description.collectionIs("table", place.capacity);
     const auto entity = QuillVesta::Mount(place.entityManager)
-                            .doMount(place.path + pathSuffix, place.typePrefix + typeSuffix, description);
+                            .doMount(path, Quill::String(std::string_view(Entity::kTypeName)), description);
     return Quill::ptrCast<Entity>(entity);
   }
 

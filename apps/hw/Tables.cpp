@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "P4RuntimeTolmar/OutputTables.h"
@@ -17,45 +18,36 @@ TableFollower::~TableFollower() = default;
 
 namespace {
 
-using TolmarHwLib::L3IifTH3Config;
-using TolmarHwLib::L3IifTH3Status;
-using TolmarHwLib::L3TunnelTH3Config;
-using TolmarHwLib::L3TunnelTH3Status;
-using TolmarHwLib::MyStationTcamTH3Config;
-using TolmarHwLib::MyStationTcamTH3Status;
-
-constexpr std::string_view kPathPrefix = "p4runtime/outputTables/tolmar/";
-
 // Interval of the checks for what no event reports; half a second is the most that noticing may take.
 constexpr std::chrono::milliseconds kTick{400};
 
 struct Table {
   std::string_view name;
-  std::string_view typePrefix;
   unsigned capacity;
   std::unique_ptr<TableFollower> (*follow)(const TablePlace& place, const Settings& settings);
   void (*checkFaults)(std::string_view name, const Settings& settings);
 };
 
-template <class Config, class Status>
-constexpr Table tableOf(std::string_view name, std::string_view typePrefix, unsigned capacity) {
-  constexpr auto kCheck = [](std::string_view table, const Settings& settings) {
-    Faults<typename Config::Entry>(table, settings.fails, settings.failEvery);
+template <class Kind>
+constexpr Table tableOf(const TolmarHwLib::OutputTable<Kind>& table) {
+  constexpr auto kCheck = [](std::string_view name, const Settings& settings) {
+    Faults<typename Kind::ConfigEntry>(name, settings.fails, settings.failEvery);
   };
-  return {name, typePrefix, capacity, followEntities<Config, Status>, kCheck};
+  return {table.name, table.capacity, followEntities<typename Kind::Config, typename Kind::Status>, kCheck};
 }
 
-constexpr std::array<Table, 4> kTables = {{
-    tableOf<L3TunnelTH3Config, L3TunnelTH3Status>("l3TunnelIpv4TH3", "TolmarHwLib::L3TunnelTH3", 8192),
-    tableOf<L3TunnelTH3Config, L3TunnelTH3Status>("l3TunnelIpv6TH3", "TolmarHwLib::L3TunnelTH3", 4096),
-    tableOf<MyStationTcamTH3Config, MyStationTcamTH3Status>("myStationTcamTH3",
-                                                            "TolmarHwLib::MyStationTcamTH3", 512),
-    tableOf<L3IifTH3Config, L3IifTH3Status>("l3IifTH3", "TolmarHwLib::L3IifTH3", 8192),
-}};
+constexpr auto kTables = std::apply([](const auto&... table) { return std::array{tableOf(table)...}; },
+                                    TolmarHwLib::kOutputTables);
 
 std::string nameOf(std::size_t index) { return std::string(kTables[index].name); }
 
-std::string pathOf(std::size_t index) { return std::string(kPathPrefix) + nameOf(index) + "Table/"; }
+std::string configPathOf(std::size_t index) {
+  return TolmarHwLib::configPath(TolmarHwLib::kOutputTablePrefix, kTables[index].name);
+}
+
+std::string statusPathOf(std::size_t index) {
+  return TolmarHwLib::statusPath(TolmarHwLib::kOutputTablePrefix, kTables[index].name);
+}
 
 }  // namespace
 
@@ -118,13 +110,14 @@ bool Tables::intact(std::size_t index) {
   follower.reset();
   if (displaced.empty()) return false;
   Process::log(nameOf(index) + ": the file " + displaced + " was removed or replaced");
-  for (const char* const side : {"config", "status"}) entityManager_->unmount(pathOf(index) + side);
+  entityManager_->unmount(configPathOf(index));
+  entityManager_->unmount(statusPathOf(index));
   return false;
 }
 
 void Tables::follow(std::size_t index) {
   const Table& table = kTables[index];
-  const TablePlace place{entityManager_, nameOf(index), std::string(table.typePrefix), pathOf(index),
+  const TablePlace place{entityManager_, nameOf(index), configPathOf(index), statusPathOf(index),
                          table.capacity};
   auto& [follower, waitedFor] = followed_[index];
   try {

@@ -73,7 +73,7 @@ class ProgrammerTest : public testing::Test {
   Quill::Ptr<Orrery::EntityManager> agent_ = Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_);
   Quill::Ptr<Orrery::EntityManager> hardware_ = Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_);
   Quill::Ptr<L3IifTH3Config> config_ = mounted<L3IifTH3Config>("Config", "config", Type::writer);
-  Pair pair_{TablePlace{hardware_, "l3IifTH3", "TolmarHwLib::L3IifTH3", "pair/", kCapacity}};
+  Pair pair_{TablePlace{hardware_, "l3IifTH3", "pair/config", "pair/status", kCapacity}};
   Quill::Ptr<Notifications> notifications_ = Quill::allocate<Notifications>();
   std::optional<Programmer<Pair>> programmer_{std::in_place, pair_, L3IifFaults(), 0ms};
 };
