@@ -203,16 +203,20 @@ TEST_F(EndToEnd, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem)
   send("modify l3IifTH3 l3Iif=1 vrf=3\n");
   stop(*hw);
   damage("config");
-  hw = hardware();
+  hw = hardware();  // it reports the damage
   EXPECT_THAT(hw->output(), HasSubstr("l3IifTH3: waiting for an intact table: "));
-  const std::string refused = send(
-      "insert l3IifTH3 l3Iif=11 expect INTERNAL\nmodify l3IifTH3 l3Iif=1 vrf=3 expect INTERNAL\n"
-      "insert l3TunnelIpv4TH3 sip=192.0.2.1 dip=192.0.2.2 protocol=17 l4DestPort=4789 l4SrcPort=0\n");
+  EXPECT_TRUE(hw->says("l3IifTH3: followed again")) << hw->output();
+  send(inserts(1, 10));
+  stop(*hw);
+  damage("config");  // nobody reports it; the agent itself reads it first
+  const std::string refused =
+      send("insert l3IifTH3 l3Iif=11 expect INTERNAL\nmodify l3IifTH3 l3Iif=1 vrf=3 expect INTERNAL\n");
   EXPECT_EQ(occurrences(refused, "INTERNAL: l3IifTH3: the config table is damaged; start the agent again"),
             2);
+  hw = hardware();
+  send("insert l3TunnelIpv4TH3 sip=192.0.2.1 dip=192.0.2.2 protocol=17 l4DestPort=4789 l4SrcPort=0\n");
   stop(*served);
   served = agent();
-  EXPECT_TRUE(hw->says("l3IifTH3: followed again")) << hw->output();
   send(inserts(1, 10));
 }
 
