@@ -11,14 +11,19 @@ int hexDigit(char c) {
 
 }  // namespace
 
-std::string EthAddr::toString() const {
+std::string_view EthAddr::toText(Text& text) const noexcept {
   static constexpr char kDigits[] = "0123456789abcdef";
-  std::string text(17, ':');
+  text.fill(':');
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     text[3 * i] = kDigits[bytes[i] >> 4];
     text[3 * i + 1] = kDigits[bytes[i] & 15];
   }
-  return text;
+  return {text.data(), text.size()};
+}
+
+std::string EthAddr::toString() const {
+  Text text;
+  return std::string(toText(text));
 }
 
 std::optional<EthAddr> EthAddr::parse(std::string_view text) {

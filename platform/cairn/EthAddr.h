@@ -17,6 +17,9 @@ struct EthAddr {
 
   /// Six pairs of hexadecimal digits joined by colons, in lower case: "00:00:5e:00:53:01".
   std::string toString() const;
+  using Text = std::array<char, 17>;
+  /// The same in `text`.
+  std::string_view toText(Text& text) const noexcept;
   /// The address that `text` names in the form above (either case), or nothing.
   static std::optional<EthAddr> parse(std::string_view text);
 };

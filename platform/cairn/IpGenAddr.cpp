@@ -2,11 +2,16 @@
 
 #include <arpa/inet.h>
 
-std::string IpGenAddr::toString() const {
+static_assert(std::tuple_size_v<IpGenAddr::Text> == INET6_ADDRSTRLEN);
+
+std::string_view IpGenAddr::toText(Text& text) const noexcept {
   if (!isSet()) return {};
-  char text[INET6_ADDRSTRLEN];
-  const int family = family_ == kIpv4 ? AF_INET : AF_INET6;
-  return inet_ntop(family, bytes_.data(), text, sizeof text);
+  return inet_ntop(family_ == kIpv4 ? AF_INET : AF_INET6, bytes_.data(), text.data(), INET6_ADDRSTRLEN);
+}
+
+std::string IpGenAddr::toString() const {
+  Text text;
+  return std::string(toText(text));
 }
 
 std::optional<IpGenAddr> IpGenAddr::parse(std::string_view text) {

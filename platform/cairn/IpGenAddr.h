@@ -44,6 +44,9 @@ class IpGenAddr {
 
   /// inet_ntop's form; "" when unset.
   std::string toString() const;
+  using Text = std::array<char, 46>;
+  /// The same in `text`.
+  std::string_view toText(Text& text) const noexcept;
   /// The address that `text` names in inet_pton's forms, or nothing; "" is the unset address.
   static std::optional<IpGenAddr> parse(std::string_view text);
 

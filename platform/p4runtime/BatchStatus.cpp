@@ -1,7 +1,6 @@
 #include "p4runtime/BatchStatus.h"
 
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -17,10 +16,10 @@ void BatchStatusEntry::setErrorMessage() {
 constinit const Quill::TypeNode BatchStatus::_quillType{.name = "P4Runtime::BatchStatus", .members = {}};
 
 BatchStatus::BatchStatus() : notificationDescriptor_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-  if (notificationDescriptor_ < 0) throw Cairn::SystemException("batch status: eventfd", errno);
+  if (!notificationDescriptor_) throw Cairn::SystemException("batch status: eventfd", errno);
 }
 
-BatchStatus::~BatchStatus() { ::close(notificationDescriptor_); }
+BatchStatus::~BatchStatus() = default;
 
 void BatchStatus::completedTransactionStatusIs(const BatchStatusEntry& entry) {
   completedTransactionStatus_.set(entry.entryHandle, entry);
@@ -41,7 +40,7 @@ std::vector<BatchStatusEntry> BatchStatus::completedTransactionStatusDelAll() {
 
 bool BatchStatus::notificationTake() noexcept {
   eventfd_t count = 0;
-  return ::eventfd_read(notificationDescriptor_, &count) == 0;
+  return ::eventfd_read(notificationDescriptor_.get(), &count) == 0;
 }
 
 }  // namespace P4Runtime

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "cairn/Descriptor.h"
 #include "quill/Counted.h"
 #include "quill/HashMap2018.h"
 #include "quill/TypeNode.h"
@@ -44,7 +45,7 @@ class BatchStatus : public Quill::Typed<BatchStatus, Quill::PtrInterface> {
 
   /// An event counter, non-blocking and owned by this object: readable once a plugin has written to it; a
   /// read of eight bytes clears it.
-  int notificationDescriptor() const noexcept { return notificationDescriptor_; }
+  int notificationDescriptor() const noexcept { return notificationDescriptor_.get(); }
   /// For the agent: clears the descriptor. True when it had been written to.
   bool notificationTake() noexcept;
 
@@ -62,7 +63,7 @@ class BatchStatus : public Quill::Typed<BatchStatus, Quill::PtrInterface> {
   };
 
   Quill::HashMap2018<QuillCompletedTransactionStatus> completedTransactionStatus_;
-  int notificationDescriptor_;
+  Cairn::Descriptor notificationDescriptor_;
 };
 
 }  // namespace P4Runtime

@@ -1,7 +1,6 @@
 #include "quill/EventLoop.h"
 
 #include <sys/epoll.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,24 +11,22 @@
 namespace Quill {
 
 EventLoop::EventLoop() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
-  if (epoll_ < 0) throw Cairn::SystemException("epoll_create1", errno);
+  if (!epoll_) throw Cairn::SystemException("epoll_create1", errno);
 }
-
-EventLoop::~EventLoop() { close(epoll_); }
 
 void EventLoop::descriptorIs(int descriptor, Callback readable) {
   const bool known = descriptors_.contains(descriptor);
   epoll_event event{};
   event.events = EPOLLIN;
   event.data.fd = descriptor;
-  if (!known && epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) != 0) {
+  if (!known && epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
     throw Cairn::SystemException("epoll_ctl add descriptor " + std::to_string(descriptor), errno);
   }
   descriptors_[descriptor] = std::make_shared<Callback>(std::move(readable));
 }
 
 void EventLoop::descriptorDel(int descriptor) {
-  if (descriptors_.erase(descriptor) != 0) epoll_ctl(epoll_, EPOLL_CTL_DEL, descriptor, nullptr);
+  if (descriptors_.erase(descriptor) != 0) epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
 EventLoop::TimerId EventLoop::timerIs(Clock::duration delay, Callback expired) {
@@ -134,7 +131,7 @@ std::size_t EventLoop::step(std::chrono::milliseconds timeout) {
   std::array<epoll_event, 32> events;
   const bool idle = maySleep();
   const int wait = idle ? sleepMilliseconds(timeout) : 0;
-  const int ready = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), wait);
+  const int ready = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), wait);
   if (ready < 0 && errno != EINTR) throw Cairn::SystemException("epoll_wait", errno);
   {
     Hooks<Callback>::Visit visit(wakeHooks_);

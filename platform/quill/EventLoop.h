@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "cairn/Descriptor.h"
 #include "quill/SafeList.h"
 
 namespace Quill {
@@ -21,7 +22,6 @@ class EventLoop {
   static constexpr unsigned kBusySteps = 64;
 
   EventLoop();
-  ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
@@ -77,7 +77,7 @@ class EventLoop {
   template <class Function>
   std::uint64_t hookIs(Hooks<Function>& hooks, Function function);
 
-  int epoll_;
+  Cairn::Descriptor epoll_;
   bool stopped_ = false;
   unsigned busySteps_ = 0;  // since timers were last run
   std::uint64_t nextId_ = 1;

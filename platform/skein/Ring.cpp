@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "cairn/Descriptor.h"
 #include "cairn/Exception.h"
 #include "cairn/Hash.h"
 
@@ -47,17 +48,6 @@ Anchor anchorNow() noexcept {
   return anchor;
 }
 
-/// A descriptor that is closed at the end of its scope.
-struct File {
-  explicit File(int file) : descriptor(file) {}
-  ~File() {
-    if (descriptor >= 0) close(descriptor);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  const int descriptor;
-};
-
 std::size_t checkedSize(std::size_t bytes) {
   if (bytes < kMinRingBytes || bytes > kMaxRingBytes) {
     throw Cairn::Exception("trace ring of " + std::to_string(bytes) + " bytes: expected " +
@@ -84,21 +74,22 @@ constexpr std::size_t kRecordsOffset = kPageBytes + kSiteAreaBytes;
 
 std::unique_ptr<Ring> Ring::makePrivate(std::size_t bytes) {
   const std::size_t size = checkedSize(bytes);
-  const File file(memfd_create("trace", MFD_CLOEXEC));
-  if (file.descriptor < 0) throw Cairn::SystemException("memfd_create", errno);
-  reserve(file.descriptor, kRecordsOffset + size, "reserve a trace ring in memory");
-  return std::unique_ptr<Ring>(new Ring(file.descriptor, size));
+  const Cairn::Descriptor file(memfd_create("trace", MFD_CLOEXEC));
+  if (!file) throw Cairn::SystemException("memfd_create", errno);
+  reserve(file.get(), kRecordsOffset + size, "reserve a trace ring in memory");
+  return std::unique_ptr<Ring>(new Ring(file.get(), size));
 }
 
 std::unique_ptr<Ring> Ring::makeFile(const std::string& path, std::size_t bytes) {
   const std::size_t size = checkedSize(bytes);
   // The ring is finished under another name, so that `path` never names half of one.
   const std::string unfinished = path + ".new." + std::to_string(getpid());
-  const File file(open(unfinished.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (file.descriptor < 0) throw Cairn::SystemException("create trace ring " + unfinished, errno);
+  const Cairn::Descriptor file(
+      open(unfinished.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file) throw Cairn::SystemException("create trace ring " + unfinished, errno);
   try {
-    reserve(file.descriptor, kRecordsOffset + size, "reserve trace ring " + path);
-    std::unique_ptr<Ring> ring(new Ring(file.descriptor, size));
+    reserve(file.get(), kRecordsOffset + size, "reserve trace ring " + path);
+    std::unique_ptr<Ring> ring(new Ring(file.get(), size));
     if (rename(path.c_str(), (path + ".old").c_str()) != 0 && errno != ENOENT) {
       throw Cairn::SystemException("keep earlier trace ring " + path, errno);
     }

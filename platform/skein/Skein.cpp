@@ -1,6 +1,5 @@
 #include "skein/Skein.h"
 
-#include <arpa/inet.h>
 #include <pthread.h>
 
 #include <exception>
@@ -56,22 +55,13 @@ std::uint32_t Site::numberAtFirst(Braid::Ring& ring) const noexcept {
 }
 
 void traceText(Message& message, const EthAddr& address) noexcept {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  char text[17];
-  std::size_t at = 0;
-  for (const std::uint8_t byte : address.bytes) {
-    if (at != 0) text[at++] = ':';
-    text[at++] = kDigits[byte >> 4];
-    text[at++] = kDigits[byte & 15];
-  }
-  message.put(std::string_view(text, at));
+  EthAddr::Text text;
+  message.put(address.toText(text));
 }
 
 void traceText(Message& message, const IpGenAddr& address) noexcept {
-  if (!address.isSet()) return;
-  char text[INET6_ADDRSTRLEN];
-  const int family = address.family() == IpGenAddr::kIpv4 ? AF_INET : AF_INET6;
-  if (inet_ntop(family, address.bytes(), text, sizeof text) != nullptr) message.put(std::string_view(text));
+  IpGenAddr::Text text;
+  message.put(address.toText(text));
 }
 
 }  // namespace Skein

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "cairn/Descriptor.h"
 #include "cairn/Exception.h"
 #include "cairn/Hash.h"
 #include "skein/RingFormat.h"
@@ -33,22 +34,19 @@ class RingFile {
  public:
   explicit RingFile(const std::string& path)
       : path_(path), file_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {
-    if (file_ < 0) throw Cairn::SystemException("open trace ring " + path, errno);
+    if (!file_) throw Cairn::SystemException("open trace ring " + path, errno);
   }
-  ~RingFile() { close(file_); }
-  RingFile(const RingFile&) = delete;
-  RingFile& operator=(const RingFile&) = delete;
 
   std::uint64_t size() const {
     struct stat status {};
-    if (fstat(file_, &status) != 0) throw Cairn::SystemException("stat trace ring " + path_, errno);
+    if (fstat(file_.get(), &status) != 0) throw Cairn::SystemException("stat trace ring " + path_, errno);
     return S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
   }
 
   void read(void* to, std::size_t bytes, std::size_t offset) const {
     for (std::size_t done = 0; done < bytes;) {
       const ssize_t got =
-          pread(file_, static_cast<char*>(to) + done, bytes - done, static_cast<off_t>(offset + done));
+          pread(file_.get(), static_cast<char*>(to) + done, bytes - done, static_cast<off_t>(offset + done));
       if (got == 0) damaged("ends early");
       if (got < 0 && errno != EINTR) throw Cairn::SystemException("read trace ring " + path_, errno);
       if (got > 0) done += static_cast<std::size_t>(got);
@@ -78,7 +76,7 @@ class RingFile {
 
  private:
   std::string path_;
-  int file_;
+  Cairn::Descriptor file_;
 };
 
 /// Turns ticks into nanoseconds by two anchors.

@@ -1,29 +1,9 @@
 #pragma once
 
-#include <unistd.h>
-
-#include <utility>
+#include "cairn/Descriptor.h"
 
 namespace Vesta {
 
-/// Owns a file descriptor.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
-  Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-  }
-  ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  int get() const noexcept { return descriptor_; }
-  explicit operator bool() const noexcept { return descriptor_ >= 0; }
-
- private:
-  int descriptor_ = -1;
-};
+using Cairn::Descriptor;
 
 }  // namespace Vesta
