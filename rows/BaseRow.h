@@ -1,11 +1,12 @@
-// A handle on a row of bytes. Handles share buffers; whoever writes first takes a copy of its own.
+// A handle on a row of bytes. Handles share buffers; a write through one of them copies first.
 //
 // Thread safety: a handle is used by one thread at a time. Handles of several threads may share a buffer.
-// Invariants: a handle with neither sharer nor shared-contents flag is the only one that sees its bytes. A
-// handle of a row class lies over a buffer that holds the class's fixed data (checked once, when it is made
-// from a generic row), so its fixed columns are read without further checks; slots are checked when followed.
-// Assigning a generic row to a handle of a row class through a BaseRow& is the one way around, and an error.
-// Failures leave the row as it was, except that a copy made before a write stays in place.
+// Invariants: the bytes of a handle whose buffer is not shared, and which is not a view, are visible through
+// that handle only. The buffer of a row class's handle holds the class's fixed data (checked once, when the
+// handle is made from a generic row), so its fixed columns are read without further checks; slots are checked
+// when followed. Assigning a generic row to a handle of a row class through a BaseRow& bypasses the check and
+// is a programming error. A failed operation leaves the row unchanged, except that a copy made before a write
+// stays.
 #pragma once
 
 #include <concepts>
@@ -32,8 +33,8 @@ struct BaseRowCounters {
   std::uint64_t subRows = 0;
 };
 
-// The library that holds it is always loaded with the program, so the fixed place in the thread's block is
-// safe and saves a call per row.
+// The library that defines it is always loaded with the program, so the static TLS block has room for it;
+// this access model saves a call per row.
 [[gnu::tls_model("initial-exec")]] extern thread_local constinit BaseRowCounters baseRowCounters;
 
 class BaseRow;
@@ -88,14 +89,14 @@ class BaseRow {
   virtual std::uint32_t rowHash() const;
   /// Length of the fixed data, header included. Not for generic rows (assertion "0").
   virtual len_t baseRowLength() const;
-  /// True if a row class tells the columns.
+  /// True for a row class, whose columns are known.
   virtual bool isFullyDefined() const;
   /// Clears the row to its class's fixed data and type; null rows stay as they are.
   virtual void clearRow();
 
   static constexpr bool isBaseRow() { return true; }
-  /// A row over a copy of `bytes`, header included, as they stand: nothing but the size (lm_contentOffset to
-  /// kMaxRowLength) is looked at before the row is converted or read.
+  /// A row over a copy of `bytes`, header included. Only the size (lm_contentOffset to kMaxRowLength) is
+  /// checked before the row is converted or read.
   static BaseRow fromBytes(std::span<const std::byte> bytes);
   /// A writable copy in a buffer of exactly rowLength() bytes.
   BaseRow clone() const;
@@ -106,7 +107,7 @@ class BaseRow {
   /// Writes the row type, with the checks of a column write.
   void rowTypeIs(std::uint16_t type);
   len_t contentOffset() const noexcept { return contentOffset_; }
-  /// Set on a row that views bytes it must not change in place; a write copies first.
+  /// Set on a view of bytes that must not change in place; a write copies first.
   bool sharedContents() const noexcept { return sharedContents_; }
   /// Set on rows handed out by a read-only table.
   bool readOnly() const noexcept { return readOnly_; }
@@ -116,8 +117,8 @@ class BaseRow {
   std::uint32_t bufferUseCount() const noexcept { return buffer_.useCount(); }
 
   /// Zeroes `fixedLength` bytes and makes them the row: type 0, nothing in the variable area. A row whose
-  /// buffer is shared gets a new one of the same length. `fixedLength` is lm_contentOffset to bufferLength();
-  /// a row of a class that is cleared to less than the class's fixed data can be written in place, not
+  /// buffer is shared gets a new one of the same length. `fixedLength` is lm_contentOffset to bufferLength().
+  /// A row of a class that is cleared to less than the class's fixed data can be written in place but not
   /// copied.
   void clear(len_t fixedLength);
 
@@ -164,9 +165,9 @@ class BaseRow {
     VarSlot slot;
   };
   explicit BaseRow(NestedIn place);
-  /// For row classes: a row of `length` bytes of fixed data in a buffer of `bufferLength` bytes, none of them
-  /// written but the row length; `count` is the count that it adds to. The maker writes all other bytes
-  /// before anyone sees the row.
+  /// For row classes: a row of `length` bytes of fixed data in a buffer of `bufferLength` bytes, in which
+  /// only the row length is written; it is counted in `count`. The caller writes all other bytes before the
+  /// row is used.
   struct ToBeFilled {
     len_t length;
     len_t bufferLength;
@@ -177,14 +178,14 @@ class BaseRow {
     ++(baseRowCounters.*row.count);
   }
 
-  /// For a row that was just made and that nobody else has seen: its bytes, to be written without checks.
+  /// The bytes of a new row that no other handle shares yet, to be written without checks.
   std::byte* freshBytes() noexcept { return buffer_->bytes(); }
-  /// Makes the row writable in place up to `writeEnd`, or fails the way a column write does.
+  /// Makes the row writable in place up to `writeEnd`, or fails as a column write does.
   void prepareWrite(len_t fixedLength, std::size_t writeEnd) {
     if (fixedLength == 0 || !writableInPlace()) [[unlikely]]
       makeWritable(fixedLength, writeEnd);
   }
-  /// For a row that prepareWrite has passed: its bytes, to be written without checks.
+  /// The bytes of a row after prepareWrite, to be written without checks.
   std::byte* writableBytes() noexcept { return buffer_->bytes() + contentOffset_; }
 
  private:

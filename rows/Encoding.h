@@ -2,7 +2,7 @@
 //
 // Encoding<T> offers, for every type:
 //   kTypeWord, kWidth   the type's word in descriptors, its bytes in the fixed data
-//   kVariable           true if the fixed data hold a slot and the bytes stand in the variable area
+//   kVariable           true if the fixed data contain a slot and the variable area the bytes
 //   kQuoted             true if text and JSON forms put the value in double quotes
 //   load, hash, equal, compare   on the column at an offset of a row
 //   hashValue           the hash that a column holding the value has
@@ -65,7 +65,7 @@ requires(std::unsigned_integral<T> && !std::same_as<T, bool>) struct Encoding<T>
   static std::strong_ordering compare(RowBytes a, len_t at, RowBytes b, len_t bt) noexcept {
     return load(a, at) <=> load(b, bt);
   }
-  // The upper half of 64 bits is left out on purpose: the other users of the tables do the same.
+  // Ignores the upper half of 64 bits on purpose: the other users of the tables do the same.
   static constexpr std::uint32_t hashValue(T value) noexcept { return static_cast<std::uint32_t>(value); }
   static void print(std::ostream& out, T value) { out << std::to_string(value); }
 };
@@ -117,8 +117,8 @@ struct Encoding<EthAddr> {
 };
 static_assert(sizeof(EthAddr) == 6);
 
-/// The family is told by the length: 4 bytes for IPv4, 16 for IPv6, none for an unset address. An address of
-/// any other length reads as unset.
+/// The length encodes the address family: 4 bytes for IPv4, 16 for IPv6, none for an unset address. An
+/// address of any other length reads as unset.
 template <>
 struct Encoding<IpGenAddr> {
   static constexpr std::string_view kTypeWord = "IpGenAddr";
@@ -163,7 +163,7 @@ struct Encoding<IpGenAddr> {
   static constexpr len_t kIpv6Size = 16;
 };
 
-/// Prints the value as text and JSON forms hold it, in double quotes if its type wants them.
+/// Prints the value as in text and JSON forms, in double quotes if its type is quoted.
 template <class T>
 void printValue(std::ostream& out, const T& value) {
   if constexpr (Encoding<T>::kQuoted) out << '"';

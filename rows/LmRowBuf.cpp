@@ -6,7 +6,8 @@
 
 namespace Lumen {
 
-static_assert(std::is_trivially_destructible_v<std::atomic<std::uint32_t>>, "a buffer is freed as it stands");
+static_assert(std::is_trivially_destructible_v<std::atomic<std::uint32_t>>,
+              "buffers are freed without a destructor call");
 
 constinit RowAllocator detail::rowAllocator = &std::malloc;
 

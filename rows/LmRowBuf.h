@@ -17,11 +17,11 @@ namespace Lumen {
 
 class LmRowBufPtr;
 
-/// Where row buffers come from: null when refused, given back with std::free.
+/// Allocates row buffers: null if refused; released with std::free.
 using RowAllocator = void* (*)(std::size_t size);
 
-/// Installs `allocator` for the whole process and returns the one before it; the default is std::malloc.
-/// Tests install one that refuses. Not to be called while another thread makes rows.
+/// Installs `allocator` for the whole process and returns the previous one; the default is std::malloc. Tests
+/// install one that refuses. Not to be called while another thread makes rows.
 RowAllocator rowAllocatorIs(RowAllocator allocator) noexcept;
 
 namespace detail {
@@ -31,15 +31,15 @@ extern constinit RowAllocator rowAllocator;
 
 }  // namespace detail
 
-/// Created by its factories only and destroyed with its last LmRowBufPtr.
+/// Created by its factories only; destroyed with its last LmRowBufPtr.
 class LmRowBuf {
  public:
   /// A buffer of `length` zero bytes. Throws Cairn::MemoryResourceException "calloc() failed ...".
   static LmRowBufPtr zeroed(len_t length);
-  /// The same for an owner that is about to write every byte: they are of any value.
+  /// The same with undefined contents, for a caller that writes every byte.
   static LmRowBufPtr toBeFilled(len_t length);
-  /// A buffer of `length` bytes of any value, for a copy. Throws Cairn::MemoryResourceException "malloc()
-  /// failed ...".
+  /// A buffer of `length` bytes with undefined contents, for a copy. Throws Cairn::MemoryResourceException
+  /// "malloc() failed ...".
   static LmRowBufPtr uninitialized(len_t length);
 
   LmRowBuf(const LmRowBuf&) = delete;
@@ -77,7 +77,7 @@ class LmRowBufPtr {
 
   explicit operator bool() const noexcept { return buffer_ != nullptr; }
   LmRowBuf* operator->() const noexcept { return buffer_; }
-  /// True if no other pointer shares the buffer. There must be one.
+  /// True if no other pointer shares the buffer; the pointer must not be null.
   bool unique() const noexcept { return count(*buffer_) == 1; }
   /// Number of pointers that share the buffer; 0 without one.
   std::uint32_t useCount() const noexcept { return buffer_ != nullptr ? count(*buffer_) : 0; }
@@ -86,11 +86,12 @@ class LmRowBufPtr {
   friend class LmRowBuf;
   explicit LmRowBufPtr(LmRowBuf* buffer) noexcept : buffer_(buffer) {}
 
-  // Acquire pairs with the release in release(): who finds the count at 1 sees all that former owners did.
+  // Pairs with the release in release(): an owner that finds the count at 1 sees all writes of former owners.
   static std::uint32_t count(const LmRowBuf& buffer) noexcept {
     return buffer.references_.load(std::memory_order_acquire);
   }
-  // As long as the process has one thread, plain steps do; the locked ones cost several times a row access.
+  // While the process has one thread, plain loads and stores suffice; locked instructions cost several times
+  // a row access.
   static void retain(LmRowBuf& buffer) noexcept {
     if (__libc_single_threaded != 0) {
       buffer.references_.store(buffer.references_.load(std::memory_order_relaxed) + 1,
@@ -113,8 +114,7 @@ class LmRowBufPtr {
   LmRowBuf* buffer_ = nullptr;
 };
 
-// Cleared here instead of by std::calloc: the C library serves small blocks from its per-thread cache for
-// malloc only.
+// Not std::calloc: the C library's per-thread cache of small blocks serves malloc only.
 inline LmRowBufPtr LmRowBuf::zeroed(len_t length) {
   LmRowBufPtr buffer = toBeFilled(length);
   std::memset(buffer->bytes(), 0, length);

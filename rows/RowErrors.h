@@ -28,7 +28,7 @@ class LmNotSupported : public Cairn::Exception {
   ~LmNotSupported() override;
 };
 
-/// A generic row of type `rowType` was taken for a row of type `expected`.
+/// A generic row of type `rowType` was converted to a row of type `expected`.
 class LmBadCast : public Cairn::Exception {
  public:
   LmBadCast(std::uint16_t rowType, std::uint16_t expected, std::uint16_t contentOffset);

@@ -3,7 +3,7 @@
 //   offset        size  field
 //   0             2     row length, header included; grows as the variable area is used
 //   2             2     row type, 0 until a row class sets it
-//   4             n     fixed data: the columns, each right behind the one before
+//   4             n     fixed data: the columns, contiguous
 //   4 + n         m     variable area: bytes that slots in the fixed data refer to
 //
 // A slot is four bytes of fixed data that refer to bytes elsewhere in the same row:
@@ -23,7 +23,7 @@ namespace Lumen {
 
 using len_t = std::uint16_t;
 
-/// Size of the header; the first column stands at this offset and no row is shorter.
+/// Size of the header: the offset of the first column, and the shortest row.
 inline constexpr len_t lm_contentOffset = 4;
 inline constexpr std::size_t kMaxRowLength = 65535;
 
@@ -46,8 +46,8 @@ inline void storeBytes(std::byte* at, const T& value) noexcept {
   std::memcpy(at, &value, sizeof value);
 }
 
-/// The bytes of one row, from its header to the end of its buffer. `available` bounds every access that
-/// goes by a number found in the row itself.
+/// The bytes of one row, from its header to the end of its buffer. `available` bounds every access at an
+/// offset read from the row itself.
 struct RowBytes {
   const std::byte* data;
   std::size_t available;
@@ -73,7 +73,7 @@ inline bool slotInBuffer(RowBytes row, VarSlot slot) noexcept {
   return std::size_t{slot.offset} + slot.length() <= row.available;
 }
 
-/// True if they lie inside the row's length as well, and so go with its copies.
+/// True if they also lie inside the row length, and so are part of copies.
 inline bool slotInRow(RowBytes row, VarSlot slot) noexcept {
   return slotInBuffer(row, slot) && std::size_t{slot.offset} + slot.length() <= row.rowLength();
 }

@@ -1,5 +1,5 @@
-// The two kinds of assertion. One throws, so that the caller can be told and a test can see it; the other
-// stops the process and is for states in which going on would do harm. Neither is for input.
+// Two kinds of assertion. One throws, so that callers and tests can see it; the other stops the process and
+// is for states in which continuing would do harm. Neither is for input.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace Cairn {
 
-/// An assertion that throws has failed. what() is the assertion's text alone; the operation stands apart.
+/// An assertion that throws has failed. what() is the assertion's text, without the operation.
 class AssertionException : public Exception {
  public:
   AssertionException(std::string text, std::string operation)
@@ -24,7 +24,7 @@ class AssertionException : public Exception {
 /// throws or ends the process. The default writes one line to standard error and aborts.
 using FatalHandler = void (*)(const char* text, const char* operation);
 
-/// Installs `handler` (null: the default) and returns the one before it.
+/// Installs `handler` (null: the default) and returns the previous one.
 FatalHandler fatalHandlerIs(FatalHandler handler) noexcept;
 
 [[noreturn]] void assertionFailed(const char* text, const char* operation);

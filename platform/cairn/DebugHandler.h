@@ -1,4 +1,4 @@
-// Where table-service code writes its debug messages: a flag word that says which it wants, and a sink.
+// The destination of the table service's debug messages: a flag word that selects messages, and a sink.
 #pragma once
 
 #include <cstdint>

@@ -18,7 +18,7 @@ class Exception : public std::exception {
   std::string text_;
 };
 
-/// A shared-memory table holds bytes that no correct writer can have left there.
+/// A shared-memory table contains bytes that no correct writer can have written.
 class CorruptionDetectedException : public Exception {
  public:
   using Exception::Exception;

@@ -24,20 +24,20 @@ constexpr std::uint32_t hashBlock(std::uint32_t hash, std::uint32_t block) noexc
 
 }  // namespace Util
 
-/// CRC-32C (Castagnoli) of `length` bytes, going on from `seed`; by the processor's own instruction where it
-/// has one.
+/// CRC-32C (Castagnoli) of `length` bytes, continued from `seed`; uses the processor's instruction if there
+/// is one.
 std::uint32_t checksum(const void* bytes, std::size_t length, std::uint32_t seed = 0) noexcept;
 
 /// The same without that instruction.
 std::uint32_t checksumByTable(const void* bytes, std::size_t length, std::uint32_t seed = 0) noexcept;
 
-/// For callers to whom a call is a good part of the price: one step of the checksum by the processor's own
-/// instruction, to be used only when it has it. `crc` starts as the complement of the seed and ends as that
-/// of the checksum.
+/// One step of the checksum by the processor's instruction, inline for callers to whom a call would be a
+/// considerable part of the cost. Only if hasChecksumInstruction(). `crc` starts as the complement of the
+/// seed and ends as the complement of the checksum.
 #if defined(__x86_64__)
 inline bool hasChecksumInstruction() noexcept { return __builtin_cpu_supports("sse4.2"); }
 [[gnu::always_inline]] inline std::uint64_t checksumStep(std::uint64_t crc, std::uint64_t word) noexcept {
-  // The intrinsic would ask every caller to be compiled for processors that have the instruction.
+  // The intrinsic would require every caller to be compiled for processors that have the instruction.
   __asm__("crc32q %1, %0" : "+r"(crc) : "rm"(word));
   return crc;
 }

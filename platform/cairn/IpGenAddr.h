@@ -23,7 +23,7 @@ class IpGenAddr {
   static constexpr IpGenAddr ipv6(const std::array<std::uint8_t, 16>& bytes) {
     return IpGenAddr(kIpv6, bytes.data(), 16);
   }
-  /// The address of `family` whose bytes stand at `bytes`; unset for a family other than IPv4 and IPv6.
+  /// The address of `family` with the bytes at `bytes`; unset for a family other than IPv4 and IPv6.
   static constexpr IpGenAddr fromBytes(std::uint8_t family, const std::uint8_t* bytes) {
     return IpGenAddr(family, bytes, sizeOf(family));
   }
