@@ -29,7 +29,7 @@ std::uint64_t nanoseconds(clockid_t clock) noexcept {
   return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-// Between two readings the process may be interrupted: the closest of a few pairs counts.
+// The process may be interrupted between two readings: the closest of a few pairs is used.
 Anchor anchorNow() noexcept {
   Anchor anchor{};
   std::uint64_t closest = ~std::uint64_t{0};
@@ -57,7 +57,7 @@ std::size_t checkedSize(std::size_t bytes) {
 }
 
 void reserve(int file, std::size_t bytes, const std::string& what) {
-  // Blocks are taken here, since a full file system is a signal at the first touch otherwise.
+  // Without reserved blocks, a full file system would be a signal at the first access.
   const int error = posix_fallocate(file, 0, static_cast<off_t>(bytes));
   if (error != 0) throw Cairn::SystemException(what, error);
 }
@@ -82,7 +82,7 @@ std::unique_ptr<Ring> Ring::makePrivate(std::size_t bytes) {
 
 std::unique_ptr<Ring> Ring::makeFile(const std::string& path, std::size_t bytes) {
   const std::size_t size = checkedSize(bytes);
-  // The ring is finished under another name, so that `path` never names half of one.
+  // The ring is completed under another name, so that `path` never names an unfinished one.
   const std::string unfinished = path + ".new." + std::to_string(getpid());
   const Cairn::Descriptor file(
       open(unfinished.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -131,8 +131,9 @@ Ring::Ring(int file, std::size_t bytes) : mask_(bytes - 1), anchorGap_(kFirstAnc
 
 Ring::~Ring() { munmap(header_, kRecordsOffset + 2 * (mask_ + 1)); }
 
-// The gap doubles up to about half a second: the last anchor is never older than a record by more than half
-// of the time that the anchors span, which keeps the error of a record's time that of reading the clocks.
+// The gap doubles up to about half a second. No record is then later than the last anchor by more than half
+// of the time between first and last anchor, so that the error of its time stays about that of reading the
+// clocks.
 void Ring::anchorIs(std::uint64_t ticks) noexcept {
   header_->later[++anchors_ % 2] = anchorNow();
   anchorGap_ = std::min(2 * anchorGap_, kLastAnchorGap);
@@ -157,7 +158,7 @@ std::uint32_t Ring::site(std::string_view source, std::uint32_t line, std::strin
   header.checksum = Cairn::checksum(texts, textBytes, header.checksum);
 
   const std::size_t used = header_->sitesUsed;
-  for (std::size_t at = 0; at < used;) {  // a library loaded again has the same sites
+  for (std::size_t at = 0; at < used;) {  // a library that is loaded again has the same sites
     SiteHeader known;
     std::memcpy(&known, sites_ + at, sizeof known);
     if (std::memcmp(&known, &header, sizeof known) == 0 &&
@@ -183,7 +184,8 @@ void Ring::takeSites(const Ring& other) noexcept {
 
 void Ring::takeRecords(const Ring& other) noexcept {
   const std::uint64_t kept = std::min({other.head_, other.mask_ + 1, mask_ + 1});
-  const std::uint64_t from = other.head_ - kept;  // positions stay; only the place in the area differs
+  const std::uint64_t from =
+      other.head_ - kept;  // records keep their positions, not their places in the area
   std::memcpy(records_ + (from & mask_), other.records_ + (from & other.mask_), kept);
   header_->first = other.header_->first;
   header_->checksum = Cairn::checksum(header_, offsetof(Header, checksum));

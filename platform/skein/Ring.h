@@ -14,39 +14,40 @@ namespace Braid {
 /// The writing side of one ring (RingFormat.h).
 ///
 /// Thread safety: one thread writes. Readers are other processes, or this one through the file.
-/// Invariant: everything below head is whole records; the record area is mapped twice in a row, so that a
-/// record never has to be split.
+/// Invariant: the bytes before head are complete records. The record area is mapped twice, one mapping behind
+/// the other, so that no record has to be split.
 class Ring {
  public:
-  /// A ring without a file, gone with the process. `bytes` and errors as below.
+  /// A ring without a file, which ends with the process. `bytes` and errors as below.
   static std::unique_ptr<Ring> makePrivate(std::size_t bytes);
-  /// A ring in a new file `path`, readable by its owner alone; a file that stands there already is kept as
-  /// `path`.old, in place of an older one. `bytes` (kMinRingBytes to kMaxRingBytes) is rounded up to a power
-  /// of two; its disk space is taken at once. Throws Cairn::SystemException or, for a size out of range,
-  /// Cairn::Exception; nothing is left behind then.
+  /// A ring in a new file `path`, mode 0600. An existing file is renamed to `path`.old, replacing an older
+  /// one. `bytes` (kMinRingBytes to kMaxRingBytes) is rounded up to a power of two; its disk space is
+  /// reserved. Throws Cairn::SystemException or, for a size out of range, Cairn::Exception, and leaves no
+  /// file behind.
   static std::unique_ptr<Ring> makeFile(const std::string& path, std::size_t bytes);
   ~Ring();
   Ring(const Ring&) = delete;
   Ring& operator=(const Ring&) = delete;
 
-  /// Where the next record is to be written: room for kMaxRecordBytes.
+  /// The place of the next record: room for kMaxRecordBytes.
   char* room() noexcept { return records_ + (head_ & mask_); }
   std::uint64_t head() const noexcept { return head_; }
-  /// Makes the record of `bytes` at room() part of the ring. `ticks` is its time.
+  /// Adds the record of `bytes` at room() to the ring. `ticks` is its time.
   void publish(std::size_t bytes, std::uint64_t ticks) noexcept {
     head_ += bytes;
-    // Release: a reader that sees this head sees the record.
+    // Release, pairs with a reader's load of the head: a reader that sees this head sees the record.
     std::atomic_ref(header_->head).store(head_, std::memory_order_release);
     if (ticks >= nextAnchor_) [[unlikely]]
       anchorIs(ticks);
   }
 
-  /// The number of the site with these texts, written to the file when it is new; kNoSite when the site
-  /// area is full.
+  /// The number of the site with these texts; a new site is written to the file. kNoSite if the site area is
+  /// full.
   std::uint32_t site(std::string_view source, std::uint32_t line, std::string_view function,
                      std::string_view format) noexcept;
 
-  /// Takes over the sites, and the records as far as there is room, under the numbers they have in `other`.
+  /// Copies the sites of `other`, which keep their numbers, and as many of its latest records as there is
+  /// room for.
   void takeSites(const Ring& other) noexcept;
   void takeRecords(const Ring& other) noexcept;
 
@@ -64,7 +65,7 @@ class Ring {
   unsigned anchors_ = 0;
 };
 
-/// The clock that stamps records: the processor's time-stamp counter where there is one, else nanoseconds of
+/// The clock of records: the processor's time-stamp counter if there is one, else nanoseconds of
 /// CLOCK_MONOTONIC_RAW.
 std::uint64_t ticks() noexcept;
 

@@ -1,5 +1,5 @@
-// The file of a trace ring. All numbers are in the machine's own byte order; a file is read where it was
-// written.
+// The file of a trace ring. All numbers are in the machine's byte order; a file is read on the machine that
+// wrote it.
 //
 //   offset  bytes  what
 //        0      8  magic "TOLTRACE"
@@ -8,17 +8,18 @@
 //       16      8  bytes of the record area, a power of two
 //       24      8  bytes of the site area
 //       32     32  process name, filled up with zeros
-//       64     32  anchor taken when the process began to trace
+//       64     32  anchor of the time when the process began to trace
 //       96      4  CRC-32C of the 96 bytes before it
 //      128      8  head: position after the last whole record
 //      136      8  bytes used in the site area
-//      192     64  two later anchors, written in turn
-//     4096      .  site area: one Site record behind the other, never changed once it is there
-//     4096+s    .  record area: a record at position p stands at p modulo its size and may run over the end
+//      192     64  two later anchors, written alternately
+//     4096      .  site area: contiguous site records, never changed after they are written
+//     4096+s    .  record area: the record at position p is at p modulo the area's size and may wrap at its
+//     end
 //
-// Positions count bytes since the first record and never wrap. A record begins with its own position, so that
-// a reader finds the first record that is still whole; what lies behind `head` was under way when the writer
-// stopped and is no record. Only the writing process changes anything, by a single thread.
+// Positions count bytes since the first record and never wrap. Each record begins with its own position, so
+// that a reader finds the first record that is not overwritten. Bytes behind `head` belong to a record that
+// the writer had not finished and are ignored. Only one thread of the writing process changes the file.
 #pragma once
 
 #include <cstddef>
@@ -32,18 +33,18 @@ inline constexpr std::size_t kPageBytes = 4096;
 inline constexpr std::size_t kSiteAreaBytes = 64 * 1024;
 inline constexpr std::size_t kMinRingBytes = 16 * 1024;
 inline constexpr std::size_t kMaxRingBytes = std::size_t{1} << 30;
-/// A record is a multiple of 8 bytes and no longer than this; values that do not fit are cut.
+/// A record is a multiple of 8 bytes and not longer than this; values that do not fit are truncated.
 inline constexpr std::size_t kMaxRecordBytes = 2048;
 inline constexpr std::size_t kRecordAlignment = 8;
-/// The site of a record whose site found no room.
+/// The site of a record whose site did not fit the site area.
 inline constexpr std::uint32_t kNoSite = 0xffffffff;
 
-/// The same moment on three clocks. Two anchors give the length of a tick.
+/// One point in time on three clocks. Two anchors give the length of a tick.
 struct Anchor {
-  std::uint64_t ticks;      ///< of the clock that stamps records
+  std::uint64_t ticks;      ///< Braid::ticks(), the clock of records
   std::uint64_t monotonic;  ///< CLOCK_MONOTONIC_RAW in nanoseconds, the same for all processes
   std::uint64_t wall;       ///< CLOCK_REALTIME in nanoseconds
-  std::uint64_t check;      ///< anchorCheck of the three before it
+  std::uint64_t check;      ///< expectedCheck() of the three above
 
   constexpr std::uint64_t expectedCheck() const { return ~(ticks ^ (monotonic << 1) ^ (wall << 2)); }
 };
@@ -66,10 +67,10 @@ struct Header {
 static_assert(offsetof(Header, checksum) == 96 && offsetof(Header, head) == 128 &&
               offsetof(Header, later) == 192);
 
-/// One place in the code that traces. Followed by source, function and format, filled up to 8 bytes.
-/// Its number is its offset in the site area divided by 8, plus one.
+/// One trace site. Followed by source, function and format, padded to 8 bytes. Its number is its offset in
+/// the site area divided by 8, plus one.
 struct SiteHeader {
-  std::uint32_t checksum;  ///< CRC-32C of what follows, the texts included
+  std::uint32_t checksum;  ///< CRC-32C of the rest of the site, texts included
   std::uint32_t line;
   std::uint16_t sourceBytes;
   std::uint16_t functionBytes;
@@ -83,7 +84,7 @@ struct RecordHeader {
   std::uint64_t position;
   std::uint64_t ticks;
   std::uint32_t site;
-  std::uint16_t bytes;       ///< of the whole record, filled up to 8
+  std::uint16_t bytes;       ///< of the whole record, padded to 8
   std::uint16_t valueBytes;  ///< of the values with their lengths
 };
 static_assert(sizeof(RecordHeader) == 24);

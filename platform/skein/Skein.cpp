@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kPrivateRingBytes = 64 * 1024;
 
-Braid::Ring* leftByParent = nullptr;  // in a child: the parent's ring, until the child's own has its sites
+Braid::Ring* leftByParent = nullptr;  // in a child process: the parent's ring, until its sites are copied
 
 }  // namespace
 
@@ -19,7 +19,7 @@ constinit Braid::Ring* Message::current_ = nullptr;
 
 Braid::Ring* Message::ringAtFirst() noexcept {
   static const bool forksFollowed = [] {
-    // The mapping is shared with the parent, and a ring has one writer.
+    // The child shares the mapping with its parent, and a ring has one writer.
     const auto inChild = [] {
       if (current_ != nullptr) leftByParent = std::exchange(current_, nullptr);
     };
@@ -28,7 +28,7 @@ Braid::Ring* Message::ringAtFirst() noexcept {
   try {
     current_ = forksFollowed ? Braid::Ring::makePrivate(kPrivateRingBytes).release() : nullptr;
   } catch (const std::exception&) {
-    return nullptr;  // tracing must not stop what it traces: this message is lost, the next tries again
+    return nullptr;  // tracing must not stop its caller: this message is lost, the next one tries again
   }
   if (leftByParent != nullptr) {
     current_->takeSites(*leftByParent);

@@ -1,12 +1,11 @@
-// Fast trace: always on, cheap enough to stand in every entry point. Each message goes as a record into a
-// ring in a mapped file (RingFormat.h) that can be read while the process runs and after it has died
-// (TraceReader.h).
+// Fast trace: always on, cheap enough for every entry point. Each message is a record in a ring in a mapped
+// file (RingFormat.h), which can be read while the process runs and after it has ended (TraceReader.h).
 //
 //   static constinit const Skein::Site site{"./P4RuntimePlugin/VrfSm", 24, "handleEntry", "add vrf %s"};
 //   Skein::message(site, entry->vrf);
 //
-// Thread safety: one thread of a process traces. A message neither allocates nor locks nor throws; after a
-// fork the child goes on in a ring of its own.
+// Thread safety: one thread of a process traces. A message neither allocates nor locks nor throws. After a
+// fork the child traces into a ring of its own.
 #pragma once
 
 #include <atomic>
@@ -25,8 +24,8 @@
 
 namespace Skein {
 
-/// One place in the code that traces. It has to be static; its texts are copied into the ring at its first
-/// message, so the library that holds it may be unloaded. Every value in the format is a "%s".
+/// One place in the code that traces; must be static. Its texts are copied into the ring at its first
+/// message, so the library that contains it may be unloaded. Every value in the format is a "%s".
 class Site {
  public:
   constexpr Site(std::string_view source, std::uint32_t line, std::string_view function,
@@ -48,13 +47,13 @@ class Site {
   mutable std::atomic<std::uint32_t> number_{0};
 };
 
-/// Lets all messages from now on go to a ring of `bytes` in the file `path`, together with those made so far,
-/// as far as it has room for them. Errors as for Braid::Ring::makeFile; the ring in use stays in use then.
-/// Before the first call messages go to a small ring in memory.
+/// Sends all further messages to a ring of `bytes` in the file `path`, and copies earlier ones into it as far
+/// as there is room. Errors as for Braid::Ring::makeFile; the current ring then stays in use. Before the
+/// first call messages go to a small ring in memory.
 void ringIs(const std::string& path, std::size_t bytes);
 
-/// A message being written into its record. Types of other floors join in by a function
-/// `void traceText(Skein::Message&, const Type&)` beside them, which calls put().
+/// A message that is being written. A type can be traced if there is a function
+/// `void traceText(Skein::Message&, const Type&)` in its namespace, which calls put().
 class Message {
  public:
   explicit Message(const Site& site) noexcept : ring_(ring()) {
@@ -69,7 +68,7 @@ class Message {
     if (ring_ == nullptr) return;
     const auto used = static_cast<std::size_t>(at_ - begin_);
     const std::size_t bytes = Braid::alignedBytes(used);
-    // Made in its place: a copy of one made aside would wait for the stores that made it.
+    // Constructed in place: copying a temporary would wait for the stores that built it.
     new (begin_) Braid::RecordHeader{ring_->head(), ticks_, site_, static_cast<std::uint16_t>(bytes),
                                      static_cast<std::uint16_t>(used - sizeof(Braid::RecordHeader))};
     ring_->publish(bytes, ticks_);
@@ -77,7 +76,7 @@ class Message {
   Message(const Message&) = delete;
   Message& operator=(const Message&) = delete;
 
-  /// Adds one value; cut at the end of the room there is.
+  /// Adds one value, truncated if the record is full.
   template <class Value>
   void value(const Value& value) noexcept {
     if (end_ - at_ < 2) return;
@@ -88,7 +87,7 @@ class Message {
     std::memcpy(length, &bytes, sizeof bytes);
   }
 
-  /// Adds to the text of the value being written.
+  /// Appends to the text of the current value.
   void put(std::string_view text) noexcept {
     const auto left = static_cast<std::size_t>(end_ - at_);
     const std::size_t bytes = text.size() < left ? text.size() : left;
@@ -101,7 +100,7 @@ class Message {
   }
 
  private:
-  // Most values are short, and two copies of fixed size cost less than one call.
+  // Most values are short: two copies of fixed size cost less than a call.
   static void copyShort(char* to, const char* from, std::size_t bytes) noexcept {
     if (bytes > 16) {
       std::memcpy(to, from, bytes);
@@ -129,7 +128,7 @@ class Message {
   static Braid::Ring* ringAtFirst() noexcept;
   friend void ringIs(const std::string& path, std::size_t bytes);
 
-  static constinit Braid::Ring* current_;  // owned by the process to its end
+  static constinit Braid::Ring* current_;  // owned; never destroyed
 
   Braid::Ring* ring_;
   char* begin_ = nullptr;

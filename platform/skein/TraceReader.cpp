@@ -25,9 +25,10 @@ using Braid::Header;
 using Braid::RecordHeader;
 using Braid::SiteHeader;
 
-// What the writer may have overwritten beyond the head that it has published: the record under way, and as
-// much again for processors that let the stores of the next one overtake the publishing store.
-constexpr std::uint64_t kUnderWay = 2 * Braid::kMaxRecordBytes;
+// Bytes that the writer may have overwritten beyond the head that it has published: the record in progress,
+// and as much again for processors that may make the stores of the next record visible before the published
+// head.
+constexpr std::uint64_t kInProgress = 2 * Braid::kMaxRecordBytes;
 constexpr std::uint64_t kMaxHead = std::uint64_t{1} << 62;  // beyond any writer's life
 
 class RingFile {
@@ -98,8 +99,8 @@ class Clock {
   const Braid::Anchor& last() const { return last_; }
 
  private:
-  static constexpr double kMaxRate = 1000.0;      // nanoseconds: no counter is slower than a megahertz
-  static constexpr double kMaxDistance = 9.0e15;  // ticks: their product still fits 64 bits
+  static constexpr double kMaxRate = 1000.0;      // nanoseconds: every counter has at least 1 MHz
+  static constexpr double kMaxDistance = 9.0e15;  // ticks: the product fits 64 bits
   Braid::Anchor last_;
   double rate_ = 0;
 };
@@ -119,7 +120,8 @@ class Sites {
 
  private:
   TraceSite decoded(std::uint32_t number) const {
-    const std::size_t at = (std::size_t{number} - 1) * Braid::kRecordAlignment;  // number 0: beyond the area
+    const std::size_t at =
+        (std::size_t{number} - 1) * Braid::kRecordAlignment;  // number 0 is beyond the area
     if (at > area_.size() || area_.size() - at < sizeof(SiteHeader)) return {};
     SiteHeader header;
     std::memcpy(&header, area_.data() + at, sizeof header);
@@ -143,7 +145,7 @@ class Sites {
   std::map<std::uint32_t, std::shared_ptr<const TraceSite>> known_;
 };
 
-/// The values of a record, or false when their lengths do not add up.
+/// Decodes the values of a record; false if their lengths do not add up.
 bool decodeValues(std::string_view bytes, std::vector<std::string>& values) {
   while (!bytes.empty()) {
     std::uint16_t length = 0;
@@ -201,11 +203,11 @@ std::vector<TraceRecord> readTrace(const std::string& path) {
   const Header before = file.header();
   file.check(before);
   const std::uint64_t size = before.ringBytes;
-  // With the beginning again behind the end, since records run over it.
+  // The beginning is repeated behind the end, because records may wrap.
   std::vector<char> area(size + Braid::kMaxRecordBytes);
   file.read(area.data(), size, Braid::kPageBytes + before.siteBytes);
   std::memcpy(area.data() + size, area.data(), Braid::kMaxRecordBytes);
-  const Header after = file.header();  // read after the records: what was overwritten meanwhile is left out
+  const Header after = file.header();  // read after the records, to skip those overwritten meanwhile
   if (before.head % Braid::kRecordAlignment != 0 || after.head < before.head || after.head > kMaxHead) {
     file.damaged("head out of order");
   }
@@ -217,7 +219,7 @@ std::vector<TraceRecord> readTrace(const std::string& path) {
 
   std::vector<TraceRecord> records;
   std::uint64_t latest = 0;
-  const std::uint64_t overwritten = after.head + kUnderWay;
+  const std::uint64_t overwritten = after.head + kInProgress;
   std::uint64_t position = overwritten > size ? overwritten - size : 0;
   while (position < before.head && before.head - position >= sizeof(RecordHeader)) {
     const char* const at = area.data() + (position & (size - 1));
@@ -226,7 +228,7 @@ std::vector<TraceRecord> readTrace(const std::string& path) {
     std::vector<std::string> values;
     if (!plausible(header, position, before.head) ||
         !decodeValues({at + sizeof header, header.valueBytes}, values)) {
-      position += Braid::kRecordAlignment;  // the middle of an older record
+      position += Braid::kRecordAlignment;  // inside an older record
       continue;
     }
     const std::int64_t distance = clock.fromLast(header.ticks);

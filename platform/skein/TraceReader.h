@@ -1,4 +1,4 @@
-// Decodes trace rings (RingFormat.h). Needs nothing but the file: the writer may be running, ended or killed.
+// Decodes trace rings (RingFormat.h). Needs only the file: the writer may be running, ended or killed.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace Skein {
 
-/// Where messages come from: the texts of a Site.
+/// The texts of a Site.
 struct TraceSite {
   std::string source;
   std::uint32_t line = 0;
@@ -23,23 +23,23 @@ struct TraceProcess {
 };
 
 struct TraceRecord {
-  std::uint64_t monotonic;  ///< nanoseconds, by a clock that all processes since boot have in common
-  std::uint64_t wall;  ///< nanoseconds since 1970, by the clock as it was set when the process last traced
+  std::uint64_t monotonic;  ///< nanoseconds of a clock that all processes since boot share
+  std::uint64_t wall;       ///< nanoseconds since 1970, by the wall clock at the time of the last anchor
   std::shared_ptr<const TraceProcess> process;
   std::shared_ptr<const TraceSite> site;  ///< with empty texts for a record whose site is not readable
   std::vector<std::string> values;
 
-  /// The format with its values. Values that the format has no place for follow it; bytes that are no
+  /// The format with its values. Values for which the format has no place follow it; bytes other than
   /// printable ASCII are written as "\xNN".
   std::string text() const;
 };
 
-/// The whole records of one ring file, oldest first. Nothing in the file is trusted: records that cannot have
-/// been written are left out. Throws Cairn::SystemException for a file that cannot be read (a symbolic link
-/// among them), Cairn::CorruptionDetectedException for one that is no trace ring.
+/// The complete records of one ring file, oldest first. Nothing in the file is trusted: records that no
+/// writer can have written are skipped. Throws Cairn::SystemException for a file that cannot be read (or is a
+/// symbolic link), Cairn::CorruptionDetectedException for a file that is not an intact trace ring.
 std::vector<TraceRecord> readTrace(const std::string& path);
 
-/// The records of several files merged by time. Records of one file keep their order.
+/// The records of several files, merged by time. Records of one file keep their order.
 std::vector<TraceRecord> readTraces(std::span<const std::string> paths);
 
 }  // namespace Skein
