@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-#include "quill/TypeName.h"
+#include "quill/TypeNode.h"
 
 namespace Quill {
 

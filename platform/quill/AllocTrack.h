@@ -19,7 +19,7 @@ class AllocTrackTypeInfo {
   static void trackAllocation(AllocTrackTypeInfo& record, const std::type_info& type, std::size_t size);
   static void trackDeallocation(AllocTrackTypeInfo& record) noexcept;
 
-  /// Live objects over all classes; tests end by checking that it is back where it was.
+  /// Live objects of all classes; tests check at their end that it has its earlier value.
   static std::int64_t liveTotal();
 
   std::int64_t live() const noexcept;

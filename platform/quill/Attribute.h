@@ -4,13 +4,14 @@
 
 namespace Quill {
 
-/// Sets one attribute of `object`: nothing when the value is unchanged; otherwise the new value is stored,
-/// the old one released, and `onChange` called on every reactor.
+/// Sets one attribute of `object`: no effect if the value is unchanged; otherwise stores the new value,
+/// releases the old one and calls `onChange` on every reactor.
 template <class Notifiee, class Value>
 void attributeIs(const PtrInterface& object, Value& attribute, const Value& value,
                  void (Notifiee::*onChange)()) {
   if (attribute == value) return;
-  const Ptr<const PtrInterface> keep(&object);  // what is released may hold the object's last reference
+  const Ptr<const PtrInterface> keep(
+      &object);  // the released value may hold the last reference to the object
   attribute = value;
   object.notify<Notifiee>([onChange](Notifiee& reactor) { (reactor.*onChange)(); });
 }

@@ -1,12 +1,12 @@
-// What every class of the framework has by its own name: memory that is tracked, and its type descriptor.
+// The members that every class of the framework has of its own: tracked memory and a type descriptor.
 #pragma once
 
 #include "quill/PtrInterface.h"
 
 namespace Quill {
 
-/// `Derived`, a class over `Base` whose objects are made by `allocate`: its record of live objects and the
-/// operator delete that goes with it.
+/// The base of `Derived`, a class over `Base` whose objects are created by `allocate`: its record of live
+/// objects and the matching operator delete.
 template <class Derived, class Base>
 class Counted : public Base {
  public:

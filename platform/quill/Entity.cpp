@@ -6,7 +6,7 @@ namespace Quill {
 
 namespace {
 
-// A plain entity is no directory, so it has nothing under any name.
+// A plain entity is not a directory: it contains no entities.
 GenericValue noEntity(const PtrInterface&, GenericArguments) { return Ptr<PtrInterface>(); }
 
 GenericValue parentOf(const PtrInterface& object, GenericArguments) {

@@ -4,12 +4,12 @@ namespace Quill {
 
 namespace {
 
-struct Offer {
-  bool made;
-  const char* what;  // in the complaint when it is not
+struct Support {
+  bool given;
+  const char* what;  // for the message if it is not supported
 };
 
-Offer offer(const Member& member, GenericOp op) {
+Support support(const Member& member, GenericOp op) {
   switch (op) {
     case GenericOp::get:
       return {member.get != nullptr, "read"};
@@ -27,13 +27,13 @@ Offer offer(const Member& member, GenericOp op) {
   return {member.iterator != nullptr, "walked"};
 }
 
-/// The member `name` of the object's type, which must offer `op`.
+/// The member `name` of the object's type, which must support `op`.
 const Member& memberWith(const PtrInterface& object, GenericOp op, std::string_view name) {
   const TypeNode& type = *object.fwkType();
   const std::string typeText(type.name);
   const Member* const member = type.member(name);
   if (member == nullptr) throw GenericIfException(typeText + " has no member \"" + std::string(name) + "\"");
-  if (const auto [made, what] = offer(*member, op); !made) {
+  if (const auto [given, what] = support(*member, op); !given) {
     throw GenericIfException(typeText + ": member \"" + std::string(name) + "\" cannot be " + what);
   }
   return *member;
@@ -63,7 +63,7 @@ GenericIfException::~GenericIfException() = default;
 
 GenericValue genericIfAttributeOp(const Ptr<PtrInterface>& object, GenericOp op, std::string_view member,
                                   GenericArguments arguments) {
-  const Ptr<PtrInterface> held = object;  // what is called may drop the caller's pointer
+  const Ptr<PtrInterface> held = object;  // the call may drop the caller's pointer
   const Member& found = memberWith(*held, op, member);
   try {
     return apply(found, op, *held, arguments);
@@ -84,7 +84,7 @@ void argumentCountMismatch(std::size_t expected, std::size_t came) {
                            std::to_string(came));
 }
 
-void walkIsOver() { throw GenericIfException("the walk stands on no element"); }
+void throwNoElement() { throw GenericIfException("the iterator has no current element"); }
 
 const PtrInterface* objectIn(const GenericValue& value, bool mayBeConst, bool& held) {
   held = true;

@@ -1,5 +1,5 @@
-// The generic interface from both ends: objects read, set and called by member name, and the pieces from
-// which a class builds its member table.
+// Both sides of the generic interface: access to objects by member name, and the parts from which a class
+// builds its member table.
 #pragma once
 
 #include <memory>
@@ -9,30 +9,30 @@
 #include <utility>
 
 #include "cairn/Exception.h"
-#include "quill/TypeName.h"
 #include "quill/TypeNode.h"
 
 namespace Quill {
 
-/// A member that is not there or does not offer what was asked, or arguments that do not fit; the text says
-/// what was expected and what came.
+/// A missing member, an operation that the member does not support, or arguments that do not fit; the text
+/// says what was expected and what was given.
 class GenericIfException : public Cairn::Exception {
  public:
   using Exception::Exception;
   ~GenericIfException() override;
 };
 
-/// What can be done with a member by its name.
+/// The operations on members.
 enum class GenericOp { get, set, del, call, count, iterator };
 
-/// Does `op` with the member `member` of `object`, by the member table of its type. `arguments` are those of
-/// a call, the values to set, or the key. Returns what was read or called for, a count as std::size_t, a walk
-/// as std::shared_ptr<GenericIterator>, else nothing. Throws GenericIfException when the member is missing,
-/// does not offer `op` or refuses the arguments; what the member itself throws passes on.
+/// Performs `op` on the member `member` of `object`, found in the member table of its type. `arguments` are
+/// those of a call, the values to set, or the key. Returns the value read or returned, a count as
+/// std::size_t, an iterator as std::shared_ptr<GenericIterator>, else an empty value. Throws
+/// GenericIfException if the member is missing, does not support `op` or refuses the arguments; exceptions of
+/// the member itself propagate.
 GenericValue genericIfAttributeOp(const Ptr<PtrInterface>& object, GenericOp op, std::string_view member,
                                   GenericArguments arguments = {});
 
-/// An object reached through its type descriptor; each call is a genericIfAttributeOp.
+/// An object accessed through its type descriptor; each call is a genericIfAttributeOp.
 class GenericIf {
  public:
   explicit GenericIf(Ptr<PtrInterface> object) : object_(std::move(object)) {}
@@ -68,7 +68,7 @@ namespace detail {
 [[noreturn]] void argumentMismatch(std::size_t index, const std::string& expected,
                                    const std::type_info& came);
 [[noreturn]] void argumentCountMismatch(std::size_t expected, std::size_t came);
-[[noreturn]] void walkIsOver();
+[[noreturn]] void throwNoElement();
 
 template <class T>
 struct IsPtr : std::false_type {};
@@ -77,12 +77,12 @@ struct IsPtr<Ptr<T>> : std::true_type {
   using Object = T;
 };
 
-/// The object in `value` as a const PtrInterface; `held` is false when the value holds no pointer.
+/// The object in `value` as a const PtrInterface; `held` is false if the value contains no pointer.
 const PtrInterface* objectIn(const GenericValue& value, bool mayBeConst, bool& held);
 
 }  // namespace detail
 
-/// A C++ value as a generic one.
+/// A C++ value as a generic value.
 template <class T>
 GenericValue genericValue(const T& value) {
   if constexpr (detail::IsPtr<T>::value) {
@@ -114,7 +114,7 @@ T genericArgument(GenericArguments arguments, std::size_t index) {
   }
 }
 
-/// The object as the class whose member is called.
+/// The object as the class that has the member.
 template <class Object>
 const Object& genericObject(const PtrInterface& object) {
   return dynamic_cast<const Object&>(object);
@@ -167,7 +167,7 @@ struct MethodTraits<Result (Class::*)() const noexcept> {
 
 }  // namespace detail
 
-// What a member table holds for a plain getter, setter or operation.
+// The functions of a member table for a plain getter, setter or operation.
 
 /// Reads by a getter.
 template <auto Getter>
@@ -177,7 +177,7 @@ GenericValue genericGet(const PtrInterface& object, GenericArguments) {
       (genericObject<Object>(object).*Getter)());
 }
 
-/// Calls a method with the arguments unpacked and returns its result.
+/// Unpacks the arguments, calls a method and returns its result.
 template <auto Method>
 GenericValue genericInvoke(PtrInterface& object, GenericArguments arguments) {
   return detail::MethodTraits<decltype(Method)>::apply(Method, object, arguments);
@@ -189,7 +189,8 @@ void genericChange(PtrInterface& object, GenericArguments arguments) {
   genericInvoke<Method>(object, arguments);
 }
 
-/// A walk over a collection of `object` by an iterator that offers nonNull, key, value, next and del.
+/// A generic iterator over a collection of `object`, made from an iterator with nonNull, key, value, next and
+/// del.
 template <class Iterator>
 std::shared_ptr<GenericIterator> genericIterator(PtrInterface& object, Iterator iterator) {
   class Walk final : public GenericIterator {
@@ -203,7 +204,7 @@ std::shared_ptr<GenericIterator> genericIterator(PtrInterface& object, Iterator 
 
    private:
     Iterator here() const {
-      if (!at_.nonNull()) detail::walkIsOver();
+      if (!at_.nonNull()) detail::throwNoElement();
       return at_;
     }
 

@@ -11,9 +11,9 @@ namespace Quill {
 /// A hash map of nodes. `Node` is a movable aggregate of `Key key` and `Value value` that names both types
 /// and offers `static std::uint32_t hash(const Key&)`; keys are compared with ==.
 ///
-/// Nodes stand in one array and are chained by position, so that an iterator stays good whatever is added or
-/// removed, and a removed node's place is used again without an allocation. References to values hold until
-/// the next addition.
+/// Nodes are stored in one array and chained by position, so that iterators stay valid when nodes are added
+/// or removed, and the place of a removed node is reused without an allocation. References to values are
+/// valid until the next addition.
 template <class Node>
 class HashMap2018 {
  public:
@@ -22,13 +22,13 @@ class HashMap2018 {
 
   class Iterator {
    public:
-    /// False once the walk is over or the node it stood on has been removed.
+    /// False at the end, and after the current node has been removed.
     bool nonNull() const { return at_ < map_->slots_.size() && map_->slots_[at_].node.has_value(); }
     explicit operator bool() const { return nonNull(); }
     const Key& key() const { return map_->slots_[at_].node->key; }
     Value& value() const { return map_->slots_[at_].node->value; }
     void next() { at_ = map_->occupiedFrom(at_ + 1); }
-    /// Removes the node and stays where it stood; next() goes on.
+    /// Removes the current node; next() continues with the one after it.
     void del() { map_->del(Key(key())); }
 
    private:
@@ -47,7 +47,7 @@ class HashMap2018 {
   }
   Value* find(const Key& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
 
-  /// Adds the node, or overwrites the value of the one with the same key.
+  /// Adds the node, or replaces the value of the node with the same key.
   void set(const Key& key, Value value) {
     if (Value* present = find(key)) {
       *present = std::move(value);
@@ -60,7 +60,7 @@ class HashMap2018 {
     ++size_;
   }
 
-  /// False when there was no such node.
+  /// False if there is no such node.
   bool del(const Key& key) {
     if (buckets_.empty()) return false;
     for (std::uint32_t* link = &buckets_[bucketOf(key)]; *link != kNone; link = &slots_[*link].next) {
@@ -102,7 +102,8 @@ class HashMap2018 {
   };
 
   std::size_t bucketOf(const Key& key) const {
-    // Fibonacci mixing: buckets are a power of two, and a key's hash may vary in its upper bits alone.
+    // Fibonacci mixing: the number of buckets is a power of two, and hashes may differ in their upper bits
+    // only.
     const std::uint64_t mixed = std::uint64_t{Node::hash(key)} * 0x9e3779b97f4a7c15u;
     return static_cast<std::size_t>(mixed >> 32) & (buckets_.size() - 1);
   }

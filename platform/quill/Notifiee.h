@@ -1,5 +1,5 @@
-// The base of every reactor. A reactor follows one notifier; to be called it must be registered in the
-// notifier's list and active, and the notifier must be active too.
+// The base of every reactor. A reactor follows one notifier. It is called only while it is registered in the
+// notifier's list and active, and the notifier is active as well.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace Quill {
 
 class EventLoop;
 
-/// One call on its way to a reactor.
+/// One call that is being delivered to a reactor.
 class Notification {
  public:
   template <class Call>
@@ -28,7 +28,7 @@ class Notification {
 
 class NotifieeConst : public PtrInterface {
  public:
-  /// Whether the reactor keeps its notifier alive. One that does not is told by onZeroReferences.
+  /// Whether the reactor keeps its notifier alive. An uncounted reactor is notified by onZeroReferences.
   enum class Hold { counted, uncounted };
 
   explicit NotifieeConst(Hold hold = Hold::counted) noexcept : hold_(hold) {}
@@ -37,20 +37,20 @@ class NotifieeConst : public PtrInterface {
 
   // Virtual operations, in slot order after those of PtrInterface.
 
-  /// The reactor itself, behind a forwarding one too.
+  /// The reactor itself, or the one that it forwards to.
   virtual NotifieeConst* quillReactor();
   virtual void isRegisteredNotifieeIs(bool registered);
   /// Points the reactor at another notifier; a registered reactor moves from the old list to the new one.
   virtual void notifierIs(const Ptr<const PtrInterface>& notifier);
-  /// Makes one call; an exception out of it goes to onNotificationException and no further.
+  /// Makes one call. An exception of the call is passed to onNotificationException and does not propagate.
   virtual void handleNotification(const Notification& notification);
   /// Writes one line to standard error by default, so that the other reactors are still called.
   virtual void onNotificationException(const std::exception& exception);
-  /// The notifier of an uncounted reactor is about to go; afterwards the reactor has none.
+  /// The notifier of an uncounted reactor is about to be destroyed; the reactor has none afterwards.
   virtual void onZeroReferences();
-  /// The event loop that the reactor's calls come from; null when they come from the notifying call itself.
+  /// The event loop that calls the reactor; null if the notifying call does so itself.
   virtual EventLoop* quillFwkActivity();
-  /// The object on whose behalf the reactor acts; null when it stands for itself.
+  /// The object on whose behalf the reactor acts, or null.
   virtual PtrInterface* actsm();
 
   static const TypeNode _quillType;
@@ -68,7 +68,7 @@ class NotifieeConst : public PtrInterface {
   friend class PtrInterface;
   void notifierGone() noexcept;
 
-  const PtrInterface* notifier_ = nullptr;  // counted when hold_ says so
+  const PtrInterface* notifier_ = nullptr;  // counted according to hold_
   Hold hold_;
   bool registered_ = false;
 };

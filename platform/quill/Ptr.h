@@ -1,5 +1,5 @@
-// The counted pointer of the object framework. The count is in the object (PtrInterface); copies of a Ptr are
-// one count each. Counts change atomically only while PtrInterface::threadSafePtrs() is on.
+// The counted pointer of the object framework. The count is in the object (PtrInterface); each Ptr holds one
+// reference. Counts change atomically only while PtrInterface::threadSafePtrs() is on.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ class Ptr {
   Ptr() noexcept = default;
   Ptr(std::nullptr_t) noexcept {}
   explicit Ptr(T* object) noexcept : object_(object) { take(); }
-  /// Takes over a count that is already held, such as the one an object is born with.
+  /// Takes ownership of a reference that is already counted, such as the first one of a new object.
   Ptr(T* object, Adopt) noexcept : object_(object) {}
   Ptr(const Ptr& other) noexcept : object_(other.object_) { take(); }
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
@@ -42,14 +42,14 @@ class Ptr {
 
   T* get() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }
-  /// An assertion failure (Cairn::AssertionException) when null.
+  /// Cairn::AssertionException if null.
   T& operator*() const {
     Cairn::require(object_ != nullptr, "null pointer", "Quill::Ptr");
     return *object_;
   }
   T* operator->() const { return &**this; }
 
-  /// Gives the count to the caller; this pointer becomes null.
+  /// Passes the reference to the caller; this pointer becomes null.
   T* release() noexcept { return std::exchange(object_, nullptr); }
   void swap(Ptr& other) noexcept { std::swap(object_, other.object_); }
 
@@ -70,13 +70,13 @@ class Ptr {
   T* object_ = nullptr;
 };
 
-/// The object as a `T`, or null when it is none.
+/// The object as a `T`, or null if it is not one.
 template <class T, class U>
 Ptr<T> ptrCast(const Ptr<U>& pointer) {
   return Ptr<T>(dynamic_cast<T*>(pointer.get()));
 }
 
-/// The same object without `const`; for holders that own a const view and must call back into it.
+/// The same object without `const`, for owners of a const pointer that must call back into it.
 template <class T>
 Ptr<T> ptrConstCast(const Ptr<const T>& pointer) {
   return Ptr<T>(const_cast<T*>(pointer.get()));

@@ -1,5 +1,5 @@
-// The base of every counted object: its reference count, its notification flag, its deletion mark and the
-// list of reactors that follow it.
+// The base of every counted object: reference count, notification flag, deletion mark, and the list of its
+// reactors.
 #pragma once
 
 #include <atomic>
@@ -27,11 +27,11 @@ class PtrInterface {
 
   /// The reactors registered with this object, in order of registration.
   virtual NotifieeList& notifieeList() const;
-  /// An object whose flag is false, as at birth, calls no reactor; a reactor whose flag is false is not
+  /// An object whose flag is false, as it is at first, calls no reactor; a reactor whose flag is false is not
   /// called.
   virtual void hasNotificationActiveIs(bool active);
-  /// Called with true when the last reference has gone: tells the reactors that hold no reference, then
-  /// destroys the object.
+  /// Called with true when the last reference has been dropped: notifies the reactors that hold no reference,
+  /// then destroys the object.
   virtual void zeroReferencesIs(bool zero);
   /// The class's type descriptor; that of its base for a class that has none of its own.
   virtual const TypeNode* fwkType() const;
@@ -41,7 +41,7 @@ class PtrInterface {
   bool quillMarkedForDeletion() const noexcept { return markedForDeletion_; }
   void quillMarkedForDeletionIs(bool marked) noexcept { markedForDeletion_ = marked; }
 
-  // Counting, used by Ptr. An object is born with one reference, which its creator adopts.
+  // Counting, used by Ptr. A new object has one reference, which its creator adopts.
   void referenceIs() const noexcept {
     if (threadSafePtrs_) {
       references_.fetch_add(1, std::memory_order_relaxed);
@@ -54,7 +54,7 @@ class PtrInterface {
   }
   std::uint32_t references() const noexcept { return references_.load(std::memory_order_relaxed); }
 
-  /// The process-wide switch for atomic counting. To be set before a second thread holds counted pointers.
+  /// The process-wide switch for atomic counting. Must be set before a second thread holds counted pointers.
   static void threadSafePtrsIs(bool on) noexcept { threadSafePtrs_ = on; }
   static bool threadSafePtrs() noexcept { return threadSafePtrs_; }
 
@@ -63,8 +63,8 @@ class PtrInterface {
   static void* quillMemAlloc(std::size_t size) { return ::operator new(size); }
   static void quillMemFree(void* memory) noexcept { ::operator delete(memory); }
 
-  /// Calls `call` with each registered, active reactor as a `Notifiee`. Safe against reactors that add or
-  /// remove themselves or others, and against the loss of this object's last reference on the way.
+  /// Calls `call` with each registered, active reactor as a `Notifiee`. During a call, reactors may add and
+  /// remove themselves and others, and the last reference to this object may be dropped.
   template <class Notifiee, class Call>
   void notify(const Call& call) const;
 
@@ -80,9 +80,9 @@ class PtrInterface {
   }
 
   inline static bool threadSafePtrs_ = false;
-  // The count from the moment the last reference has gone. Nobody holds these references: with them, those
-  // that reactors and notify() take and drop while the object ends (its destructor may still notify) cannot
-  // bring the count to 0 and end it a second time.
+  // The count once the last reference has been dropped. While the object is destroyed, its reactors and
+  // notify() may still take and drop references; from this count they cannot reach 0 and destroy it a second
+  // time.
   static constexpr std::uint32_t kEndingReferences = 1u << 30;
 
   mutable std::atomic<std::uint32_t> references_{1};
@@ -91,8 +91,8 @@ class PtrInterface {
   mutable NotifieeList notifiees_;
 };
 
-/// Creates a `T` with tracked memory, takes its first reference and switches its notifications on. When the
-/// constructor throws, the memory and the record of it are gone before the exception passes on.
+/// Creates a `T` with tracked memory, takes its first reference and switches its notifications on. If the
+/// constructor throws, memory and record are released before the exception propagates.
 template <class T, class... Arguments>
 Ptr<T> allocate(Arguments&&... arguments) {
   AllocTrackTypeInfo::trackAllocation(T::quillAllocTrackTypeInfo_, typeid(T), sizeof(T));

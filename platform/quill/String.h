@@ -7,7 +7,7 @@ namespace Quill {
 
 using String = std::string;
 
-/// The name of an entity: a string that is not mixed up with other strings.
+/// The name of an entity: a type of its own, so that it is not confused with other strings.
 class Name {
  public:
   Name() = default;

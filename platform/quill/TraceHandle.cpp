@@ -10,7 +10,7 @@ namespace Quill {
 namespace {
 
 struct Registry {
-  std::map<std::string, std::uint32_t, std::less<>> levels;  // by handle name; "*" stands for all
+  std::map<std::string, std::uint32_t, std::less<>> levels;  // by handle name; "*" means all
   std::vector<std::pair<const std::string*, std::atomic<std::uint32_t>*>> handles;
   TraceHandle::Sink sink;
 
@@ -21,7 +21,7 @@ struct Registry {
   }
 };
 
-// Never destroyed: handles are function-local statics of several libraries.
+// Never destroyed: handles of other libraries may be destroyed later.
 Registry& registry() {
   static auto* const all = new Registry;
   return *all;

@@ -9,10 +9,11 @@
 
 namespace Quill {
 
-/// A named source of trace lines with levels 0 to 31, each on or off. All are off until switched on; settings
-/// made before a handle of that name exists hold for it too.
+/// A named source of trace lines with levels 0 to 31, each on or off, at first off. Settings apply to handles
+/// that are created later, too.
 ///
-/// Thread safety: enabled() from any thread; all else, making and destroying handles included, from one.
+/// Thread safety: enabled() may be called on any thread; all else, construction and destruction included, on
+/// one.
 class TraceHandle {
  public:
   explicit TraceHandle(std::string_view name);
@@ -33,8 +34,8 @@ class TraceHandle {
     std::string_view function;
     std::string_view text;
   };
-  /// Hands one line to the sink, whatever the level's state; callers ask enabled() before they build the
-  /// text.
+  /// Passes one line to the sink, whether the level is on or off; callers check enabled() before they build
+  /// the text.
   void trace(int level, std::string_view source, int line, std::string_view function,
              std::string_view text) const;
 

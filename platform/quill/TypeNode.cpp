@@ -1,6 +1,9 @@
 #include "quill/TypeNode.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
+#include <cstdlib>
 
 namespace Quill {
 
@@ -18,6 +21,13 @@ std::vector<Registered>& registered() {
 }
 
 }  // namespace
+
+std::string typeName(const std::type_info& type) {
+  int status = 0;
+  const std::unique_ptr<char, void (*)(void*)> name(
+      abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
+  return status == 0 ? name.get() : type.name();
+}
 
 GenericIterator::~GenericIterator() = default;
 

@@ -6,7 +6,9 @@
 #include <functional>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
+#include <typeinfo>
 #include <vector>
 
 #include "quill/PtrInterface.h"
@@ -18,13 +20,16 @@ namespace Quill {
 class Entity;
 class GenericIf;
 
-/// A value of any type; what a member takes or gives is told by the member itself. Counted pointers travel as
-/// Ptr<PtrInterface> or Ptr<const PtrInterface>, all other values as they are.
+/// The name of a C++ type as in the source.
+std::string typeName(const std::type_info& type);
+
+/// A value of any type; each member determines the types that it takes and returns. Counted pointers are
+/// passed as Ptr<PtrInterface> or Ptr<const PtrInterface>, all other values as themselves.
 using GenericValue = std::any;
 using GenericArguments = std::span<const GenericValue>;
 
-/// A walk over a collection member; good whatever is added or removed meanwhile. Holds the object. key, value
-/// and del throw GenericIfException where nonNull is false.
+/// An iterator over a collection member; stays valid when elements are added or removed. Holds the object.
+/// key, value and del throw GenericIfException while nonNull is false.
 class GenericIterator {
  public:
   virtual ~GenericIterator();
@@ -32,11 +37,12 @@ class GenericIterator {
   virtual GenericValue key() const = 0;
   virtual GenericValue value() const = 0;
   virtual void next() = 0;
-  /// Removes the element and stays where it stood.
+  /// Removes the current element; next() continues with the one after it.
   virtual void del() = 0;
 };
 
-/// One member of a type, reached by name. A null function means that the member does not offer it.
+/// One member of a type, accessed by name. A null function means that the member does not support the
+/// operation.
 struct Member {
   enum class Kind { attribute, collection, operation };
 
@@ -51,14 +57,14 @@ struct Member {
   std::string_view type = {};  ///< of an attribute that is an object: that object's type name
 };
 
-/// Told the name of each attribute that changes.
+/// Called with the name of each attribute that changes.
 using GenericObserver = std::function<void(std::string_view attribute)>;
 
-/// The descriptor of one class, its static member `_quillType`: constant data in the library that has the
+/// The descriptor of one class, its static member `_quillType`: constant data in the library that defines the
 /// class.
 struct TypeNode {
   std::string_view name;            ///< fully qualified
-  std::span<const Member> members;  ///< the class's own; those of its base come before them
+  std::span<const Member> members;  ///< the class's own; inherited ones come first
   GenericIf (*genericIfFromCtorArgs)(GenericArguments arguments) = nullptr;
   Ptr<Entity> (*newEntityForDir)(const Name& name, const Ptr<Entity>& directory) = nullptr;
   const TypeNode* base = nullptr;  ///< the type whose members are inherited; not owned
