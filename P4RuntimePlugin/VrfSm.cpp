@@ -35,7 +35,7 @@ using Quill::GenericArguments;
 using Quill::GenericValue;
 using Quill::PtrInterface;
 
-/// The VRF as unsigned short; an empty value when there is no line for the key.
+/// The VRF as unsigned short; an empty value if there is no element for the key.
 GenericValue vrfIdGet(const PtrInterface& object, GenericArguments key) {
   return Quill::genericCall<L3IifTH3Key>(
       [&object](const L3IifTH3Key& line) {

@@ -11,42 +11,42 @@
 
 namespace P4Runtime {
 
-/// Under what the agent tracks one entry from its insertion to its deletion.
+/// Identifies one entry from its insertion to its deletion.
 using EntryHandle = std::uint64_t;
 
 /// The hardware's answer for one entry.
 struct BatchStatusEntry {
   EntryHandle entryHandle = 0;
-  std::uint16_t errorCode = 0;  ///< 0: programmed as asked; otherwise the hardware's own code
+  std::uint16_t errorCode = 0;  ///< 0: programmed as requested; otherwise the hardware's own code
   Quill::String errorMessage;
 
-  /// Replaces errorMessage by the text for the present errorCode; by "" for code 0.
+  /// Sets errorMessage to the text for the current errorCode; "" for code 0.
   void setErrorMessage();
 
   friend bool operator==(const BatchStatusEntry&, const BatchStatusEntry&) = default;
 };
 
-/// Completions on their way from the plugins to the agent: one for each handle, until the agent takes them.
-/// A plugin that adds one then writes eight bytes to the notification descriptor.
+/// Completions that the agent has not taken yet, one per handle. A plugin that adds one then writes eight
+/// bytes to the notification descriptor.
 class BatchStatus : public Quill::Typed<BatchStatus, Quill::PtrInterface> {
  public:
-  /// Cairn::SystemException when the descriptor cannot be made.
+  /// Cairn::SystemException if the descriptor cannot be created.
   BatchStatus();
   ~BatchStatus() override;
 
-  /// Adds the completion, or replaces that of the same handle.
+  /// Adds the completion, or replaces the one of the same handle.
   virtual void completedTransactionStatusIs(const BatchStatusEntry& entry);
-  /// The completion of that handle, or null; holds until the next change.
+  /// The completion of that handle, or null; valid until the next change.
   const BatchStatusEntry* completedTransactionStatus(EntryHandle handle) const;
   std::size_t completedTransactionStatusCount() const noexcept { return completedTransactionStatus_.size(); }
 
-  /// For the agent: takes every completion out, in no particular order.
+  /// For the agent: removes and returns all completions, in no particular order.
   std::vector<BatchStatusEntry> completedTransactionStatusDelAll();
 
   /// An event counter, non-blocking and owned by this object: readable once a plugin has written to it; a
   /// read of eight bytes clears it.
   int notificationDescriptor() const noexcept { return notificationDescriptor_.get(); }
-  /// For the agent: clears the descriptor. True when it had been written to.
+  /// For the agent: clears the descriptor. True if it had been written to.
   bool notificationTake() noexcept;
 
   static const Quill::TypeNode _quillType;

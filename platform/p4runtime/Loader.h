@@ -1,5 +1,5 @@
-// How plugin libraries make themselves known: at library load each registers one caller with a loader, and
-// the agent later runs all callers with the plugin context.
+// Registration of plugin libraries: when a library is loaded, it registers one caller with a loader; the
+// agent later runs all callers with the plugin context.
 #pragma once
 
 #include <memory>
@@ -12,7 +12,7 @@
 
 namespace Plugin {
 
-/// What the loader runs to start one plugin.
+/// Run by the loader to start one plugin.
 class LoaderInitCaller {
  public:
   virtual ~LoaderInitCaller();
@@ -29,20 +29,20 @@ class PluginInitCaller {
 
 namespace Impl {
 
-/// The registration record of a loader, in order of registration.
+/// The registrations of a loader, in order.
 class LoaderImpl {
  public:
   struct Registration {
     std::string plugin;              ///< the plugin's registration name
-    std::string loader;              ///< the name of the loader it came through
-    std::string version;             ///< free text, empty when the plugin says none
-    std::string description;         ///< free text, empty when the plugin says none
+    std::string loader;              ///< the name of the loader that it is registered with
+    std::string version;             ///< free text; may be empty
+    std::string description;         ///< free text; may be empty
     const LoaderInitCaller* caller;  ///< not owned
   };
 
   void registerPlugin(const std::string& plugin, const std::string& loader, const std::string& version,
                       const std::string& description, LoaderInitCaller* caller);
-  /// Takes out the registrations made through `caller`.
+  /// Removes the registrations of `caller`.
   void registrationDel(const LoaderInitCaller* caller);
   const std::vector<Registration>& registrations() const noexcept { return registrations_; }
 
@@ -52,8 +52,8 @@ class LoaderImpl {
 
 }  // namespace Impl
 
-/// The meeting point of one agent and its plugins. Owns the callers, each recorded under the registrant that
-/// was current when it came; they must be dropped before that library is unloaded.
+/// Connects one agent with its plugins. Owns the callers, each recorded under the registrant that was current
+/// when it was registered; they must be dropped before that library is unloaded.
 template <class Context>
 class Loader {
  public:
@@ -61,7 +61,7 @@ class Loader {
   Loader(const Loader&) = delete;
   Loader& operator=(const Loader&) = delete;
 
-  /// Runs a plugin's own caller with the context that the loader holds at that moment.
+  /// Runs a plugin's own caller with the loader's current context.
   class LoaderInitCallerWithContext : public LoaderInitCaller {
    public:
     LoaderInitCallerWithContext(Loader* loader, PluginInitCaller<Context>* initCaller)
@@ -73,7 +73,7 @@ class Loader {
     PluginInitCaller<Context>* initCaller_;  // not owned
   };
 
-  /// The context that plugins are started with; not owned, may be null.
+  /// The context for starting plugins; not owned, may be null.
   Context* context() const noexcept { return context_; }
   void contextIs(Context* context) noexcept { context_ = context; }
 
@@ -105,7 +105,7 @@ class Loader {
     const Quill::Registrant* registrant;  // not owned; may be null
   };
 
-  Context* context_ = nullptr;  // first: the callers of plugin libraries read it there
+  Context* context_ = nullptr;  // the first member: callers of plugin libraries read it there
   std::string name_;
   std::vector<InitCaller> initCallers_;
   Impl::LoaderImpl impl_;
@@ -113,7 +113,7 @@ class Loader {
 
 }  // namespace Plugin
 
-/// What a plugin library keeps in one static object: construction registers the library's plugin with the
+/// The base of a plugin library's one static object. Its construction registers the library's plugin with the
 /// agent's loader, which later calls init once through the two callers.
 template <class Context>
 class PluginBase {

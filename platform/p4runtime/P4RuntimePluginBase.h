@@ -11,20 +11,21 @@
 
 namespace P4Runtime {
 
-/// The agent's side of a plugin: its attributes, in the order below, and its start.
+/// The agent's part of a plugin: the attributes below, in this order, and initialisation.
 class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mounter> {
  public:
-  /// Starts with a plugin status of the same name; all else is null. init() makes the default cleanup helper.
+  /// Creates a plugin status of the same name; all other attributes are null. init() creates the default
+  /// cleanup helper.
   explicit P4RuntimePluginBase(const Quill::Name& name);
   ~P4RuntimePluginBase() override;
 
   // Virtual operation, in slot order after those of Orrery::Mounter.
 
-  /// The plugin's own start, called once with the context just stored in pluginContext.
+  /// The plugin's own initialisation, called once with the context that was stored in pluginContext.
   virtual void pluginInit(const Quill::Ptr<PluginContext>& context);
 
-  /// Stores the context (and what comes with it) and calls pluginInit before it returns; doMountsComplete
-  /// follows from the event loop, also if pluginInit throws. A null context is passed on.
+  /// Stores the context, sets the attributes that follow from it and calls pluginInit. doMountsComplete is
+  /// called later from the event loop, also if pluginInit throws. A null context is passed on.
   void init(const Quill::Ptr<PluginContext>& context);
 
   /// Asks the plugin's cleanup helper to clean up; its default helper if it has none of its own.
@@ -35,8 +36,7 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
     using Typed::Typed;
     ~NotifieeConst() override;
     static const Quill::TypeNode _quillType;
-    // One for each attribute, in slot order. By default each calls the generic observer, if there is one, and
-    // does nothing else.
+    // One per attribute, in slot order. By default each only calls the generic observer, if there is one.
     virtual void onCliConfig();
     virtual void onCliStatus();
     virtual void onPluginContext();
@@ -61,7 +61,7 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
     Quill::GenericObserver observer_;
   };
 
-  /// The name of the plugin's registration and status; that of the entity.
+  /// The name of the entity, which is also that of the plugin's registration and status.
   const Quill::String& pluginName() const { return name().stringValue(); }
 
   const Quill::Ptr<CliCommandConfig>& cliConfig() const noexcept { return cliConfig_; }
@@ -80,8 +80,8 @@ class P4RuntimePluginBase : public Quill::Typed<P4RuntimePluginBase, Orrery::Mou
   void pluginStatusIs(const Quill::Ptr<PluginStatus>& value);
   const Quill::Ptr<PluginCleanupSm>& pluginCleanupSm() const noexcept { return pluginCleanupSm_; }
   void pluginCleanupSmIs(const Quill::Ptr<PluginCleanupSm>& value);
-  /// The plugin's own cleanup helper. It usually holds the plugin, and the plugin holds it: to let both go,
-  /// the agent sets it to null.
+  /// The plugin's own cleanup helper. Helper and plugin usually hold references to each other; the agent sets
+  /// the attribute to null to release both.
   const Quill::Ptr<PluginCleanupHelper>& pluginCleanupHelper() const noexcept { return pluginCleanupHelper_; }
   void pluginCleanupHelperIs(const Quill::Ptr<PluginCleanupHelper>& value);
   const Quill::Ptr<PluginCleanupHelper>& defaultPluginCleanupHelper() const noexcept {

@@ -20,7 +20,7 @@ namespace P4Runtime {
 
 class P4RuntimePluginBase;
 
-/// What the agent gives its plugins to work with; the same for all of them. Each part may be null.
+/// The agent's services for its plugins, the same for all of them. Each part may be null.
 class PluginContext : public Quill::Typed<PluginContext, Quill::PtrInterface> {
  public:
   PluginContext(const Quill::Ptr<Orrery::EntityManager>& entityManager,
@@ -37,8 +37,8 @@ class PluginContext : public Quill::Typed<PluginContext, Quill::PtrInterface> {
   const Quill::Ptr<AllPluginConfig>& allPluginConfig() const noexcept { return allPluginConfig_; }
   void allPluginConfigIs(const Quill::Ptr<AllPluginConfig>& config) { allPluginConfig_ = config; }
 
-  /// The live plugins that hold this context, in order of their start. Not owned: each takes itself out when
-  /// it is destroyed.
+  /// The plugins that hold this context, in order of their start. Not owned: each removes itself when it is
+  /// destroyed.
   const std::vector<P4RuntimePluginBase*>& plugins() const noexcept { return plugins_; }
   void pluginIs(P4RuntimePluginBase* plugin);
   void pluginDel(const P4RuntimePluginBase* plugin);

@@ -48,7 +48,7 @@ void PluginLibrary::init(const Quill::Ptr<PluginContext>& context) {
 }
 
 void PluginLibrary::requestCleanup(const PluginContext& context) {
-  std::vector<Quill::Ptr<P4RuntimePluginBase>> plugins;  // held: a cleanup may let any of them go
+  std::vector<Quill::Ptr<P4RuntimePluginBase>> plugins;  // held: a cleanup may release any of them
   for (P4RuntimePluginBase* const plugin : context.plugins()) plugins.emplace_back(plugin);
   for (const auto& plugin : plugins) plugin->requestCleanup();
 }

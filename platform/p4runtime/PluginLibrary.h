@@ -21,16 +21,16 @@ class PluginLibrary {
   PluginLibrary& operator=(const PluginLibrary&) = delete;
 
   const std::string& path() const noexcept { return path_; }
-  /// The registration names of the library's plugins, in order of registration; none once unloaded.
+  /// The registration names of the library's plugins, in order of registration; none after unload().
   std::vector<std::string> plugins() const;
 
-  /// Runs the library's callers with `context`. What a plugin throws passes on; LmTableError if another
+  /// Runs the library's callers with `context`. Exceptions of the plugins propagate; LmTableError if another
   /// library serves one of its tables in the same row database. Throws Cairn::Exception after unload(), or
   /// for a context other than that of an earlier call.
   void init(const Quill::Ptr<PluginContext>& context);
 
-  /// Has every plugin that was started with the context clean up (its tables are removed). What a plugin
-  /// throws passes on; the plugins after it are then not asked.
+  /// Has every plugin that was started with the context clean up (its tables are removed). An exception of a
+  /// plugin propagates, and the plugins after it are not cleaned up.
   static void requestCleanup(const PluginContext& context);
 
   /// Releases everything of the library, in this order: the cleanup helpers of its plugins, the table

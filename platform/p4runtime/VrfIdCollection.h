@@ -26,8 +26,8 @@ class VrfIdCollection : public Quill::Typed<VrfIdCollection, Quill::PtrInterface
 
   /// Adds `n` references and returns the new count.
   virtual std::uint32_t vrfIdRefCountInc(VrfId id, unsigned int n);
-  /// Takes `n` references away and returns the new count. A count never falls below 0; an id whose count is 0
-  /// is in use no more.
+  /// Removes `n` references and returns the new count. A count does not fall below 0; an id whose count is 0
+  /// is no longer in use.
   virtual std::uint32_t vrfIdRefCountDec(VrfId id, unsigned int n);
 
   std::uint32_t vrfIdRefCount(VrfId id) const;
