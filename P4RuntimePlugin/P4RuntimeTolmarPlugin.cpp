@@ -132,6 +132,9 @@ constexpr auto TolmarP4RuntimePlugin::Attributes::members() -> Members {
 constinit const TolmarP4RuntimePlugin::Attributes::Members TolmarP4RuntimePlugin::Attributes::kMembers =
     members();
 
+constinit const Quill::TypeNode TolmarP4RuntimePlugin::NotifieeConst::_quillType{
+    .name = "P4RuntimeTolmar::TolmarP4RuntimePlugin::NotifieeConst", .members = {}};
+
 constinit const Quill::TypeNode TolmarP4RuntimePlugin::_quillType{
     .name = "P4RuntimeTolmar::TolmarP4RuntimePlugin",
     .members = Attributes::kMembers,

@@ -44,10 +44,11 @@ class TolmarP4RuntimePlugin final
   /// Unmounts the config tables; everything else is released with the plugin. Exceptions pass through.
   void doCleanup();
 
-  class NotifieeConst : public P4Runtime::P4RuntimePluginBase::NotifieeConst {
+  class NotifieeConst : public Quill::Typed<NotifieeConst, P4Runtime::P4RuntimePluginBase::NotifieeConst> {
    public:
-    using P4Runtime::P4RuntimePluginBase::NotifieeConst::NotifieeConst;
+    using Typed::Typed;
     ~NotifieeConst() override;
+    static const Quill::TypeNode _quillType;
     // One for each attribute, in slot order.
     virtual void onL3TunnelIpv4TH3Config() { observe("l3TunnelIpv4TH3Config"); }
     virtual void onL3TunnelIpv4TH3Status() { observe("l3TunnelIpv4TH3Status"); }

@@ -31,9 +31,11 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
   static const Quill::TypeNode _quillType;
 
   /// The base of the table's reactors.
-  class NotifieeConst : public Quill::Counted<NotifieeConst, Quill::NotifieeConst> {
+  class NotifieeConst : public Quill::Typed<NotifieeConst, Quill::NotifieeConst> {
    public:
-    using NotifieeConst::Counted::Counted;
+    using NotifieeConst::Typed::Typed;
+    static constexpr FixedText kTypeName{TableEntityOf::kTypeName, "::NotifieeConst"};
+    static const Quill::TypeNode _quillType;
 
     /// The table that the reactor follows, or null.
     const Derived* notifier() const { return static_cast<const Derived*>(this->notifierObject()); }
@@ -135,6 +137,10 @@ constinit const Quill::TypeNode TableEntityOf<Derived, EntryT>::_quillType{
     .newEntityForDir = [](const Quill::Name& name, const Quill::Ptr<Quill::Entity>&) {
       return Quill::Ptr<Quill::Entity>(Quill::allocate<Derived>(name));
     }};
+
+template <class Derived, class EntryT>
+constinit const Quill::TypeNode TableEntityOf<Derived, EntryT>::NotifieeConst::_quillType{.name = kTypeName,
+                                                                                          .members = {}};
 
 template <class Derived, class EntryT>
 void TableEntityOf<Derived, EntryT>::notifyOfReplacement(const Key* written) {

@@ -91,6 +91,27 @@ TEST_F(Generic, VrfSm_MapByName) {
   EXPECT_NO_THROW(last->value()) << "a walk holds its object";
 }
 
+TEST_F(Generic, Types_ReactorsInheritThoseOfTheirNotifiees) {
+  const auto context = Quill::allocate<P4Runtime::PluginContext>(entityManager_, lumenDb_, batch_, vrfs_);
+  context->allPluginConfigIs(Quill::allocate<P4Runtime::AllPluginConfig>(Quill::Name("config")));
+  const auto plugin = Quill::ptrCast<TolmarP4RuntimePlugin>(plugin_.object());
+  plugin->init(context);
+  const auto own = TolmarP4RuntimePlugin::_quillType.genericNotifiee(plugin, [](std::string_view) {});
+  const std::string tables = "TolmarHwLib::";
+  const std::pair<const PtrInterface*, std::string> cases[] = {
+      {plugin->myStationTcamTH3Status()->notifieeList().front(), tables + "MyStationTcamTH3Status"},
+      {plugin->l3TunnelIpv6TH3Status()->notifieeList().front(), tables + "L3TunnelTH3Status"},
+      {plugin->l3TunnelIpv6TH3Config()->notifieeList().front(), tables + "L3TunnelTH3Config"},
+      {plugin->l3IifTH3Status()->notifieeList().front(), tables + "L3IifTH3Status"},
+      {plugin->vrfSm()->l3IifTH3Config()->notifieeList().front(), tables + "L3IifTH3Config"},
+      {own.get(), "P4RuntimeTolmar::TolmarP4RuntimePlugin"},
+  };
+  for (const auto& [reactor, notifier] : cases) {
+    EXPECT_EQ(reactor->fwkType()->name, notifier + "::NotifieeConst");
+  }
+  plugin->pluginCleanupHelperIs(nullptr);
+}
+
 TEST_F(Generic, Complaints_SayWhatWasExpectedAndWhatCame) {
   using Op = Quill::GenericOp;
   const std::string plugin = "P4RuntimeTolmar::TolmarP4RuntimePlugin";
