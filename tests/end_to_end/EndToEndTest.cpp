@@ -399,7 +399,7 @@ TEST_F(EndToEnd, CopiedBuild_LoadsItsOwnLibraries) {
   std::filesystem::copy(built, folder_.path() + "/bin");
   for (const char* const program : {"/bin/p4rt-agent", "/bin/hw-agent"}) {
     Program listing({"/usr/bin/env", "LD_TRACE_LOADED_OBJECTS=1", folder_.path() + program});
-    EXPECT_TRUE(listing.says(folder_.path() + "/bin/libtolmar-platform.so")) << listing.output();
+    EXPECT_TRUE(listing.says(folder_.path() + "/bin/libtolmar.so")) << listing.output();
   }
 }
 
