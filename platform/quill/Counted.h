@@ -1,6 +1,8 @@
 // The members that every class of the framework has of its own: tracked memory and a type descriptor.
 #pragma once
 
+#include <concepts>
+
 #include "quill/PtrInterface.h"
 
 namespace Quill {
@@ -18,10 +20,15 @@ class Counted : public Base {
 /// The same with a type descriptor of its own, `static const Quill::TypeNode _quillType`.
 template <class Derived, class Base>
 class Typed : public Counted<Derived, Base> {
+  template <const TypeNode* node>
+  struct Descriptor;
+
  public:
   using Counted<Derived, Base>::Counted;
   const TypeNode* fwkType() const override {
-    static_assert(&Derived::_quillType != &Base::_quillType, "the class has a descriptor of its own");
+    // As template arguments: g++ takes no comparison of addresses for constant under -fsanitize=undefined.
+    static_assert(!std::same_as<Descriptor<&Derived::_quillType>, Descriptor<&Base::_quillType>>,
+                  "the class has a descriptor of its own");
     return &Derived::_quillType;
   }
 };
