@@ -232,7 +232,7 @@ TEST_F(MapTest, Walk_MeetsEachRowOnceWhateverSegmentItStepsOnIn) {
       SCOPED_TRACE(testing::Message() << "act " << &act - acts << ", reading " << (walked == &reading));
       startOver();
       mount();
-      for (const std::uint64_t id : {8, 1, 2, 3, 4, 5, 6, 7, 4, 1}) {
+      for (const std::uint64_t id : {8u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 4u, 1u}) {
         writing.write(TestKey{id}, TestEntry::make(id, 1));
       }
       writing.remove(TestKey{8});
