@@ -44,7 +44,7 @@ TYPED_TEST(RowsOf, Walks_FromTheStartOrAFoundRowContinueWhenTheirRowIsDeleted) {
     left.emplace(rows.key(n), rows.entry(n, n));
   }
   EXPECT_EQ(rows.contents(*rows.table), left);
-  for (const std::uint32_t n : {59, 0, 30}) {
+  for (const std::uint32_t n : {59u, 0u, 30u}) {
     EXPECT_EQ(rows.entryOf(*rows.table->find(rows.row(n))), rows.entry(n, n));
   }
   EXPECT_EQ(rows.table->find(rows.row(60)), rows.table->end());
