@@ -226,7 +226,7 @@ TEST_F(EndToEnd, TruncatedTables_EndNeitherProcess) {
   const auto hw = hardware();
   int first = 1;
   for (const char* side : {"config", "status"}) {
-    for (const std::uintmax_t size : {0, 20000}) {
+    for (const std::uintmax_t size : {0u, 20000u}) {
       SCOPED_TRACE(side + (" at size " + std::to_string(size)));
       const auto served = agent({"--timeout", "1"});
       send(inserts(first, first + 99));
