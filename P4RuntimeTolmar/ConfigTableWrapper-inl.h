@@ -5,6 +5,7 @@
 #include "cairn/Assert.h"
 #include "quill/PtrInterface.h"
 #include "table-service/TableRead.h"
+#include "vesta/VestaBase.h"
 
 namespace TolmarHwLib {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Fuzz.h"
-#include "P4RuntimeTolmar/RecordCodec.h"
+#include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "tests/RuntimeFolder.h"
 #include "vesta/VestaReader.h"
 #include "vesta/VestaWriter.h"
