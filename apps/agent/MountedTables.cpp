@@ -40,13 +40,15 @@ bool MountedTables::hardwareRuns(const std::string& name) const {
 }
 
 std::string MountedTables::fault(const std::string& name) const {
-  constexpr const char* kRemedy = "; start the agent again";
+  const auto text = [&name](const std::string& fault) {
+    return std::string(name).append(": ").append(fault).append("; start the agent again");
+  };
   for (const auto& [side, mounted] :
        {std::pair("config", configTable(name)), {"status", statusTable(name)}}) {
-    if (!mounted) return name + ": the tables were removed by a cleanup" + kRemedy;
-    if (!mounted->attached()) return name + ": the " + side + " table is damaged" + kRemedy;
+    if (!mounted) return text("the tables were removed by a cleanup");
+    if (!mounted->attached()) return text(std::string("the ").append(side).append(" table is damaged"));
     const std::string file = mounted->displacedFile();
-    if (!file.empty()) return name + ": the file " + file + " was removed or replaced" + kRemedy;
+    if (!file.empty()) return text("the file " + file + " was removed or replaced");
   }
   return {};
 }
