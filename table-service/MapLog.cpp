@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "cairn/Assert.h"
-#include "vesta/CorruptionReport.h"
+#include "vesta/files/CorruptionReport.h"
 
 namespace Vesta {
 

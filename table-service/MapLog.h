@@ -5,7 +5,7 @@
 #include <string>
 
 #include "cairn/DebugHandler.h"
-#include "vesta/RootPath.h"
+#include "vesta/files/RootPath.h"
 
 namespace Vesta {
 

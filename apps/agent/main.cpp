@@ -16,7 +16,7 @@
 #include "apps/process/RuntimeFolder.h"
 #include "cairn/Exception.h"
 #include "quill/TraceHandle.h"
-#include "vesta/SegmentGuard.h"
+#include "vesta/segment/SegmentGuard.h"
 
 namespace {
 

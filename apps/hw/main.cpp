@@ -5,7 +5,7 @@
 #include "apps/process/Log.h"
 #include "apps/process/MainLoop.h"
 #include "apps/process/RuntimeFolder.h"
-#include "vesta/SegmentGuard.h"
+#include "vesta/segment/SegmentGuard.h"
 
 namespace {
 

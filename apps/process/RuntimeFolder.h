@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "vesta/Descriptor.h"
+#include "vesta/files/Descriptor.h"
 
 namespace Process {
 

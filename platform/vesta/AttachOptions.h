@@ -8,19 +8,15 @@
 
 #include "cairn/DebugHandler.h"
 #include "cairn/Exception.h"
-#include "vesta/RootPath.h"
-#include "vesta/WriteStep.h"
+#include "vesta/files/RootPath.h"
+#include "vesta/segment/ChangeFollower.h"
+#include "vesta/segment/WriteStep.h"
 
 namespace Vesta {
 
 /// What becomes of the rows of a segment found damaged at attach. Either way the file is set aside. One found
 /// damaged while its writer is attached is replaced by one with all sound rows.
 enum class OnDamage { keepSoundRows, startEmpty };
-/// Whether a reader is told of the rows that are there when it attaches, as if they were just written. One
-/// that skips them and walks the table instead should follow soon: see ChangeFollower for what it may have
-/// read ahead.
-enum class InitialRows { tell, skip };
-
 struct AttachOptions {
   RootPath path;
   std::uint32_t capacity;  ///< rows, 1 to kMaxCapacity; must be that of the segment if there is one
@@ -37,9 +33,6 @@ struct AttachOptions {
   std::string name{};  ///< by which a writer sees this reader, at most 32 bytes; "": the program's name
 };
 
-constexpr std::uint32_t kMaxCapacity = 1u << 20;
-constexpr unsigned kMaxReaders = 63;  ///< of one segment at a time
-
 /// A reader as its writer sees it.
 struct ConnectedReader {
   unsigned number;  ///< 0 to kMaxReaders - 1
@@ -47,13 +40,6 @@ struct ConnectedReader {
   std::string name;
   std::uint64_t handled;  ///< every change up to this sequence
   bool asleep;
-};
-
-/// A row kept changing for longer than the yield time; no damage.
-class UnsettledException : public Cairn::Exception {
- public:
-  using Exception::Exception;
-  ~UnsettledException() override;
 };
 
 }  // namespace Vesta

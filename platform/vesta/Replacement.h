@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "vesta/AttachOptions.h"
-#include "vesta/RowWrites.h"
-#include "vesta/TableFiles.h"
+#include "vesta/files/TableFiles.h"
+#include "vesta/segment/RowWrites.h"
 
 namespace Vesta {
 

@@ -7,11 +7,11 @@
 #include <string>
 
 #include "vesta/AttachOptions.h"
-#include "vesta/ChangeFollower.h"
-#include "vesta/ReaderLine.h"
-#include "vesta/RowReads.h"
-#include "vesta/TableFiles.h"
 #include "vesta/VestaBase.h"
+#include "vesta/files/TableFiles.h"
+#include "vesta/segment/ChangeFollower.h"
+#include "vesta/segment/ReaderLine.h"
+#include "vesta/segment/RowReads.h"
 
 namespace Vesta {
 

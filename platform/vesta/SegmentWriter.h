@@ -14,7 +14,8 @@
 
 namespace Vesta {
 
-/// The byte-level side of a table's one writer. Rows and keys are arrays of words as RowBuffer lays them out.
+/// The byte-level side of a table's one writer. Rows and keys are arrays of words as EncodedRow lays them
+/// out.
 ///
 /// Thread safety: one thread. Readers in other threads and processes are not disturbed, whatever step of a
 /// write this one dies at.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vesta/RowBuffer.h"
+#include "vesta/EncodedRow.h"
 #include "vesta/VestaBase.h"
 
 namespace Vesta {
@@ -60,7 +60,7 @@ class TypedReads : public VestaBase<Key, Entry> {
   pid_t writerProcess() override { return bytes().writerProcess(); }
 
  protected:
-  using Buffer = RowBuffer<Key, Entry>;
+  using Buffer = EncodedRow<Key, Entry>;
   virtual Bytes& bytes() noexcept = 0;
 
   bool find(const Key& key, IterHint* hint) {

@@ -1,6 +1,5 @@
 #include "vesta/VestaBase.h"
 
-#include "vesta/AttachOptions.h"
 #include "vesta/EventSource.h"
 
 namespace Vesta {
@@ -9,7 +8,6 @@ VestaDebug::VestaDebug(std::shared_ptr<const Cairn::DebugHandler> handler)
     : handler_(handler ? std::move(handler) : std::make_shared<const Cairn::DebugHandler>()) {}
 VestaDebug::~VestaDebug() = default;
 
-UnsettledException::~UnsettledException() = default;
 EventSource::~EventSource() = default;
 
 }  // namespace Vesta

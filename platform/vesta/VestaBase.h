@@ -12,7 +12,7 @@
 #include "cairn/DebugHandler.h"
 #include "cairn/Exception.h"
 #include "vesta/IterHint.h"
-#include "vesta/RootPath.h"
+#include "vesta/files/RootPath.h"
 
 namespace Vesta {
 

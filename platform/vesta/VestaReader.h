@@ -33,7 +33,7 @@ class VestaReader final : public VestaDebug,
   std::size_t poll(std::size_t limit) override {
     return reader_.poll(limit, [this](const Word* words) {
       Key key{};
-      RowBuffer<Key, Entry>::decodeKeyFrom(words, key);
+      EncodedRow<Key, Entry>::decodeKeyFrom(words, key);
       if (onChange_) onChange_(key);
     });
   }

@@ -62,7 +62,7 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   std::optional<Key> takeChangedKey() {
     if (!writer_.hasChangedKeys()) return std::nullopt;
     Key key{};
-    RowBuffer<Key, Entry>::decodeKeyFrom(writer_.takeChangedKey().data(), key);
+    EncodedRow<Key, Entry>::decodeKeyFrom(writer_.takeChangedKey().data(), key);
     return key;
   }
   /// Takes `key` out if it is one of them.
@@ -76,7 +76,7 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   SegmentWriter& bytes() noexcept override { return writer_; }
 
   SegmentWriter writer_;
-  RowBuffer<Key, Entry> row_;
+  EncodedRow<Key, Entry> row_;
   Row staged_{};
 };
 

@@ -7,7 +7,7 @@
 #include "table-service/TableRead.h"
 #include "table-service/VestaMap.h"
 #include "tests/vesta/DamagedRow.h"
-#include "vesta/CorruptionReport.h"
+#include "vesta/files/CorruptionReport.h"
 
 namespace VestaTest {
 namespace {

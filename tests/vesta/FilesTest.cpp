@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "Support.h"
-#include "vesta/LockFile.h"
+#include "vesta/files/LockFile.h"
 
 namespace VestaTest {
 namespace {

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "Support.h"
-#include "vesta/SegmentGuard.h"
+#include "vesta/segment/SegmentGuard.h"
 
 namespace VestaTest {
 namespace {
