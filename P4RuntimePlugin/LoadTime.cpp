@@ -7,7 +7,6 @@
 #include <array>
 
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
-#include "P4RuntimePlugin/PluginTrace.h"
 
 namespace P4RuntimeTolmar {
 

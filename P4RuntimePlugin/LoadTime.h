@@ -16,4 +16,7 @@ extern const Quill::String kMountPathPrefix;
 [[gnu::visibility("hidden")]] extern const Quill::TraceHandle kPendingHwPogrammingTrace;
 [[gnu::visibility("hidden")]] extern const Quill::TraceHandle kVrfSmTrace;
 
+/// Trace handle of the library; constructed on first use.
+const Quill::TraceHandle& pluginTrace();
+
 }  // namespace P4RuntimeTolmar

@@ -6,7 +6,7 @@
 
 #include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/P4RuntimePluginHelper.h"
-#include "P4RuntimePlugin/PluginTrace.h"
+#include "P4RuntimePlugin/Trace.h"
 #include "P4RuntimeTolmar/P4RuntimeTolmarTypesLumenWrappers.h"
 #include "cairn/Assert.h"
 #include "orrery/EntityManager.h"

@@ -2,11 +2,10 @@
 
 #include <unistd.h>
 
-#include "P4RuntimePlugin/KeyTrace.h"
 #include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/PendingHwProgrammingSm.h"
-#include "P4RuntimePlugin/TableRead.h"
 #include "quill/Generic.h"
+#include "table-service/TableRead.h"
 
 namespace TolmarHwLib {
 
@@ -70,7 +69,7 @@ void PendingHwProgrammingSm<Tracker, Kind, kLine>::onStatusRow(const Key& key) {
 template <class Tracker, class Kind, int kLine>
 auto PendingHwProgrammingSm<Tracker, Kind, kLine>::lookUp(const Status& status, const Key& key) -> Answer {
   Answer result;
-  const bool read = P4RuntimeTolmar::readTable(status, [&] {
+  const bool read = Vesta::readTable(status, [&] {
     bool found = false;
     const auto& row = status.directLookup(key, found);
     result = {false, found, row.entryHandle, row.errorCode};

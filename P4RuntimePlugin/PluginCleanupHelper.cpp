@@ -1,7 +1,8 @@
 #include "P4RuntimePlugin/PluginCleanupHelper.h"
 
+#include "P4RuntimePlugin/LoadTime.h"
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
-#include "P4RuntimePlugin/PluginTrace.h"
+#include "P4RuntimePlugin/Trace.h"
 #include "quill/Generic.h"
 
 namespace P4RuntimeTolmar {

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "P4RuntimeTolmar/Schema.h"
 #include "quill/TraceHandle.h"
 #include "skein/Skein.h"
 
@@ -61,3 +62,18 @@ class TracePoint {
 };
 
 }  // namespace P4RuntimeTolmar
+
+namespace TolmarHwLib {
+
+/// Keys as values of the fast trace: their text, written into the record without an allocation.
+template <KeyRecord Key>
+void traceText(Skein::Message& message, const Key& key) noexcept {
+  std::string_view separator;
+  forEachColumn(RowSchema<Key>::columns, [&](const auto& column) {
+    message.put(separator);
+    traceText(message, key.*column.member);
+    separator = " ";
+  });
+}
+
+}  // namespace TolmarHwLib

@@ -1,10 +1,9 @@
 #include "P4RuntimePlugin/VrfSm.h"
 
-#include "P4RuntimePlugin/KeyTrace.h"
 #include "P4RuntimePlugin/LoadTime.h"
-#include "P4RuntimePlugin/TableRead.h"
 #include "P4RuntimePlugin/Trace.h"
 #include "quill/Generic.h"
+#include "table-service/TableRead.h"
 
 namespace P4RuntimeTolmar {
 
@@ -15,19 +14,6 @@ namespace {
 
 constexpr int kTraceLevel = 7;
 constexpr const char* kSource = "./P4RuntimePlugin/VrfSm";
-
-/// Calls `visit` with the key of every row, in the order of the table; stops if corruption is detected.
-template <class Visit>
-void forEachKey(const L3IifTH3Config& config, const Visit& visit) {
-  L3IifTH3Config::Map::Row row;
-  Vesta::IterHint hint;
-  bool more = false;
-  bool read = readTable(config, [&] { more = config.table().first(row, hint); });
-  while (read && more) {
-    visit(row.key);
-    read = readTable(config, [&] { more = config.table().next(row.key, row, hint); });
-  }
-}
 
 // The tracker in the generic interface.
 
@@ -135,7 +121,8 @@ void VrfSm::handleInitialized() {
   initializedIs(true);
   vrfIdCollectionIs(pluginContext_->vrfIdCollection());
   if (const L3IifTH3ConfigPtr config = l3IifTH3Config()) {
-    forEachKey(*config, [this](const L3IifTH3Key& key) { handleL3IifTH3ConfigEntry(key); });
+    const auto count = [this](const auto& row) { handleL3IifTH3ConfigEntry(row.key); };
+    Vesta::readTable(*config, [&] { Vesta::forEachRow(config->table(), count); });
   }
 }
 
@@ -146,7 +133,7 @@ void VrfSm::handleL3IifTH3ConfigEntry(const L3IifTH3Key& key) {
   trace(kVrfSmTrace);
   const L3IifTH3ConfigPtr config = l3IifTH3Config();  // held, because a handler may bind another table
   bool present = false;
-  if (config) readTable(*config, [&] { config->directLookup(key, present); });
+  if (config) Vesta::readTable(*config, [&] { config->directLookup(key, present); });
   if (present) {
     add(*config, key);
   } else {
@@ -162,7 +149,7 @@ void VrfSm::add(const L3IifTH3Config& config, const L3IifTH3Key& key) {
                                              "handleL3IifTH3ConfigEntry add vrf %s refCount %s"};
   traceKey(kVrfSmTrace, key);
   unsigned short vrf = 0;
-  readTable(config, [&] {
+  Vesta::readTable(config, [&] {
     bool found = false;
     vrf = config.directLookup(key, found).vrf;
   });

@@ -14,10 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "P4RuntimePlugin/KeyTrace.h"
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 #include "P4RuntimePlugin/Trace.h"
-#include "orrery/EntityManager.h"
 #include "skein/Skein.h"
 
 namespace {

@@ -61,7 +61,6 @@ class NotifieeConst : public PtrInterface {
   /// Where onNotificationException writes its line; null restores the default, standard error.
   static void failureSinkIs(void (*sink)(const char* line)) noexcept;
 
-  bool isRegisteredNotifiee() const noexcept { return registered_; }
   const PtrInterface* notifierObject() const noexcept { return notifier_; }
 
  private:

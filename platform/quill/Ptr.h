@@ -76,10 +76,4 @@ Ptr<T> ptrCast(const Ptr<U>& pointer) {
   return Ptr<T>(dynamic_cast<T*>(pointer.get()));
 }
 
-/// The same object without `const`, for owners of a const pointer that must call back into it.
-template <class T>
-Ptr<T> ptrConstCast(const Ptr<const T>& pointer) {
-  return Ptr<T>(const_cast<T*>(pointer.get()));
-}
-
 }  // namespace Quill
