@@ -2,8 +2,8 @@
 
 #include "lumen/LmErrors.h"
 #include "rows/RowErrors.h"
+#include "tests/P4RuntimePlugin/ScriptedTable.h"
 #include "tests/SlotOf.h"
-#include "tests/plugin/ScriptedTable.h"
 #include "tests/vesta/DamagedRow.h"
 #include "tests/wrappers/RowTable.h"
 

@@ -20,7 +20,7 @@ constinit const Skein::Site kPair{"./P4RuntimePlugin/VrfSm", 24, "handleL3IifTH3
 
 void useRingFile() {
   static const bool once = [] {
-    std::string folder = "/tmp/trace_bench_XXXXXX";
+    std::string folder = "/tmp/skein_bench_XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) return false;
     Skein::ringIs(folder + "/ring", kRingBytes);
     return std::system(("rm -r " + folder).c_str()) == 0;  // the mapping outlives the name
