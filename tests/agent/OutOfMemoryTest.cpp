@@ -77,7 +77,8 @@ Code expected(const std::string& update, std::set<std::string>& present) {
 // at most one request fails, either a batch that could not be submitted or one update of it, no answer is
 // lost, and the tables are as the results say.
 TEST(OutOfMemory, FailsOneRequestAndNoMore) {
-  const Strings batches[] = {{"+1", "+2", "+3"}, {"~1", "-2", "+4"}, {"+2", "-3", "~4"}, {"-1", "-2", "-4"}};
+  const Strings batches[] = {
+      {"+1", "+2", "+3"}, {"~1", "-2", "+4"}, {"+2", "-3", "~4"}, {"~3", "-1", "-2", "-4"}};
   bool failed = true;
   for (std::size_t nth = 1; failed; ++nth) {
     SCOPED_TRACE(nth);

@@ -231,6 +231,7 @@ TEST_F(AgentCoreTest, UnusableTable_IsOneTextForEveryUpdate) {
   config().corruptionDetected("for the test");
   fault_ = "damaged";
   EXPECT_EQ(results_[submit({"+4", "~1", "-2"})], Strings(3, "INTERNAL: damaged"));
+  EXPECT_EQ(core_->inFlight(), 0u);
 }
 
 }  // namespace
