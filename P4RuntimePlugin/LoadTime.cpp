@@ -22,7 +22,7 @@ struct TypeRegistration {
 };
 template <class Kind>
 struct TrackerTypeRegistration : TypeRegistration {
-  TrackerTypeRegistration() : TypeRegistration(TolmarHwLib::TrackerOf<Kind>::Type::_quillType) {}
+  TrackerTypeRegistration() : TypeRegistration(TolmarHwLib::TrackerOf<Kind>::type::_quillType) {}
 };
 
 const TolmarHwLib::InOrder<TrackerTypeRegistration, TolmarHwLib::TrackerTypeOrder> trackerTypes;
@@ -41,7 +41,7 @@ const TypeRegistration vrfSmType(VrfSm::_quillType);
 
 template <class... Kind>
 constexpr auto typeManifest(TolmarHwLib::KindList<Kind...>) {
-  return std::array{TolmarHwLib::TrackerOf<Kind>::Type::kTypeName...,
+  return std::array{TolmarHwLib::TrackerOf<Kind>::type::kTypeName...,
                     TolmarHwLib::FixedText{"P4RuntimeTolmar::PluginCleanupHelper"},
                     TolmarHwLib::FixedText{"P4RuntimeTolmar::TolmarP4RuntimePlugin"},
                     TolmarHwLib::FixedText{"P4RuntimeTolmar::VrfSm"}};

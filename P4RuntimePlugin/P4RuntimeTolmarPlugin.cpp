@@ -174,7 +174,7 @@ void TolmarP4RuntimePlugin::pluginInit(const Quill::Ptr<P4Runtime::PluginContext
 void TolmarP4RuntimePlugin::setUpTables(P4RuntimePluginHelper& helper) {
   forEachOutputTable([&]<std::size_t I, class Kind>(const OutputTable<Kind>& table) {
     using Config = typename Kind::Config;
-    using Wrapper = typename TolmarHwLib::RowsOf<Kind>::LumenWrappers::Wrapper;
+    using Wrapper = typename TolmarHwLib::RowsOf<Kind>::Wrapper;
     const auto [config, status, tracker] = std::get<I>(Attributes::kOfTables);
     const Quill::String name(table.name);
     helper.mountVestaTables(Quill::String(Kind::typePrefix), name, "Table", table.capacity);
@@ -188,7 +188,7 @@ void TolmarP4RuntimePlugin::setUpTables(P4RuntimePluginHelper& helper) {
 void TolmarP4RuntimePlugin::wireComponents(const Quill::Ptr<P4Runtime::PluginContext>& context) {
   forEachOutputTable<TolmarHwLib::kWiringOrder>([&]<std::size_t I, class Kind>(const OutputTable<Kind>&) {
     const auto [config, status, tracker] = std::get<I>(Attributes::kOfTables);
-    using Tracker = typename TolmarHwLib::TrackerOf<Kind>::Type;
+    using Tracker = typename TolmarHwLib::TrackerOf<Kind>::type;
     (this->*tracker.setter)(Tracker::make(context->batchStatus(), (this->*status.getter)()));
   });
   vrfSmIs(l3IifTH3Config(), context);

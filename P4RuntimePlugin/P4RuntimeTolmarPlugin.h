@@ -28,7 +28,7 @@ class TolmarP4RuntimePlugin final
   template <class Kind>
   using StatusPtr = Quill::Ptr<typename Kind::Status>;
   template <class Kind>
-  using TrackerPtr = Quill::Ptr<typename TolmarHwLib::TrackerOf<Kind>::Type>;
+  using TrackerPtr = Quill::Ptr<typename TolmarHwLib::TrackerOf<Kind>::type>;
 
   /// Its own attributes are null until pluginInit.
   explicit TolmarP4RuntimePlugin(const Quill::Name& name);

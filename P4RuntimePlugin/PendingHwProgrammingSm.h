@@ -15,7 +15,7 @@ namespace TolmarHwLib {
 
 using BatchStatusPtr = Quill::Ptr<P4Runtime::BatchStatus>;
 
-/// `Type` is the tracker class of the kind.
+/// `type` is the tracker class of the kind.
 template <class Kind>
 struct TrackerOf;
 

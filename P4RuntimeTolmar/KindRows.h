@@ -9,7 +9,7 @@ namespace TolmarHwLib {
 
 /// The row classes of a table kind; each kind specialises it with
 ///   ConfigGenerator, StatusGenerator   the generators of its row operations
-///   LumenWrappers                      the types around its config table as a table of rows
+/// and inherits the `Kind` of its wrapper classes.
 template <class Kind>
 struct RowsOf;
 

@@ -42,14 +42,12 @@ struct L3IifTH3ConfigEntry : ConfigBookkeeping, L3IifTH3Key {
 
 struct L3IifTH3StatusEntry : StatusBookkeeping, L3IifTH3Key {};
 
-class L3IifTH3Config final : public TableEntityOf<L3IifTH3Config, L3IifTH3ConfigEntry> {
- public:
+struct L3IifTH3Config final : TableEntityOf<L3IifTH3Config, L3IifTH3ConfigEntry> {
   using TableEntityOf::TableEntityOf;
   ~L3IifTH3Config() override;
 };
 
-class L3IifTH3Status final : public TableEntityOf<L3IifTH3Status, L3IifTH3StatusEntry> {
- public:
+struct L3IifTH3Status final : TableEntityOf<L3IifTH3Status, L3IifTH3StatusEntry> {
   using TableEntityOf::TableEntityOf;
   ~L3IifTH3Status() override;
 };

@@ -1,5 +1,5 @@
-// Rows of the L3 ingress interface (L3 IIF) table: the row classes, their operations, and the config table as
-// a table of rows.
+// Rows of the L3 ingress interface (L3 IIF) table: row classes, row operations, and the config table as a
+// table of rows.
 #pragma once
 
 #include "P4RuntimeTolmar/KindRows.h"
@@ -7,47 +7,41 @@
 
 namespace TolmarHwLib {
 
-class L3IifTH3ConfigEntryRow final : public EntryRow<L3IifTH3ConfigEntryRow, L3IifTH3ConfigEntry> {
- public:
+struct L3IifTH3ConfigEntryRow final : EntryRow<L3IifTH3ConfigEntryRow, L3IifTH3ConfigEntry> {
   using EntryRow::EntryRow;
   using EntryRow::operator=;
 };
-class L3IifTH3ConfigEntryRowRowOps_KEY final : public EntryRowOps<L3IifTH3ConfigEntryRow> {};
-class L3IifTH3ConfigEntryRowRowOpsGenerator final
-    : public EntryRowOpsGenerator<L3IifTH3ConfigEntryRowRowOps_KEY> {};
+struct L3IifTH3ConfigEntryRowRowOps_KEY final : EntryRowOps<L3IifTH3ConfigEntryRow> {};
+struct L3IifTH3ConfigEntryRowRowOpsGenerator final : EntryRowOpsGenerator<L3IifTH3ConfigEntryRowRowOps_KEY> {
+};
 
-class L3IifTH3StatusEntryRow final : public EntryRow<L3IifTH3StatusEntryRow, L3IifTH3StatusEntry> {
- public:
+struct L3IifTH3StatusEntryRow final : EntryRow<L3IifTH3StatusEntryRow, L3IifTH3StatusEntry> {
   using EntryRow::EntryRow;
   using EntryRow::operator=;
 };
-class L3IifTH3StatusEntryRowRowOps_KEY final : public EntryRowOps<L3IifTH3StatusEntryRow> {};
-class L3IifTH3StatusEntryRowRowOpsGenerator final
-    : public EntryRowOpsGenerator<L3IifTH3StatusEntryRowRowOps_KEY> {};
+struct L3IifTH3StatusEntryRowRowOps_KEY final : EntryRowOps<L3IifTH3StatusEntryRow> {};
+struct L3IifTH3StatusEntryRowRowOpsGenerator final : EntryRowOpsGenerator<L3IifTH3StatusEntryRowRowOps_KEY> {
+};
 
 namespace L3IifTH3ConfigLumenWrappers {
 
 struct Kind : WrapperTypes<L3IifTH3Config, L3IifTH3ConfigEntryRow> {
-  using RowIterator = class TableLumenWrapperIterator;
-  using ChangeIterator = class TableLumenWrapperChangeIterator;
-  using Reactor = class ReactorForLumen;
-  using Wrapper = class TableLumenWrapper;
+  using RowIterator = struct TableLumenWrapperIterator;
+  using ChangeIterator = struct TableLumenWrapperChangeIterator;
+  using Reactor = struct ReactorForLumen;
+  using Wrapper = struct TableLumenWrapper;
 };
 
-class TableLumenWrapperIterator final : public ConfigRowIterator<Kind> {
- public:
+struct TableLumenWrapperIterator final : ConfigRowIterator<Kind> {
   using ConfigRowIterator::ConfigRowIterator;
 };
-class TableLumenWrapperChangeIterator final : public ConfigChangeIterator<Kind> {
- public:
+struct TableLumenWrapperChangeIterator final : ConfigChangeIterator<Kind> {
   using ConfigChangeIterator::ConfigChangeIterator;
 };
-class ReactorForLumen final : public ConfigReactor<Kind> {
- public:
+struct ReactorForLumen final : ConfigReactor<Kind> {
   using ConfigReactor::ConfigReactor;
 };
-class TableLumenWrapper final : public ConfigTableWrapper<Kind> {
- public:
+struct TableLumenWrapper final : ConfigTableWrapper<Kind> {
   using ConfigTableWrapper::ConfigTableWrapper;
   static void lumenTolmarHwLibL3IifTH3ConfigEntry(const Entry& entry, EntryRow& row) { row.fill(entry); }
   static Key quillTolmarHwLibL3IifTH3Key(const EntryRow& row) { return row.keyRecord(); }
@@ -56,14 +50,12 @@ class TableLumenWrapper final : public ConfigTableWrapper<Kind> {
 }  // namespace L3IifTH3ConfigLumenWrappers
 
 template <>
-struct RowsOf<L3IifTH3> {
+struct RowsOf<L3IifTH3> : L3IifTH3ConfigLumenWrappers::Kind {
   using ConfigGenerator = L3IifTH3ConfigEntryRowRowOpsGenerator;
   using StatusGenerator = L3IifTH3StatusEntryRowRowOpsGenerator;
-  using LumenWrappers = L3IifTH3ConfigLumenWrappers::Kind;
 };
 
 extern template class TypedRow<L3IifTH3ConfigEntryRow, L3IifTH3ConfigEntry>;
 extern template class TypedRow<L3IifTH3StatusEntryRow, L3IifTH3StatusEntry>;
-extern template class ConfigTableWrapper<L3IifTH3ConfigLumenWrappers::Kind>;
 
 }  // namespace TolmarHwLib

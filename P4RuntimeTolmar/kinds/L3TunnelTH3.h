@@ -56,14 +56,12 @@ struct L3TunnelTH3ConfigEntry : ConfigBookkeeping, L3TunnelTH3Key {
 
 struct L3TunnelTH3StatusEntry : StatusBookkeeping, L3TunnelTH3Key {};
 
-class L3TunnelTH3Config final : public TableEntityOf<L3TunnelTH3Config, L3TunnelTH3ConfigEntry> {
- public:
+struct L3TunnelTH3Config final : TableEntityOf<L3TunnelTH3Config, L3TunnelTH3ConfigEntry> {
   using TableEntityOf::TableEntityOf;
   ~L3TunnelTH3Config() override;
 };
 
-class L3TunnelTH3Status final : public TableEntityOf<L3TunnelTH3Status, L3TunnelTH3StatusEntry> {
- public:
+struct L3TunnelTH3Status final : TableEntityOf<L3TunnelTH3Status, L3TunnelTH3StatusEntry> {
   using TableEntityOf::TableEntityOf;
   ~L3TunnelTH3Status() override;
 };

@@ -1,5 +1,5 @@
-// Rows of the L3 tunnel termination tables: the row classes, their operations, and the config table as a
-// table of rows.
+// Rows of the L3 tunnel termination tables: row classes, row operations, and the config table as a table of
+// rows.
 #pragma once
 
 #include "P4RuntimeTolmar/KindRows.h"
@@ -7,47 +7,41 @@
 
 namespace TolmarHwLib {
 
-class L3TunnelTH3ConfigEntryRow final : public EntryRow<L3TunnelTH3ConfigEntryRow, L3TunnelTH3ConfigEntry> {
- public:
+struct L3TunnelTH3ConfigEntryRow final : EntryRow<L3TunnelTH3ConfigEntryRow, L3TunnelTH3ConfigEntry> {
   using EntryRow::EntryRow;
   using EntryRow::operator=;
 };
-class L3TunnelTH3ConfigEntryRowRowOps_KEY final : public EntryRowOps<L3TunnelTH3ConfigEntryRow> {};
-class L3TunnelTH3ConfigEntryRowRowOpsGenerator final
-    : public EntryRowOpsGenerator<L3TunnelTH3ConfigEntryRowRowOps_KEY> {};
+struct L3TunnelTH3ConfigEntryRowRowOps_KEY final : EntryRowOps<L3TunnelTH3ConfigEntryRow> {};
+struct L3TunnelTH3ConfigEntryRowRowOpsGenerator final
+    : EntryRowOpsGenerator<L3TunnelTH3ConfigEntryRowRowOps_KEY> {};
 
-class L3TunnelTH3StatusEntryRow final : public EntryRow<L3TunnelTH3StatusEntryRow, L3TunnelTH3StatusEntry> {
- public:
+struct L3TunnelTH3StatusEntryRow final : EntryRow<L3TunnelTH3StatusEntryRow, L3TunnelTH3StatusEntry> {
   using EntryRow::EntryRow;
   using EntryRow::operator=;
 };
-class L3TunnelTH3StatusEntryRowRowOps_KEY final : public EntryRowOps<L3TunnelTH3StatusEntryRow> {};
-class L3TunnelTH3StatusEntryRowRowOpsGenerator final
-    : public EntryRowOpsGenerator<L3TunnelTH3StatusEntryRowRowOps_KEY> {};
+struct L3TunnelTH3StatusEntryRowRowOps_KEY final : EntryRowOps<L3TunnelTH3StatusEntryRow> {};
+struct L3TunnelTH3StatusEntryRowRowOpsGenerator final
+    : EntryRowOpsGenerator<L3TunnelTH3StatusEntryRowRowOps_KEY> {};
 
 namespace L3TunnelTH3ConfigLumenWrappers {
 
 struct Kind : WrapperTypes<L3TunnelTH3Config, L3TunnelTH3ConfigEntryRow> {
-  using RowIterator = class TableLumenWrapperIterator;
-  using ChangeIterator = class TableLumenWrapperChangeIterator;
-  using Reactor = class ReactorForLumen;
-  using Wrapper = class TableLumenWrapper;
+  using RowIterator = struct TableLumenWrapperIterator;
+  using ChangeIterator = struct TableLumenWrapperChangeIterator;
+  using Reactor = struct ReactorForLumen;
+  using Wrapper = struct TableLumenWrapper;
 };
 
-class TableLumenWrapperIterator final : public ConfigRowIterator<Kind> {
- public:
+struct TableLumenWrapperIterator final : ConfigRowIterator<Kind> {
   using ConfigRowIterator::ConfigRowIterator;
 };
-class TableLumenWrapperChangeIterator final : public ConfigChangeIterator<Kind> {
- public:
+struct TableLumenWrapperChangeIterator final : ConfigChangeIterator<Kind> {
   using ConfigChangeIterator::ConfigChangeIterator;
 };
-class ReactorForLumen final : public ConfigReactor<Kind> {
- public:
+struct ReactorForLumen final : ConfigReactor<Kind> {
   using ConfigReactor::ConfigReactor;
 };
-class TableLumenWrapper final : public ConfigTableWrapper<Kind> {
- public:
+struct TableLumenWrapper final : ConfigTableWrapper<Kind> {
   using ConfigTableWrapper::ConfigTableWrapper;
   static void lumenTolmarHwLibL3TunnelTH3ConfigEntry(const Entry& entry, EntryRow& row) { row.fill(entry); }
   static Key quillTolmarHwLibL3TunnelTH3Key(const EntryRow& row) { return row.keyRecord(); }
@@ -56,14 +50,12 @@ class TableLumenWrapper final : public ConfigTableWrapper<Kind> {
 }  // namespace L3TunnelTH3ConfigLumenWrappers
 
 template <>
-struct RowsOf<L3TunnelTH3> {
+struct RowsOf<L3TunnelTH3> : L3TunnelTH3ConfigLumenWrappers::Kind {
   using ConfigGenerator = L3TunnelTH3ConfigEntryRowRowOpsGenerator;
   using StatusGenerator = L3TunnelTH3StatusEntryRowRowOpsGenerator;
-  using LumenWrappers = L3TunnelTH3ConfigLumenWrappers::Kind;
 };
 
 extern template class TypedRow<L3TunnelTH3ConfigEntryRow, L3TunnelTH3ConfigEntry>;
 extern template class TypedRow<L3TunnelTH3StatusEntryRow, L3TunnelTH3StatusEntry>;
-extern template class ConfigTableWrapper<L3TunnelTH3ConfigLumenWrappers::Kind>;
 
 }  // namespace TolmarHwLib

@@ -54,16 +54,12 @@ struct MyStationTcamTH3ConfigEntry : ConfigBookkeeping, MyStationTcamTH3Key {
 
 struct MyStationTcamTH3StatusEntry : StatusBookkeeping, MyStationTcamTH3Key {};
 
-class MyStationTcamTH3Config final
-    : public TableEntityOf<MyStationTcamTH3Config, MyStationTcamTH3ConfigEntry> {
- public:
+struct MyStationTcamTH3Config final : TableEntityOf<MyStationTcamTH3Config, MyStationTcamTH3ConfigEntry> {
   using TableEntityOf::TableEntityOf;
   ~MyStationTcamTH3Config() override;
 };
 
-class MyStationTcamTH3Status final
-    : public TableEntityOf<MyStationTcamTH3Status, MyStationTcamTH3StatusEntry> {
- public:
+struct MyStationTcamTH3Status final : TableEntityOf<MyStationTcamTH3Status, MyStationTcamTH3StatusEntry> {
   using TableEntityOf::TableEntityOf;
   ~MyStationTcamTH3Status() override;
 };

@@ -1,5 +1,4 @@
-// Rows of the MyStation TCAM table: the row classes, their operations, and the config table as a table of
-// rows.
+// Rows of the MyStation TCAM table: row classes, row operations, and the config table as a table of rows.
 #pragma once
 
 #include "P4RuntimeTolmar/KindRows.h"
@@ -7,49 +6,43 @@
 
 namespace TolmarHwLib {
 
-class MyStationTcamTH3ConfigEntryRow final
-    : public EntryRow<MyStationTcamTH3ConfigEntryRow, MyStationTcamTH3ConfigEntry> {
- public:
+struct MyStationTcamTH3ConfigEntryRow final
+    : EntryRow<MyStationTcamTH3ConfigEntryRow, MyStationTcamTH3ConfigEntry> {
   using EntryRow::EntryRow;
   using EntryRow::operator=;
 };
-class MyStationTcamTH3ConfigEntryRowRowOps_KEY final : public EntryRowOps<MyStationTcamTH3ConfigEntryRow> {};
-class MyStationTcamTH3ConfigEntryRowRowOpsGenerator final
-    : public EntryRowOpsGenerator<MyStationTcamTH3ConfigEntryRowRowOps_KEY> {};
+struct MyStationTcamTH3ConfigEntryRowRowOps_KEY final : EntryRowOps<MyStationTcamTH3ConfigEntryRow> {};
+struct MyStationTcamTH3ConfigEntryRowRowOpsGenerator final
+    : EntryRowOpsGenerator<MyStationTcamTH3ConfigEntryRowRowOps_KEY> {};
 
-class MyStationTcamTH3StatusEntryRow final
-    : public EntryRow<MyStationTcamTH3StatusEntryRow, MyStationTcamTH3StatusEntry> {
- public:
+struct MyStationTcamTH3StatusEntryRow final
+    : EntryRow<MyStationTcamTH3StatusEntryRow, MyStationTcamTH3StatusEntry> {
   using EntryRow::EntryRow;
   using EntryRow::operator=;
 };
-class MyStationTcamTH3StatusEntryRowRowOps_KEY final : public EntryRowOps<MyStationTcamTH3StatusEntryRow> {};
-class MyStationTcamTH3StatusEntryRowRowOpsGenerator final
-    : public EntryRowOpsGenerator<MyStationTcamTH3StatusEntryRowRowOps_KEY> {};
+struct MyStationTcamTH3StatusEntryRowRowOps_KEY final : EntryRowOps<MyStationTcamTH3StatusEntryRow> {};
+struct MyStationTcamTH3StatusEntryRowRowOpsGenerator final
+    : EntryRowOpsGenerator<MyStationTcamTH3StatusEntryRowRowOps_KEY> {};
 
 namespace MyStationTcamTH3ConfigLumenWrappers {
 
 struct Kind : WrapperTypes<MyStationTcamTH3Config, MyStationTcamTH3ConfigEntryRow> {
-  using RowIterator = class TableLumenWrapperIterator;
-  using ChangeIterator = class TableLumenWrapperChangeIterator;
-  using Reactor = class ReactorForLumen;
-  using Wrapper = class TableLumenWrapper;
+  using RowIterator = struct TableLumenWrapperIterator;
+  using ChangeIterator = struct TableLumenWrapperChangeIterator;
+  using Reactor = struct ReactorForLumen;
+  using Wrapper = struct TableLumenWrapper;
 };
 
-class TableLumenWrapperIterator final : public ConfigRowIterator<Kind> {
- public:
+struct TableLumenWrapperIterator final : ConfigRowIterator<Kind> {
   using ConfigRowIterator::ConfigRowIterator;
 };
-class TableLumenWrapperChangeIterator final : public ConfigChangeIterator<Kind> {
- public:
+struct TableLumenWrapperChangeIterator final : ConfigChangeIterator<Kind> {
   using ConfigChangeIterator::ConfigChangeIterator;
 };
-class ReactorForLumen final : public ConfigReactor<Kind> {
- public:
+struct ReactorForLumen final : ConfigReactor<Kind> {
   using ConfigReactor::ConfigReactor;
 };
-class TableLumenWrapper final : public ConfigTableWrapper<Kind> {
- public:
+struct TableLumenWrapper final : ConfigTableWrapper<Kind> {
   using ConfigTableWrapper::ConfigTableWrapper;
   static void lumenTolmarHwLibMyStationTcamTH3ConfigEntry(const Entry& entry, EntryRow& row) {
     row.fill(entry);
@@ -60,14 +53,12 @@ class TableLumenWrapper final : public ConfigTableWrapper<Kind> {
 }  // namespace MyStationTcamTH3ConfigLumenWrappers
 
 template <>
-struct RowsOf<MyStationTcamTH3> {
+struct RowsOf<MyStationTcamTH3> : MyStationTcamTH3ConfigLumenWrappers::Kind {
   using ConfigGenerator = MyStationTcamTH3ConfigEntryRowRowOpsGenerator;
   using StatusGenerator = MyStationTcamTH3StatusEntryRowRowOpsGenerator;
-  using LumenWrappers = MyStationTcamTH3ConfigLumenWrappers::Kind;
 };
 
 extern template class TypedRow<MyStationTcamTH3ConfigEntryRow, MyStationTcamTH3ConfigEntry>;
 extern template class TypedRow<MyStationTcamTH3StatusEntryRow, MyStationTcamTH3StatusEntry>;
-extern template class ConfigTableWrapper<MyStationTcamTH3ConfigLumenWrappers::Kind>;
 
 }  // namespace TolmarHwLib

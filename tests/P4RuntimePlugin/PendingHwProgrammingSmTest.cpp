@@ -207,7 +207,7 @@ const TracedKey<L3TunnelTH3Key> kTraced<L3TunnelTH3>{
 
 template <class Kind>
 void Tracker::checkKind() {
-  using Type = typename TrackerOf<Kind>::Type;
+  using Type = typename TrackerOf<Kind>::type;
   using Status = typename Kind::Status;
   const auto& [line, key, keyText] = kTraced<Kind>;
   ScriptedEntity<Status> status(folder_.path(), "kind");

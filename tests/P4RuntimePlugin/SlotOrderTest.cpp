@@ -51,7 +51,7 @@ TEST(SlotOrder, OfPluginHelperTrackersAndReactors) {
   expectObjectSlots<VrfSm>(&VrfSm::quillDoZombieReactors);
   expectReactorSlots<VrfSm::QuillL3IifTH3Config, L3IifTH3Config>();
   Kinds::forEach([]<class Kind>() {
-    using Sm = typename TrackerOf<Kind>::Type;
+    using Sm = typename TrackerOf<Kind>::type;
     expectObjectSlots<Sm>(&Sm::quillDoZombieReactors);
     expectReactorSlots<typename Sm::QuillStatus, typename Kind::Status>();
   });

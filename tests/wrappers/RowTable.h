@@ -23,7 +23,7 @@ using L3Iif = L3IifTH3ConfigLumenWrappers::Kind;
 using L3Tunnel = L3TunnelTH3ConfigLumenWrappers::Kind;
 using MyStation = MyStationTcamTH3ConfigLumenWrappers::Kind;
 template <class... Kind>
-testing::Types<typename RowsOf<Kind>::LumenWrappers...> wrapperKinds(KindList<Kind...>);
+testing::Types<RowsOf<Kind>...> wrapperKinds(KindList<Kind...>);
 using AllKinds = decltype(wrapperKinds(Kinds()));
 
 // Key number `n`.
