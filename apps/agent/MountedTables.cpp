@@ -5,6 +5,7 @@
 
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
+#include "table-service/TableRead.h"
 
 namespace Agent {
 
@@ -59,13 +60,11 @@ HardwareAnswers MountedTables::hardwareAnswers() const {
     using Status = typename Kind::Status;
     const auto status = Quill::ptrCast<Status>(statusTable(table.name));
     if (!status) return;
-    typename Status::Map::Row row;
-    Vesta::IterHint hint;
+    const auto collect = [&answers](const auto& row) {
+      answers[row.entry.entryHandle] = {row.entry.genId, row.entry.errorCode, row.entry.deleted};
+    };
     try {
-      for (bool more = status->table().first(row, hint); more;
-           more = status->table().next(row.key, row, hint)) {
-        answers[row.entry.entryHandle] = {row.entry.genId, row.entry.errorCode, row.entry.deleted};
-      }
+      Vesta::forEachRow(status->table(), collect);
     } catch (const Cairn::CorruptionDetectedException&) {
       // The next reader of the table detects the corruption again and reports it.
     }
