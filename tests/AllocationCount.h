@@ -1,4 +1,4 @@
-// The program's own operator new and allocator of row buffers, which count and can be told to fail.
+// The program's own operator new and allocator of row buffers, which count calls and fail on request.
 #pragma once
 
 #include <cstddef>

@@ -42,7 +42,7 @@ class ScriptRun {
   ResultTable table_;
   std::function<void()> cleanup_;
   Clock::time_point started_ = Clock::now();
-  std::size_t batchSize_ = 0;  // of the batch under way; 0 when there is none
+  std::size_t batchSize_ = 0;  // of the batch in progress; 0 when there is none
   std::size_t failedSteps_ = 0;
   bool finished_ = false;
 };

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// A hash that tells few keys apart, so that chains are long.
+/// A hash with few values, so that chains are long.
 struct Node {
   using Key = unsigned;
   using Value = unsigned;

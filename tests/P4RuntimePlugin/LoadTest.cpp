@@ -31,7 +31,7 @@ Log& registered() {
 
 }  // namespace
 
-/// Stands before the platform's own, whoever calls it.
+/// Interposes the platform's own for every caller.
 void Quill::typeNodeIs(const TypeNode* node) {
   registered().push_back(std::to_string(Lumen::rowOpsGeneratorNames().size()) + " generators " +
                          std::to_string(DefaultPluginLoader().impl().registrations().size()) + " plugins " +

@@ -6,13 +6,13 @@ namespace {
 
 TEST(Assertion, ThatStops_TellsItsHandlerAndStopsAllTheSame) {
   EXPECT_DEATH(Cairn::requireOrStop(false, "adb", "attach"), "assertion failed: adb in attach");
-  const auto returning = [](const char*, const char*) { std::fputs("told and returned\n", stderr); };
+  const auto returning = [](const char*, const char*) { std::fputs("reported and returned\n", stderr); };
   EXPECT_DEATH(
       {
         Cairn::fatalHandlerIs(returning);
         Cairn::requireOrStop(false, "adb", "attach");
       },
-      "told and returned");
+      "reported and returned");
   const auto throwing = [](const char* text, const char*) { throw Cairn::Exception(text); };
   const auto before = Cairn::fatalHandlerIs(throwing);
   EXPECT_THROW(Cairn::requireOrStop(false, "adb", "attach"), Cairn::Exception);

@@ -58,7 +58,7 @@ struct Fixture {
     std::filesystem::permissions(options.path.text(), std::filesystem::perms{0600});
     over(words);
   }
-  /// The words of the file that is there, under whoever maps it.
+  /// The words of the file that is there, under every mapping.
   void over(const Words& words) const {
     std::fstream file(options.path.text(), std::ios::in | std::ios::out | std::ios::binary);
     file.write(reinterpret_cast<const char*>(words.data()), static_cast<std::streamsize>(kLayout.bytes()));

@@ -34,7 +34,7 @@ const std::string kOutside = kAssert + "nested row inside the row in SubRow";
 const std::string kNest = kAssert + "nested row inside its slot in SubRow";
 const std::string kShort = kAssert + "fixed data inside the row in ";
 
-std::string told(const std::exception& error) {
+std::string reported(const std::exception& error) {
   const std::unique_ptr<char, decltype(&std::free)> kind(
       abi::__cxa_demangle(typeid(error).name(), nullptr, nullptr, nullptr), &std::free);
   const auto* const assertion = dynamic_cast<const Cairn::AssertionException*>(&error);
@@ -103,7 +103,7 @@ struct Case {
   const char* name;
   int state;
   void (*act)(BaseRow&);
-  std::string told;
+  std::string reported;
   std::size_t failingAllocation = 0;
 };
 
@@ -213,7 +213,7 @@ TEST(RowFailure, KindAndTextAreAsTold_AndTheRowIsAsItWas) {
       each.act(*row);
       ADD_FAILURE() << "did not fail";
     } catch (const std::exception& error) {
-      EXPECT_EQ(told(error), each.told);
+      EXPECT_EQ(reported(error), each.reported);
     }
     allocationFailureIs(0);
     if ((each.state & kCopied) == 0) {

@@ -62,7 +62,7 @@ TEST_F(Trace, Times_AreThoseOfTheClocks) {
 TEST_F(Trace, File_IsPrivateAndKeepsTheOneBefore) {
   std::ofstream(path("target")) << "untouched";
   std::filesystem::create_symlink(path("target"), path());
-  Skein::ringIs(path(), kSmallRing);  // where a link stands, the link is set aside and not followed
+  Skein::ringIs(path(), kSmallRing);  // where a link stands, the link is renamed, not followed
   struct stat status {};
   ASSERT_EQ(lstat(path().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode, S_IFREG | 0600u);

@@ -183,8 +183,8 @@ TEST_F(MapTest, Corruption_WhenTheNextSegmentIsOutOfReach) {
 TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   const auto table = writer();
   for (std::uint64_t id = 1; id <= 3; ++id) put(*table, id, 1);
-  std::vector<std::uint64_t> told;
-  map.onChangeIs([&](const TestKey& key) { told.push_back(key.id); });
+  std::vector<std::uint64_t> notified;
+  map.onChangeIs([&](const TestKey& key) { notified.push_back(key.id); });
   map.attachReader(options());
   const auto bystander = reader();
   damageRow(*table, TestKey{2});
@@ -198,7 +198,7 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   map.attachReader(options());
   while (map.events().poll(10) != 0) {
   }
-  EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 3, 4}));
+  EXPECT_EQ(notified, (std::vector<std::uint64_t>{1, 3, 4}));
   EXPECT_EQ(stampOf(*map.implementation(), 3), 1u);
   EXPECT_EQ(VestaTest::told(*bystander), (std::vector<std::uint64_t>{2, 1, 3, 4}))
       << "a reader that had not detected it follows to the new segment and is notified of what is gone";
@@ -250,17 +250,17 @@ TEST_F(MapTest, Handlers_MayDetachAndAttachTheirMap) {
   const auto table = writer();
   map.attachReader(options());
   for (std::uint64_t id = 1; id <= 3; ++id) put(*table, id, 1);
-  std::vector<std::uint64_t> told;
+  std::vector<std::uint64_t> notified;
   map.onChangeIs([&](const TestKey& key) {
-    told.push_back(key.id);
-    if (told.size() == 1) {
+    notified.push_back(key.id);
+    if (notified.size() == 1) {
       map.detach();
       map.attachReader(options());
     }
   });
   while (map.events().poll(10) != 0) {
   }
-  EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 1, 2, 3}));
+  EXPECT_EQ(notified, (std::vector<std::uint64_t>{1, 1, 2, 3}));
 }
 
 // Corruption of this table takes it down, once, whether poll or a handler detects it; other exceptions of a

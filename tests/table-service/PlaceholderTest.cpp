@@ -10,7 +10,7 @@ using Dummy = Vesta::VestaBaseDummy<TestKey, TestEntry>;
 
 const Vesta::RootPath kPath("/root", "one/two", "table");
 
-// Calls each operation in turn; the log tells which of them say so.
+// Calls each operation in turn; each either logs or does not.
 void useAll(Dummy& dummy) {
   dummy.detach();
   EXPECT_EQ(int(dummy.mountStatus()), 0);
