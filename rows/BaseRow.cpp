@@ -121,9 +121,11 @@ void BaseRow::clear(len_t fixedLength) {
   Cairn::require(fixedLength <= room, "setting fixed data length forBaseRow longer than buffer size",
                  "clear");
   Cairn::require(fixedLength >= lm_contentOffset, "len >= lm_contentOffset", "clear");
+  LmRowBufPtr zeroed;
+  if (replace) zeroed = LmRowBuf::zeroed(buffer_->length());
   if (readOnly_) throw LmPermissionViolation();
   if (replace) {
-    installBuffer(LmRowBuf::zeroed(buffer_->length()));
+    installBuffer(std::move(zeroed));
   } else {
     std::memset(writableBytes(), 0, fixedLength);
   }
