@@ -198,6 +198,8 @@ void AgentCore::giveUp(Operation& operation, Code code, std::string_view text) n
 }
 
 void AgentCore::expire(Clock::time_point now) {
+  // What has arrived is in time, whether or not the descriptor has been handled.
+  completionsReady();
   const ConfigTable* asked = nullptr;  // the table that `text` is about
   const char* text = "";
   for (const auto& batch : batches_) {

@@ -73,7 +73,8 @@ class AgentCore {
   /// Takes every completion out of the batch status and answers the updates they belong to. To be called when
   /// the batch status's descriptor can be read, which it stays when std::bad_alloc is thrown.
   void completionsReady();
-  /// Answers DEADLINE_EXCEEDED to what is out of time.
+  /// Takes every completion, then answers DEADLINE_EXCEEDED to what is out of time. Throws like
+  /// completionsReady.
   void expire(Clock::time_point now);
   /// Answers all updates of the table INTERNAL with `reason`, those in flight and those to come.
   void outOfService(ConfigTable& table, const std::string& reason);
