@@ -215,6 +215,7 @@ void Tracker::checkKind() {
   const auto tracker = Type::_quillType.genericIfFromCtorArgs(arguments);
   EXPECT_EQ(tracker.object()->fwkType(), &Type::_quillType);
   EXPECT_EQ(Type::_quillType.member("status")->type, Status::_quillType.name);
+  EXPECT_EQ(pointer(tracker.get("batchStatus")), batch_);
   EXPECT_EQ(std::any_cast<Quill::Ptr<const Quill::PtrInterface>>(tracker.get("status")), status.entity);
   traceIs("PendingHwPogrammingSm", 9);
   status.entity->tableIs({{.entryHandle = 5, .errorCode = 6}, key});

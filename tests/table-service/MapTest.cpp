@@ -151,14 +151,6 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   EXPECT_THAT(read("table.report.29"), ::testing::HasSubstr("segment cannot be opened: No such file"));
   EXPECT_EQ(files().size(), 17u) << "with the lock, the first eight and the last eight";
   EXPECT_THAT(files(), ::testing::IsSupersetOf({"table.report.1", "table.report.8", "table.report.22"}));
-
-  table = writer();
-  map.attachReader(options());
-  std::filesystem::remove_all(path().folder());
-  map.corruptionDetected("x");  // the report cannot be written
-  EXPECT_FALSE(map.attached());
-  EXPECT_THAT(log.lines.back(),
-              ::testing::MatchesRegex("1 VestaMap:0 corruptionDetected create .*: No such.*"));
 }
 
 // A reader that cannot attach to the next segment loses its table and nothing else.
