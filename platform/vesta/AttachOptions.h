@@ -9,7 +9,6 @@
 #include "cairn/DebugHandler.h"
 #include "cairn/Exception.h"
 #include "vesta/files/RootPath.h"
-#include "vesta/segment/ChangeFollower.h"
 #include "vesta/segment/WriteStep.h"
 
 namespace Vesta {
@@ -17,6 +16,10 @@ namespace Vesta {
 /// What becomes of the rows of a segment found damaged at attach. Either way the file is set aside. One found
 /// damaged while its writer is attached is replaced by one with all sound rows.
 enum class OnDamage { keepSoundRows, startEmpty };
+/// Whether a reader is notified of the rows that are there when it attaches. A reader that skips them and
+/// walks the table instead should poll soon afterwards: see ChangeFollower for what it may have read ahead.
+enum class InitialRows { tell, skip };
+
 struct AttachOptions {
   RootPath path;
   std::uint32_t capacity;  ///< rows, 1 to kMaxCapacity; must be that of the segment if there is one

@@ -60,8 +60,8 @@ std::vector<SlotRow> intactRows(const std::shared_ptr<Segment>& damaged) {
 }
 
 std::vector<std::vector<Word>> changedKeys(const RowWrites& writes, const std::vector<SlotRow>& rows) {
-  std::vector<RowWrites::HeldRow> held = writes.heldRows();
-  std::vector<RowWrites::HeldRow> kept;
+  std::vector<HeldRows::Row> held = writes.heldRows().rows();
+  std::vector<HeldRows::Row> kept;
   const auto keyWords = writes.layout().keyWords;
   for (const auto& [slot, words] : rows) {
     kept.emplace_back(std::vector<Word>(words.begin() + 1, words.begin() + 1 + keyWords),
@@ -69,7 +69,7 @@ std::vector<std::vector<Word>> changedKeys(const RowWrites& writes, const std::v
   }
   std::sort(held.begin(), held.end());
   std::sort(kept.begin(), kept.end());
-  std::vector<RowWrites::HeldRow> changed;
+  std::vector<HeldRows::Row> changed;
   std::set_symmetric_difference(held.begin(), held.end(), kept.begin(), kept.end(),
                                 std::back_inserter(changed));
   std::vector<std::vector<Word>> keys;

@@ -119,7 +119,8 @@ void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
   if (!options_.observer) ReaderLine(reads->segment(), number_).clear();
   try {
     reads->validateIndex();
-    follower_ = ChangeFollower(follower_, *reads, options_.initialRows);
+    follower_ = options_.initialRows == InitialRows::skip ? ChangeFollower::fromNowOn(*reads)
+                                                          : ChangeFollower(follower_, *reads);
   } catch (const Cairn::CorruptionDetectedException&) {
     reportToWriter(reads->segment());
     throw;
@@ -159,7 +160,9 @@ bool SegmentReader::rowFrom(std::uint32_t& slot, Word* row) {
 }
 
 void SegmentReader::validate() {
-  reporting([&] { return reads_ ? reads_->validate() : 0; });
+  reporting([&] {
+    if (reads_) reads_->validate();
+  });
 }
 
 std::size_t SegmentReader::members() {
@@ -191,7 +194,7 @@ void SegmentReader::yieldTimeIs(std::chrono::milliseconds time) {
 
 const ReaderCounters& SegmentReader::counters() noexcept {
   counters_.retries = earlierRetries_ + (reads_ ? reads_->retries() : 0);
-  counters_.overtaken = follower_.overtaken();
+  counters_.overruns = follower_.overruns();
   return counters_;
 }
 
@@ -201,25 +204,26 @@ void SegmentReader::publishProgress() {
   ownLine().handledIs(published_);
 }
 
-// A handler may detach this reader; the segment then lives until the handler has returned. Whatever ended the
-// handler, the change that it was called for is handled. What it threw, damage of another table maybe, is
-// none of this table's, and passes on only after that.
+// A handler may detach this reader; the segment then lives until the handler has returned. However the
+// handler ended, its change is handled. Its exception, which may report damage to another table, is passed on
+// only after that.
 std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
+  if (handling_) return 0;
   std::exception_ptr thrown;
   const KeyHandler called = [&](const Word* key) {
-    const bool outer = std::exchange(handling_, true);
+    handling_ = true;
     try {
       handler(key);
     } catch (...) {
       thrown = std::current_exception();
     }
-    handling_ = outer;
+    handling_ = false;
   };
   std::size_t told = 0;
   while (told < limit && !detached_) {
     if (reads_ && !reads_->segment().live()) reporting([this] { followReplacement(); });
     const std::shared_ptr<RowReads> reads = reads_;
-    const bool one = reporting([&] { return follower_.tellNext(reads.get(), called); });
+    const bool one = reporting([&] { return follower_.notifyNext(reads.get(), called); });
     publishProgress();
     if (thrown) std::rethrow_exception(thrown);
     if (!one) break;
@@ -260,7 +264,8 @@ void SegmentReader::awake() {
 void SegmentReader::descriptorReadable() {
   if (!fifo_) return;
   fifo_.drain();
-  if (detached_ || (reads_ && reads_->segment().live())) return;
+  // A poll that is running a handler follows the writer itself.
+  if (detached_ || handling_ || (reads_ && reads_->segment().live())) return;
   try {
     reporting([this] { followReplacement(); });
   } catch (...) {

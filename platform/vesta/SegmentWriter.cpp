@@ -111,8 +111,8 @@ void SegmentWriter::monitor() {
 }
 
 void SegmentWriter::requireIntact() {
-  if (const std::string fault = files_.sizeFault(segment()); !fault.empty()) reportDamage(fault);
-  if (segment().lostMemory()) reportDamage(kLost);
+  if (const std::string fault = files_.sizeFault(segment()); !fault.empty()) throwCorruption(fault);
+  if (segment().lostMemory()) throwCorruption(kLost);
   rows_->reads().validate();
 }
 

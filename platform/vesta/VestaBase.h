@@ -38,7 +38,7 @@ struct ReaderCounters {
   std::uint64_t lookups = 0;
   std::uint64_t retries = 0;        ///< rows or probes read again because the writer was at them
   std::uint64_t notifications = 0;  ///< keys handed to the handler
-  std::uint64_t overtaken = 0;      ///< times the change log had gone past this reader
+  std::uint64_t overruns = 0;       ///< times the change log has overrun this reader
   std::uint64_t reattached = 0;     ///< times the segment was replaced under this reader
 };
 

@@ -38,7 +38,7 @@ TEST_F(TableTest, Threads_LookupsAndFollowersBesideAWriter) {
       while (!following.tell(7, look).empty()) {
       }
       if (following.maySleep()) following.awake();
-      overtaken = following.counters().overtaken;
+      overtaken = following.counters().overruns;
       if (turn % 64 == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
   });

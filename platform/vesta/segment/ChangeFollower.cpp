@@ -1,236 +1,252 @@
 #include "vesta/segment/ChangeFollower.h"
 
 #include <algorithm>
-#include <iterator>
 #include <string>
+#include <utility>
 
 namespace Vesta {
 
-ChangeFollower::ChangeFollower(const Layout& layout) : layout_(layout) {}
+namespace {
 
-ChangeFollower::ChangeFollower(const ChangeFollower& before, RowReads& reads, InitialRows rows)
-    : layout_(before.layout_),
-      told_(layout_.shape.capacity, Told{reads.segment().firstSequence(), false}),
-      keys_(std::size_t{layout_.shape.capacity} * layout_.keyWords),
-      lost_(before.known()),
-      row_(1 + layout_.rowWords),
-      handled_(reads.segment().firstSequence()),
-      attaching_(rows == InitialRows::tell),
-      overtaken_(before.overtaken_) {
-  if (attaching_) {
-    compare(reads);
-  } else {
-    handled_ = scan(reads, [this](std::uint32_t slot, Word sequence, bool occupied, bool, const Word* key) {
-      tell(slot, sequence, occupied, key);
-    });
+void sortUnique(std::vector<EncodedKey>& keys) {
+  std::sort(keys.begin(), keys.end());
+  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+}
+
+}  // namespace
+
+NotifiedSlots::NotifiedSlots(const Layout& layout, Word sequence)
+    : keyWords_(layout.keyWords),
+      slots_(layout.shape.capacity, Slot{sequence, false}),
+      keys_(std::size_t{layout.shape.capacity} * layout.keyWords) {}
+
+void NotifiedSlots::appendKeys(std::vector<EncodedKey>& keys) const {
+  for (std::uint32_t slot = 0; slot < slots_.size(); ++slot) {
+    if (const Word* const notified = key(slot)) keys.emplace_back(notified, notified + keyWords_);
   }
 }
 
-// Keys found by a comparison and not yet told are among them: the next segment decides what they are.
-auto ChangeFollower::known() const -> std::vector<Key> {
-  std::vector<Key> keys = lost_;
-  keys.insert(keys.end(), queue_.begin(), queue_.end());
-  for (const auto& [sequence, key] : changed_) keys.push_back(key);
-  for (const auto& [until, key] : ahead_) keys.push_back(key);
-  for (std::size_t slot = 0; slot < told_.size(); ++slot) {
-    const Word* key = &keys_[slot * layout_.keyWords];
-    if (told_[slot].present) keys.emplace_back(key, key + layout_.keyWords);
-  }
-  return keys;
+void WatchedKeys::handledIs(Word sequence) {
+  while (!keys_.empty() && !isAfter(keys_.front().until, sequence)) keys_.pop_front();
+}
+
+void WatchedKeys::appendKeys(std::vector<EncodedKey>& keys) const {
+  for (const Watched& watched : keys_) keys.push_back(watched.key);
+}
+
+ChangeFollower::ChangeFollower(const Layout& layout)
+    : layout_(layout), row_(1 + layout.rowWords), lookedUp_(1 + layout.rowWords) {}
+
+ChangeFollower::ChangeFollower(const ChangeFollower& before, RowReads& reads)
+    : ChangeFollower(before.layout_) {
+  const Word first = reads.segment().firstSequence();
+  slots_ = NotifiedSlots(layout_, first);
+  earlier_ = before.knownKeys();
+  handled_ = (first - (Word{1} << 60)) & kSequenceMask;
+  overruns_ = before.overruns_;
+  compare(reads);
+}
+
+ChangeFollower ChangeFollower::fromNowOn(RowReads& reads) {
+  ChangeFollower follower(reads.segment().layout());
+  follower.slots_ = NotifiedSlots(follower.layout_, reads.segment().firstSequence());
+  follower.handled_ =
+      follower.visitChanges(reads, [&](std::uint32_t slot, Word sequence, bool occupied, const Word* key) {
+        follower.slots_.changeIs(slot, sequence, occupied, key);
+      });
+  return follower;
 }
 
 void ChangeFollower::segmentGone() {
+  std::deque<Found> found;
+  for (EncodedKey& key : knownKeys()) found.push_back({std::move(key), true});
   const Word handled = handled_;
-  const std::uint64_t overtaken = overtaken_;
-  std::vector<Key> lost = known();
+  const std::uint64_t overruns = overruns_;
   *this = ChangeFollower(layout_);
-  lost_ = std::move(lost);
   handled_ = handled;
-  overtaken_ = overtaken;
+  overruns_ = overruns;
+  foundIs(std::move(found), handled);
 }
 
-void ChangeFollower::tell(std::uint32_t slot, Word sequence, bool present, const Word* key) {
-  told_[slot] = {sequence, present};
-  std::copy_n(key, layout_.keyWords, keyOf(slot));
+// Keys that were found but not notified yet are among them: what they are, the next segment decides.
+std::vector<EncodedKey> ChangeFollower::knownKeys() const {
+  std::vector<EncodedKey> keys = earlier_;
+  slots_.appendKeys(keys);
+  watched_.appendKeys(keys);
+  for (const Found& found : found_) keys.push_back(found.key);
+  sortUnique(keys);
+  return keys;
 }
 
-// Whether a lookup finds the key of the row in row_.
-bool ChangeFollower::isFound(RowReads& reads) {
-  std::vector<Word> row(row_.size());
-  std::uint32_t slot = 0;
-  return reads.lookup(row_.data() + 1, row.data(), slot);
+bool ChangeFollower::hasPending(const Segment* segment) const {
+  if (state_ != State::following) return true;
+  return segment != nullptr && segment->load(kSequenceAt) != handled_;
 }
 
-// Calls `visit` with each slot. Returns the sequence published before: a change that the slots do not show is
-// newer than that, and in the log. A published sequence that no change had is seen by its record, or by a
-// slot that is further on.
+bool ChangeFollower::notifyNext(RowReads* reads, const KeyHandler& handler) {
+  for (;;) {
+    if (state_ == State::notifying) return notifyFound(reads, handler);
+    if (reads == nullptr) return false;
+    if (state_ == State::comparing) {
+      compare(*reads);
+      continue;
+    }
+    const Word published = reads->segment().load(kSequenceAt);
+    if (published == handled_) {
+      if (!watched_.empty()) caughtUp(reads->segment());
+      return false;
+    }
+    if (sequenceDistance(handled_, published) > kSequenceMask / 2) {
+      throwCorruption("published sequence: found " + std::to_string(published) + " after " +
+                      std::to_string(handled_));
+    }
+    if (!inLog(layout_, nextSequence(handled_), published)) {
+      ++overruns_;
+      state_ = State::comparing;
+    } else if (notifyRecord(*reads, handler)) {
+      return true;
+    }
+  }
+}
+
+bool ChangeFollower::notifyFound(RowReads* reads, const KeyHandler& handler) {
+  const Found& next = found_.front();
+  if (next.removed && reads != nullptr) {
+    notifyRemoval(reads->segment(), next.key.data(), handler);
+  } else {
+    handler(next.key.data());
+  }
+  found_.pop_front();
+  if (found_.empty()) foundIs({}, target_);
+  return true;
+}
+
+// False when there was nothing to notify, or when the log has overrun the reader meanwhile: the caller's next
+// load of the published sequence shows that.
+bool ChangeFollower::notifyRecord(RowReads& reads, const KeyHandler& handler) {
+  const Word sequence = nextSequence(handled_);
+  ChangeRecord record{};
+  if (readRecord(reads.segment(), sequence, row_.data(), record) == RecordState::overrun) return false;
+  const bool isNew = slots_.isNewer(record.slot, sequence);  // or a comparison has notified it
+  const Word* const key = row_.data() + 1;
+  if (isNew) {
+    if (record.written) {
+      handler(key);
+    } else {
+      notifyRemoval(reads.segment(), key, handler);
+    }
+    slots_.changeIs(record.slot, sequence, record.written, key);
+  }
+  handled_ = sequence;
+  watched_.handledIs(sequence);
+  return isNew;
+}
+
+// The handler of a removal may see a later row of the key. If the log overruns the reader before it has
+// handled that row's record, no slot shows that the key has to be notified once it is gone; the comparison
+// looks for it. What the handler has seen was published when it returned, or is the one change in progress.
+void ChangeFollower::notifyRemoval(const Segment& segment, const Word* key, const KeyHandler& handler) {
+  WatchedKeys::Watched& watched = watched_.add(EncodedKey(key, key + layout_.keyWords), handled_);
+  handler(key);
+  watched.until = nextSequence(segment.load(kSequenceAt));
+}
+
+// While no change is in progress either, no handler has seen a row of a later one: it would have seen its log
+// record as well, or the record that has overwritten it, and then also a later published sequence.
+void ChangeFollower::caughtUp(const Segment& segment) {
+  const bool begun = isBegun(segment, nextSequence(handled_));
+  if (!begun && segment.load(kSequenceAt) == handled_) watched_.clear();
+}
+
+// Calls `visit(slot, sequence, occupied, key)` for each slot that was changed since it was notified. Returns
+// the sequence that was published before: the slots show every change up to it. What they show of later
+// changes is in the log, too, but not notified again. A published sequence that no change had is found by its
+// record, or by a slot that is ahead of it.
 //
-// A row stands in its slot before the index names it and its change is published: a handler called in between
-// would not find it. Such a row is `underWay`; its slot is given the sequence before, so that the log's
-// record of the change is not left out.
+// A row stands in its slot before the index names it and its change is published. Handlers would not find it,
+// so it is left to its record; what the slot held before is gone by a published change.
 template <class Visit>
-Word ChangeFollower::scan(RowReads& reads, const Visit& visit) {
+Word ChangeFollower::visitChanges(RowReads& reads, const Visit& visit) {
   const Segment& segment = reads.segment();
   const Word published = segment.load(kSequenceAt);
   if (published != segment.firstSequence()) {
     ChangeRecord record{};
     readRecord(segment, published, row_.data(), record);
   }
+  const Word* const key = row_.data() + 1;
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
     const Word version = reads.readSlot(slot, row_.data());
     Word sequence = sequenceOf(version);
-    bool underWay = false;
+    bool occupied = isOccupied(version);
     if (isAfter(sequence, published)) {
       const Word newest = segment.load(kSequenceAt);
       if (isAfter(sequence, nextSequence(newest))) {
-        reportDamage("published sequence " + std::to_string(newest) + ": slot " + std::to_string(slot) +
-                     " was changed at " + std::to_string(sequence));
+        throwCorruption("published sequence " + std::to_string(newest) + ": slot " + std::to_string(slot) +
+                            " was changed at " + std::to_string(sequence),
+                        {DamagedPlace::slot(slot)});
       }
-      underWay = isOccupied(version) && isAfter(sequence, newest) && !isFound(reads);
-      if (underWay) sequence = newest;
+      std::uint32_t found = 0;
+      if (occupied && isAfter(sequence, newest) && !reads.lookup(key, lookedUp_.data(), found)) {
+        sequence = newest;
+        occupied = false;
+      }
     }
-    visit(slot, sequence, isOccupied(version), underWay, row_.data() + 1);
+    if (slots_.isNewer(slot, sequence)) visit(slot, sequence, occupied, key);
   }
   return published;
 }
 
-bool ChangeFollower::hasPending(const Segment* segment) const {
-  if (!queue_.empty() || !lost_.empty() || !changed_.empty()) return true;
-  return segment != nullptr && segment->load(kSequenceAt) != handled_;
-}
-
-bool ChangeFollower::tellNext(RowReads* reads, const KeyHandler& handler) {
-  for (;;) {
-    if (!queue_.empty()) {
-      const Key key = std::move(queue_.front());
-      queue_.pop_front();
-      const bool last = queue_.empty();
-      tellKey(reads, key, handler);
-      if (last && queue_.empty()) {
-        handled_ = target_;
-        attaching_ = false;
-      }
-      return true;
-    }
-    if (reads == nullptr) {
-      if (lost_.empty()) return false;
-      target_ = handled_;
-      std::sort(lost_.begin(), lost_.end());
-      lost_.erase(std::unique(lost_.begin(), lost_.end()), lost_.end());
-      for (auto& key : lost_) queue_.push_back(std::move(key));
-      lost_.clear();
-      continue;
-    }
-    const Segment& segment = reads->segment();
-    const Word published = segment.load(kSequenceAt);
-    if (!lost_.empty() || !changed_.empty()) {  // of a comparison that a read cut short
-      compare(*reads);
-      continue;
-    }
-    if (published == handled_) return false;
-    if (sequenceDistance(handled_, published) > kSequenceMask / 2) {
-      reportDamage("published sequence: found " + std::to_string(published) + " after " +
-                   std::to_string(handled_));
-    }
-    if (!inLog(layout_, nextSequence(handled_), published)) {
-      ++overtaken_;
-      compare(*reads);
-    } else if (tellRecord(*reads, handler)) {
-      return true;
-    }
-  }
-}
-
-// One record of the log; false when there was nothing to tell after all. Overtaken while reading it: the
-// caller's next look at the sequence shows that.
-bool ChangeFollower::tellRecord(RowReads& reads, const KeyHandler& handler) {
-  const Word sequence = nextSequence(handled_);
-  ChangeRecord record{};
-  if (readRecord(reads.segment(), sequence, row_.data(), record) == RecordState::overtaken) return false;
-  if (!isAfter(sequence, told_[record.slot].sequence)) {
-    handled_ = sequence;
-    return false;
-  }
-  tell(record.slot, sequence, record.written, row_.data() + 1);
-  handled_ = sequence;
-  if (record.written) {
-    handler(keyOf(record.slot));
-    return true;
-  }
-  const Key key(keyOf(record.slot), keyOf(record.slot) + layout_.keyWords);
-  tellKey(&reads, key, handler);
-  return true;
-}
-
-// A handler looks the table up as it is now. Where a key told as gone has come back by then, the handler has
-// seen a row that no slot is told of yet; should the log be gone before that row's end is told, the next
-// comparison has to tell it.
-void ChangeFollower::tellKey(RowReads* reads, const Key& key, const KeyHandler& handler) {
-  const Word before = reads != nullptr ? reads->segment().load(kSequenceAt) : handled_;
-  handler(key.data());
-  while (!ahead_.empty() && !isAfter(ahead_.front().first, handled_)) ahead_.pop_front();
-  if (reads != nullptr && maySee(*reads, key, before)) lookOutFor(reads->segment(), key);
-}
-
-// Whether a lookup between the load of `before`, the sequence published then, and now may have found `key`.
-// The order of the looks is what makes a no certain. A lookup that misses the key because its removal has
-// taken place also makes that change's record visible. So either the record is there, or one that overwrote
-// it, and whoever has seen that one sees a newer sequence too. A read that fails says nothing: it may.
-bool ChangeFollower::maySee(RowReads& reads, const Key& key, Word before) {
-  try {
-    std::uint32_t slot = 0;
-    if (reads.lookup(key.data(), row_.data(), slot)) return true;
-  } catch (const Cairn::Exception&) {
-    return true;
-  }
-  if (isBegun(reads.segment(), nextSequence(before))) return true;
-  return reads.segment().load(kSequenceAt) != before;
-}
-
-// Until the changes that took place so far, of which one may be unpublished, are handled.
-void ChangeFollower::lookOutFor(const Segment& segment, Key key) {
-  ahead_.emplace_back(nextSequence(segment.load(kSequenceAt)), std::move(key));
-}
-
-// A key that is gone from its slot may have come back in another one. Then that slot's change is told, by
-// this comparison or from the log, and the key is not told as gone, unless the log is gone before that.
-//
-// A read may throw at any point. What the slots are told of by then is in changed_ and lost_, so the next
-// call goes on from there.
+// Reads and allocations may throw: nothing is changed before the last of them.
 void ChangeFollower::compare(RowReads& reads) {
-  for (auto& [until, key] : ahead_) {
-    if (isAfter(until, handled_)) lost_.push_back(std::move(key));
-  }
-  ahead_.clear();
-  const auto visit = [&](std::uint32_t slot, Word sequence, bool occupied, bool underWay, const Word* key) {
-    const Told told = told_[slot];
-    if (!underWay && !isAfter(sequence, told.sequence)) return;
-    const bool sameRow = occupied && reads.sameKey(key, keyOf(slot));
-    if (told.present && !sameRow) lost_.emplace_back(keyOf(slot), keyOf(slot) + layout_.keyWords);
-    if (occupied && !underWay) changed_.emplace_back(sequence, Key(key, key + layout_.keyWords));
-    tell(slot, sequence, underWay ? told.present && sameRow : occupied, key);
+  struct Change {
+    std::uint32_t slot;
+    Word sequence;
+    bool occupied;
+    EncodedKey key;
   };
-  const Word target = scan(reads, visit);
-  std::sort(lost_.begin(), lost_.end());
-  lost_.erase(std::unique(lost_.begin(), lost_.end()), lost_.end());
-  const auto cameBack = std::partition(lost_.begin(), lost_.end(), [&](const Key& key) {
+  std::vector<Change> changes;
+  std::vector<EncodedKey> gone = earlier_;
+  watched_.appendKeys(gone);
+  const Word published =
+      visitChanges(reads, [&](std::uint32_t slot, Word sequence, bool occupied, const Word* key) {
+        changes.push_back({slot, sequence, occupied, EncodedKey(key, key + layout_.keyWords)});
+        const Word* const notified = slots_.key(slot);
+        if (notified == nullptr || (occupied && reads.sameKey(key, notified))) return;
+        gone.emplace_back(notified, notified + layout_.keyWords);
+      });
+  sortUnique(gone);
+  // A key that is gone from its slot may have a row in another. That row's change is among these, or in the
+  // log; the key is watched in case the log overruns the reader before.
+  const auto elsewhere = std::partition(gone.begin(), gone.end(), [&](const EncodedKey& key) {
     std::uint32_t slot = 0;
     return !reads.lookup(key.data(), row_.data(), slot);
   });
-  std::for_each(cameBack, lost_.end(), [&](Key& key) { lookOutFor(reads.segment(), std::move(key)); });
-  std::move(lost_.begin(), cameBack, std::back_inserter(queue_));
-  lost_.clear();
-  const Word origin = handled_;
-  std::sort(changed_.begin(), changed_.end(), [origin](const auto& a, const auto& b) {
-    return sequenceDistance(origin, a.first) < sequenceDistance(origin, b.first);
+  const Word seen = nextSequence(reads.segment().load(kSequenceAt));
+  WatchedKeys watched;
+  for (auto key = elsewhere; key != gone.end(); ++key) watched.add(std::move(*key), seen);
+
+  std::deque<Found> found;
+  for (auto key = gone.begin(); key != elsewhere; ++key) found.push_back({std::move(*key), true});
+  std::sort(changes.begin(), changes.end(), [origin = handled_](const Change& a, const Change& b) {
+    return sequenceDistance(origin, a.sequence) < sequenceDistance(origin, b.sequence);
   });
-  for (auto& [sequence, key] : changed_) queue_.push_back(std::move(key));
-  changed_.clear();
-  target_ = target;
-  if (queue_.empty()) {
-    handled_ = target_;
-    attaching_ = false;
+  for (const Change& change : changes) {
+    if (change.occupied) found.push_back({change.key, false});
   }
+
+  for (const Change& change : changes) {
+    slots_.changeIs(change.slot, change.sequence, change.occupied, change.key.data());
+  }
+  earlier_.clear();
+  watched_ = std::move(watched);
+  foundIs(std::move(found), published);
+}
+
+void ChangeFollower::foundIs(std::deque<Found> found, Word target) noexcept {
+  found_ = std::move(found);
+  target_ = target;
+  state_ = found_.empty() ? State::following : State::notifying;
+  if (found_.empty()) handled_ = target_;
 }
 
 }  // namespace Vesta

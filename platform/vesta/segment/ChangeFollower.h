@@ -1,9 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <vector>
 
 #include "vesta/segment/ChangeLog.h"
@@ -11,78 +11,123 @@
 
 namespace Vesta {
 
-/// Whether a reader is told of the rows that are there when it attaches, as if they were just written. One
-/// that skips them and walks the table instead should follow soon: see ChangeFollower for what it may have
-/// read ahead.
-enum class InitialRows { tell, skip };
+/// For each slot, the newest change that was notified, and the key of its row if there was one.
+class NotifiedSlots {
+ public:
+  NotifiedSlots() = default;
+  /// Every slot is vacant and was last changed at `sequence`.
+  NotifiedSlots(const Layout& layout, Word sequence);
 
-/// Turns the change log into calls, one for each change, in order. When the log has gone past it, it compares
-/// the slots with what it has told of them: it tells each row changed since, and each key told of that is
-/// gone, and no other; a key that changes while its own handler runs may be told once more.
+  bool isNewer(std::uint32_t slot, Word sequence) const { return isAfter(sequence, slots_[slot].sequence); }
+  /// The key of the notified row; null when there is none.
+  const Word* key(std::uint32_t slot) const {
+    return slots_[slot].occupied ? &keys_[slot * std::size_t{keyWords_}] : nullptr;
+  }
+  void changeIs(std::uint32_t slot, Word sequence, bool occupied, const Word* key) {
+    slots_[slot] = {sequence, occupied};
+    std::copy_n(key, keyWords_, &keys_[slot * std::size_t{keyWords_}]);
+  }
+  void appendKeys(std::vector<EncodedKey>& keys) const;
+
+ private:
+  struct Slot {
+    Word sequence = 0;
+    bool occupied = false;
+  };
+  std::uint32_t keyWords_ = 0;
+  std::vector<Slot> slots_;
+  std::vector<Word> keys_;  // by slot
+};
+
+/// Keys that may have a row although no slot was notified of it: a handler looks rows up as they are now,
+/// ahead of the log. Each is kept until the records of all changes that its handler may have seen have been
+/// handled.
+class WatchedKeys {
+ public:
+  struct Watched {
+    Word until;
+    EncodedKey key;
+  };
+  /// Keys are added in the order of `until`, which of the last one may be set later.
+  Watched& add(EncodedKey key, Word until) { return keys_.emplace_back(Watched{until, std::move(key)}); }
+  void handledIs(Word sequence);
+  void appendKeys(std::vector<EncodedKey>& keys) const;
+  bool empty() const { return keys_.empty(); }
+  void clear() { keys_.clear(); }
+
+ private:
+  std::deque<Watched> keys_;
+};
+
+/// Turns the change log of a segment into calls: one for each change, in order, while the reader keeps up.
+/// When the log has overrun the reader, the slots are compared with what was notified of them: each row
+/// written since is notified once, and each notified key that is gone at least once; a removal may then be
+/// notified again.
 ///
-/// What handlers look up under the key they were called with is accounted for. Other rows that the owner
-/// happens to read ahead of their changes are not: of those, a removal in an overtaken log goes untold.
+/// Every key that a handler was called with is accounted for, also if its row was looked up ahead of the log.
+/// Rows that the owner looks up under other keys before their changes are notified are not: of those, a
+/// removal in an overrun log is not notified.
 ///
-/// For each slot it keeps the sequence and key of the change last told. A change in the log that is not newer
-/// than that was told by such a comparison and is left out.
+/// Reads may throw Cairn::CorruptionDetectedException and UnsettledException, and any call std::bad_alloc;
+/// nothing has been skipped then, and the next call tries again. Handlers must not throw, nor call the
+/// follower.
 class ChangeFollower {
  public:
   using KeyHandler = std::function<void(const Word* key)>;
 
   /// Follows no segment.
   explicit ChangeFollower(const Layout& layout);
-  /// Follows `reads`' segment after `before` has followed others. Rows that are there count as told of (skip)
-  /// or are told by the next poll, together with the keys that `before` knew of and that are not there.
-  /// Throws on damage.
-  ChangeFollower(const ChangeFollower& before, RowReads& reads, InitialRows rows);
-  /// There is no segment any more: the next poll tells the keys that it held.
+  /// Follows the segment of `reads` after `before` has followed earlier ones: every row is a change, and so
+  /// is every key that `before` may have notified and that has no row now.
+  ChangeFollower(const ChangeFollower& before, RowReads& reads);
+  /// Follows the segment of `reads` from here on. See above for rows that the owner looks up before the first
+  /// notifyNext.
+  static ChangeFollower fromNowOn(RowReads& reads);
+  /// The segment was removed: every key that may have been notified is gone.
   void segmentGone();
 
-  /// Tells the next change, if there is one. The handler must not throw.
-  bool tellNext(RowReads* reads, const KeyHandler& handler);
+  /// Notifies the next change; false when there is none. `reads`: of the segment followed, null after
+  /// segmentGone.
+  bool notifyNext(RowReads* reads, const KeyHandler& handler);
   bool hasPending(const Segment* segment) const;
 
-  /// Every change up to this sequence has been told. While rows that were there at the attach are yet to be
-  /// told, a sequence before all others: changes of an earlier segment, whose sequences this one continues,
-  /// are among them.
-  Word handled() const noexcept {
-    return attaching_ ? (handled_ - (Word{1} << 60)) & kSequenceMask : handled_;
-  }
-  std::uint64_t overtaken() const noexcept { return overtaken_; }
+  /// Every change up to this sequence has been notified. Until the rows of a new segment have been, a
+  /// sequence before all others: the segment continues the sequences of the one before.
+  Word handled() const noexcept { return handled_; }
+  std::uint64_t overruns() const noexcept { return overruns_; }
 
  private:
-  using Key = std::vector<Word>;
-  struct Told {
-    Word sequence = 0;
-    bool present = false;  // it held a row, whose key is in keys_
+  enum class State {
+    following,  // the next change is in the log
+    comparing,  // the slots have to be compared first
+    notifying,  // found_ holds what is to be notified first
+  };
+  struct Found {
+    EncodedKey key;
+    bool removed;
   };
 
-  Word* keyOf(std::uint32_t slot) { return &keys_[std::size_t{slot} * layout_.keyWords]; }
-  std::vector<Key> known() const;
-  void tell(std::uint32_t slot, Word sequence, bool present, const Word* key);
+  std::vector<EncodedKey> knownKeys() const;
   template <class Visit>
-  Word scan(RowReads& reads, const Visit& visit);
-  bool isFound(RowReads& reads);
+  Word visitChanges(RowReads& reads, const Visit& visit);
   void compare(RowReads& reads);
-  bool tellRecord(RowReads& reads, const KeyHandler& handler);
-  void tellKey(RowReads* reads, const Key& key, const KeyHandler& handler);
-  bool maySee(RowReads& reads, const Key& key, Word before);
-  void lookOutFor(const Segment& segment, Key key);
+  void foundIs(std::deque<Found> found, Word target) noexcept;
+  bool notifyFound(RowReads* reads, const KeyHandler& handler);
+  bool notifyRecord(RowReads& reads, const KeyHandler& handler);
+  void caughtUp(const Segment& segment);
+  void notifyRemoval(const Segment& segment, const Word* key, const KeyHandler& handler);
 
   Layout layout_;
-  std::vector<Told> told_;                     // by slot; empty before the first segment
-  std::vector<Word> keys_;                     // by slot
-  std::deque<Key> queue_;                      // found by a comparison, not yet told
-  std::vector<Key> lost_;                      // told keys that the next comparison has to look for
-  std::vector<std::pair<Word, Key>> changed_;  // rows that a comparison under way has found changed
-  // Keys that came back, or may have, in changes not yet told, with the newest such change: told as gone, but
-  // the handler may have seen the next row already, or found elsewhere by a comparison and not told as gone.
-  std::deque<std::pair<Word, Key>> ahead_;
-  std::vector<Word> row_;
-  Word target_ = 0;  // handled once the queue is empty
+  State state_ = State::following;
+  NotifiedSlots slots_;  // none before the first segment
+  WatchedKeys watched_;
+  std::vector<EncodedKey> earlier_;  // keys notified in earlier segments, until the first comparison
+  std::deque<Found> found_;          // in the order of notification
+  Word target_ = 0;                  // handled once found_ has been notified
   Word handled_ = 0;
-  bool attaching_ = false;
-  std::uint64_t overtaken_ = 0;
+  std::uint64_t overruns_ = 0;
+  std::vector<Word> row_;
+  std::vector<Word> lookedUp_;  // a row that is looked up while row_ is in use
 };
 
 }  // namespace Vesta

@@ -20,15 +20,21 @@ ChangeRecord checked(const Layout& layout, Word sequence, const Word* row, Word 
   const Word found = slotAndCheck & 0xffffffff;
   const Word computed = Cairn::checksum(row, (1 + layout.keyWords) * sizeof(Word), slot);
   if (row[0] >> 2 != sequence || found != computed || slot >= layout.shape.capacity) [[unlikely]] {
-    reportDamage("log record " + std::to_string(sequence) + " at word " +
-                 std::to_string(layout.recordAt(sequence)) + ": holds sequence " +
-                 std::to_string(row[0] >> 2) + " for slot " + std::to_string(slot) + ", checksum found " +
-                 hexText(found) + ", computed " + hexText(computed));
+    const std::size_t at = layout.recordAt(sequence);
+    throwCorruption("log record " + std::to_string(sequence) + " at word " + std::to_string(at) +
+                        ": holds sequence " + std::to_string(row[0] >> 2) + " for slot " +
+                        std::to_string(slot) + ", checksum found " + hexText(found) + ", computed " +
+                        hexText(computed),
+                    {DamagedPlace::word(at)});
   }
   return {slot, (row[0] & 1) != 0};
 }
 
 }  // namespace
+
+bool isBegun(const Segment& segment, Word sequence) {
+  return segment.load(segment.layout().recordAt(sequence)) >> 2 == sequence;
+}
 
 ChangeRecord checkRecord(const Segment& segment, Word sequence, Word* row) {
   const Word slotAndCheck = loadRecord(segment, sequence, row);
@@ -37,9 +43,8 @@ ChangeRecord checkRecord(const Segment& segment, Word sequence, Word* row) {
 
 RecordState readRecord(const Segment& segment, Word sequence, Word* row, ChangeRecord& record) {
   const Word slotAndCheck = loadRecord(segment, sequence, row);
-  // Pairs with the publishing store: having loaded a word of the overwriting record, this load sees at least
-  // the sequence before it.
-  if (!inLog(segment.layout(), sequence, segment.load(kSequenceAt))) return RecordState::overtaken;
+  // L2 of RowProtocol.h.
+  if (!inLog(segment.layout(), sequence, segment.load(kSequenceAt))) return RecordState::overrun;
   record = checked(segment.layout(), sequence, row, slotAndCheck);
   return RecordState::read;
 }

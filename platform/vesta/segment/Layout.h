@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 #include "vesta/segment/Words.h"
 
@@ -15,6 +16,9 @@ namespace Vesta {
 
 constexpr std::uint32_t kMaxCapacity = 1u << 20;
 constexpr unsigned kMaxReaders = 63;  ///< of one segment at a time
+
+/// The words of a key.
+using EncodedKey = std::vector<Word>;
 
 /// What a segment must agree on with everyone who attaches to it. Sizes in bytes.
 struct Shape {

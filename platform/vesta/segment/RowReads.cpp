@@ -15,20 +15,23 @@ RowReads::RowReads(std::shared_ptr<Segment> segment)
       slots_(words_ + layout_.slotsAt),
       cellMask_(layout_.cells - 1) {}
 
-void RowReads::reportCell(std::uint32_t value, std::size_t position) const {
-  reportDamage("index cell at word " + std::to_string(position) + ": names slot " +
-               std::to_string(cellSlot(value)) + " of a capacity of " +
-               std::to_string(layout_.shape.capacity));
+void RowReads::throwCell(std::uint32_t value, std::size_t position) const {
+  throwCorruption("index cell at word " + std::to_string(position) + ": names slot " +
+                      std::to_string(cellSlot(value)) + " of a capacity of " +
+                      std::to_string(layout_.shape.capacity),
+                  {DamagedPlace::word(position)});
 }
 
-void RowReads::reportFullIndex(std::size_t base) const {
-  reportDamage("index at word " + std::to_string(base) + ": no empty cell in " +
-               std::to_string(layout_.cells));
+void RowReads::throwFullIndex(std::size_t base) const {
+  throwCorruption(
+      "index at word " + std::to_string(base) + ": no empty cell in " + std::to_string(layout_.cells),
+      {DamagedPlace::word(base)});
 }
 
-void RowReads::reportRow(std::uint32_t slot, Word version, Word found, Word computed) const {
-  reportDamage("slot " + std::to_string(slot) + " version " + hexText(version) + ": checksum found " +
-               hexText(found) + ", computed " + hexText(computed));
+void RowReads::throwRow(std::uint32_t slot, Word version, const CopiedRow& copied) const {
+  throwCorruption("slot " + std::to_string(slot) + " version " + hexText(version) + ": checksum found " +
+                      hexText(copied.found) + ", computed " + hexText(copied.computed),
+                  {DamagedPlace::slot(slot)});
 }
 
 void RowReads::retry(Patience& patience, const char* what) {
@@ -36,11 +39,11 @@ void RowReads::retry(Patience& patience, const char* what) {
   patience.again(what);
 }
 
-// A slot may have changed hands between the load of its cell and that of its row; it then holds another key
-// or none, which proves that the sought key was absent in between, so going on is right. A miss stands only
-// if the index was not switched meanwhile, for the spare one may be half built, and only in an index whose
-// word is sound. A hit proves itself.
-bool RowReads::lookupSlowly(const Word* key, Word hash, Word* row, std::uint32_t& slot) {
+// Cells change one at a time, and keys never move between cells, so a key that the walk passes by was absent
+// at some moment of the walk. A slot that was re-used between the load of its cell and that of its row holds
+// another key or none: the key was absent in between. A miss counts only if the index word is intact and did
+// not change, since the other index may be half built; a hit proves itself.
+bool RowReads::lookupInIndex(const Word* key, Word hash, Word* row, std::uint32_t& slot) {
   Patience patience(yieldTime_);
   for (;;) {
     const Word indexWord = loadAcquire(words_[kIndexAt]);
@@ -67,18 +70,15 @@ bool RowReads::rowFrom(std::uint32_t& slot, Word* row) {
   return false;
 }
 
-std::size_t RowReads::validate() {
+void RowReads::validate() {
   std::vector<Word> row(1 + layout_.rowWords);
-  std::size_t rows = 0;
-  for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
-    rows += isOccupied(readSlot(slot, row.data())) ? 1 : 0;
-  }
+  for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) readSlot(slot, row.data());
   validateIndex();
   const Segment& segment = *segment_;
   const HeaderFault fault = headerFault(&segment.at(0), layout_);
-  if (!fault.text.empty()) reportDamage(fault.text);
-  if (segment.load(kStateAt) != kLive && !segment.retired()) {
-    reportDamage("state: found " + hexText(segment.load(kStateAt)));
+  if (!fault.text.empty()) throwCorruption(fault.text);
+  if (!segment.live() && !segment.retired()) {
+    throwCorruption("state: found " + hexText(segment.load(kStateAt)));
   }
   ChangeRecord record{};
   const Word published = segment.load(kSequenceAt);
@@ -87,12 +87,11 @@ std::size_t RowReads::validate() {
   for (Word back = 0; back < changes; ++back) {
     readRecord(segment, (published - back) & kSequenceMask, row.data(), record);
   }
-  return rows;
 }
 
 void RowReads::validateIndex() const {
   const unsigned which = segment_->unsealed(kIndexAt, "index word") & 1;
-  const std::size_t base = layout_.indexAt(which);  // the other is made anew before it is used
+  const std::size_t base = layout_.indexAt(which);  // the other one is rebuilt before it is used
   for (std::uint32_t cell = 0; cell < layout_.cells; ++cell) {
     const std::uint32_t value = segment_->unsealed(base + cell, "index cell");
     if (cellState(value) == CellState::used) slotOfCell(value, base + cell);

@@ -13,53 +13,55 @@ RowWrites::RowWrites(std::shared_ptr<Segment> segment, StepHook stepHook)
       segment_(reads_.segment()),
       layout_(segment_.layout()),
       words_(&segment_.at(0)),
-      shortcuts_(reinterpret_cast<std::uint32_t*>(words_ + layout_.shortcutsAt)),
+      held_(layout_),
+      index_(segment_, stepHook_),
       scratch_(1 + layout_.rowWords) {
-  known_.resize(layout_.shape.capacity);
-  keys_.resize(std::size_t{layout_.shape.capacity} * layout_.keyWords);
   free_.reserve(layout_.shape.capacity);  // a removal must not fail half-way
-  takeOver();
+  recover();
 }
 
-// The slots are the truth: index, shortcuts, member count and free slots follow from them. The slot that
-// carries the sequence after the published one is the change that the predecessor died in; its record is in
-// the log, since that is written first, so it only remains to settle its row and to publish it. Without such
-// a slot the change did not take place.
-void RowWrites::takeOver() {
-  const Word published = segment_.load(kSequenceAt);
+// Index, shortcuts, member count and free slots follow from the slots.
+void RowWrites::recover() {
+  recoverSlots(segment_.load(kSequenceAt));
+  rebuildIndex();
+  membersIs(layout_.shape.capacity - free_.size());
+  storePublished(words_[kSequenceAt], sequence_);
+}
+
+// A slot with the sequence after the published one carries the change that the last writer died in: its
+// record is in the log, which is written first, so the row remains to be settled, and the change to be
+// published. Without such a slot, the change was not made. At most one row is staged, since a row's checksum
+// covers its slot.
+void RowWrites::recoverSlots(Word published) {
   const Word pending = nextSequence(published);
-  std::vector<Word> row(1 + layout_.rowWords);
-  std::size_t members = 0;
-  bool took = false;
-  std::uint32_t staged = RowReads::kNone;  // one at most, since the row's checksum knows its slot
+  bool made = false;
+  std::uint32_t staged = RowReads::kNone;
   for (std::uint32_t slot = layout_.shape.capacity; slot-- > 0;) {
-    const Word version = reads_.readSlot(slot, row.data());
+    const Word version = reads_.readSlot(slot, scratch_.data());
     if (isAfter(sequenceOf(version), pending)) {
-      reportDamage("published sequence " + std::to_string(published) + ": slot " + std::to_string(slot) +
-                   " was changed at " + std::to_string(sequenceOf(version)));
+      throwCorruption("published sequence " + std::to_string(published) + ": slot " + std::to_string(slot) +
+                          " was changed at " + std::to_string(sequenceOf(version)),
+                      {DamagedPlace::slot(slot)});
     }
-    took = took || sequenceOf(version) == pending;
+    made = made || sequenceOf(version) == pending;
     if (isStaged(segment_.load(layout_.slotAt(slot)))) staged = slot;
     if (isOccupied(version)) {
-      knownIs(slot, row.data() + 1, hashOf(row.data() + 1, layout_.keyWords), sequenceOf(version));
-      ++members;
+      const Word* const key = scratch_.data() + 1;
+      held_.rowIs(slot, key, hashOf(key, layout_.keyWords), sequenceOf(version));
     } else {
       free_.push_back(slot);
     }
   }
-  sequence_ = took ? pending : published;
-  if (sequence_ != segment_.firstSequence()) checkRecord(segment_, sequence_, row.data());
-  if (staged != RowReads::kNone) {
-    reads_.readSlot(staged, row.data());
-    settle(reads_.sizes(), row.data(), staged, checksumOf(row.data(), layout_.rowWords, staged));
-  }
-  const Word indexWord = segment_.load(kIndexAt);
-  index_ = static_cast<unsigned>(indexWord) & 1;  // rebuilt whatever it says
-  indexGeneration_ = static_cast<std::uint32_t>(indexWord) >> 1;
-  rebuildIndex();
-  indexRebuilds_ = 0;
-  membersIs(members);
-  std::atomic_ref<Word>(segment_.at(kSequenceAt)).store(sequence_, std::memory_order_seq_cst);
+  sequence_ = made ? pending : published;
+  if (sequence_ != segment_.firstSequence()) checkRecord(segment_, sequence_, scratch_.data());
+  if (staged == RowReads::kNone) return;
+  reads_.readSlot(staged, scratch_.data());
+  settleRow(reads_.sizes(), words_ + layout_.slotAt(staged), scratch_.data(),
+            checksumOf(scratch_.data(), layout_.rowWords, staged), [this](WriteStep now) { step(now); });
+}
+
+void RowWrites::rebuildIndex() {
+  index_.rebuild(held_, [this](std::uint32_t slot, std::uint32_t other) { requireOtherKey(slot, other); });
 }
 
 // Two slots with one key would make lookups depend on the order of the index.
@@ -68,18 +70,17 @@ void RowWrites::requireOtherKey(std::uint32_t slot, std::uint32_t other) {
   reads_.readSlot(slot, scratch_.data());
   reads_.readSlot(other, row.data());
   if (!reads_.sameKey(&scratch_[1], &row[1])) return;
-  reportDamage("slot " + std::to_string(other) + ": holds the same key as slot " + std::to_string(slot));
+  throwCorruption("slot " + std::to_string(other) + ": holds the same key as slot " + std::to_string(slot),
+                  {DamagedPlace::slot(other), DamagedPlace::slot(slot)});
 }
 
-// Where the new row and its cell will stand. Throws when there is no room.
+// Finds the slot and the cell of a new row.
 void RowWrites::prepareInsertion(RowReads::Probe& place, const Word* key, Word hash) {
   if (free_.empty()) {
     throw Cairn::ResourceExhaustedException("table is full: used " + std::to_string(members_) + " of " +
                                             std::to_string(layout_.shape.capacity));
   }
-  const std::size_t cell = layout_.indexAt(index_) + place.cell;
-  if (cellState(segment_.unsealed(cell, "index cell")) == CellState::empty &&
-      cellsTaken_ >= layout_.cells / 4 * 3) {
+  if (index_.isCrowded(place.cell)) {
     rebuildIndex();
     place = find(reads_.sizes(), key, hash);
   }
@@ -88,24 +89,31 @@ void RowWrites::prepareInsertion(RowReads::Probe& place, const Word* key, Word h
 
 void RowWrites::finishInsertion(const RowReads::Probe& place, const Word* key, Word hash) {
   free_.pop_back();
-  knownIs(place.slot, key, hash, nextSequence(sequence_));
-  putCell(place.cell, usedCell(hash, place.slot));
+  held_.rowIs(place.slot, key, hash, nextSequence(sequence_));
+  index_.put(place.cell, hash, place.slot);
   membersIs(members_ + 1);
 }
 
-void RowWrites::knownIs(std::uint32_t slot, const Word* key, Word hash, Word sequence) {
-  known_[slot] = {hash | kKnown, sequence};
-  std::copy_n(key, layout_.keyWords, &keys_[std::size_t{slot} * layout_.keyWords]);
+bool RowWrites::remove(const Word* key) {
+  const Word hash = hashOf(key, layout_.keyWords);
+  const RowReads::Probe found = find(reads_.sizes(), key, hash);
+  if (found.slot == RowReads::kNone) return false;
+  // The slot keeps the key, under the checksum, so that a vacated slot can be told from a damaged one.
+  scratch_.assign(1 + layout_.rowWords, 0);
+  std::copy_n(key, layout_.keyWords, scratch_.begin() + 1);
+  put(reads_.sizes(), scratch_.data(), found.slot, false);
+  held_.rowDel(found.slot);
+  free_.push_back(found.slot);
+  index_.take(found.cell);
+  membersIs(members_ - 1);
+  publish();
+  return true;
 }
 
-std::vector<RowWrites::HeldRow> RowWrites::heldRows() const {
-  std::vector<HeldRow> rows;
-  for (std::size_t slot = 0; slot < known_.size(); ++slot) {
-    if (known_[slot].hash == 0) continue;
-    const Word* key = &keys_[slot * layout_.keyWords];
-    rows.emplace_back(std::vector<Word>(key, key + layout_.keyWords), known_[slot].sequence);
-  }
-  return rows;
+void RowWrites::membersIs(std::size_t members) {
+  members_ = members;
+  segment_.store(kMembersAt, sealed(static_cast<std::uint32_t>(members), kMembersAt));
+  step(WriteStep::membersMoved);
 }
 
 void RowWrites::nextSlotsAre(const std::vector<std::uint32_t>& slots) {
@@ -125,103 +133,9 @@ bool RowWrites::restoreWords() {
   for (std::size_t at = 0; at < kHeaderWords; ++at) restore(at, segment_.header()[at]);
   restore(kSequenceAt, sequence_);
   restore(kMembersAt, sealed(static_cast<std::uint32_t>(members_), kMembersAt));
-  restore(kIndexAt, sealed(indexGeneration_ << 1 | index_, kIndexAt));
+  restore(kIndexAt, index_.word());
   restore(kStateAt, kLive);
   return wrong;
-}
-
-bool RowWrites::remove(const Word* key) {
-  const Word hash = hashOf(key, layout_.keyWords);
-  const RowReads::Probe found = find(reads_.sizes(), key, hash);
-  if (found.slot == RowReads::kNone) return false;
-  // The slot keeps the key, under the checksum, so that a reader can tell a vacated slot from a damaged one.
-  scratch_.assign(1 + layout_.rowWords, 0);
-  for (std::uint32_t i = 0; i < layout_.keyWords; ++i) scratch_[1 + i] = key[i];
-  step(WriteStep::begun);
-  putRecord(reads_.sizes(), scratch_.data(), found.slot, false);
-  putSlot(reads_.sizes(), scratch_.data(), found.slot, false);
-  known_[found.slot].hash = 0;
-  free_.push_back(found.slot);
-  takeCell(found.cell);
-  membersIs(members_ - 1);
-  publish();
-  return true;
-}
-
-// A shortcut is put after its cell and taken before it, so that it never names what the index does not.
-void RowWrites::putCell(std::uint32_t cell, std::uint32_t value) {
-  const std::size_t at = layout_.indexAt(index_) + cell;
-  if (cellState(static_cast<std::uint32_t>(segment_.load(at))) == CellState::empty) ++cellsTaken_;
-  segment_.store(at, sealed(value, at));
-  step(WriteStep::cellMoved);
-  storeRelease(shortcuts_[cell], value);
-}
-
-// A cell whose successor is empty ends every chain through it, so it may become empty itself, and so may the
-// marks before it. Anywhere else a mark has to stay, or the keys behind it would be lost to readers.
-void RowWrites::takeCell(std::uint32_t cell) {
-  const std::size_t base = layout_.indexAt(index_);
-  const std::uint32_t mask = layout_.cells - 1;
-  // A damaged cell counts as used, which keeps every chain whole; whoever probes it reports it. The change is
-  // half done here and has to be finished.
-  const auto state = [&](std::uint32_t at) {
-    const Word word = segment_.load(base + at);
-    return isSealed(word, base + at) ? cellState(static_cast<std::uint32_t>(word)) : CellState::used;
-  };
-  const auto put = [&](std::uint32_t at, std::uint32_t value) {
-    storeRelease(shortcuts_[at], value);
-    segment_.store(base + at, sealed(value, base + at));
-  };
-  if (state((cell + 1) & mask) != CellState::empty) {
-    put(cell, kMarkCell);
-  } else {
-    do {
-      put(cell, kEmptyCell);
-      --cellsTaken_;
-      cell = (cell - 1) & mask;
-    } while (state(cell) == CellState::mark);
-  }
-  step(WriteStep::cellMoved);
-}
-
-void RowWrites::membersIs(std::size_t members) {
-  members_ = members;
-  segment_.store(kMembersAt, sealed(static_cast<std::uint32_t>(members), kMembersAt));
-  step(WriteStep::membersMoved);
-}
-
-// Readers go on with the old index until the one store of the index word; those that were in the spare one
-// from before its last switch see the word move and start again.
-void RowWrites::rebuildIndex() {
-  const unsigned spare = 1 - index_;
-  const std::size_t base = layout_.indexAt(spare);
-  const std::uint32_t mask = layout_.cells - 1;
-  for (std::size_t at = base; at < base + layout_.cells; ++at) segment_.store(at, sealed(kEmptyCell, at));
-  step(WriteStep::rebuildCleared);
-  std::uint32_t taken = 0;
-  std::vector<std::uint32_t> filled(
-      layout_.cells);  // what is read back comes from here, not from the segment
-  for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) {
-    if (slot == layout_.shape.capacity / 2) step(WriteStep::rebuildHalf);
-    const Word hash = known_[slot].hash;
-    if (hash == 0) continue;
-    std::uint32_t at = static_cast<std::uint32_t>(hash) & mask;
-    for (; cellState(filled[at]) == CellState::used; at = (at + 1) & mask) {
-      if (known_[cellSlot(filled[at])].hash == hash) [[unlikely]]
-        requireOtherKey(cellSlot(filled[at]), slot);
-    }
-    filled[at] = usedCell(hash, slot);
-    segment_.store(base + at, sealed(filled[at], base + at));
-    ++taken;
-  }
-  step(WriteStep::rebuildFilled);
-  cellsTaken_ = taken;
-  index_ = spare;
-  indexGeneration_ = (indexGeneration_ + 1) & 0x7fffffff;
-  segment_.store(kIndexAt, sealed(indexGeneration_ << 1 | index_, kIndexAt));
-  ++indexRebuilds_;
-  step(WriteStep::rebuildSwitched);
-  for (std::uint32_t cell = 0; cell < layout_.cells; ++cell) storeRelease(shortcuts_[cell], filled[cell]);
 }
 
 }  // namespace Vesta

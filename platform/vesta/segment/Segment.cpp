@@ -6,21 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <vector>
 
 #include "cairn/Exception.h"
 #include "cairn/Hash.h"
 
 namespace Vesta {
-
-void reportDamage(const std::string& what) { throw Cairn::CorruptionDetectedException(what); }
-
-std::string hexText(Word value) {
-  char text[20];
-  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
-  return text;
-}
 
 Segment::Segment(int descriptor, const Layout& layout, Access access) : layout_(layout) {
   struct stat status {};
@@ -69,16 +60,17 @@ Segment::~Segment() {
   munmap(words_, layout_.bytes());
 }
 
-void Segment::reportSeal(Word word, std::size_t position, const char* what) {
-  reportDamage(std::string(what) + " at word " + std::to_string(position) + ": found " + hexText(word) +
-               ", whose check would be " + hexText(sealOf(static_cast<std::uint32_t>(word), position)));
+void Segment::throwSeal(Word word, std::size_t position, const char* what) {
+  throwCorruption(std::string(what) + " at word " + std::to_string(position) + ": found " + hexText(word) +
+                      ", whose check would be " + hexText(sealOf(static_cast<std::uint32_t>(word), position)),
+                  {DamagedPlace::word(position)});
 }
 
 std::size_t Segment::members() const {
   const std::uint32_t members = unsealed(kMembersAt, "member count");
   if (members > layout_.shape.capacity) {
-    reportDamage("member count: found " + std::to_string(members) + " of a capacity of " +
-                 std::to_string(layout_.shape.capacity));
+    throwCorruption("member count: found " + std::to_string(members) + " of a capacity of " +
+                    std::to_string(layout_.shape.capacity));
   }
   return members;
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "vesta/segment/Damage.h"
 #include "vesta/segment/Layout.h"
 #include "vesta/segment/SegmentGuard.h"
 
@@ -48,15 +49,14 @@ class Segment {
   Word firstSequence() const noexcept { return header_[kFirstSequenceAt]; }
   /// A number of this segment's own, never 0.
   Word generation() const noexcept { return header_[kGenerationAt]; }
-  /// The value of a sealed word; throws Cairn::CorruptionDetectedException naming `what` when the seal is
-  /// broken.
+  /// The value of a sealed word; throws SegmentCorruption naming `what` when the seal is broken.
   std::uint32_t unsealed(std::size_t position, const char* what) const {
     return unsealed(load(position), position, what);
   }
   /// The same for a word as read.
   static std::uint32_t unsealed(Word word, std::size_t position, const char* what) {
     if (!isSealed(word, position)) [[unlikely]]
-      reportSeal(word, position, what);
+      throwSeal(word, position, what);
     return static_cast<std::uint32_t>(word);
   }
   std::size_t members() const;
@@ -64,7 +64,7 @@ class Segment {
  private:
   friend void formatSegment(Segment& segment, Word firstSequence, Word generation);
   explicit Segment(const Layout& layout);
-  [[noreturn]] static void reportSeal(Word word, std::size_t position, const char* what);
+  [[noreturn]] static void throwSeal(Word word, std::size_t position, const char* what);
 
   Layout layout_;
   Word* words_;
@@ -84,9 +84,5 @@ struct HeaderFault {
   bool rowsUsable = false;  ///< damaged, but provably a segment of this layout: intact rows can be kept
 };
 HeaderFault headerFault(const Word* words, const Layout& layout);
-
-/// Throws Cairn::CorruptionDetectedException with a text of one line.
-[[noreturn]] void reportDamage(const std::string& what);
-std::string hexText(Word value);
 
 }  // namespace Vesta

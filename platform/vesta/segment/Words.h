@@ -71,7 +71,7 @@ template <class Count, class Call>
 [[gnu::always_inline]] inline void eachWord(Count count, const Call& call) {
   if constexpr (requires { Count::value; }) {
     if constexpr (Count::value <= 32) {
-      [&]<std::size_t... I>(std::index_sequence<I...>) { (call(I), ...); }
+      [&]<std::size_t... I>(std::index_sequence<I...>) __attribute__((always_inline)) { (call(I), ...); }
       (std::make_index_sequence<Count::value>());
       return;
     }
