@@ -123,9 +123,12 @@ TEST_F(MapTest, Path_IsThatOfTheLastAttach) {
   expectPath(text());
   auto elsewhere = options();
   elsewhere.path = Vesta::RootPath(folder_, "some/other/place", "table");
-  map.attachReader(elsewhere);
-  map.detach();
+  elsewhere.capacity = 0;
+  EXPECT_THROW(map.attachReader(elsewhere), Cairn::Exception);
   expectPath(elsewhere.path.text());
+  map.attachReader(options());
+  map.detach();
+  expectPath(text());
 }
 
 TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
