@@ -123,15 +123,13 @@ TEST_F(Vrf, Binding_NewTableIsFollowedButNotCounted) {
   tracker_->l3IifTH3ConfigDel();
   write(other, 3, 5);
   EXPECT_EQ(counts(), (Counts{{9, 1}}));
-  const std::function<void()> reads[] = {[this] { tracker_->handleL3IifTH3ConfigEntry({2}); },
-                                         [this] { tracker_->handleInitialized(); }};
-  for (const auto& read : reads) {
+  for (const bool walks : {false, true}) {
     tracker_->l3IifTH3ConfigIs(config_.entity);
     config_.table->onReadIs(1, [this] {
       tracker_->l3IifTH3ConfigDel();
       EXPECT_EQ(config_.entity->references(), 2u) << "the table is held while it is read";
     });
-    read();
+    walks ? tracker_->handleInitialized() : tracker_->handleL3IifTH3ConfigEntry({2});
   }
 }
 
