@@ -90,8 +90,8 @@ class TableEntityOf : public Quill::Typed<Derived, QuillVesta::TableEntity> {
     return map_.implementation() != nullptr ? map_.implementation()->writerProcess() : 0;
   }
   std::string displacedFile() const override {
-    if (auto* const writer = map_.writer()) return writer->segment().displacedFile();
-    if (auto* const reader = map_.reader()) return reader->segment().displacedFile();
+    if (auto* const writer = map_.writer()) return writer->displacedFile();
+    if (auto* const reader = map_.reader()) return reader->displacedFile();
     return {};
   }
   void cleanup() override { map_.cleanup(); }

@@ -32,9 +32,9 @@ void MapLog::error(int line, const char* function, const std::string& text) cons
   handler_->log(1, "VestaMap", line, function, text);
 }
 
-void MapLog::report(const std::string& message) const {
+void MapLog::report(const std::string& message, const DamagedPlaces& places) const {
   try {
-    writeCorruptionReport(*handler_, path(), message);
+    writeCorruptionReport(*handler_, path(), message, places);
   } catch (const std::exception& failure) {
     error(0, "corruptionDetected", failure.what());
   }

@@ -6,6 +6,7 @@
 
 #include "cairn/DebugHandler.h"
 #include "vesta/files/RootPath.h"
+#include "vesta/segment/Damage.h"
 
 namespace Vesta {
 
@@ -24,7 +25,7 @@ class MapLog {
   void ready(bool ready, bool notifying) const;
   void error(int line, const char* function, const std::string& text) const;
   /// Writes the corruption report; a failure is logged.
-  void report(const std::string& message) const;
+  void report(const std::string& message, const DamagedPlaces& places) const;
 
  private:
   std::string pathText() const { return path_ ? path_->text() : std::string(); }

@@ -97,14 +97,14 @@ class VestaMap final : private EventSource {
   /// Repairs what no read or write of the table notices, and replaces the segment that this map writes if a
   /// reader has reported damage in it; a write does the latter, too. To be called at least once a second.
   void monitor() {
-    if (writer_ != nullptr) writer_->segment().monitor();
-    if (reader_ != nullptr) reader_->segment().monitor();
+    if (writer_ != nullptr) writer_->monitor();
+    if (reader_ != nullptr) reader_->monitor();
   }
 
   // Each of the three operations above, also one that threw, may have replaced a damaged segment and so have
   // removed rows or set them back to an older content. The caller takes out their keys and notifies of them.
 
-  bool hasChangedKeys() const { return writer_ != nullptr && writer_->segment().hasChangedKeys(); }
+  bool hasChangedKeys() const { return writer_ != nullptr && writer_->hasChangedKeys(); }
   /// One of the keys; nothing when none is left.
   std::optional<Key> takeChangedKey() {
     return writer_ != nullptr ? writer_->takeChangedKey() : std::nullopt;
@@ -206,6 +206,9 @@ void VestaMap<Key, Entry>::corruptionDetected(const std::string& message) {
   const std::string text = log.corruption(message);
   if (!attached_) throw Cairn::CorruptionDetectedException(text);
   log.detached();
+  DamagedPlaces places;
+  if (reader_ != nullptr) places = reader_->damagedPlaces();
+  if (writer_ != nullptr) places = writer_->damagedPlaces();
   implementation_->detach();
   attached_ = false;
   writer_ = nullptr;
@@ -213,7 +216,7 @@ void VestaMap<Key, Entry>::corruptionDetected(const std::string& message) {
   implementation_ =
       std::make_unique<VestaBaseDummy<Key, Entry>>(log.handler(), log.path(), std::move(implementation_));
   collectionReadyIs(false);
-  log.report(message);
+  log.report(message, places);
 }
 
 template <class Key, class Entry>
@@ -229,14 +232,14 @@ std::size_t VestaMap<Key, Entry>::guarded(const Call& call) {
   Reader* const called = reader_;
   if (called == nullptr) return 0;
   const Calling calling(*this);
-  const std::uint64_t before = called->segment().corruptions();
+  const std::uint64_t before = called->corruptions();
   try {
     return call();
   } catch (const Cairn::CorruptionDetectedException& corruption) {
     // A handler may have reported it already and even have mounted the table again. What a handler has
     // detected in another table passes out.
     if (reader_ != called) return 0;
-    if (called->segment().corruptions() == before) throw;
+    if (called->corruptions() == before) throw;
     corruptionDetected(corruption.message());
   } catch (const UnsettledException& busy) {
     log_.error(0, "poll", busy.message());  // the next poll reads the row again

@@ -56,7 +56,7 @@ class TablePair {
   /// Identifies the segment of the status table; 0 when there is none.
   std::uint64_t statusGeneration() const {
     auto* const attached = status_->table().writer();
-    return attached == nullptr ? 0 : attached->segment().mapping()->load(Vesta::kGenerationAt);
+    return attached == nullptr ? 0 : attached->segmentId();
   }
   /// The number of the status table's last change.
   std::uint64_t statusSequence() const { return writer().sequence(); }

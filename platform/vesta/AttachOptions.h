@@ -13,27 +13,28 @@
 
 namespace Vesta {
 
-/// What becomes of the rows of a segment found damaged at attach. Either way the file is set aside. One found
-/// damaged while its writer is attached is replaced by one with all sound rows.
-enum class OnDamage { keepSoundRows, startEmpty };
+/// What happens to the intact rows of a segment that is found damaged at attach; the segment is retired
+/// either way. If damage is found while the writer is attached, they are always kept.
+enum class OnDamage { keepIntactRows, startEmpty };
 /// Whether a reader is notified of the rows that are there when it attaches. A reader that skips them and
-/// walks the table instead should poll soon afterwards: see ChangeFollower for what it may have read ahead.
-enum class InitialRows { tell, skip };
+/// walks the table instead should poll soon afterwards: see ChangeFollower for rows that it reads ahead.
+enum class InitialRows { notify, skip };
 
 struct AttachOptions {
   RootPath path;
   std::uint32_t capacity;  ///< rows, 1 to kMaxCapacity; must be that of the segment if there is one
   std::shared_ptr<const Cairn::DebugHandler>
       debugHandler{};  ///< null: one that logs errors to standard error
-  OnDamage onDamage = OnDamage::keepSoundRows;
-  InitialRows initialRows = InitialRows::tell;
-  bool observer =
-      false;  ///< a reader that the writer does not know of: it writes nothing, not even itself down
+  OnDamage onDamage = OnDamage::keepIntactRows;
+  InitialRows initialRows = InitialRows::notify;
+  /// Of readers: writes nothing into the segment, so the writer does not know of it. It cannot be woken, and
+  /// quiesced() does not wait for it.
+  bool passive = false;
   std::uint64_t firstSequence = 1;  ///< of a segment that this attach creates; below 2^62
   StepHook stepHook{};              ///< of writers
   /// How long a reader waits at attach for a living writer to replace a segment that is damaged.
   std::chrono::milliseconds damagePatience{0};
-  std::string name{};  ///< by which a writer sees this reader, at most 32 bytes; "": the program's name
+  std::string name{};  ///< of a reader, as the writer sees it; at most 32 bytes; "": the program's name
 };
 
 /// A reader as its writer sees it.

@@ -1,4 +1,4 @@
-// The fixed-size encodings through which keys and entries stand in a segment.
+// The fixed-size encodings of keys and entries in a segment.
 #pragma once
 
 #include <array>

@@ -16,7 +16,7 @@ Shape shapeOf(std::uint32_t capacity) {
           capacity, fingerprintOf(Codec<Key>::text, Codec<Entry>::text)};
 }
 
-/// One row on its way into or out of a segment: a word for the slot's version, the encoded key and the
+/// One row as it is copied into or out of a segment: a word for the slot's version, the encoded key and the
 /// encoded entry, both filled up with zero bytes to whole words.
 template <Encodable Key, Encodable Entry>
 class EncodedRow {

@@ -9,16 +9,18 @@ namespace Vesta {
 
 namespace {
 
+enum class Predecessor { none, toRetire };
+
 std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout,
                                          const AttachOptions& options, std::vector<SlotRow> rows,
-                                         bool inPlaceOfOther) {
+                                         Predecessor predecessor) {
   const TableFiles::Unnamed created = files.create(layout, options.firstSequence);
   auto writes = std::make_unique<RowWrites>(created.segment, options.stepHook);
   std::vector<std::uint32_t> slots;
   for (const SlotRow& row : rows) slots.push_back(row.slot);
   writes->nextSlotsAre(slots);
   for (SlotRow& row : rows) writes->write(row.words.data(), false);
-  if (inPlaceOfOther) {
+  if (predecessor == Predecessor::toRetire) {
     files.replace(created);
   } else {
     files.name(created);
@@ -30,7 +32,7 @@ std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout
 std::unique_ptr<RowWrites> replaceAtAttach(TableFiles& files, const std::shared_ptr<Segment>& damaged,
                                            const std::string& reason, const AttachOptions& options) {
   std::vector<SlotRow> rows;
-  if (options.onDamage == OnDamage::keepSoundRows) rows = intactRows(damaged);
+  if (options.onDamage == OnDamage::keepIntactRows) rows = intactRows(damaged);
   return replaceDamaged(files, damaged->layout(), std::move(rows), reason, options);
 }
 
@@ -44,14 +46,14 @@ std::vector<SlotRow> intactRows(const std::shared_ptr<Segment>& damaged) {
     try {
       if (isOccupied(reads.readSlot(slot, words.data()))) rows.push_back({slot, std::move(words)});
     } catch (const Cairn::CorruptionDetectedException&) {
-      // this row is what is damaged
+      // not one of the intact rows
     }
   }
   const auto newestFirst = [](const SlotRow& a, const SlotRow& b) {
     return isAfter(sequenceOf(a.words[0]), sequenceOf(b.words[0]));
   };
   std::sort(rows.begin(), rows.end(), newestFirst);
-  std::set<std::vector<Word>> keys;
+  std::set<EncodedKey> keys;
   std::erase_if(rows, [&](const SlotRow& row) {
     return !keys.emplace(row.words.begin() + 1, row.words.begin() + 1 + damaged->layout().keyWords).second;
   });
@@ -59,20 +61,19 @@ std::vector<SlotRow> intactRows(const std::shared_ptr<Segment>& damaged) {
   return rows;
 }
 
-std::vector<std::vector<Word>> changedKeys(const RowWrites& writes, const std::vector<SlotRow>& rows) {
+std::vector<EncodedKey> changedKeys(const RowWrites& writes, const std::vector<SlotRow>& rows) {
   std::vector<HeldRows::Row> held = writes.heldRows().rows();
   std::vector<HeldRows::Row> kept;
   const auto keyWords = writes.layout().keyWords;
   for (const auto& [slot, words] : rows) {
-    kept.emplace_back(std::vector<Word>(words.begin() + 1, words.begin() + 1 + keyWords),
-                      sequenceOf(words[0]));
+    kept.emplace_back(EncodedKey(words.begin() + 1, words.begin() + 1 + keyWords), sequenceOf(words[0]));
   }
   std::sort(held.begin(), held.end());
   std::sort(kept.begin(), kept.end());
   std::vector<HeldRows::Row> changed;
   std::set_symmetric_difference(held.begin(), held.end(), kept.begin(), kept.end(),
                                 std::back_inserter(changed));
-  std::vector<std::vector<Word>> keys;
+  std::vector<EncodedKey> keys;
   for (auto& [key, sequence] : changed) {
     if (keys.empty() || keys.back() != key) keys.push_back(std::move(key));
   }
@@ -89,22 +90,22 @@ void logError(const AttachOptions& options, const std::string& text) {
 
 std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, const Layout& layout, std::vector<SlotRow> rows,
                                           const std::string& reason, const AttachOptions& options) {
-  auto writes = createSegment(files, layout, options, std::move(rows), true);
-  logError(options, "is damaged and set aside: " + reason);
+  auto writes = createSegment(files, layout, options, std::move(rows), Predecessor::toRetire);
+  logError(options, "is damaged and retired: " + reason);
   return writes;
 }
 
-std::unique_ptr<RowWrites> soundSegment(TableFiles& files, const Layout& layout,
-                                        const AttachOptions& options) {
+std::unique_ptr<RowWrites> intactSegment(TableFiles& files, const Layout& layout,
+                                         const AttachOptions& options) {
   TableFiles::Found found = files.open(layout, Access::writer);
-  if (found.missing) return createSegment(files, layout, options, {}, false);
-  if (found.segment && found.fault.rowsUsable) {
+  if (found.missing) return createSegment(files, layout, options, {}, Predecessor::none);
+  if (found.segment && found.fault.rowsUsable()) {
     return replaceAtAttach(files, found.segment, found.fault.text, options);
   }
-  if (!found.fault.text.empty()) {
-    auto writes = createSegment(files, layout, options, {}, true);
-    logError(options, std::string(found.fault.damaged ? "is damaged" : "is of another kind") +
-                          " and set aside: " + found.fault.text);
+  if (found.fault) {
+    auto writes = createSegment(files, layout, options, {}, Predecessor::toRetire);
+    logError(options, std::string(found.fault.damaged() ? "is damaged" : "is incompatible") +
+                          " and retired: " + found.fault.text);
     return writes;
   }
   if (found.segment->load(kStateAt) != kLive) {

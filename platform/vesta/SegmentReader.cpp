@@ -13,19 +13,19 @@
 namespace Vesta {
 
 SegmentReader::SegmentReader(const Shape& shape, const AttachOptions& options,
-                             std::shared_ptr<Segment> mapping)
+                             std::shared_ptr<Segment> segment)
     : layout_(shape), options_(options), files_(options.path), follower_(layout_) {
   if (options_.name.empty()) options_.name = program_invocation_short_name;
   options_.name.resize(std::min(options_.name.size(), std::size_t{32}));
-  if (options_.observer) {
-    observe();
+  if (options_.passive) {
+    attachPassively();
     return;
   }
   claimNumber();
   try {
     fifo_ = files_.readerFifo(number_);
-    if (mapping) {
-      startOn(std::move(mapping));
+    if (segment) {
+      use(std::move(segment));
     } else {
       attach();
     }
@@ -37,7 +37,8 @@ SegmentReader::SegmentReader(const Shape& shape, const AttachOptions& options,
 
 SegmentReader::~SegmentReader() { detach(); }
 
-// A number is a lock: it cannot be held by the dead. Who holds one has its other byte to itself.
+// A number is a lock, so a dead process cannot hold one. The holder also has the number's follower byte to
+// itself.
 void SegmentReader::claimNumber() {
   for (number_ = 0; number_ < kMaxReaders; ++number_) {
     if (!files_.lock().tryLock(LockFile::readerByte(number_))) continue;
@@ -48,13 +49,18 @@ void SegmentReader::claimNumber() {
                                           std::to_string(kMaxReaders) + " of " + std::to_string(kMaxReaders));
 }
 
-void SegmentReader::observe() {
-  const TableFiles::Found found = files_.open(layout_, Access::observer);
-  if (found.missing) throw Cairn::SystemException("open " + files_.path().text(), ENOENT);
-  const std::string problem = start(found);
-  if (problem.empty()) return;
-  if (!found.fault.text.empty() && !found.fault.damaged) throw Cairn::Exception(problem);
-  throw Cairn::CorruptionDetectedException(problem);
+void SegmentReader::attachPassively() {
+  const Attempt attempt = tryToUse(files_.open(layout_, Access::passiveReader));
+  switch (attempt.outcome) {
+    case Attempt::Outcome::attached:
+      return;
+    case Attempt::Outcome::missing:
+      throw Cairn::SystemException("open " + files_.path().text(), ENOENT);
+    case Attempt::Outcome::incompatible:
+      throw Cairn::Exception(attempt.text);
+    case Attempt::Outcome::damaged:
+      throw Cairn::CorruptionDetectedException(attempt.text);
+  }
 }
 
 void SegmentReader::attach() {
@@ -71,52 +77,51 @@ void SegmentReader::attach() {
   }
 }
 
-// Without a living writer, this reader does what a writer would do at attach. Whoever holds the creation lock
-// may be about to name the segment, so the last word on it is spoken under that lock.
+// Without a living writer, this reader recovers or creates the segment as a writer does at attach. The holder
+// of the creation lock may be about to name a segment, so only an attempt under that lock decides.
 void SegmentReader::attachOnce() {
-  TableFiles::Found found = files_.open(layout_, Access::reader);
-  if (start(found).empty()) return;
+  if (tryToUse(files_.open(layout_, Access::reader)).succeeded()) return;
   const CreationLock creation(files_.lock(), files_.path().text());
-  found = files_.open(layout_, Access::reader);
-  std::string problem = start(found);
-  if (!problem.empty() && !files_.lock().heldElsewhere(LockFile::kWriter)) {
-    files_.wakeEveryone(soundSegment(files_, layout_, options_)->reads().segment());
-    found = files_.open(layout_, Access::reader);
-    problem = start(found);
+  Attempt attempt = tryToUse(files_.open(layout_, Access::reader));
+  if (!attempt.succeeded() && !files_.lock().heldElsewhere(LockFile::kWriter)) {
+    files_.wakeEveryone(intactSegment(files_, layout_, options_)->reads().segment());
+    attempt = tryToUse(files_.open(layout_, Access::reader));
   }
-  if (problem.empty()) return;
-  if (!found.missing && (found.fault.text.empty() || found.fault.damaged))
-    throw Cairn::CorruptionDetectedException(problem);
-  throw Cairn::Exception(problem + "; its writer is process " + std::to_string(files_.writerPid()));
+  if (attempt.succeeded()) return;
+  if (attempt.outcome == Attempt::Outcome::damaged) throw Cairn::CorruptionDetectedException(attempt.text);
+  throw Cairn::Exception(attempt.text + "; its writer is process " + std::to_string(files_.writerProcess()));
 }
 
-// Says why it could not start on what was found; empty when it did.
-std::string SegmentReader::start(const TableFiles::Found& found) {
-  if (found.missing) return files_.path().text() + " is missing";
-  if (!found.fault.text.empty()) {
-    if (found.segment && found.fault.damaged) reportToWriter(*found.segment);
-    return files_.path().text() + ": " + found.fault.text;
+SegmentReader::Attempt SegmentReader::tryToUse(const TableFiles::Found& found) {
+  using Outcome = Attempt::Outcome;
+  const std::string table = files_.path().text();
+  if (found.missing) return {Outcome::missing, table + " is missing"};
+  if (found.fault) {
+    if (found.segment && found.fault.damaged()) reportToWriter(*found.segment);
+    return {found.fault.damaged() ? Outcome::damaged : Outcome::incompatible,
+            table + ": " + found.fault.text};
   }
   if (const Word state = found.segment->load(kStateAt); state != kLive) {
     reportToWriter(*found.segment);
-    // Retired, with the name still on it: the writer is replacing it, and until then there is none newer.
-    if (state != kRetired || !connected()) return files_.path().text() + ": state: found " + hexText(state);
+    // A retired segment with the table's name is being replaced by its writer; until then none is newer.
+    if (state != kRetired || !connected()) {
+      return {Outcome::damaged, table + ": state: found " + hexText(state)};
+    }
   }
   try {
-    startOn(found.segment);
+    use(found.segment);
   } catch (const Cairn::CorruptionDetectedException& damage) {
-    return files_.path().text() + ": " + damage.message();
+    return {Outcome::damaged, table + ": " + damage.message()};
   }
-  return {};
+  return {Outcome::attached};
 }
 
-// Either goes over to the segment, with all that has been told so far, or throws and leaves things as they
-// were. This reader counts as one that has handled nothing from before its first look at the rows, also where
-// the line under its number is that of a dead one.
-void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
+// Switches to the segment or throws; strong exception guarantee. Before it reads the first row, this reader
+// counts as one that has handled nothing; the line under its number may be that of a dead one.
+void SegmentReader::use(std::shared_ptr<Segment> segment) {
   auto reads = std::make_shared<RowReads>(std::move(segment));
   reads->yieldTimeIs(yieldTime_);
-  if (!options_.observer) ReaderLine(reads->segment(), number_).clear();
+  if (!options_.passive) ReaderLine(reads->segment(), number_).clear();
   try {
     reads->validateIndex();
     follower_ = options_.initialRows == InitialRows::skip ? ChangeFollower::fromNowOn(*reads)
@@ -127,12 +132,12 @@ void SegmentReader::startOn(std::shared_ptr<Segment> segment) {
   }
   if (reads_) earlierRetries_ += reads_->retries();
   reads_ = std::move(reads);
-  writeDown();
+  enterLine();
 }
 
 // A restarted process may have the pid of the one before; hence the random half.
-void SegmentReader::writeDown() {
-  if (options_.observer) return;
+void SegmentReader::enterLine() {
+  if (options_.passive) return;
   sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
   identity_ = randomWord() << 32 | static_cast<std::uint32_t>(getpid());
   published_ = follower_.handled();
@@ -140,18 +145,19 @@ void SegmentReader::writeDown() {
 }
 
 void SegmentReader::monitor() {
-  if (!reads_ || options_.observer) return;
+  if (!reads_ || options_.passive) return;
   ReaderLine line = ownLine();
   if (line.identity() == identity_ && line.handled() == published_ && line.name() == options_.name) return;
   line.fill(identity_, published_, options_.name);
 }
 
 void SegmentReader::reportToWriter(Segment& segment) noexcept {
-  if (!options_.observer) sleepersOf(segment).fetch_or(kDamageReported, std::memory_order_seq_cst);
+  if (!options_.passive) sleepersOf(segment).fetch_or(kDamageReported, std::memory_order_seq_cst);
 }
 
-void SegmentReader::damageMet() noexcept {
+void SegmentReader::corruptionDetected(const Cairn::CorruptionDetectedException& corruption) {
   ++corruptions_;
+  damagedPlaces_ = placesOf(corruption);
   if (reads_) reportToWriter(reads_->segment());
 }
 
@@ -199,7 +205,7 @@ const ReaderCounters& SegmentReader::counters() noexcept {
 }
 
 void SegmentReader::publishProgress() {
-  if (options_.observer || !reads_ || published_ == follower_.handled()) return;
+  if (options_.passive || !reads_ || published_ == follower_.handled()) return;
   published_ = follower_.handled();
   ownLine().handledIs(published_);
 }
@@ -219,43 +225,39 @@ std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
     }
     handling_ = false;
   };
-  std::size_t told = 0;
-  while (told < limit && !detached_) {
+  std::size_t notified = 0;
+  while (notified < limit && !detached_) {
     if (reads_ && !reads_->segment().live()) reporting([this] { followReplacement(); });
     const std::shared_ptr<RowReads> reads = reads_;
     const bool one = reporting([&] { return follower_.notifyNext(reads.get(), called); });
     publishProgress();
     if (thrown) std::rethrow_exception(thrown);
     if (!one) break;
-    ++told;
+    ++notified;
     ++counters_.notifications;
   }
-  return told;
+  return notified;
 }
 
-// What a handler looks up belongs to the change that it was called for, and the change to its segment.
-bool SegmentReader::lookupInNext(const Word* key, Word* row, std::uint32_t& slot) {
+// Not within a handler: it was called for a change of the segment before.
+bool SegmentReader::lookupInReplacement(const Word* key, Word* row, std::uint32_t& slot) {
   if (handling_) return false;
   followReplacement();
   return reads_ && reads_->lookup(key, row, slot);
 }
 
-// The announcement and the look at the sequence after it are sequentially consistent, like their partners in
-// RowWrites::publish and SegmentWriter::lookAfterReaders.
 bool SegmentReader::maySleep() {
-  if (detached_ || options_.observer) return true;
+  if (detached_ || options_.passive) return true;
   if (follower_.hasPending(reads_ ? &reads_->segment() : nullptr)) return false;
   if (!reads_) return true;
-  sleepers().fetch_or(ownBit(), std::memory_order_seq_cst);
-  const Word published =
-      std::atomic_ref<Word>(reads_->segment().at(kSequenceAt)).load(std::memory_order_seq_cst);
-  if (published == follower_.handled()) return true;
+  announceSleep(reads_->segment().at(kSleepersAt), ownBit());
+  if (loadPublished(reads_->segment().at(kSequenceAt)) == follower_.handled()) return true;
   awake();
   return false;
 }
 
 void SegmentReader::awake() {
-  if (!reads_ || options_.observer) return;
+  if (!reads_ || options_.passive) return;
   if ((sleepers().load(std::memory_order_relaxed) & ownBit()) != 0) {
     sleepers().fetch_and(~ownBit(), std::memory_order_seq_cst);
   }
@@ -276,40 +278,41 @@ void SegmentReader::descriptorReadable() {
 
 // Switches to the segment that now has the table's name, even if that one is retired, too: its writer has
 // then not exchanged the names yet, or died before it did, and no segment is newer. Without one, the table is
-// empty until a writer wakes this reader; creating one here would undo its removal. The same goes for a
-// segment of another kind, but its writer does not expect this reader. A reader that cannot go over is as
-// good as cut off by damage.
+// empty until a writer creates one and wakes this reader; creating one here would undo its removal. An
+// incompatible segment counts as none, and its writer does not wait for this reader. Failure to attach to the
+// new segment is reported like damage.
 void SegmentReader::followReplacement() try {
   if (reads_ && files_.isNamed(reads_->segment())) {
     if (!reads_->segment().retired()) reportToWriter(reads_->segment());
     return;  // the writer of the next one will wake this reader
   }
-  const TableFiles::Found found = files_.open(layout_, options_.observer ? Access::observer : Access::reader);
-  if (found.fault.damaged) {
+  const TableFiles::Found found =
+      files_.open(layout_, options_.passive ? Access::passiveReader : Access::reader);
+  if (found.fault.damaged()) {
     if (found.segment) reportToWriter(*found.segment);
     throw Cairn::CorruptionDetectedException(files_.path().text() + ": " + found.fault.text);
   }
-  if (found.missing || !found.fault.text.empty()) {
+  if (found.missing || found.fault) {
     if (reads_) follower_.segmentGone();
     reads_.reset();
-    if (!found.missing && !options_.observer) files_.lock().unlock(LockFile::followerByte(number_));
+    if (!found.missing && !options_.passive) files_.lock().unlock(LockFile::followerByte(number_));
     return;
   }
   if (const Word state = found.segment->load(kStateAt); state != kLive && state != kRetired) {
     reportToWriter(*found.segment);
     throw Cairn::CorruptionDetectedException(files_.path().text() + ": state: found " + hexText(state));
   }
-  if (!options_.observer && !fifo_.stands(files_.folder(), files_.fifoName(number_))) {
+  if (!options_.passive && !fifo_.inPlace(files_.folder(), files_.fifoName(number_))) {
     throw Cairn::CorruptionDetectedException("FIFO " + files_.path().folder() + "/" +
                                              files_.fifoName(number_) + " of this reader was removed");
   }
-  if (!options_.observer) files_.lock().tryLock(LockFile::followerByte(number_));
-  options_.initialRows = InitialRows::tell;
-  startOn(found.segment);
+  if (!options_.passive) files_.lock().tryLock(LockFile::followerByte(number_));
+  options_.initialRows = InitialRows::notify;
+  use(found.segment);
   ++counters_.reattached;
 } catch (const Cairn::SystemException& failure) {
   throw Cairn::CorruptionDetectedException(files_.path().text() +
-                                           " has a new segment, out of reach: " + failure.message());
+                                           " has a new segment that cannot be opened: " + failure.message());
 }
 
 }  // namespace Vesta

@@ -17,30 +17,29 @@ namespace Vesta {
 
 /// The byte-level side of one reader.
 ///
-/// Thread safety: one thread. Takes no lock while reading or following; the writer may be at work or dead.
-/// Damage that any operation meets is also reported to the writer, who looks for it at its next write and
-/// replaces the segment.
+/// Thread safety: one thread. Takes no lock while reading or following; the writer may be running, stopped or
+/// dead. Damage that any operation detects is also reported to the writer, which checks the segment at its
+/// next write and replaces it.
 class SegmentReader {
  public:
   using KeyHandler = ChangeFollower::KeyHandler;
 
-  /// `mapping`: the segment as another object of this process maps it, to be shared by threads; null to map
-  /// anew.
-  SegmentReader(const Shape& shape, const AttachOptions& options, std::shared_ptr<Segment> mapping = nullptr);
+  /// `segment`: mapped by another object of this process, to be shared by threads; null to map the table's.
+  SegmentReader(const Shape& shape, const AttachOptions& options, std::shared_ptr<Segment> segment = nullptr);
   ~SegmentReader();
   SegmentReader(const SegmentReader&) = delete;
   SegmentReader& operator=(const SegmentReader&) = delete;
 
-  /// See RowReads. Nothing is found while there is no segment. What a retired segment does not hold is looked
-  /// up in the segment after it, so a key that has a row is never absent; a row that is found may be that of
-  /// a retired segment until the next poll. A handler called by poll finds what the segment holds that was
+  /// See RowReads. Nothing is found while there is no segment. A key without a row in a retired segment is
+  /// looked up in its replacement, so a key that has a row is never absent. A row that is found may be that
+  /// of a retired segment until the next poll. Within a handler, lookups are answered by the segment that was
   /// current when it was called.
   template <class Sizes>
   bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
     ++counters_.lookups;
     return reporting([&] {
       return reads_ && (reads_->lookup(sizes, key, row, slot) ||
-                        (!reads_->segment().live() && lookupInNext(key, row, slot)));
+                        (!reads_->segment().live() && lookupInReplacement(key, row, slot)));
     });
   }
   bool rowFrom(std::uint32_t& slot, Word* row);
@@ -51,8 +50,8 @@ class SegmentReader {
   std::size_t poll(std::size_t limit, const KeyHandler& handler);
   bool maySleep();
   void awake();
-  /// Restores this reader's line on the readers' page; to be called at least once a second. A sleep bit that
-  /// was lost needs no more than that the owner calls awake() and poll() as often.
+  /// Restores this reader's line on the readers' page; to be called at least once a second. The owner calls
+  /// awake() and poll() as often, which makes up for a lost sleep bit.
   void monitor();
 
   /// Whether there is a segment. Not so after detach, nor between the removal of one and the creation of
@@ -67,7 +66,8 @@ class SegmentReader {
   std::uint64_t sequence() const noexcept { return reads_ ? reads_->segment().load(kSequenceAt) : 0; }
   /// Whether the table has a living writer.
   bool connected() { return files_.lock().heldElsewhere(LockFile::kWriter); }
-  pid_t writerProcess() { return connected() ? files_.writerPid() : 0; }
+  /// 0 when the table has no living writer.
+  pid_t writerProcess() { return connected() ? files_.writerProcess() : 0; }
   void yieldTimeIs(std::chrono::milliseconds time);
   /// See TableFiles::displacedFile. Empty while there is no segment.
   std::string displacedFile() const {
@@ -75,28 +75,36 @@ class SegmentReader {
   }
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const ReaderCounters& counters() noexcept;
-  /// How often this reader has detected corruption. Handlers may throw what they detected in other tables.
   std::uint64_t corruptions() const noexcept { return corruptions_; }
+  const DamagedPlaces& damagedPlaces() const noexcept { return damagedPlaces_; }
 
  private:
+  /// How an attempt to use the segment that has the table's name ended.
+  struct Attempt {
+    enum class Outcome { attached, missing, incompatible, damaged };
+    Outcome outcome;
+    std::string text{};  // why it failed
+    bool succeeded() const noexcept { return outcome == Outcome::attached; }
+  };
+
   void claimNumber();
   void attach();
   void attachOnce();
-  void observe();
-  std::string start(const TableFiles::Found& found);
-  void startOn(std::shared_ptr<Segment> segment);
-  void writeDown();
+  void attachPassively();
+  Attempt tryToUse(const TableFiles::Found& found);
+  void use(std::shared_ptr<Segment> segment);
+  void enterLine();
   void followReplacement();
-  bool lookupInNext(const Word* key, Word* row, std::uint32_t& slot);
+  bool lookupInReplacement(const Word* key, Word* row, std::uint32_t& slot);
   void publishProgress();
   void reportToWriter(Segment& segment) noexcept;
-  void damageMet() noexcept;
+  void corruptionDetected(const Cairn::CorruptionDetectedException& corruption);
   template <class Call>
   auto reporting(const Call& call) {
     try {
       return call();
-    } catch (const Cairn::CorruptionDetectedException&) {
-      damageMet();
+    } catch (const Cairn::CorruptionDetectedException& corruption) {
+      corruptionDetected(corruption);
       throw;
     }
   }
@@ -117,11 +125,12 @@ class SegmentReader {
   Word identity_ = 0;                // as in this reader's line
   Word published_ = 0;               // likewise: progress
   std::chrono::milliseconds yieldTime_{kDefaultYieldTime};
-  std::uint64_t earlierRetries_ = 0;  // of segments before this one
+  std::uint64_t earlierRetries_ = 0;  // in earlier segments
   bool detached_ = false;
   bool handling_ = false;  // a handler is running
   ReaderCounters counters_;
   std::uint64_t corruptions_ = 0;
+  DamagedPlaces damagedPlaces_;  // of the last one
 };
 
 }  // namespace Vesta

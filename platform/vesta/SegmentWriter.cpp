@@ -23,28 +23,28 @@ SegmentWriter::SegmentWriter(const Shape& shape, const AttachOptions& options)
 
 SegmentWriter::~SegmentWriter() { detach(); }
 
-// The writer's lock is taken under the creation lock: whoever finds no segment there and no writer knows that
-// none is about to make one. A predecessor may have died between publishing a change and waking its readers,
-// so everyone is woken once.
+// The writer's lock is taken under the creation lock: a holder of that lock who finds neither segment nor
+// writer knows that no writer is about to create one. A predecessor may have died between publishing a change
+// and waking its readers, so all are woken once.
 void SegmentWriter::takeTable() {
   {
     const CreationLock creation(files_.lock(), files_.path().text());
     if (!files_.lock().tryLock(LockFile::kWriter)) {
       throw Cairn::Exception(files_.path().text() + " has a writer already: process " +
-                             std::to_string(files_.writerPid()));
+                             std::to_string(files_.writerProcess()));
     }
-    rowsAre(soundSegment(files_, layout_, options_));
+    rowsAre(intactSegment(files_, layout_, options_));
   }
-  files_.wakeEveryone(*mapping());
+  files_.wakeEveryone(segment());
 }
 
 void SegmentWriter::rowsAre(std::unique_ptr<RowWrites> rows) {
   rows_ = std::move(rows);
-  writerPidIs(getpid());
+  writerProcessIs(getpid());
 }
 
-void SegmentWriter::writerPidIs(pid_t process) {
-  segment().store(kWriterPidAt, sealed(static_cast<std::uint32_t>(process), kWriterPidAt));
+void SegmentWriter::writerProcessIs(pid_t process) {
+  segment().store(kWriterProcessAt, sealed(static_cast<std::uint32_t>(process), kWriterProcessAt));
 }
 
 void SegmentWriter::refuse() const {
@@ -74,8 +74,9 @@ bool SegmentWriter::wakeSleepers() {
   return lost;
 }
 
-void SegmentWriter::requireLoss() {
-  if (!segment().lostMemory() && files_.sizeFault(segment()).empty()) throw;
+void SegmentWriter::replaceIfTruncated(const Cairn::CorruptionDetectedException& corruption) {
+  damagedPlaces_ = placesOf(corruption);
+  if (!segment().lostMemory() && !files_.sizeFault(segment())) throw;
   replaceSegment(kLost, CreationLock::kUsualBound);
 }
 
@@ -83,16 +84,16 @@ void SegmentWriter::wake(Word sleepers) {
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
     if ((sleepers >> reader & 1) == 0) continue;
     const Word identity = segment().load(readerLineAt(reader) + kReaderIdentityAt);
-    ReaderNote& note = notes_[reader];
-    if (note.identity != identity || identity == 0 || !note.fifo) {
-      note.identity = identity;
+    ReaderState& state = readerStates_[reader];
+    if (state.fifoOwner != identity || identity == 0 || !state.fifo) {
+      state.fifoOwner = identity;
       counters_.systemCalls += 2;
-      if (!WakeFifo::forWriter(files_.folder(), files_.fifoName(reader), note.fifo)) {
+      if (!WakeFifo::forWriter(files_.folder(), files_.fifoName(reader), state.fifo)) {
         std::atomic_ref<Word>(segment().at(kSleepersAt)).fetch_or(Word{1} << reader);
       }
     }
-    if (!note.fifo) continue;
-    note.fifo.wake();
+    if (!state.fifo) continue;
+    state.fifo.wake();
     ++counters_.wakeups;
     ++counters_.systemCalls;
   }
@@ -101,9 +102,9 @@ void SegmentWriter::wake(Word sleepers) {
 // A word that was wrong may have kept a reader asleep.
 void SegmentWriter::monitor() {
   if (!rows_) return;
-  writerPidIs(getpid());
+  writerProcessIs(getpid());
   const bool restored = rows_->restoreWords();
-  if (!files_.sizeFault(segment()).empty() || segment().lostMemory()) {
+  if (files_.sizeFault(segment()) || segment().lostMemory()) {
     replaceIfDamaged();
   } else if (restored || (sleepers() & kDamageReported) != 0) {
     wakeSleepers();
@@ -111,14 +112,14 @@ void SegmentWriter::monitor() {
 }
 
 void SegmentWriter::requireIntact() {
-  if (const std::string fault = files_.sizeFault(segment()); !fault.empty()) throwCorruption(fault);
+  if (const SegmentFault fault = files_.sizeFault(segment())) throwCorruption(fault.text);
   if (segment().lostMemory()) throwCorruption(kLost);
   rows_->reads().validate();
 }
 
-// A reader has met damage. It may have been that reader's own; if it is in the segment, a new one takes over.
-// The change that this follows has taken place, so a replacement that fails is left to the next one, also
-// where a reader holds the creation lock: it may have been stopped.
+// A reader has reported damage, which may be that of an earlier segment. The change before this has been
+// made, so a replacement that fails is left to the next change or monitor(), also when a reader, which may
+// have been stopped, holds the creation lock.
 void SegmentWriter::replaceIfDamaged() {
   try {
     requireIntact();
@@ -132,60 +133,59 @@ void SegmentWriter::replaceIfDamaged() {
   }
 }
 
-// Sequences go on, so that what its owner waits for in terms of them keeps its meaning.
+// Sequences continue, since the owner waits for readers to have handled them.
 void SegmentWriter::replaceSegment(const std::string& reason, std::chrono::milliseconds lockBound) {
   AttachOptions with = options_;
   with.firstSequence = rows_->sequence();
   try {
     const CreationLock creation(files_.lock(), files_.path().text(), lockBound);
-    std::vector<SlotRow> intact = intactRows(mapping());
-    std::vector<std::vector<Word>> changed = changedKeys(*rows_, intact);
+    std::vector<SlotRow> intact = intactRows(sharedSegment());
+    std::vector<EncodedKey> changed = changedKeys(*rows_, intact);
     changed.insert(changed.end(), changedKeys_.begin(), changedKeys_.end());
     std::sort(changed.begin(), changed.end());
     changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
     rowsAre(replaceDamaged(files_, layout_, std::move(intact), reason, with));
     changedKeys_ = std::move(changed);
     loggedFailure_.clear();
-    files_.wakeEveryone(*mapping());
+    files_.wakeEveryone(segment());
   } catch (const Cairn::Exception& failure) {
     throw Cairn::CorruptionDetectedException(reason + "; could not be replaced: " + failure.message());
   }
 }
 
-std::vector<Word> SegmentWriter::takeChangedKey() {
-  std::vector<Word> key = std::move(changedKeys_.back());
+EncodedKey SegmentWriter::takeChangedKey() {
+  EncodedKey key = std::move(changedKeys_.back());
   changedKeys_.pop_back();
   return key;
 }
 
 void SegmentWriter::changedKeyDel(const Word* key) {
-  std::erase_if(changedKeys_, [key](const std::vector<Word>& changed) {
-    return std::equal(changed.begin(), changed.end(), key);
-  });
+  std::erase_if(changedKeys_,
+                [key](const EncodedKey& changed) { return std::equal(changed.begin(), changed.end(), key); });
 }
 
 bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {
   try {
     return rows_ && rows_->reads().rowFrom(slot, row);
-  } catch (const Cairn::CorruptionDetectedException&) {
-    requireLoss();
+  } catch (const Cairn::CorruptionDetectedException& corruption) {
+    replaceIfTruncated(corruption);
     return rows_->reads().rowFrom(slot, row);
   }
 }
 
 void SegmentWriter::detach() {
   if (!rows_) return;
-  writerPidIs(0);
+  writerProcessIs(0);
   rows_.reset();
   files_.lock().unlock(LockFile::kWriter);
 }
 
-// Also after a detach, as long as nobody else writes: whoever takes a table down does not keep it attached.
+// Also after a detach, as long as no other process writes.
 void SegmentWriter::cleanup() {
   const CreationLock creation(files_.lock(), files_.path().text());
   if (!rows_ && !files_.lock().tryLock(LockFile::kWriter)) {
     throw Cairn::Exception(files_.path().text() + " has a writer: process " +
-                           std::to_string(files_.writerPid()));
+                           std::to_string(files_.writerProcess()));
   }
   rows_.reset();
   try {
@@ -214,23 +214,24 @@ bool SegmentWriter::isGone(unsigned reader, Word identity) {
   return ReaderLine(segment(), reader).release(identity);
 }
 
-// `who`: the identity of a reader with a line. Of one without, the segment's number: it is on its way from an
-// earlier segment, or else has come after this one was made, and may be left out like one that comes later.
-bool SegmentWriter::isStalled(unsigned reader, Word who, Word handled) {
-  ReaderNote& note = notes_[reader];
+// `identity` is the segment's id for a reader that has no line in this segment.
+bool SegmentWriter::isStalled(unsigned reader, Word identity, Word handled) {
+  ReaderState& state = readerStates_[reader];
   const auto now = std::chrono::steady_clock::now();
-  if (note.handled != handled || note.watched != who || note.movedAt.time_since_epoch().count() == 0) {
-    note.handled = handled;
-    note.watched = who;
-    note.movedAt = now;
+  if (state.observedHandled != handled || state.observedReader != identity ||
+      state.movedAt.time_since_epoch().count() == 0) {
+    state.observedHandled = handled;
+    state.observedReader = identity;
+    state.movedAt = now;
   }
-  return now - note.movedAt >= std::chrono::seconds(1);
+  return now - state.movedAt >= std::chrono::seconds(1);
 }
 
+// `counts(reader, identity, handled)`: whether a reader that lags counts.
 template <class Counts>
 bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
   if (!rows_) return true;
-  // One that lags is mostly found without a system call; lines of the dead are freed on the way.
+  // First without system calls, which find most readers that lag; lines of dead readers are freed.
   for (unsigned reader = 0; reader < kMaxReaders; ++reader) {
     const ReaderLine line(segment(), reader);
     const Word identity = line.identity();
@@ -238,9 +239,9 @@ bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
     if (identity == 0 || (handled && !isAfter(sequence, *handled))) continue;
     if (!isGone(reader, identity) && counts(reader, identity, handled.value_or(0))) return false;
   }
-  // A reader that follows but is not in this segment yet has handled nothing of it. Should the line be that
-  // of a dead one, whose number it has taken, it has not looked at this segment yet: it is one that comes
-  // later.
+  // Readers that have not come over from an earlier segment have handled nothing of this one. If the line is
+  // still that of a dead reader with the same number, the living one has not read this segment yet and need
+  // not be waited for.
   for (const long byte :
        files_.lock().heldElsewhere(LockFile::followerByte(0), LockFile::followerByte(kMaxReaders))) {
     const auto reader = static_cast<unsigned>(byte - LockFile::followerByte(0));
@@ -248,7 +249,7 @@ bool SegmentWriter::allHandled(std::uint64_t sequence, const Counts& counts) {
     const Word identity = line.identity();
     const std::optional<Word> handled = line.handled();
     if (identity == 0) {
-      if (counts(reader, segment().generation(), 0)) return false;
+      if (counts(reader, segment().id(), 0)) return false;
     } else if (!handled || isAfter(sequence, *handled)) {
       if (counts(reader, identity, handled.value_or(0))) return false;
     }
@@ -261,8 +262,9 @@ bool SegmentWriter::quiesced(std::uint64_t sequence) {
 }
 
 bool SegmentWriter::movingReadersQuiesced(std::uint64_t sequence) {
-  return allHandled(
-      sequence, [this](unsigned reader, Word who, Word handled) { return !isStalled(reader, who, handled); });
+  return allHandled(sequence, [this](unsigned reader, Word identity, Word handled) {
+    return !isStalled(reader, identity, handled);
+  });
 }
 
 bool SegmentWriter::clientQuiesced(const std::string& name) {

@@ -17,8 +17,8 @@ namespace Vesta {
 /// The byte-level side of a table's one writer. Rows and keys are arrays of words as EncodedRow lays them
 /// out.
 ///
-/// Thread safety: one thread. Readers in other threads and processes are not disturbed, whatever step of a
-/// write this one dies at.
+/// Thread safety: one thread. Readers in other threads and processes are not disturbed if this process dies
+/// at any step of a write.
 class SegmentWriter {
  public:
   SegmentWriter(const Shape& shape, const AttachOptions& options);
@@ -43,24 +43,23 @@ class SegmentWriter {
   bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {
     try {
       return rows_ && rows_->reads().lookup(sizes, key, row, slot);
-    } catch (const Cairn::CorruptionDetectedException&) {
-      requireLoss();
+    } catch (const Cairn::CorruptionDetectedException& corruption) {
+      replaceIfTruncated(corruption);
       return rows_->reads().lookup(key, row, slot);
     }
   }
   bool rowFrom(std::uint32_t& slot, Word* row);
 
-  /// To be called at least once a second, for what no operation notices or what has to be done even if no
-  /// write follows: puts words right that carry no check, and replaces the segment if its file has another
-  /// size or a reader has reported damage. Nothing after detach.
+  /// To be called at least once a second: restores words that carry no check, and replaces the segment if its
+  /// file has another size or a reader has reported damage. No effect after detach.
   void monitor();
 
   // Keys whose rows a replacement of the segment has changed: they are lost, or older rows have come back.
-  // The owner notifies of them; nobody else in this process would.
+  // The owner notifies its own process of them.
 
   bool hasChangedKeys() const noexcept { return !changedKeys_.empty(); }
   /// Takes one of them out; there is one.
-  std::vector<Word> takeChangedKey();
+  EncodedKey takeChangedKey();
   /// Takes `key` out if it is one of them.
   void changedKeyDel(const Word* key);
 
@@ -79,7 +78,7 @@ class SegmentWriter {
   bool clientQuiesced(const std::string& name);
   std::vector<ConnectedReader> readers();
   pid_t writerProcess() const noexcept;
-  /// Nothing keeps changing under the only one that writes.
+  /// No effect: no row changes while the writer itself reads it.
   void yieldTimeIs(std::chrono::milliseconds) const noexcept {}
   /// See TableFiles::displacedFile. Empty while there is no segment.
   std::string displacedFile() const {
@@ -87,14 +86,17 @@ class SegmentWriter {
   }
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const WriterCounters& counters() noexcept;
-  const std::shared_ptr<Segment>& mapping() const { return rows_->reads().sharedSegment(); }
+  const DamagedPlaces& damagedPlaces() const noexcept { return damagedPlaces_; }
+  /// Identifies the segment among all of this table; 0 when there is none.
+  std::uint64_t segmentId() const noexcept { return rows_ ? rows_->reads().segment().id() : 0; }
+  const std::shared_ptr<Segment>& sharedSegment() const { return rows_->reads().sharedSegment(); }
 
  private:
-  struct ReaderNote {
-    Word identity = 0;  // whose FIFO is open
+  struct ReaderState {
+    Word fifoOwner = 0;  // identity of the reader whose FIFO is open
     WakeFifo fifo;
-    Word watched = 0;  // who it was when last looked at
-    Word handled = 0;  // likewise
+    Word observedReader = 0;   // at the last check for progress
+    Word observedHandled = 0;  // likewise
     std::chrono::steady_clock::time_point movedAt{};
   };
 
@@ -106,31 +108,31 @@ class SegmentWriter {
   [[noreturn]] void refuse() const;
   void takeTable();
   void rowsAre(std::unique_ptr<RowWrites> rows);
-  // The load pairs with the reader's announcement in SegmentReader::maySleep; see RowWrites::publish.
-  Word sleepers() { return std::atomic_ref<Word>(segment().at(kSleepersAt)).load(std::memory_order_seq_cst); }
-  // True when the segment had lost memory and was replaced: a change that preceded this has to be made again,
-  // since it may be in none of the files.
+  Word sleepers() { return loadSleepers(segment().at(kSleepersAt)); }
+  // True when the segment had lost memory and was replaced: the change before this has to be made again,
+  // since it may be in neither file.
   bool wakeSleepers();
-  // For a handler of corruption: rethrows unless the segment's file was truncated; then replaces it.
-  void requireLoss();
+  // Called by a handler of corruption: rethrows unless the segment's file was truncated.
+  void replaceIfTruncated(const Cairn::CorruptionDetectedException& corruption);
   void wake(Word sleepers);
-  // A change that meets damage is done again in a new segment with all sound rows.
+  // A change that detects corruption is made again in a new segment with all intact rows.
   template <class Change>
   bool despiteDamage(const Change& change) {
     try {
       return change();
     } catch (const Cairn::CorruptionDetectedException& damage) {
+      damagedPlaces_ = placesOf(damage);
       replaceSegment(damage.message(), CreationLock::kUsualBound);
       return change();
     }
   }
   Segment& segment() { return rows_->reads().segment(); }
-  void writerPidIs(pid_t process);
+  void writerProcessIs(pid_t process);
   void requireIntact();
   void replaceIfDamaged();
   void replaceSegment(const std::string& reason, std::chrono::milliseconds lockBound);
   bool isGone(unsigned reader, Word identity);
-  bool isStalled(unsigned reader, Word who, Word handled);
+  bool isStalled(unsigned reader, Word identity, Word handled);
   template <class Counts>
   bool allHandled(std::uint64_t sequence, const Counts& counts);
 
@@ -138,10 +140,11 @@ class SegmentWriter {
   AttachOptions options_;
   TableFiles files_;
   std::unique_ptr<RowWrites> rows_;  // null when detached
-  std::array<ReaderNote, kMaxReaders> notes_;
+  std::array<ReaderState, kMaxReaders> readerStates_;
   WriterCounters counters_;
-  std::string loggedFailure_;  // of the last replacement, which is tried again and again
-  std::vector<std::vector<Word>> changedKeys_;
+  std::string loggedFailure_;  // of the last attempt to replace the segment; repeated ones are not logged
+  std::vector<EncodedKey> changedKeys_;
+  DamagedPlaces damagedPlaces_;  // that the last detected corruption names
 };
 
 }  // namespace Vesta

@@ -23,13 +23,13 @@ class TypedReads : public VestaBase<Key, Entry> {
     found = find(key, extra);
     if (!found) return emptyValue_;
     current_.key = key;
-    buffer_.decodeEntry(current_.entry);
+    found_.decodeEntry(current_.entry);
     return current_;
   }
   const Entry& directLookup(const Key& key, bool& found, IterHint* hint) override {
     found = find(key, hint);
     if (!found) return emptyValue_.entry;
-    buffer_.decodeEntry(current_.entry);
+    found_.decodeEntry(current_.entry);
     return current_.entry;
   }
   bool first(Row& value, IterHint& hint) override { return rowFrom(0, value, hint); }
@@ -59,31 +59,37 @@ class TypedReads : public VestaBase<Key, Entry> {
   }
   pid_t writerProcess() override { return bytes().writerProcess(); }
 
- protected:
-  using Buffer = EncodedRow<Key, Entry>;
+  /// Repairs what no read or write of the table notices; to be called at least once a second.
+  void monitor() { bytes().monitor(); }
+  /// See TableFiles::displacedFile. Empty while there is no segment.
+  std::string displacedFile() { return bytes().displacedFile(); }
+  /// The places in the segment that the last corruption detected by this object names.
+  const DamagedPlaces& damagedPlaces() { return bytes().damagedPlaces(); }
   virtual Bytes& bytes() noexcept = 0;
+
+ private:
+  using Encoded = EncodedRow<Key, Entry>;
 
   bool find(const Key& key, IterHint* hint) {
     sought_.encodeKey(key);
     std::uint32_t slot = IterHint::kNowhere;
-    const bool found = bytes().lookup(Buffer::kSizes, sought_.key(), buffer_.words(), slot);
+    const bool found = bytes().lookup(Encoded::kSizes, sought_.key(), found_.words(), slot);
     if (hint != nullptr) hint->slot = slot;
     return found;
   }
   bool rowFrom(std::uint32_t slot, Row& value, IterHint& hint) {
-    if (!bytes().rowFrom(slot, buffer_.words())) {
+    if (!bytes().rowFrom(slot, found_.words())) {
       value = Row{};
       return false;
     }
     hint.slot = slot;
-    buffer_.decodeKey(value.key);
-    buffer_.decodeEntry(value.entry);
+    found_.decodeKey(value.key);
+    found_.decodeEntry(value.entry);
     return true;
   }
 
- private:
-  Buffer sought_;
-  Buffer buffer_;
+  Encoded sought_;  // its key alone
+  Encoded found_;
   Row current_{};
   const Row emptyValue_{};
 };

@@ -1,4 +1,4 @@
-// The table interface: what a collection needs of its table, whoever serves it.
+// The table interface: what a collection needs of its table, independent of the implementation.
 #pragma once
 
 #include <sys/types.h>
@@ -36,7 +36,7 @@ struct WriterCounters {
 
 struct ReaderCounters {
   std::uint64_t lookups = 0;
-  std::uint64_t retries = 0;        ///< rows or probes read again because the writer was at them
+  std::uint64_t retries = 0;        ///< rows or probes read again because the writer was changing them
   std::uint64_t notifications = 0;  ///< keys handed to the handler
   std::uint64_t overruns = 0;       ///< times the change log has overrun this reader
   std::uint64_t reattached = 0;     ///< times the segment was replaced under this reader
@@ -61,7 +61,7 @@ class VestaDebug {
 
 /// A keyed table of rows. References returned by reads stay valid until the next read through the same
 /// object. Reads may throw Cairn::CorruptionDetectedException, and UnsettledException when a row kept
-/// changing. What is not pure is the behaviour of a table that can only be read.
+/// changing. The operations that are not pure behave here as those of a table that can only be read.
 template <class Key, class Entry>
 class VestaBase {
  public:
@@ -76,9 +76,9 @@ class VestaBase {
 
   /// Whether the table is ready for use.
   virtual bool initialize() = 0;
-  /// Lets go of the segment; the files stay. Afterwards reads find nothing and writes throw.
+  /// Releases the segment; the files stay. Afterwards reads find nothing and writes throw.
   virtual void detach() = 0;
-  /// Reads every row and cell; throws on the first damage.
+  /// Checks every row and index cell; throws on the first corruption.
   virtual bool validate() { throw Cairn::NoPermissionException("validate to read-only Vesta table"); }
   /// Checks kind, owner, mode and size of the files.
   virtual bool validateFiles() {
@@ -97,13 +97,13 @@ class VestaBase {
     (void)key, (void)removed;
     throw Cairn::NoPermissionException("remove to read-only Vesta table");
   }
-  /// The row of `key`, or an all-zero one with `found` false. `extra` may be null; set to where the row
-  /// stands.
+  /// The row of `key`, or an all-zero one with `found` false. `extra` may be null; set to the row's
+  /// position.
   virtual const Row& lookup(const Key& key, bool& found, IterHint* extra) = 0;
   /// Starts a walk in the table's own order; false when the table is empty.
   virtual bool first(Row& value, IterHint& hint) = 0;
-  /// Goes on with the row after that of `key`; false at the end. A walk meets every row that is present from
-  /// its start to its end, and none twice unless it was removed and inserted again.
+  /// Continues with the row after that of `key`; false at the end. A walk visits every row that is present
+  /// from its start to its end, and none twice unless it was removed and inserted again.
   virtual bool next(const Key& key, Row& value, IterHint& hint) = 0;
   virtual std::size_t members() = 0;
   virtual std::size_t minSize() = 0;
@@ -133,14 +133,14 @@ class VestaBase {
   }
   /// Whether changes are handed to a handler.
   virtual bool notifying() { return false; }
-  /// How long a read may go on retrying a row that keeps changing; 1 ms to 1 minute, or Cairn::Exception.
+  /// How long a read may retry a row that keeps changing; throws Cairn::Exception unless 1 ms to 1 minute.
   virtual void yieldTimeIs(std::chrono::milliseconds time) { (void)time; }
   /// Every n-th read to be checked twice, 0 for none. Tables that check every read ignore it.
   virtual void sampleIs(std::uint32_t every) { (void)every; }
   /// Sequence of the newest change: +1 for each write and each removal.
   virtual std::uint64_t sequence() { return 0; }
-  /// Whether every reader that calls itself `name` has handled all changes. One that is on its way from an
-  /// earlier segment has told no name yet, and does not count.
+  /// Whether every reader of this name has handled all changes. A reader that still has to come over from an
+  /// earlier segment does not count: its name is not known.
   virtual bool clientQuiesced(const std::string& name) {
     (void)name;
     throw Cairn::UnimplementedException("clientQuiesced() not implemented");

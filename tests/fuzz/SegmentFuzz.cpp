@@ -38,7 +38,7 @@ struct Fixture {
 
   Fixture() {
     Writer table(options);
-    const Vesta::Word* const words = &table.segment().mapping()->at(0);
+    const Vesta::Word* const words = &table.bytes().sharedSegment()->at(0);
     for (std::uint64_t i = 0; i < 42; ++i) {
       if (i == 30) earlier.assign(words, words + kLayout.words);
       if (i % 5 == 4) {
@@ -86,7 +86,7 @@ void makeChecksRight(Words& words) {
   const auto seal = [&words](std::size_t at) {
     words[at] = Vesta::sealed(static_cast<std::uint32_t>(words[at]), at);
   };
-  for (const std::size_t at : {Vesta::kMembersAt, Vesta::kIndexAt, Vesta::kWriterPidAt}) seal(at);
+  for (const std::size_t at : {Vesta::kMembersAt, Vesta::kIndexAt, Vesta::kWriterProcessAt}) seal(at);
   for (std::size_t cell = kLayout.indexAt(0); cell < kLayout.shortcutsAt; ++cell) seal(cell);
   for (std::uint32_t slot = 0; slot < kCapacity; ++slot) {
     const Vesta::Word version = words[kLayout.slotAt(slot)];
@@ -136,7 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   damage(words, data + 1, size - 1);
   if (!rowsAreOurs) makeChecksRight(words);
   Vesta::AttachOptions looking = files.options;
-  looking.observer = true;
+  looking.passive = true;
   files.put(files.earlier);
   attempt([&] {
     Reader follower(looking);

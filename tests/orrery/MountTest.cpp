@@ -151,7 +151,7 @@ TEST_F(MountTest, Loops_RepairWhatNoUseOfTheTableNotices) {
   Side reader(folder, kReader);
   Listener listener(reader.table);
   reader.settle();
-  const auto mapping = writer.table->table().writer()->segment().mapping();
+  const auto mapping = writer.table->table().writer()->bytes().sharedSegment();
   reader.loop.sleepHookIs([&] {  // after the table's own
     if (mapping->at(Vesta::kSleepersAt) != 0) {
       mapping->at(Vesta::kSleepersAt) = 0;
@@ -207,14 +207,14 @@ TEST(Replacement, ByAWriteOrBetweenThem_NotifiesOfTheRowsThatItChanged) {
       auto& writer = *(*table)->table().writer();
       std::copy(old.begin(), old.end(), slotOf(writer, L3IifTH3Key{3}));
       if (!full) slotOf(writer, L3IifTH3Key{2})[2] ^= 1u << 7;
-      Vesta::Segment& segment = *writer.segment().mapping();
+      Vesta::Segment& segment = *writer.bytes().sharedSegment();
       const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
       for (std::size_t cell = 0; full && cell < segment.layout().cells; ++cell) segment.at(index + cell) ^= 1;
       segment.at(Vesta::kSleepersAt) |= Vesta::kDamageReported;
       listener.atFirst = atFirst;
       act();
       EXPECT_EQ(listener.calls, expected);
-      EXPECT_NE(writer.segment().mapping().get(), &segment) << "replaced";
+      EXPECT_NE(writer.bytes().sharedSegment().get(), &segment) << "replaced";
     }
   }
 }

@@ -69,7 +69,8 @@ TEST_F(MapTest, Corruption_DetachesReportsAndReadsAsEmpty) {
                 "1 VestaReport:0 writeCorruptionReport corruption report written: " + text() + ".report.1",
                 "5 VestaBaseDummy:0 lookup VestaBaseDummy::lookup() " + text()}));
 
-  EXPECT_THAT(read("table.report.1"), ::testing::HasSubstr("\nmessage: " + message + "\n"));
+  EXPECT_THAT(read("table.report.1"), ::testing::AllOf(::testing::HasSubstr("\nmessage: " + message + "\n"),
+                                                       ::testing::HasSubstr("\nslot 0 as read:\n")));
   EXPECT_THAT([&] { map.corruptionDetected("again"); },
               ::testing::ThrowsMessage<Cairn::CorruptionDetectedException>("VestaMap::corruptionDetected() " +
                                                                            text() + " again"));
@@ -134,13 +135,15 @@ TEST_F(MapTest, Path_IsThatOfTheLastAttach) {
 TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   auto table = writer();
   put(*table, 0x1122334455667788, 1);
-  const std::size_t record = table->segment().mapping()->layout().recordAt(table->sequence());
+  const std::size_t record = table->bytes().sharedSegment()->layout().recordAt(table->sequence());
   const std::string damages[] = {"slot 0 version 0xb: checksum found 0x1, computed 0x2",
                                  "log record 2 at word " + std::to_string(record) + ": holds sequence 7"};
+  const Vesta::DamagedPlace places[] = {Vesta::DamagedPlace::slot(0), Vesta::DamagedPlace::word(record)};
   const std::string dumps[] = {"slot 0 as read:", "around word " + std::to_string(record) + ":"};
   for (std::size_t i = 0; i < 2; ++i) {
     const std::string number = std::to_string(i + 1);
-    EXPECT_EQ(Vesta::writeCorruptionReport(*log.handler, path(), damages[i]), text() + ".report." + number);
+    EXPECT_EQ(Vesta::writeCorruptionReport(*log.handler, path(), damages[i], {places[i]}),
+              text() + ".report." + number);
     const std::string report = read("table.report." + number);
     for (const std::string& part : std::vector<std::string>{
              "table: " + text(), "message: " + damages[i], "time: 20", "pid: " + std::to_string(getpid()),
@@ -150,7 +153,7 @@ TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
     }
   }
   table->cleanup();
-  for (int i = 3; i < 30; ++i) Vesta::writeCorruptionReport(*log.handler, path(), damages[0]);
+  for (int i = 3; i < 30; ++i) Vesta::writeCorruptionReport(*log.handler, path(), damages[0], {places[0]});
   EXPECT_THAT(read("table.report.29"), ::testing::HasSubstr("segment cannot be opened: No such file"));
   EXPECT_EQ(files().size(), 17u) << "with the lock, the first eight and the last eight";
   EXPECT_THAT(files(), ::testing::IsSupersetOf({"table.report.1", "table.report.8", "table.report.22"}));
@@ -284,7 +287,7 @@ TEST_F(MapTest, Corruption_DetectedByPollAndByHandlers) {
     put(*table, 1, 1);
     put(*table, 2, 1);
     if (i == 4) damageRow(*table, TestKey{2});
-    Vesta::Segment& segment = *table->segment().mapping();
+    Vesta::Segment& segment = *table->bytes().sharedSegment();
     if (i == 5) segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
     map.onChangeIs(handlers[i]);
     const std::string passed = failure([this] { EXPECT_EQ(map.events().poll(10), 0u); });
@@ -301,7 +304,7 @@ TEST_F(MapTest, Corruption_WriterRemountRetiresTheDamagedSegment) {
   EXPECT_EQ(map.directLookup(TestKey{1}, found).id, 0u) << "unattached, it reads as empty";
   EXPECT_TRUE(!found && map.members() == 0);
   EXPECT_THROW(map.write(TestKey{1}, TestEntry()), Cairn::AssertionException);
-  for (const auto onDamage : {Vesta::OnDamage::keepSoundRows, Vesta::OnDamage::startEmpty}) {
+  for (const auto onDamage : {Vesta::OnDamage::keepIntactRows, Vesta::OnDamage::startEmpty}) {
     map.attachWriter(options());
     for (std::uint64_t id = 1; id <= 3; ++id) map.write(TestKey{id}, TestEntry::make(id, 5));
     damageRow(*map.writer(), TestKey{2});
@@ -310,7 +313,7 @@ TEST_F(MapTest, Corruption_WriterRemountRetiresTheDamagedSegment) {
     remount.onDamage = onDamage;
     map.attachWriter(remount);
     const auto rows = contents(*map.implementation());
-    EXPECT_EQ(rows.size(), onDamage == Vesta::OnDamage::keepSoundRows ? 2u : 0u);
+    EXPECT_EQ(rows.size(), onDamage == Vesta::OnDamage::keepIntactRows ? 2u : 0u);
     map.write(TestKey{2}, TestEntry::make(2, 6));
     EXPECT_EQ(contents(*reader()).size(), rows.size() + 1);
     EXPECT_TRUE(map.remove(TestKey{2}));

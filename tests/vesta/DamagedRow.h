@@ -8,7 +8,7 @@ Vesta::Word* slotOf(Vesta::VestaWriter<Key, Entry>& table, const Key& key) {
   Vesta::IterHint hint;
   bool found = false;
   table.directLookup(key, found, &hint);
-  Vesta::Segment& segment = *table.segment().mapping();
+  Vesta::Segment& segment = *table.bytes().sharedSegment();
   return &segment.at(segment.layout().slotAt(hint.slot));
 }
 

@@ -41,7 +41,7 @@ const Kind kKinds[] = {
     {"remove", 1, 1, 0, kRows, kEveryWrite},
     {"churn", 1000, 2, 7, 400, kEveryWrite | kRebuild},
     {"take over", 1, 1, 1, 0,
-     kRebuild | range(WriteStep::rowHalf, WriteStep::versionSettled) |
+     kRebuild | range(WriteStep::rowHalf, WriteStep::versionFinal) |
          range(WriteStep::membersMoved, WriteStep::membersMoved)},
 };
 
@@ -66,7 +66,7 @@ class Death : public TableTest {
     start.firstSequence = Vesta::kSequenceMask - kRows;
     Writer table(start);
     for (std::uint64_t id = 1; id <= kRows; ++id) put(table, id, 1);
-    Vesta::Segment& segment = *table.segment().mapping();
+    Vesta::Segment& segment = *table.bytes().sharedSegment();
     segment.at(segment.layout().slotAt(kRows - 1)) |=
         Vesta::kStaged;  // as a dead writer may leave its last row
     const auto which = static_cast<std::uint32_t>(segment.load(Vesta::kIndexAt) & 1);
@@ -219,7 +219,7 @@ TEST_F(Death, Readers_KilledGiveTheirPlacesBack) {
       return 0;
     });
     child.pass();
-    identities.insert(table->segment().mapping()->load(Vesta::readerLineAt(0)) >> 32);
+    identities.insert(table->bytes().sharedSegment()->load(Vesta::readerLineAt(0)) >> 32);
     for (std::uint64_t i = 0; i < 50 + random() % 1000; ++i) put(*table, i % 10, round);
     child.signal(SIGKILL);
     ASSERT_EQ(child.wait(), -SIGKILL);

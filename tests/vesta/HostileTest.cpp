@@ -73,7 +73,7 @@ std::vector<Vesta::Word> shortcutsOf(Vesta::Segment& segment) {
 TEST_F(TableTest, Hostile_EveryWordDamagedIsRightOrAnError) {
   const auto table = writer(kCapacity);
   const Model model = build(*table);
-  Vesta::Segment& segment = *table->segment().mapping();
+  Vesta::Segment& segment = *table->bytes().sharedSegment();
   const auto looking = reader(kCapacity);
   std::size_t seenInRows = 0;
   std::size_t seenInLog = 0;
@@ -85,7 +85,7 @@ TEST_F(TableTest, Hostile_EveryWordDamagedIsRightOrAnError) {
     SCOPED_TRACE("word " + std::to_string(word) + " bit " + std::to_string(bit));
     if (word == segment.layout().shortcutsAt && bit == 0) std::ranges::copy(shortcuts, &segment.at(word));
     const bool follows = bit >= 64 || bit == word % 64;
-    auto following = follows ? std::make_unique<Reader>(observer(kCapacity)) : nullptr;
+    auto following = follows ? std::make_unique<Reader>(passive(kCapacity)) : nullptr;
     Ids pending;
     Ids ids;
     if (follows) {
@@ -109,7 +109,7 @@ TEST_F(TableTest, Hostile_EveryWordDamagedIsRightOrAnError) {
       pending.resize(std::min(ids.size(), pending.size()));
       EXPECT_EQ(ids, pending) << "each change in order, none invented";
       try {
-        Reader attaching(observer(kCapacity));
+        Reader attaching(passive(kCapacity));
         EXPECT_EQ(told(attaching).size(), model.size());
         expectRightOrAnError(attaching, model);
       } catch (const Cairn::Exception&) {
@@ -131,9 +131,9 @@ TEST_F(TableTest, Hostile_EveryWordDamagedIsRightOrAnError) {
 TEST_F(TableTest, Hostile_WriterThatMeetsDamageFinishesItsChange) {
   const auto table = writer(kCapacity);
   Model model = build(*table);
-  for (std::size_t cell = 0; cell < table->segment().mapping()->layout().cells; ++cell) {
+  for (std::size_t cell = 0; cell < table->bytes().sharedSegment()->layout().cells; ++cell) {
     SCOPED_TRACE(cell);
-    Vesta::Segment& segment = *table->segment().mapping();
+    Vesta::Segment& segment = *table->bytes().sharedSegment();
     segment.at(segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1) + cell) ^= std::uint64_t{1} << 40;
     const std::uint64_t id =
         std::next(model.begin(), static_cast<std::ptrdiff_t>(cell % model.size()))->first;
@@ -163,7 +163,7 @@ TEST_F(TableTest, Hostile_ShortcutsCostNothingButTime) {
     put(model, id, 1);
   }
   EXPECT_GT(table->writerCounters().indexRebuilds, 0u);
-  Vesta::Segment& segment = *table->segment().mapping();
+  Vesta::Segment& segment = *table->bytes().sharedSegment();
   const auto looking = reader(kCapacity);
   const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
   auto* const shortcuts = reinterpret_cast<std::uint32_t*>(&segment.at(segment.layout().shortcutsAt));
@@ -200,7 +200,7 @@ TEST_F(TableTest, Hostile_IndexOfSealedCells) {
   const auto table = writer(kCapacity);
   const Model model = build(*table);
   const auto looking = reader(kCapacity);
-  Vesta::Segment& segment = *table->segment().mapping();
+  Vesta::Segment& segment = *table->bytes().sharedSegment();
   const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
   const std::size_t cells = segment.layout().cells;
   forgetShortcuts(segment);
@@ -222,7 +222,7 @@ TEST_F(TableTest, Hostile_WriterMistakesNoSlotForAKeysRow) {
   {
     SCOPED_TRACE("a vacated slot, named by a shortcut");
     const auto table = writer(kCapacity);
-    Vesta::Segment& segment = *table->segment().mapping();
+    Vesta::Segment& segment = *table->bytes().sharedSegment();
     put(*table, 1, 1);
     const auto shortcuts = shortcutsOf(segment);
     put(*table, 1, 0);
@@ -237,7 +237,7 @@ TEST_F(TableTest, Hostile_WriterMistakesNoSlotForAKeysRow) {
     SCOPED_TRACE(writes ? "one key turned into another, which is written" : "... which is removed");
     startOver();
     const auto table = writer(kCapacity);
-    Vesta::Segment& segment = *table->segment().mapping();
+    Vesta::Segment& segment = *table->bytes().sharedSegment();
     const std::uint64_t mask = segment.layout().cells - 1;
     std::uint64_t id = 0;
     std::uint64_t twin = 0;  // one bit away, with the same tag, and at home in the same cell
@@ -262,10 +262,10 @@ TEST_F(TableTest, Hostile_WriterMistakesNoSlotForAKeysRow) {
 TEST_F(TableTest, Hostile_WordsThatNoReadChecksAreRestored) {
   const auto table = writer(kCapacity);
   const auto follower = reader(kCapacity);
-  Vesta::Segment& segment = *table->segment().mapping();
+  Vesta::Segment& segment = *table->bytes().sharedSegment();
   const std::size_t line = Vesta::readerLineAt(0);
   std::set<std::size_t> words = {Vesta::kSequenceAt, Vesta::kMembersAt, Vesta::kIndexAt, Vesta::kStateAt,
-                                 Vesta::kWriterPidAt};
+                                 Vesta::kWriterProcessAt};
   for (std::size_t word = 0; word < Vesta::kHeaderWords; ++word) words.insert(word);
   for (std::size_t word = line; word < line + Vesta::kReaderWords; ++word) words.insert(word);
   for (const std::size_t word : words) {
@@ -276,8 +276,8 @@ TEST_F(TableTest, Hostile_WordsThatNoReadChecksAreRestored) {
       segment.at(word) ^= std::uint64_t{1} << bit;
       EXPECT_FALSE(table->quiesced(table->sequence()));
       EXPECT_FALSE(table->clientQuiesced(program_invocation_short_name));
-      table->segment().monitor();
-      follower->segment().monitor();
+      table->monitor();
+      follower->monitor();
       EXPECT_EQ(segment.at(word), intact);
       EXPECT_EQ(told(*follower), Ids{1});
       EXPECT_TRUE(table->quiesced(table->sequence()));
@@ -289,7 +289,7 @@ TEST_F(TableTest, Hostile_WordsThatNoReadChecksAreRestored) {
   } while ((table->sequence() & 1) == 0);
   segment.at(Vesta::kSequenceAt) ^= 1;  // back to what the follower has handled
   ASSERT_TRUE(follower->maySleep());
-  table->segment().monitor();
+  table->monitor();
   EXPECT_TRUE(readable(follower->wakeDescriptor())) << "a change was pending";
   EXPECT_THAT(files(), ::testing::Not(::testing::Contains("table.retired.1")));
 }
@@ -310,7 +310,7 @@ std::size_t recordAt(Vesta::Segment& segment, Vesta::Word back) {
 
 const std::vector<Damage> kDamages = {
     {"magic", [](auto& s) { s.at(Vesta::kMagicAt) = 0; }, "header: expected magic", 16, true},
-    {"generation", [](auto& s) { s.at(Vesta::kGenerationAt) ^= 1; }, "header: checksum found", 16, true},
+    {"generation", [](auto& s) { s.at(Vesta::kSegmentIdAt) ^= 1; }, "header: checksum found", 16, true},
     {"version bit", [](auto& s) { s.at(Vesta::kVersionAt) ^= 1; }, "header: checksum found", 16, true},
     {"fingerprint bit", [](auto& s) { s.at(Vesta::kFingerprintAt) ^= 1; }, "header: checksum found", 16,
      true},
@@ -357,7 +357,7 @@ TEST_F(TableTest, Hostile_DamagesAreNamedToReadersAndRepairedByWriters) {
       Model known;
       told(*follower, &known);
       const std::uint64_t before = table->sequence();
-      damage.inflict(*table->segment().mapping());
+      damage.inflict(*table->bytes().sharedSegment());
       std::string said = failure([this] { reader(kCapacity); });
       if (!damage.met) said = failure([&] { follower->validate(); });
       EXPECT_THAT(said, ::testing::HasSubstr(damage.message));
@@ -402,7 +402,7 @@ TEST_F(TableTest, Hostile_ReplacementThatFails) {
   Child child([this] {
     const auto table = writer(kCapacity);
     build(*table);
-    table->segment().mapping()->at(Vesta::kMembersAt) ^= 1;
+    table->bytes().sharedSegment()->at(Vesta::kMembersAt) ^= 1;
     const auto expectDamaged = [this] {
       EXPECT_THAT(failure([this] { reader(kCapacity); }), ::testing::HasSubstr("member count"));
       EXPECT_EQ(files(), (Names{"table", "table.lock"}));
@@ -425,8 +425,8 @@ TEST_F(TableTest, Hostile_ReplacementThatFails) {
 TEST_F(TableTest, Hostile_ReplacementThatWouldHaveToWaitIsLeftToALaterWrite) {
   const auto table = writer(kCapacity);
   build(*table);
-  table->segment().mapping()->at(Vesta::kMembersAt) ^= 1;
-  table->segment().mapping()->at(Vesta::kSleepersAt) |= Vesta::kDamageReported;
+  table->bytes().sharedSegment()->at(Vesta::kMembersAt) ^= 1;
+  table->bytes().sharedSegment()->at(Vesta::kSleepersAt) |= Vesta::kDamageReported;
   const Vesta::Descriptor folder(open(path().folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   Vesta::LockFile lock(folder.get(), "table.lock", "");
   ASSERT_TRUE(lock.tryLock(Vesta::LockFile::kCreation));
@@ -446,9 +446,9 @@ TEST_F(TableTest, Hostile_ReplacementThatIsDamaged) {
   Model known;
   told(*follower, &known);
   replaceSegment(*table);
-  for (const auto& [at, says] : {std::pair(std::size_t{Vesta::kGenerationAt}, "header: checksum"),
+  for (const auto& [at, says] : {std::pair(std::size_t{Vesta::kSegmentIdAt}, "header: checksum"),
                                  std::pair(Vesta::kStateAt, "state: found")}) {
-    Vesta::Word& word = table->segment().mapping()->at(at);
+    Vesta::Word& word = table->bytes().sharedSegment()->at(at);
     word ^= 1;
     for (const bool polls : {false, true}) {
       const auto look = [&] { polls ? void(told(*follower, &known)) : follower->descriptorReadable(); };
@@ -480,7 +480,7 @@ TEST_F(TableTest, Hostile_FilesTruncatedOrGrown) {
       std::filesystem::resize_file(file(), size);
       const std::string fault =
           file() + ": size: expected " + std::to_string(whole) + ", found " + std::to_string(size);
-      EXPECT_EQ(failure([this] { Reader(observer(kCapacity)); }), fault);
+      EXPECT_EQ(failure([this] { Reader(passive(kCapacity)); }), fault);
       if (living) {
         EXPECT_EQ(failure([this] { reader(kCapacity); }), fault);
         put(*table, 1, 1);
@@ -500,7 +500,7 @@ TEST_F(TableTest, Hostile_ReplacementsKeepRowsAndAFewOldSegments) {
   for (int i = 0; i < 12; ++i) replaceSegment(*table);
   EXPECT_EQ(contents(*table), (Model{{1, 1}, {2, 1}}));
   EXPECT_EQ(files().size(), 2u + 8) << "the segment, the lock, eight set aside";
-  table->segment().mapping()->at(Vesta::kStateAt) = Vesta::kRetired;
+  table->bytes().sharedSegment()->at(Vesta::kStateAt) = Vesta::kRetired;
   table.reset();
   EXPECT_EQ(contents(*reader(kCapacity)).size(), 2u) << "without a writer, readers repair";
 }
@@ -512,7 +512,7 @@ TEST_F(TableTest, Hostile_OtherShapeIsSetAsideByWritersAndRefusedByReadersOfALiv
             file() + ": capacity: expected 32, found 16; its writer is process " + std::to_string(getpid()));
   EXPECT_THAT(failure([this] { Vesta::VestaReader<TestKey, RenamedEntry>(options(kCapacity)); }),
               ::testing::HasSubstr(": fingerprint: expected "));
-  Vesta::Word* header = &small->segment().mapping()->at(0);
+  Vesta::Word* header = &small->bytes().sharedSegment()->at(0);
   const auto versionIs = [header](Vesta::Word version) {
     header[Vesta::kVersionAt] = version;
     const std::uint32_t check = Cairn::checksum(header, Vesta::kHeaderCheckAt * sizeof *header);
@@ -528,7 +528,7 @@ TEST_F(TableTest, Hostile_OtherShapeIsSetAsideByWritersAndRefusedByReadersOfALiv
   EXPECT_EQ(large->members(), 0u) << "never reinterpreted";
   EXPECT_FALSE(large->quiesced(large->sequence())) << "the follower may be about to come over";
   EXPECT_EQ(told(*follower), Ids{1}) << "what it knew is gone";
-  EXPECT_FALSE(follower->segment().attached());
+  EXPECT_FALSE(follower->bytes().attached());
   EXPECT_TRUE(large->quiesced(large->sequence())) << "it is no reader of this table";
   large.reset();
   small = writer(kCapacity);

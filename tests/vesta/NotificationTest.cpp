@@ -46,7 +46,7 @@ TEST_F(TableTest, Notify_LateReaderIsToldOfRowsThatAreThereUnlessItSkips) {
   damageRow(*table, TestKey{4});
   follower.reset();
   table.reset();
-  late.initialRows = Vesta::InitialRows::tell;
+  late.initialRows = Vesta::InitialRows::notify;
   late.onDamage = Vesta::OnDamage::startEmpty;
   EXPECT_EQ(told(*std::make_unique<Reader>(late)), Ids{}) << "nor of what it met before the damage";
 }
@@ -121,7 +121,7 @@ TEST_F(TableTest, Notify_WhatAComparisonHasToldIsNotToldAgain) {
   Ids ids;
   bool armed = false;
   start.stepHook = [&](Vesta::WriteStep step) {
-    if (armed && step == Vesta::WriteStep::versionSettled) ids = told(*follower);
+    if (armed && step == Vesta::WriteStep::versionFinal) ids = told(*follower);
   };
   start.firstSequence = Vesta::kSequenceMask - 1;
   Writer table(start);
@@ -283,7 +283,7 @@ TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   const std::size_t staging = mapping_->layout().stagingAt;
   const auto stage = [&](std::uint64_t stamp) {
     put(*table, 40, stamp);
-    table->segment().mapping()->at(version) |= Vesta::kStaged;
+    table->bytes().sharedSegment()->at(version) |= Vesta::kStaged;
   };
   for (std::uint64_t i = 0; i < 201; ++i) stage(2 + i);
   const std::function<void()> disturb = [&] {
@@ -307,7 +307,7 @@ TEST_F(BetweenLoads, RowThatSettlesIsCopiedAgain) {
   const auto table = writer(kCapacity);
   for (std::uint64_t id = 0; id < 48; ++id) put(*table, id, 1);
   attach();
-  Vesta::Segment& segment = *table->segment().mapping();
+  Vesta::Segment& segment = *table->bytes().sharedSegment();
   put(*table, 40, 2);
   const std::size_t version = segment.layout().slotAt(40);
   segment.at(version) |= Vesta::kStaged;
@@ -330,7 +330,7 @@ TEST_F(BetweenLoads, MissInAnIndexThatIsMadeAnewIsLookedAtAgain) {
   const auto table = writer(kLarge);
   for (std::uint64_t id = 0; id < 200; ++id) put(*table, id, 1);
   attach(kLarge);
-  Vesta::Segment& segment = *table->segment().mapping();
+  Vesta::Segment& segment = *table->bytes().sharedSegment();
   forgetShortcuts(segment);
   const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
   bool between = false;

@@ -180,9 +180,9 @@ class TableTest : public ::testing::Test {
     options.debugHandler = std::make_shared<Cairn::DebugHandler>(0);
     return options;
   }
-  Vesta::AttachOptions observer(std::uint32_t capacity) const {
+  Vesta::AttachOptions passive(std::uint32_t capacity) const {
     Vesta::AttachOptions with = options(capacity);
-    with.observer = true;
+    with.passive = true;
     return with;
   }
   std::unique_ptr<Writer> writer(std::uint32_t capacity = 64) const {
@@ -207,14 +207,14 @@ class TableTest : public ::testing::Test {
   /// Makes the writer replace its segment: damage to its oldest log record is reported, and a write follows.
   /// Readers do not notice such damage when they attach.
   static void replaceSegment(Writer& table, std::uint64_t stamp = 1) {
-    const auto damaged = table.segment().mapping();
+    const auto damaged = table.bytes().sharedSegment();
     const Vesta::Layout& layout = damaged->layout();
     const Vesta::Word changes = Vesta::sequenceDistance(damaged->firstSequence(), table.sequence());
     const Vesta::Word back = std::min(changes, Vesta::Word{layout.records - 2});
     damaged->at(layout.recordAt(table.sequence() - back + 1) + 2) ^= 1;
     std::atomic_ref(damaged->at(Vesta::kSleepersAt)).fetch_or(Vesta::kDamageReported);
     put(table, 2, stamp);
-    EXPECT_NE(table.segment().mapping(), damaged);
+    EXPECT_NE(table.bytes().sharedSegment(), damaged);
   }
 
   const RuntimeFolder root_{"/dev/shm"};

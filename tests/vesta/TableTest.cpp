@@ -119,7 +119,7 @@ TEST_F(TableTest, Rebuild_HidesNoKeyAtAnyStep) {
   Writer table(start);
   for (std::uint64_t id = 0; id < 30; ++id) put(table, id, 1);
   looking = reader();
-  segment = table.segment().mapping().get();
+  segment = table.bytes().sharedSegment().get();
   for (std::uint64_t id = 100; id < 5000; ++id) {
     put(table, id, 1);
     put(table, id - 10, 0);

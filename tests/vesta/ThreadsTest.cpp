@@ -12,8 +12,8 @@ namespace {
 TEST_F(TableTest, Threads_LookupsAndFollowersBesideAWriter) {
   constexpr std::uint32_t kCapacity = 8;
   const auto table = writer(kCapacity);
-  ByteReader looking(options(kCapacity), table->segment().mapping());
-  ByteReader following(options(kCapacity), table->segment().mapping());
+  ByteReader looking(options(kCapacity), table->bytes().sharedSegment());
+  ByteReader following(options(kCapacity), table->bytes().sharedSegment());
   std::atomic<bool> stop{false};
   std::atomic<std::uint64_t> rounds{0};
   std::atomic<std::uint64_t> overtaken{0};

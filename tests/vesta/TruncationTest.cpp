@@ -55,7 +55,7 @@ TEST_F(Truncation, WriterReplacesItsSegmentAndMakesTheChangeThatMetIt) {
       {"remove", [](Writer& table) { put(table, 150, 0); }, 150, 0},
       {"look up", [](Writer& table) { stampOf(table, 150); }, 0, 0},
       {"walk", [](Writer& table) { contents(table); }, 0, 0},
-      {"nothing", [](Writer& table) { table.segment().monitor(); }, 0, 0},
+      {"nothing", [](Writer& table) { table.monitor(); }, 0, 0},
   };
   for (const auto& use : uses) {
     SCOPED_TRACE(use.name);
@@ -75,16 +75,16 @@ TEST_F(Truncation, WriterReplacesItsSegmentAndMakesTheChangeThatMetIt) {
         fill(table);
         Model known = contents(table);
         for (int again = 0; again < 2; ++again) {
-          const auto before = table.segment().mapping();
+          const auto before = table.bytes().sharedSegment();
           armed = true;
           if (step == kBefore) truncate(size);
           use.use(table);
           armed = false;
           if (use.id != 0) put(known, use.id, use.stamp);
-          if (use.id != 0 && table.segment().mapping() != before) {  // it has met the loss
+          if (use.id != 0 && table.bytes().sharedSegment() != before) {  // it has met the loss
             EXPECT_EQ(stampOf(table, use.id), use.stamp);
           }
-          table.segment().monitor();
+          table.monitor();
           while (const auto lost = table.takeChangedKey()) put(known, lost->id, stampOf(table, lost->id));
           EXPECT_EQ(contents(table), known);
           EXPECT_EQ(contents(*reader(kCapacity)), known);
@@ -102,7 +102,7 @@ TEST_F(Truncation, ReadersMeetDamageOrFollow) {
   const std::function<void(Reader&)> uses[] = {
       [](Reader& table) { stampOf(table, 150); }, [](Reader& table) { contents(table); },
       [](Reader& table) { told(table); },         [](Reader& table) { table.maySleep(); },
-      [](Reader& table) { table.validate(); },    [](Reader& table) { table.segment().monitor(); },
+      [](Reader& table) { table.validate(); },    [](Reader& table) { table.monitor(); },
       [](Reader& table) { table.detach(); }};
   forEachSize([&](std::size_t size) {
     for (const auto& use : uses) {
@@ -117,8 +117,8 @@ TEST_F(Truncation, ReadersMeetDamageOrFollow) {
       truncate(size);
       const std::string said = failure([&] { use(*follower); });
       EXPECT_THAT(said, ::testing::Not(::testing::HasSubstr("kept changing")));
-      table->segment().monitor();
-      if (!follower->segment().attached()) continue;
+      table->monitor();
+      if (!follower->bytes().attached()) continue;
       told(*follower, &known);
       EXPECT_EQ(known, contents(*table));
     }

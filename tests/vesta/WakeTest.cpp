@@ -64,7 +64,7 @@ TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
   const Vesta::Descriptor schedstat(open(("/proc/" + std::to_string(child.pid()) + "/schedstat").c_str(), 0));
   const std::uint64_t writes = scaled(1000000);
   // Asked without a system call, so that the next write may come while the reader is about to sleep.
-  const auto progress = [&segment = *table->segment().mapping()] {
+  const auto progress = [&segment = *table->bytes().sharedSegment()] {
     return segment.load(Vesta::readerLineAt(0) + Vesta::kReaderHandledAt);
   };
   for (std::uint64_t i = 1; i <= writes; ++i) {
@@ -131,7 +131,7 @@ TEST_F(TableTest, Wake_NobodyAwakeAndEveryoneAsleepWhoIsConcerned) {
   table.reset();
   table = writer();  // its predecessor may have died before it woke them
   allAreWoken();
-  Vesta::Segment& segment = *table->segment().mapping();
+  Vesta::Segment& segment = *table->bytes().sharedSegment();
   segment.at(segment.layout().slotAt(0) + 2) ^= 1;  // the key
   put(*table, 1, 0);                                // meets it and replaces the segment
   allAreWoken();

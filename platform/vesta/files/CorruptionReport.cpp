@@ -36,7 +36,7 @@ std::string timeText() {
 std::string headerText(const std::array<Word, kHeaderWords>& header) {
   static constexpr const char* kNames[kHeaderWords] = {"magic",      "layout version", "fingerprint",
                                                        "sizes",      "capacity",       "first sequence",
-                                                       "generation", "file size",      "header check"};
+                                                       "segment id", "file size",      "header check"};
   std::string text;
   for (std::size_t i = 0; i < kHeaderWords; ++i) {
     text += std::string("header ") + kNames[i] + ": " + hexText(header[i]) + "\n";
@@ -44,7 +44,7 @@ std::string headerText(const std::array<Word, kHeaderWords>& header) {
   return text;
 }
 
-// Of the writer's page, whatever the message names.
+// The writer's page.
 std::string writerText(int file) {
   static constexpr struct {
     const char* name;
@@ -53,7 +53,7 @@ std::string writerText(int file) {
                 {"member count", kMembersAt},
                 {"index word", kIndexAt},
                 {"state", kStateAt},
-                {"writer pid", kWriterPidAt}};
+                {"writer pid", kWriterProcessAt}};
   std::string text;
   for (const auto& [name, at] : kWords) {
     Word word = 0;
@@ -61,19 +61,6 @@ std::string writerText(int file) {
     text += std::string(name) + ": " + (got ? hexText(word) : "cannot be read") + "\n";
   }
   return text;
-}
-
-// The numbers that the message has after `what`.
-std::vector<std::size_t> namedIn(const std::string& message, const std::string& what) {
-  std::vector<std::size_t> numbers;
-  for (std::size_t at = 0; (at = message.find(what, at)) != std::string::npos;) {
-    at += what.size();
-    const char* digits = message.c_str() + at;
-    char* end = nullptr;
-    const unsigned long long number = std::strtoull(digits, &end, 10);
-    if (end != digits) numbers.push_back(number);
-  }
-  return numbers;
 }
 
 std::string dumpText(int file, std::size_t word, std::size_t words) {
@@ -94,7 +81,7 @@ std::string dumpText(int file, std::size_t word, std::size_t words) {
   return text + "\n";
 }
 
-// The place of the slot follows from the header's sizes, which may be as damaged as the rest.
+// The place of the slot follows from the header's sizes, which may be damaged, too.
 std::string slotText(int file, const std::array<Word, kHeaderWords>& header, std::size_t slot) {
   const Shape shape{static_cast<std::uint32_t>(header[kSizesAt]),
                     static_cast<std::uint32_t>(header[kSizesAt] >> 32),
@@ -115,7 +102,7 @@ std::string wordText(int file, std::size_t word) {
          dumpText(file, word / kLineWords * kLineWords, std::size_t{2} * kLineWords);
 }
 
-std::string segmentText(const std::string& name, const std::string& message) {
+std::string segmentText(const std::string& name, const DamagedPlaces& places) {
   const Descriptor file(open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (!file) return std::string("segment cannot be opened: ") + std::strerror(errno) + "\n";
   struct stat status {};
@@ -126,13 +113,15 @@ std::string segmentText(const std::string& name, const std::string& message) {
   }
   std::string text =
       "file size: " + std::to_string(status.st_size) + "\n" + headerText(header) + writerText(file.get());
-  for (const std::size_t slot : namedIn(message, "slot ")) text += slotText(file.get(), header, slot);
-  for (const std::size_t word : namedIn(message, "at word ")) text += wordText(file.get(), word);
+  for (const DamagedPlace& place : places) {
+    text += place.kind == DamagedPlace::Kind::slot ? slotText(file.get(), header, place.number)
+                                                   : wordText(file.get(), place.number);
+  }
   return text;
 }
 
-// The newest of the segments set aside, or "". A writer at work may have replaced the damaged one by now.
-std::string setAside(const RootPath& path) {
+// The newest retired segment, or "". A living writer may have replaced the damaged one by now.
+std::string newestRetired(const RootPath& path) {
   std::string newest;
   for (unsigned number = 1;; ++number) {
     const std::string name = path.text() + ".retired." + std::to_string(number);
@@ -141,7 +130,7 @@ std::string setAside(const RootPath& path) {
   }
 }
 
-// The highest number of a report that can be seen, or 0.
+// The highest number of a report in the folder, or 0.
 unsigned long highestReport(const RootPath& path) {
   const std::string prefix = path.collection() + ".report.";
   unsigned long highest = 0;
@@ -158,12 +147,12 @@ unsigned long highestReport(const RootPath& path) {
 }  // namespace
 
 std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const RootPath& path,
-                                  const std::string& message) {
+                                  const std::string& message, const DamagedPlaces& places) {
   std::string text = "corruption report\ntable: " + path.text() + "\nmessage: " + message +
                      "\ntime: " + timeText() + "\npid: " + std::to_string(getpid()) + "\n" +
-                     segmentText(path.text(), message);
-  if (const std::string aside = setAside(path); !aside.empty()) {
-    text += "set aside: " + aside + "\n" + segmentText(aside, message);
+                     segmentText(path.text(), places);
+  if (const std::string retired = newestRetired(path); !retired.empty()) {
+    text += "retired: " + retired + "\n" + segmentText(retired, places);
   }
   const std::string reports = path.text() + ".report.";
   for (unsigned long number = highestReport(path) + 1;; ++number) {

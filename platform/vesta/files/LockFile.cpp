@@ -50,7 +50,7 @@ void LockFile::unlock(long byte) noexcept {
   fcntl(file_.get(), F_OFD_SETLK, &lock);
 }
 
-// A query names any one of the locks in its range, so the parts on both sides of that are asked about next.
+// A query returns any one of the locks in its range, so the parts on both sides of that one are queried next.
 std::vector<long> LockFile::heldElsewhere(long first, long end) const {
   std::vector<long> held;
   std::vector<std::pair<long, long>> ranges{{first, end}};

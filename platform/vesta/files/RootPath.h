@@ -17,7 +17,7 @@ class RootPath {
 
   /// The folder of the segment file, its lock file and its wake-up files.
   std::string folder() const { return rootFolder_ + "/" + path_; }
-  /// The segment file; also how the table is named in messages.
+  /// The segment file; names the table in messages.
   std::string text() const { return folder() + "/" + collection_; }
   /// The table's name in the service: the socket-name prefix, the path and the collection joined by ".".
   std::string vestaName() const;

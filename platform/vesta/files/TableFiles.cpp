@@ -42,7 +42,7 @@ TableFiles::TableFiles(const RootPath& path)
 TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   Descriptor file;
   try {
-    file = openPrivateFile(folder(), path_.collection(), access == Access::observer ? O_RDONLY : O_RDWR,
+    file = openPrivateFile(folder(), path_.collection(), access == Access::passiveReader ? O_RDONLY : O_RDWR,
                            path_.text());
   } catch (const Cairn::SystemException& failure) {
     if (failure.error() == ENOENT) return {nullptr, true, {}};
@@ -51,26 +51,28 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   const std::size_t size = sizeOf(file.get(), path_.text());
   std::array<Word, kHeaderWords> header{};
   if (pread(file.get(), header.data(), sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
-    return {nullptr, false, {wrongSize(layout.bytes(), size), true, false}};
+    return {nullptr, false, {SegmentFault::Kind::damaged, wrongSize(layout.bytes(), size)}};
   }
-  HeaderFault fault = headerFault(header.data(), layout);
+  SegmentFault fault = headerFault(header.data(), layout);
   const bool wholeFile = size == layout.bytes();
-  if (fault.text.empty() && !wholeFile) fault = {wrongSize(layout.bytes(), size), true, true};
+  if (!fault && !wholeFile) {
+    fault = {SegmentFault::Kind::damagedHeader, wrongSize(layout.bytes(), size)};
+  }
   std::shared_ptr<Segment> segment;
   if (wholeFile || (access == Access::reader && size >= kTablesAt * sizeof(Word))) {
     segment = std::make_shared<Segment>(file.get(), layout, access);
-  } else if (access == Access::writer && fault.rowsUsable) {
+  } else if (access == Access::writer && fault.rowsUsable()) {
     segment = Segment::copyOf(file.get(), layout);
   }
   return {std::move(segment), false, std::move(fault)};
 }
 
-std::string TableFiles::sizeFault(const Segment& segment) const {
+SegmentFault TableFiles::sizeFault(const Segment& segment) const {
   struct stat file {};
   if (fstatat(folder(), path_.collection().c_str(), &file, AT_SYMLINK_NOFOLLOW) != 0) return {};
   const auto size = static_cast<std::size_t>(file.st_size);
   if (!segment.maps(file) || size == segment.layout().bytes()) return {};
-  return wrongSize(segment.layout().bytes(), size);
+  return {SegmentFault::Kind::damagedHeader, wrongSize(segment.layout().bytes(), size)};
 }
 
 bool TableFiles::isNamed(const Segment& segment) const noexcept {
@@ -102,25 +104,25 @@ void TableFiles::link(const Unnamed& created, const std::string& name) const {
 
 void TableFiles::name(const Unnamed& created) const { link(created, path_.collection()); }
 
-// The new segment is linked under the name that the old one is to have, and the two change names: at no
-// moment is there none, whoever looks and whoever dies. The mark comes first, so that a writer who dies
-// before the exchange leaves a segment that its successor replaces.
+// The new segment is linked under the name that the old one is to have, and the two names are exchanged, so
+// that the table has a segment at every moment, also if this process dies. The mark comes first: a writer
+// that dies before the exchange leaves a segment that its successor replaces.
 void TableFiles::replace(const Unnamed& created) const {
   constexpr unsigned kKept = 8;
-  std::string aside;
+  std::string retired;
   for (unsigned number = 1;; ++number) {
-    aside = path_.collection() + ".retired." + std::to_string(number);
-    if (number == kKept) unlinkat(folder(), aside.c_str(), 0);
-    if (number == kKept || faccessat(folder(), aside.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) break;
+    retired = path_.collection() + ".retired." + std::to_string(number);
+    if (number == kKept) unlinkat(folder(), retired.c_str(), 0);
+    if (number == kKept || faccessat(folder(), retired.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) break;
   }
   const Descriptor old = openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text());
-  link(created, aside);
+  link(created, retired);
   stateIs(old.get(), kRetired);
-  if (renameat2(folder(), aside.c_str(), folder(), path_.collection().c_str(), RENAME_EXCHANGE) != 0) {
+  if (renameat2(folder(), retired.c_str(), folder(), path_.collection().c_str(), RENAME_EXCHANGE) != 0) {
     const int error = errno;
     stateIs(old.get(), kLive);
-    unlinkat(folder(), aside.c_str(), 0);
-    throw Cairn::SystemException("exchange segments " + path_.text() + " and " + aside, error);
+    unlinkat(folder(), retired.c_str(), 0);
+    throw Cairn::SystemException("exchange segments " + path_.text() + " and " + retired, error);
   }
 }
 
@@ -150,9 +152,9 @@ void TableFiles::remove() {
 }
 
 void TableFiles::validate(const Layout& layout) const {
-  const Found found = open(layout, Access::observer);
+  const Found found = open(layout, Access::passiveReader);
   if (found.missing) throw Cairn::SystemException("open " + path_.text(), ENOENT);
-  if (!found.fault.text.empty()) {
+  if (found.fault) {
     throw Cairn::CorruptionDetectedException(path_.text() + ": " + found.fault.text);
   }
 }
@@ -174,7 +176,7 @@ WakeFifo TableFiles::readerFifo(unsigned reader) const {
   return WakeFifo::forReader(folder(), fifoName(reader), path_.folder() + "/" + fifoName(reader));
 }
 
-// Returns the bits of those for whose FIFO there was no descriptor.
+// Returns the bits of the readers that could not be woken for want of a descriptor.
 Word TableFiles::wakeEveryone() const {
   Word asleep = 0;
   for (const long byte : lock_.heldElsewhere(LockFile::readerByte(0), LockFile::readerByte(kMaxReaders))) {
@@ -190,12 +192,13 @@ void TableFiles::wakeEveryone(Segment& segment) const {
   std::atomic_ref<Word>(segment.at(kSleepersAt)).fetch_or(wakeEveryone(), std::memory_order_seq_cst);
 }
 
-int TableFiles::writerPid() const {
+int TableFiles::writerProcess() const {
   const Descriptor file(
       openat(folder(), path_.collection().c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   Word word = 0;
-  if (!file || pread(file.get(), &word, sizeof word, kWriterPidAt * sizeof(Word)) != sizeof word) return 0;
-  return isSealed(word, kWriterPidAt) ? static_cast<int>(static_cast<std::uint32_t>(word)) : 0;
+  if (!file || pread(file.get(), &word, sizeof word, kWriterProcessAt * sizeof(Word)) != sizeof word)
+    return 0;
+  return isSealed(word, kWriterProcessAt) ? static_cast<int>(static_cast<std::uint32_t>(word)) : 0;
 }
 
 }  // namespace Vesta

@@ -14,7 +14,7 @@ namespace Vesta {
 Word randomWord() noexcept;
 
 /// The files of one table in its folder: the segment <collection>, the lock file <collection>.lock, the FIFO
-/// vesta.<collection>.<n> of each reader, and segments set aside, <collection>.retired.<n>.
+/// vesta.<collection>.<n> of each reader, and retired segments, <collection>.retired.<n>.
 class TableFiles {
  public:
   explicit TableFiles(const RootPath& path);
@@ -23,53 +23,53 @@ class TableFiles {
   LockFile& lock() noexcept { return lock_; }
   int folder() const noexcept { return folder_.get(); }
 
-  /// The file under the table's name: missing, or sound as far as its header and size say, or at fault.
+  /// The file under the table's name. Without a fault, its header and size are right.
   struct Found {
     /// Mapped when the size is right. Otherwise there is no memory beyond the end of the file: writers get a
-    /// copy if the rows are usable, readers a mapping of which they may touch their own page.
+    /// copy if the rows are usable, readers a mapping of which they may access only the readers' page. May be
+    /// null when there is a fault.
     std::shared_ptr<Segment> segment;
     bool missing = false;
-    HeaderFault fault;
+    SegmentFault fault{};
   };
   Found open(const Layout& layout, Access access) const;
 
   /// Whether the table's name is that of the file which `segment` maps.
   bool isNamed(const Segment& segment) const noexcept;
 
-  /// Says so when the file that `segment` maps has the table's name and the wrong size; empty otherwise.
-  std::string sizeFault(const Segment& segment) const;
+  /// The fault of the file that `segment` maps when it has the table's name and the wrong size.
+  SegmentFault sizeFault(const Segment& segment) const;
 
-  /// A formatted segment without a name, its blocks reserved: touching a block that a full memory file system
-  /// cannot supply would be a signal.
+  /// A formatted segment without a name. Its blocks are reserved: access to a block that a full memory file
+  /// system cannot supply would raise a signal.
   struct Unnamed {
     Descriptor file;
     std::shared_ptr<Segment> segment;
   };
   Unnamed create(const Layout& layout, Word firstSequence) const;
-  /// Gives it the table's name, whole or not at all. The name must be free.
+  /// Gives it the table's name, atomically. The name must be free.
   void name(const Unnamed& created) const;
-  /// Gives it the table's name and that segment, marked retired, the name <collection>.retired.<n>, in one
-  /// step. Of the segments set aside the first seven and the last are kept.
+  /// Exchanges its name, which is <collection>.retired.<n>, with that of the table's segment, which is marked
+  /// retired before. The first seven retired segments and the last are kept.
   void replace(const Unnamed& created) const;
-  /// Marks the segment retired and removes it if it is there, and the FIFOs of readers that are gone. Throws
-  /// Cairn::ResourceExhaustedException when there was no descriptor to wake a reader; to be called again
-  /// then.
+  /// Marks the segment retired and removes it, if there is one, and the FIFOs of readers that are gone.
+  /// Throws Cairn::ResourceExhaustedException when a reader could not be woken for want of a descriptor; the
+  /// caller may try again.
   void remove();
   /// Throws unless the file under the table's name is private, whole and of this layout.
   void validate(const Layout& layout) const;
 
-  /// The path at which the lock file or the file of `segment` no longer is, because somebody removed, moved
-  /// or replaced it behind the table service's back; empty when both are in place. A retired segment has no
-  /// path.
+  /// The path of the lock file or of the file of `segment` if it was removed, moved or replaced by other
+  /// means than the table service; empty when both are in place. A retired segment has no path.
   std::string displacedFile(const Segment& segment) const;
 
   std::string fifoName(unsigned reader) const;
   WakeFifo readerFifo(unsigned reader) const;
-  /// Writes to every FIFO there is: for changes that concern sleeping readers of any segment of this table.
-  /// Those for whose FIFO there was no descriptor are left to the next write to `segment`.
+  /// Wakes the readers of every segment of this table. A reader whose FIFO cannot be opened for want of a
+  /// descriptor is woken by the next write to `segment`.
   void wakeEveryone(Segment& segment) const;
-  /// The pid that the segment names as its writer; 0 when it names none.
-  int writerPid() const;
+  /// The writer's pid as the segment names it; 0 when it names none.
+  int writerProcess() const;
 
  private:
   void link(const Unnamed& created, const std::string& name) const;

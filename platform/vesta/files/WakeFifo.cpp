@@ -50,7 +50,7 @@ void WakeFifo::drain() const noexcept {
   }
 }
 
-bool WakeFifo::stands(int folder, const std::string& name) const {
+bool WakeFifo::inPlace(int folder, const std::string& name) const {
   struct stat mine {};
   struct stat there {};
   return fifo_ && fstat(descriptor(), &mine) == 0 &&

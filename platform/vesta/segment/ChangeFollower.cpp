@@ -163,7 +163,7 @@ void ChangeFollower::caughtUp(const Segment& segment) {
 // changes is in the log, too, but not notified again. A published sequence that no change had is found by its
 // record, or by a slot that is ahead of it.
 //
-// A row stands in its slot before the index names it and its change is published. Handlers would not find it,
+// A row is in its slot before the index names it and its change is published. Handlers would not find it,
 // so it is left to its record; what the slot held before is gone by a published change.
 template <class Visit>
 Word ChangeFollower::visitChanges(RowReads& reads, const Visit& visit) {

@@ -6,6 +6,11 @@ namespace Vesta {
 
 SegmentCorruption::~SegmentCorruption() = default;
 
+DamagedPlaces placesOf(const Cairn::CorruptionDetectedException& corruption) {
+  const auto* const ofSegment = dynamic_cast<const SegmentCorruption*>(&corruption);
+  return ofSegment != nullptr ? ofSegment->places() : DamagedPlaces();
+}
+
 void throwCorruption(const std::string& text, DamagedPlaces places) {
   throw SegmentCorruption(text, std::move(places));
 }

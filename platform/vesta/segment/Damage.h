@@ -30,6 +30,9 @@ class SegmentCorruption : public Cairn::CorruptionDetectedException {
   DamagedPlaces places_;
 };
 
+/// The places that `corruption` carries; none unless it is a SegmentCorruption.
+DamagedPlaces placesOf(const Cairn::CorruptionDetectedException& corruption);
+
 /// Out of line, for checks on hot paths. `text` is one line.
 [[noreturn]] void throwCorruption(const std::string& text, DamagedPlaces places = {});
 

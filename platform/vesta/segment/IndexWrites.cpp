@@ -11,7 +11,7 @@ IndexWrites::IndexWrites(Segment& segment, const StepHook& stepHook)
       shortcuts_(reinterpret_cast<std::uint32_t*>(&segment.at(layout_.shortcutsAt))) {
   const Word word = segment_.load(kIndexAt);  // which one is right either way: the other is rebuilt
   which_ = static_cast<unsigned>(word) & 1;
-  generation_ = static_cast<std::uint32_t>(word) >> 1;
+  switches_ = static_cast<std::uint32_t>(word) >> 1;
 }
 
 bool IndexWrites::isCrowded(std::uint32_t cell) const {
@@ -83,7 +83,7 @@ void IndexWrites::rebuild(const HeldRows& rows,
   step(WriteStep::rebuildFilled);
   taken_ = taken;
   which_ = spare;
-  generation_ = (generation_ + 1) & 0x7fffffff;
+  switches_ = (switches_ + 1) & 0x7fffffff;
   segment_.store(kIndexAt, word());
   ++rebuilds_;
   step(WriteStep::rebuildSwitched);

@@ -22,7 +22,7 @@ class IndexWrites {
   /// The index in use, 0 or 1.
   unsigned which() const noexcept { return which_; }
   /// The value of the index word.
-  Word word() const noexcept { return sealed(generation_ << 1 | which_, kIndexAt); }
+  Word word() const noexcept { return sealed(switches_ << 1 | which_, kIndexAt); }
   std::uint64_t rebuilds() const noexcept { return rebuilds_; }
 
   /// Whether it has to be rebuilt before a row is put into `cell`, which is not used.
@@ -43,8 +43,8 @@ class IndexWrites {
   const Layout layout_;
   std::uint32_t* const shortcuts_;  // the segment's
   unsigned which_;
-  std::uint32_t generation_;  // counts the switches
-  std::uint32_t taken_ = 0;   // cells in use or marked
+  std::uint32_t switches_;   // from one index to the other, counted over the segment's life
+  std::uint32_t taken_ = 0;  // cells in use or marked
   std::uint64_t rebuilds_ = 0;
 };
 

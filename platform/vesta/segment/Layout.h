@@ -1,4 +1,4 @@
-// Where everything stands in a segment; docs/segment_format.md draws it. One page for the header, which never
+// The layout of a segment; docs/segment_format.md draws it. One page for the header, which never
 // changes after creation, one that only the writer writes, one that only readers write, then the two indexes,
 // the shortcuts, the staging row, the slots and the change log. Offsets are in words of 8 bytes from the
 // start of the segment.
@@ -20,7 +20,7 @@ constexpr unsigned kMaxReaders = 63;  ///< of one segment at a time
 /// The words of a key.
 using EncodedKey = std::vector<Word>;
 
-/// What a segment must agree on with everyone who attaches to it. Sizes in bytes.
+/// What a segment and every process that attaches to it must agree on. Sizes in bytes.
 struct Shape {
   std::uint32_t keySize = 0;
   std::uint32_t entrySize = 0;
@@ -50,7 +50,7 @@ enum HeaderWord : std::size_t {
   kSizesAt,  // key size | entry size << 32
   kCapacityAt,
   kFirstSequenceAt,
-  kGenerationAt,  // a number of this segment's own, never 0
+  kSegmentIdAt,  // differs from that of every other segment of the table, never 0
   kFileSizeAt,
   kHeaderCheckAt,  // sealed checksum of the words before it
   kHeaderWords
@@ -59,11 +59,11 @@ constexpr Word kMagic = 0x31545345'564c4f54u;  // "TOLVEST1" in memory
 constexpr Word kLayoutVersion = 5;
 
 // Writer's page: one cache line each.
-constexpr std::size_t kSequenceAt = kPageWords;                    // of the newest published change
-constexpr std::size_t kMembersAt = kPageWords + 2 * kLineWords;    // sealed: rows
-constexpr std::size_t kIndexAt = kPageWords + 4 * kLineWords;      // sealed: index generation << 1 | which
-constexpr std::size_t kStateAt = kPageWords + 6 * kLineWords;      // kLive or kRetired
-constexpr std::size_t kWriterPidAt = kPageWords + 8 * kLineWords;  // sealed: pid, 0 when it detached
+constexpr std::size_t kSequenceAt = kPageWords;                  // of the newest published change
+constexpr std::size_t kMembersAt = kPageWords + 2 * kLineWords;  // sealed: rows
+constexpr std::size_t kIndexAt = kPageWords + 4 * kLineWords;    // sealed: switches of the index << 1 | which
+constexpr std::size_t kStateAt = kPageWords + 6 * kLineWords;    // kLive or kRetired
+constexpr std::size_t kWriterProcessAt = kPageWords + 8 * kLineWords;  // sealed: pid, 0 when it detached
 constexpr Word kLive = 0x6576696c'6576696cu;
 constexpr Word kRetired = 0x64657269'74657221u;
 
@@ -83,7 +83,7 @@ static_assert(readerLineAt(kMaxReaders) == 3 * kPageWords && kReaderWords <= kLi
 
 constexpr std::size_t kTablesAt = 3 * kPageWords;
 
-// The value of an index cell: state, tag (upper bits of the key's hash) and slot. A mark stands where a cell
+// The value of an index cell: state, tag (upper bits of the key's hash) and slot. A mark replaces a cell that
 // was removed from the middle of a chain.
 enum class CellState : std::uint32_t { empty = 0, mark = 1, used = 2 };
 constexpr unsigned kSlotBits = 20;
@@ -118,7 +118,8 @@ template <std::uint32_t KeyWords, std::uint32_t RowWords>
 using FixedRowSizes = BasicRowSizes<std::integral_constant<std::uint32_t, KeyWords>,
                                     std::integral_constant<std::uint32_t, RowWords>>;
 
-/// The sizes and places that follow from a shape. Computed by everyone from their own shape, never read.
+/// The sizes and positions that follow from a shape. Every process computes them from its own shape; they are
+/// never read from a segment.
 struct Layout {
   explicit Layout(const Shape& shape);
 

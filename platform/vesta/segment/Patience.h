@@ -9,14 +9,14 @@ namespace Vesta {
 
 constexpr std::chrono::milliseconds kDefaultYieldTime{2000};
 
-/// A row kept changing for longer than the yield time; no damage.
+/// A row kept changing for longer than the yield time; it is not damaged.
 class UnsettledException : public Cairn::Exception {
  public:
   using Exception::Exception;
   ~UnsettledException() override;
 };
 
-/// Bounds the retries of a read that the writer keeps getting in the way of.
+/// Bounds the retries of a read that a writer keeps disturbing.
 class Patience {
  public:
   explicit Patience(std::chrono::milliseconds bound) noexcept : bound_(bound) {}

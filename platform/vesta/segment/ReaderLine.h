@@ -11,7 +11,7 @@ namespace Vesta {
 /// frees the lines of readers that are gone.
 ///
 /// A flipped bit, or a word read between two stores of the reader, makes a checked value unknown, never
-/// wrong: what depends on it then waits until the reader has restored its line.
+/// wrong. The writer then waits until the reader has restored its line.
 class ReaderLine {
  public:
   ReaderLine(Segment& segment, unsigned reader) noexcept : segment_(segment), at_(readerLineAt(reader)) {}
@@ -22,7 +22,7 @@ class ReaderLine {
   std::optional<Word> handled() const noexcept;
   std::optional<std::string> name() const;
 
-  /// Fills the line; it counts from here on.
+  /// Fills the line; the reader counts from now on.
   void fill(Word identity, Word handled, const std::string& name) noexcept;
   void handledIs(Word handled) noexcept {
     segment_.store(at_ + kReaderHandledAt, handled);
@@ -30,8 +30,7 @@ class ReaderLine {
   }
   /// It counts as a reader that has handled nothing.
   void clear() noexcept { segment_.store(at_ + kReaderIdentityAt, 0); }
-  /// Frees the line unless another reader has it by now; its identity is then another, half of it being
-  /// random.
+  /// Frees the line unless another reader uses it by now. Identities differ in their random half.
   bool release(Word identity) noexcept {
     return std::atomic_ref<Word>(segment_.at(at_ + kReaderIdentityAt))
         .compare_exchange_strong(identity, 0, std::memory_order_acq_rel);

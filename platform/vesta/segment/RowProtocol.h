@@ -22,7 +22,7 @@
 //      itself. Then R2 reads the staging row.
 //   R2 gets a word of W2 of the next change: that acquires W5 before it, and R3 is no longer staged.
 //   R1 and R3 are equal: R2 got one row whole. Its checksum, over version, key, entry and slot number, now
-//      tells damage from the right row.
+//      distinguishes an intact row from damage.
 //   L1 gets a word of the record of s + R: that acquires W7 of s + R - 1 before it, and L2 sees it.
 //   S1 comes after W8 in the single order of these four: then W7 comes before S2, and the reader stays awake.
 //      Otherwise W8 sees the bit, and the writer wakes the reader.
@@ -72,13 +72,13 @@ void putRecord(const Sizes& sizes, Word* record, Word sequence, std::uint32_t sl
 
 /// W4 and W5.
 template <class Sizes, class Step>
-void settleRow(const Sizes& sizes, Word* slotWords, const Word* row, Word check, const Step& step) {
+void finishRow(const Sizes& sizes, Word* slotWords, const Word* row, Word check, const Step& step) {
   eachWord(sizes.rowWords, [&](std::size_t i) { storeRelease(slotWords[2 + i], row[1 + i]); });
   step(WriteStep::rowHalf);
   storeRelease(slotWords[1], check);
   step(WriteStep::rowMoved);
   storeRelease(slotWords[0], row[0]);
-  step(WriteStep::versionSettled);
+  step(WriteStep::versionFinal);
 }
 
 /// W2 to W5. `row` begins with the new version.
@@ -92,7 +92,7 @@ void putRow(const Sizes& sizes, Word* slotWords, Word* staging, std::uint32_t sl
   step(WriteStep::staged);
   storeRelease(slotWords[0], row[0] | kStaged);
   step(WriteStep::versionMoved);
-  settleRow(sizes, slotWords, row, check, step);
+  finishRow(sizes, slotWords, row, check, step);
 }
 
 /// W7.

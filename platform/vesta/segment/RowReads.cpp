@@ -75,8 +75,7 @@ void RowReads::validate() {
   for (std::uint32_t slot = 0; slot < layout_.shape.capacity; ++slot) readSlot(slot, row.data());
   validateIndex();
   const Segment& segment = *segment_;
-  const HeaderFault fault = headerFault(&segment.at(0), layout_);
-  if (!fault.text.empty()) throwCorruption(fault.text);
+  if (const SegmentFault fault = headerFault(&segment.at(0), layout_)) throwCorruption(fault.text);
   if (!segment.live() && !segment.retired()) {
     throwCorruption("state: found " + hexText(segment.load(kStateAt)));
   }

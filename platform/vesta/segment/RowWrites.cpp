@@ -56,7 +56,7 @@ void RowWrites::recoverSlots(Word published) {
   if (sequence_ != segment_.firstSequence()) checkRecord(segment_, sequence_, scratch_.data());
   if (staged == RowReads::kNone) return;
   reads_.readSlot(staged, scratch_.data());
-  settleRow(reads_.sizes(), words_ + layout_.slotAt(staged), scratch_.data(),
+  finishRow(reads_.sizes(), words_ + layout_.slotAt(staged), scratch_.data(),
             checksumOf(scratch_.data(), layout_.rowWords, staged), [this](WriteStep now) { step(now); });
 }
 
@@ -98,7 +98,7 @@ bool RowWrites::remove(const Word* key) {
   const Word hash = hashOf(key, layout_.keyWords);
   const RowReads::Probe found = find(reads_.sizes(), key, hash);
   if (found.slot == RowReads::kNone) return false;
-  // The slot keeps the key, under the checksum, so that a vacated slot can be told from a damaged one.
+  // The slot keeps the key, under the checksum, which distinguishes a vacated slot from a damaged one.
   scratch_.assign(1 + layout_.rowWords, 0);
   std::copy_n(key, layout_.keyWords, scratch_.begin() + 1);
   put(reads_.sizes(), scratch_.data(), found.slot, false);

@@ -93,19 +93,19 @@ void describe(const Layout& layout, Word* words) {
 
 }  // namespace
 
-void formatSegment(Segment& segment, Word firstSequence, Word generation) {
+void formatSegment(Segment& segment, Word firstSequence, Word id) {
   const Layout& layout = segment.layout();
   Word* words = &segment.at(0);
   describe(layout, words);
   words[kFirstSequenceAt] = firstSequence;
-  words[kGenerationAt] = generation;
+  words[kSegmentIdAt] = id;
   words[kHeaderCheckAt] = sealed(headerChecksum(words), kHeaderCheckAt);
   std::copy_n(words, kHeaderWords, segment.header_.data());
   words[kSequenceAt] = firstSequence;
   words[kMembersAt] = sealed(0, kMembersAt);
   words[kIndexAt] = sealed(0, kIndexAt);
   words[kStateAt] = kLive;
-  words[kWriterPidAt] = sealed(0, kWriterPidAt);
+  words[kWriterProcessAt] = sealed(0, kWriterProcessAt);
   for (std::size_t cell = kTablesAt; cell < layout.shortcutsAt; ++cell)
     words[cell] = sealed(kEmptyCell, cell);
   for (std::uint32_t i = 0; i < layout.records; ++i) {
@@ -122,8 +122,8 @@ void formatSegment(Segment& segment, Word firstSequence, Word generation) {
 
 namespace {
 
-// Empty when every word that describes the layout is as expected.
-std::string otherKind(const Word* words, const Layout& layout) {
+// The first word that differs from those of this layout, as text; nothing when none does.
+std::optional<std::string> difference(const Word* words, const Layout& layout) {
   constexpr struct {
     HeaderWord at;
     const char* name;
@@ -140,27 +140,29 @@ std::string otherKind(const Word* words, const Layout& layout) {
     const auto text = [decimal](Word value) { return decimal ? std::to_string(value) : hexText(value); };
     return std::string(name) + ": expected " + text(expected[at]) + ", found " + text(words[at]);
   }
-  return {};
+  return std::nullopt;
 }
 
 }  // namespace
 
-HeaderFault headerFault(const Word* words, const Layout& layout) {
-  const std::string other = otherKind(words, layout);
+SegmentFault headerFault(const Word* words, const Layout& layout) {
+  using Kind = SegmentFault::Kind;
+  const std::optional<std::string> other = difference(words, layout);
   if (words[kMagicAt] != kMagic) {
-    return {"header: expected magic " + hexText(kMagic) + ", found " + hexText(words[kMagicAt]), true,
-            other.empty()};
+    return {other ? Kind::damaged : Kind::damagedHeader,
+            "header: expected magic " + hexText(kMagic) + ", found " + hexText(words[kMagicAt])};
   }
   const Word check = sealed(headerChecksum(words), kHeaderCheckAt);
-  if (words[kHeaderCheckAt] == check) return {other, false, false};
-  // Either the words that describe the layout are right, or the check is, over those that a segment of this
-  // layout has.
+  if (words[kHeaderCheckAt] == check) {
+    return other ? SegmentFault{Kind::incompatible, *other} : SegmentFault{};
+  }
+  // Either the words that describe the layout are right, or the stored check fits once they are set right.
   std::array<Word, kHeaderWords> expected;
   std::copy_n(words, kHeaderWords, expected.data());
   describe(layout, expected.data());
   const bool fits = words[kHeaderCheckAt] == sealed(headerChecksum(expected.data()), kHeaderCheckAt);
-  return {"header: checksum found " + hexText(words[kHeaderCheckAt]) + ", computed " + hexText(check), true,
-          fits || other.empty()};
+  return {fits || !other ? Kind::damagedHeader : Kind::damaged,
+          "header: checksum found " + hexText(words[kHeaderCheckAt]) + ", computed " + hexText(check)};
 }
 
 }  // namespace Vesta

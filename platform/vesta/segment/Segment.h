@@ -13,10 +13,10 @@
 
 namespace Vesta {
 
-enum class Access { writer, reader, observer };
+enum class Access { writer, reader, passiveReader };
 
-/// One mapped segment. The writer maps it for writing; readers map it read-only but for their own page;
-/// observers write nothing.
+/// One mapped segment. The writer maps it for writing; readers map it read-only except for the readers' page,
+/// passive readers read-only.
 class Segment {
  public:
   /// Maps the file `descriptor`, whose size the caller has checked. The descriptor stays the caller's.
@@ -40,15 +40,15 @@ class Segment {
   bool maps(const struct stat& status) const noexcept {
     return status.st_dev == device_ && status.st_ino == inode_;
   }
-  /// False once it is retired, and while its state word is damaged: in both cases the file under the table's
-  /// name may be another one.
+  /// False once it is retired and while its state word is damaged. In both cases the table may have another
+  /// segment.
   bool live() const noexcept { return load(kStateAt) == kLive; }
   bool retired() const noexcept { return load(kStateAt) == kRetired; }
-  /// As it was when the segment was mapped or formatted, whatever becomes of it in the file.
+  /// As it was when the segment was mapped or formatted; later changes to the file do not count.
   const std::array<Word, kHeaderWords>& header() const noexcept { return header_; }
   Word firstSequence() const noexcept { return header_[kFirstSequenceAt]; }
-  /// A number of this segment's own, never 0.
-  Word generation() const noexcept { return header_[kGenerationAt]; }
+  /// Differs from that of every other segment of the table; never 0.
+  Word id() const noexcept { return header_[kSegmentIdAt]; }
   /// The value of a sealed word; throws SegmentCorruption naming `what` when the seal is broken.
   std::uint32_t unsealed(std::size_t position, const char* what) const {
     return unsealed(load(position), position, what);
@@ -62,7 +62,7 @@ class Segment {
   std::size_t members() const;
 
  private:
-  friend void formatSegment(Segment& segment, Word firstSequence, Word generation);
+  friend void formatSegment(Segment& segment, Word firstSequence, Word id);
   explicit Segment(const Layout& layout);
   [[noreturn]] static void throwSeal(Word word, std::size_t position, const char* what);
 
@@ -75,14 +75,24 @@ class Segment {
 };
 
 /// Fills a new segment's words: header, sealed empty indexes, sealed vacant slots, records of no change.
-void formatSegment(Segment& segment, Word firstSequence, Word generation);
+void formatSegment(Segment& segment, Word firstSequence, Word id);
 
-/// Why a header is not that of a segment of this layout; empty when it is. `words` has kHeaderWords words.
-struct HeaderFault {
-  std::string text;
-  bool damaged = false;     ///< not merely incompatible
-  bool rowsUsable = false;  ///< damaged, but provably a segment of this layout: intact rows can be kept
+/// What is wrong with a segment's header or size.
+struct SegmentFault {
+  enum class Kind {
+    none,
+    incompatible,  ///< intact, but of another layout version, fingerprint or shape
+    damaged,
+    damagedHeader,  ///< damaged, but provably a segment of this layout: intact rows can be kept
+  };
+  Kind kind = Kind::none;
+  std::string text{};  ///< one line
+
+  explicit operator bool() const noexcept { return kind != Kind::none; }
+  bool damaged() const noexcept { return kind == Kind::damaged || kind == Kind::damagedHeader; }
+  bool rowsUsable() const noexcept { return kind == Kind::damagedHeader; }
 };
-HeaderFault headerFault(const Word* words, const Layout& layout);
+/// Compares a header, of kHeaderWords words, with that of a segment of this layout.
+SegmentFault headerFault(const Word* words, const Layout& layout);
 
 }  // namespace Vesta

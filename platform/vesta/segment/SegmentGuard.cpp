@@ -12,7 +12,7 @@ namespace Vesta {
 
 // A place is one word, so that the handler, which may interrupt any instruction of any thread, never sees
 // half of a change: page of the beginning (36 bits), pages (26), lost, of a writer. 0 is a free place. Places
-// are never freed, only used again.
+// are re-used, never freed.
 struct GuardedMapping::Place {
   static constexpr Word kOfWriter = 1;
   static constexpr Word kLost = 2;
@@ -63,14 +63,14 @@ class SegmentGuard {
     const bool replaced = info->si_code == BUS_ADRERR && replaceLost(info->si_addr);
     errno = error;
     if (replaced) return;
-    sigaction(SIGBUS, &before_, nullptr);     // the access is made again and ends as it did before
+    sigaction(SIGBUS, &before_, nullptr);     // the access is repeated, with the effect that it had before
     if (info->si_code <= 0) ::raise(SIGBUS);  // sent by a process
   }
 
-  // A file ends once: what follows the page that was touched is lost, too. What is lost before it is seen
-  // when it is touched.
-  static bool replaceLost(const void* touched) {
-    const auto at = reinterpret_cast<std::uintptr_t>(touched);
+  // The pages after the one that was accessed are lost, too. Lost pages before it are replaced when they are
+  // accessed.
+  static bool replaceLost(const void* accessed) {
+    const auto at = reinterpret_cast<std::uintptr_t>(accessed);
     for (Place* place = places_.load(std::memory_order_acquire); place != nullptr; place = place->next) {
       const Word mapping = place->mapping.load(std::memory_order_acquire);
       if (at < Place::beginOf(mapping) || at >= Place::endOf(mapping)) continue;

@@ -1,9 +1,9 @@
 // Ordered access to the words of a segment, and the numbers they carry.
 //
-// A segment is an array of 64-bit words, its shortcuts one of 32-bit numbers, and whatever can change after
-// creation is read and written whole, by the functions here. There are no stand-alone fences: the thread
-// sanitizer does not know them, and none is needed. Rows travel by release stores and acquire loads word by
-// word, so that whoever has seen one word of a newer row also sees that the slot's version has moved.
+// A segment is an array of 64-bit words, its shortcuts one of 32-bit numbers. All that can change after
+// creation is read and written word by word by the functions here, with release stores and acquire loads: a
+// reader that gets one word of a newer row also sees that the slot's version has changed. There are no
+// stand-alone fences, which the thread sanitizer does not know.
 #pragma once
 
 #include <atomic>
@@ -44,8 +44,8 @@ constexpr Word sequenceOf(Word version) { return version >> 2; }
 constexpr bool isStaged(Word version) { return (version & kStaged) != 0; }
 constexpr bool isOccupied(Word version) { return (version & 1) != 0; }
 
-// A sealed word carries a 32-bit value and a check over the value and the word's own position, so that a
-// flipped bit, a zeroed word and a word from elsewhere are all seen.
+// A sealed word carries a 32-bit value and a check over the value and the word's position, so that a flipped
+// bit, a zeroed word and a word from another position are all detected.
 
 constexpr std::uint32_t sealOf(std::uint32_t value, std::size_t position) {
   const Word mixed = ((Word{position} << 32 | value) + 0x632be59bd9b4e019u) * 0x9e3779b97f4a7c15u;
@@ -58,7 +58,7 @@ constexpr bool isSealed(Word word, std::size_t position) {
   return static_cast<std::uint32_t>(word >> 32) == sealOf(static_cast<std::uint32_t>(word), position);
 }
 
-// The check of a word that uses all its bits stands in another word.
+// The check of a word that uses all its bits is stored in another word.
 
 constexpr Word checkOf(Word value, std::size_t position) {
   const Word mixed = (value ^ Word{position} << 48) * 0x9fb21c651e98df25u + 0x632be59bd9b4e019u;

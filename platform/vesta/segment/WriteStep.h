@@ -5,8 +5,7 @@
 namespace Vesta {
 
 /// The steps of a write, in order, at each of which a writer may die. Those of an index rebuild come first
-/// when one is due, and at attach, where those that settle a row may precede them; insertions put a cell,
-/// removals take one.
+/// when one is due. At attach, the steps that finish a row may come before those of the rebuild.
 enum class WriteStep {
   rebuildCleared,
   rebuildHalf,
@@ -20,7 +19,7 @@ enum class WriteStep {
   versionMoved,
   rowHalf,
   rowMoved,
-  versionSettled,
+  versionFinal,
   cellMoved,
   membersMoved,
   published,
