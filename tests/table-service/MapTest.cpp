@@ -135,7 +135,7 @@ TEST_F(MapTest, Path_IsThatOfTheLastAttach) {
 TEST_F(MapTest, Report_SaysWhatWasFoundWhere) {
   auto table = writer();
   put(*table, 0x1122334455667788, 1);
-  const std::size_t record = table->bytes().sharedSegment()->layout().recordAt(table->sequence());
+  const std::size_t record = segmentOf(*table).layout().recordAt(table->sequence());
   const std::string damages[] = {"slot 0 version 0xb: checksum found 0x1, computed 0x2",
                                  "log record 2 at word " + std::to_string(record) + ": holds sequence 7"};
   const Vesta::DamagedPlace places[] = {Vesta::DamagedPlace::slot(0), Vesta::DamagedPlace::word(record)};
@@ -198,7 +198,7 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
   }
   EXPECT_EQ(notified, (std::vector<std::uint64_t>{1, 3, 4}));
   EXPECT_EQ(stampOf(*map.implementation(), 3), 1u);
-  EXPECT_EQ(VestaTest::told(*bystander), (std::vector<std::uint64_t>{2, 1, 3, 4}))
+  EXPECT_EQ(VestaTest::notified(*bystander), (std::vector<std::uint64_t>{2, 1, 3, 4}))
       << "a reader that had not detected it follows to the new segment and is notified of what is gone";
   EXPECT_EQ(contents(*bystander).size(), 3u);
 }
@@ -287,7 +287,7 @@ TEST_F(MapTest, Corruption_DetectedByPollAndByHandlers) {
     put(*table, 1, 1);
     put(*table, 2, 1);
     if (i == 4) damageRow(*table, TestKey{2});
-    Vesta::Segment& segment = *table->bytes().sharedSegment();
+    Vesta::Segment& segment = segmentOf(*table);
     if (i == 5) segment.at(segment.layout().recordAt(table->sequence()) + 2) ^= 4;
     map.onChangeIs(handlers[i]);
     const std::string passed = failure([this] { EXPECT_EQ(map.events().poll(10), 0u); });

@@ -2,7 +2,7 @@
 
 #include "vesta/VestaWriter.h"
 
-/// The slot in which the row of `key` stands.
+/// The slot of the row of `key`.
 template <class Key, class Entry>
 Vesta::Word* slotOf(Vesta::VestaWriter<Key, Entry>& table, const Key& key) {
   Vesta::IterHint hint;

@@ -26,7 +26,7 @@ constexpr unsigned range(WriteStep first, WriteStep last) {
 struct Kind {
   const char* name;
   std::uint64_t firstId, writesPerId, stamp;
-  std::uint64_t changes;  // 0: the writer ends while it takes the table over
+  std::uint64_t changes;  // 0: the writer ends while it recovers the table
   unsigned steps;         // those it passes through
   std::uint64_t idOf(std::uint64_t n) const { return firstId + n / writesPerId; }
 };
@@ -40,7 +40,7 @@ const Kind kKinds[] = {
     {"replace", 1, 1, 7, kRows, kEveryWrite & ~kInsertion},
     {"remove", 1, 1, 0, kRows, kEveryWrite},
     {"churn", 1000, 2, 7, 400, kEveryWrite | kRebuild},
-    {"take over", 1, 1, 1, 0,
+    {"recover", 1, 1, 1, 0,
      kRebuild | range(WriteStep::rowHalf, WriteStep::versionFinal) |
          range(WriteStep::membersMoved, WriteStep::membersMoved)},
 };
@@ -66,7 +66,7 @@ class Death : public TableTest {
     start.firstSequence = Vesta::kSequenceMask - kRows;
     Writer table(start);
     for (std::uint64_t id = 1; id <= kRows; ++id) put(table, id, 1);
-    Vesta::Segment& segment = *table.bytes().sharedSegment();
+    Vesta::Segment& segment = segmentOf(table);
     segment.at(segment.layout().slotAt(kRows - 1)) |=
         Vesta::kStaged;  // as a dead writer may leave its last row
     const auto which = static_cast<std::uint32_t>(segment.load(Vesta::kIndexAt) & 1);
@@ -99,7 +99,7 @@ TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
       prepare();
       const auto follower = reader(kCapacity);
       Model known;
-      told(*follower, &known);
+      notified(*follower, &known);
       ASSERT_TRUE(follower->maySleep());
       auto& done = sharedCount(0);
       Child child([&] {
@@ -128,20 +128,21 @@ TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
       ASSERT_EQ(child.wait(), -SIGKILL);
 
       const auto next = writer(kCapacity);
-      EXPECT_TRUE(!changed || stampOf(*next, target) == seen) << "what a lookup has told stays";
-      EXPECT_TRUE(readable(follower->wakeDescriptor())) << "it wakes whom the dead one may not have";
+      EXPECT_TRUE(!changed || stampOf(*next, target) == seen) << "what a lookup has returned stays";
+      EXPECT_TRUE(readable(follower->wakeDescriptor()))
+          << "it wakes readers that the dead one may not have woken";
       EXPECT_EQ(contents(*next), survived) << "what readers have seen stays";
       EXPECT_EQ(contents(*follower), survived);
       for (const auto& [id, stamp] : survived) ASSERT_EQ(stampOf(*follower, id), stamp);
       EXPECT_TRUE(next->validate() && next->members() == survived.size());
-      told(*follower, &known);
+      notified(*follower, &known);
       EXPECT_EQ(known, survived);
       Model later = survived;
       put(later, 5000, 3);
       put(later, 2, 0);
       put(*next, 5000, 3);
       put(*next, 2, 0);
-      EXPECT_EQ(contents(*follower), later) << "what the dead one left half done is settled";
+      EXPECT_EQ(contents(*follower), later) << "the change of the dead one is completed";
     }
     EXPECT_EQ(passed, kind.steps) << kind.name;
   }
@@ -172,7 +173,7 @@ TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
       prepare();
       const std::unique_ptr<Reader> followers[] = {reader(kCapacity), reader(kCapacity)};
       Model known[2];
-      for (int i : {0, 1}) told(*followers[i], &known[i]);
+      for (int i : {0, 1}) notified(*followers[i], &known[i]);
       Child child([&] { return work.work(beginTrace), 0; });
       end = stoppedAfter(child, calls);
       const auto expectEveryRow = [&](int follower) {
@@ -180,7 +181,7 @@ TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
         const Model attached = contents(*reader(kCapacity));
         EXPECT_EQ(attached.size(), kRows);
         EXPECT_THAT(attached.at(2), ::testing::AnyOf(5, 6)) << "not those of before the first replacement";
-        told(*followers[follower], &known[follower]);
+        notified(*followers[follower], &known[follower]);
         EXPECT_EQ(known[follower], attached);
       };
       expectEveryRow(0);  // beside a stopped writer
@@ -195,7 +196,7 @@ TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
       put(*next, 3, 9);
       for (int i : {0, 1}) {
         followers[i]->descriptorReadable();
-        told(*followers[i], &known[i]);
+        notified(*followers[i], &known[i]);
         EXPECT_EQ(known[i], contents(*next));
       }
     }
@@ -219,7 +220,7 @@ TEST_F(Death, Readers_KilledGiveTheirPlacesBack) {
       return 0;
     });
     child.pass();
-    identities.insert(table->bytes().sharedSegment()->load(Vesta::readerLineAt(0)) >> 32);
+    identities.insert(segmentOf(*table).load(Vesta::readerLineAt(0)) >> 32);
     for (std::uint64_t i = 0; i < 50 + random() % 1000; ++i) put(*table, i % 10, round);
     child.signal(SIGKILL);
     ASSERT_EQ(child.wait(), -SIGKILL);
@@ -230,7 +231,7 @@ TEST_F(Death, Readers_KilledGiveTheirPlacesBack) {
   EXPECT_GT(identities.size(), Vesta::kMaxReaders) << "processes may be alike in all but this half";
 }
 
-// Whoever takes the number of a reader that leaves has the FIFO of that name to itself.
+// The next reader with the number of one that leaves has the FIFO of that name to itself.
 TEST_F(Death, Readers_LeavingTakeNoFifoOfOthersAlong) {
   const auto table = writer(kCapacity);
   int end = -SIGKILL;
@@ -245,19 +246,19 @@ TEST_F(Death, Readers_LeavingTakeNoFifoOfOthersAlong) {
     const auto follower = reader(kCapacity);
     ptrace(PTRACE_DETACH, child.pid(), 0, 0);
     ASSERT_TRUE(end == 0 || child.wait() == 0);
-    told(*follower);
+    notified(*follower);
     ASSERT_TRUE(follower->maySleep());
     put(*table, 1, 1);
     EXPECT_TRUE(readable(follower->wakeDescriptor())) << "after system call " << calls;
   }
 }
 
-TEST_F(Death, Readers_StoppedHoldNobodyUp) {
+TEST_F(Death, Readers_StoppedBlockNoWriter) {
   const auto table = writer(kCapacity);
   Child child([&] {
     const auto follower = reader(kCapacity);
     raise(SIGSTOP);
-    told(*follower);
+    notified(*follower);
     EXPECT_EQ(stampOf(*follower, 1), 10000u);
     raise(SIGSTOP);
     return 0;
@@ -271,7 +272,7 @@ TEST_F(Death, Readers_StoppedHoldNobodyUp) {
   std::this_thread::sleep_for(std::chrono::milliseconds(1050));
   EXPECT_TRUE(table->movingReadersQuiesced(table->sequence())) << "it has not moved for a second";
   replaceSegment(*table);
-  EXPECT_FALSE(table->movingReadersQuiesced(table->sequence())) << "a new way to go";
+  EXPECT_FALSE(table->movingReadersQuiesced(table->sequence())) << "it has a new segment to switch to";
   child.signal(SIGCONT);
   ASSERT_EQ(child.wait(), -SIGSTOP);
   EXPECT_TRUE(table->quiesced(table->sequence()));

@@ -32,23 +32,23 @@ TEST_F(TableTest, Notify_PollHonoursLimitAndPublishesProgressWhateverHandlersDo)
   EXPECT_TRUE(table->readers().empty());
 }
 
-TEST_F(TableTest, Notify_LateReaderIsToldOfRowsThatAreThereUnlessItSkips) {
+TEST_F(TableTest, Notify_LateReaderIsNotifiedOfPresentRowsUnlessItSkips) {
   auto table = writer();
   for (std::uint64_t id = 1; id <= 4; ++id) put(*table, id, 1);
   put(*table, 2, 0);
-  EXPECT_EQ(told(*reader()), (Ids{1, 3, 4}));
+  EXPECT_EQ(notified(*reader()), (Ids{1, 3, 4}));
   Vesta::AttachOptions late = options();
   late.initialRows = Vesta::InitialRows::skip;
   auto follower = std::make_unique<Reader>(late);
-  EXPECT_EQ(told(*follower), Ids{});
+  EXPECT_EQ(notified(*follower), Ids{});
   put(*table, 3, 2);
-  EXPECT_EQ(told(*follower), Ids{3});
+  EXPECT_EQ(notified(*follower), Ids{3});
   damageRow(*table, TestKey{4});
   follower.reset();
   table.reset();
   late.initialRows = Vesta::InitialRows::notify;
   late.onDamage = Vesta::OnDamage::startEmpty;
-  EXPECT_EQ(told(*std::make_unique<Reader>(late)), Ids{}) << "nor of what it met before the damage";
+  EXPECT_EQ(notified(*std::make_unique<Reader>(late)), Ids{}) << "nor of rows before the damage";
 }
 
 // Around the wrap of the sequences. Key 1 comes back, is seen by the handler of its removal and is removed
@@ -64,7 +64,7 @@ TEST_F(TableTest, Notify_RemovalIsRepeatedOnlyIfTheLogOverrunsAReaderThatHadChan
     const auto follower = reader();
     put(table, 1, 1);
     put(table, 5, 1);
-    told(*follower);
+    notified(*follower);
     put(table, 1, 0);
     put(table, 5, 0);
     put(table, 1, 2);
@@ -72,15 +72,15 @@ TEST_F(TableTest, Notify_RemovalIsRepeatedOnlyIfTheLogOverrunsAReaderThatHadChan
     EXPECT_EQ(follower->poll(2), 2u);
     put(table, 1, 0);
     for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
-    EXPECT_THAT(told(*follower), ::testing::UnorderedElementsAre(1, 2, 5));
+    EXPECT_THAT(notified(*follower), ::testing::UnorderedElementsAre(1, 2, 5));
     put(table, 2, 0);
-    EXPECT_EQ(told(*follower), Ids{2});
+    EXPECT_EQ(notified(*follower), Ids{2});
     for (std::uint64_t i = 1; i < 300; ++i) put(table, 3, i);
-    EXPECT_EQ(told(*follower), Ids{3});
+    EXPECT_EQ(notified(*follower), Ids{3});
   }
 }
 
-// What is still to be told of one segment is told of the next.
+// What is not yet notified of one segment is notified of the next.
 TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
   const auto table = writer(16);
   Vesta::AttachOptions late = options(16);
@@ -88,7 +88,7 @@ TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
   Reader skipping(late);
   const auto follower = reader(16);
   for (const std::uint64_t id : {1u, 3u, 5u}) put(*table, id, 1);
-  told(*follower);
+  notified(*follower);
   put(*table, 3, 0);
   put(*table, 5, 0);
   for (std::uint64_t i = 1; i < 100; ++i) put(*table, 1, i);
@@ -96,8 +96,8 @@ TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
   replaceSegment(*table);
   put(*table, 9, 1);
   EXPECT_EQ(stampOf(skipping, 9), 1u) << "without a poll";
-  EXPECT_THAT(told(*follower), ::testing::Contains(5));
-  EXPECT_THAT(told(skipping), ::testing::Contains(1));
+  EXPECT_THAT(notified(*follower), ::testing::Contains(5));
+  EXPECT_THAT(notified(skipping), ::testing::Contains(1));
 
   put(*table, 1, 0);
   put(*table, 1, 2);
@@ -105,23 +105,23 @@ TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
   EXPECT_EQ(follower->poll(1), 1u);
   put(*table, 1, 0);
   replaceSegment(*table);
-  EXPECT_THAT(told(*follower), ::testing::Contains(1)) << "its handler had seen it come back";
+  EXPECT_THAT(notified(*follower), ::testing::Contains(1)) << "its handler had seen it come back";
 
   put(*table, 4, 1);
-  told(*follower);
+  notified(*follower);
   table->cleanup();
   follower->descriptorReadable();
   EXPECT_EQ(follower->poll(1), 1u);
   EXPECT_FALSE(follower->maySleep()) << "another key has gone";
 }
 
-TEST_F(TableTest, Notify_WhatAComparisonHasToldIsNotToldAgain) {
+TEST_F(TableTest, Notify_WhatAComparisonHasNotifiedIsNotNotifiedAgain) {
   Vesta::AttachOptions start = options();
   std::unique_ptr<Reader> follower;
   Ids ids;
   bool armed = false;
   start.stepHook = [&](Vesta::WriteStep step) {
-    if (armed && step == Vesta::WriteStep::versionFinal) ids = told(*follower);
+    if (armed && step == Vesta::WriteStep::versionFinal) ids = notified(*follower);
   };
   start.firstSequence = Vesta::kSequenceMask - 1;
   Writer table(start);
@@ -133,18 +133,18 @@ TEST_F(TableTest, Notify_WhatAComparisonHasToldIsNotToldAgain) {
     EXPECT_FALSE(table.clientQuiesced("one"));
     EXPECT_TRUE(table.clientQuiesced("two"));
   }
-  told(*follower);
+  notified(*follower);
   EXPECT_TRUE(table.clientQuiesced("one"));
   for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
   armed = true;
   put(table, 1, 9);
   armed = false;
   EXPECT_EQ(ids, (Ids{2, 1}));
-  EXPECT_EQ(told(*follower), Ids{});
+  EXPECT_EQ(notified(*follower), Ids{});
 }
 
 // Follows random histories across the wrap of the sequences; mostly more keys than rows, alike in their low
-// halves. At each catch-up the reader must have been told of exactly the keys that changed since it last
+// halves. At each catch-up the reader must have been notified of exactly the keys that changed since it last
 // caught up: each change in order if it kept up; each row once, each key that is gone at least once, and no
 // other, if the log has overrun it. In the last history it polls within the steps of writes, too, and its
 // handlers write.
@@ -196,7 +196,7 @@ TEST_F(TableTest, Notify_RandomHistory) {
       put(known, key.id, stampOf(*follower, key.id));
       for (std::uint64_t i = random() % 40; now == kHandling && i < 30; ++i) changeOne();
     });
-    std::uint64_t overtaken = 0;
+    std::uint64_t overruns = 0;
     for (std::uint64_t i = 1; i <= scaled(pace.within ? 600000 : 60000) && !HasFatalFailure(); ++i) {
       now = kWriting;
       changeOne();
@@ -208,7 +208,7 @@ TEST_F(TableTest, Notify_RandomHistory) {
       while (pace.within && follower->poll(1000) != 0) {
       }
       if (!table.quiesced(table.sequence())) continue;
-      if (overtaken == follower->readerCounters().overruns) {
+      if (overruns == follower->readerCounters().overruns) {
         ASSERT_EQ(got, changes);
       } else if (pace.limit > 1000) {
         const std::set<std::uint64_t> changed(changes.begin(), changes.end());
@@ -217,13 +217,13 @@ TEST_F(TableTest, Notify_RandomHistory) {
         ASSERT_TRUE(std::includes(changed.begin(), changed.end(), each.begin(), each.end()));
       }
       ASSERT_EQ(known, model);
-      overtaken = follower->readerCounters().overruns;
+      overruns = follower->readerCounters().overruns;
       got.clear();
       changes.clear();
     }
     EXPECT_EQ(contents(*follower), model);
     EXPECT_TRUE(follower->validate());
-    EXPECT_EQ(overtaken > (pace.within ? 1000 : 0), pace.pollEvery > 64 || pace.within);
+    EXPECT_EQ(overruns > (pace.within ? 1000 : 0), pace.pollEvery > 64 || pace.within);
   }
 }
 
@@ -274,7 +274,7 @@ TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   const auto table = writer(kCapacity);
   for (std::uint64_t id = 0; id < 48; ++id) put(*table, id, 1);
   attach();
-  EXPECT_EQ(follower_->tell(100).size(), 48u);
+  EXPECT_EQ(follower_->pollOnce(100).size(), 48u);
   follower_->yieldTimeIs(std::chrono::milliseconds(5));
   put(*table, 1, 0);
   put(*table, 2, 2);
@@ -283,7 +283,7 @@ TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   const std::size_t staging = mapping_->layout().stagingAt;
   const auto stage = [&](std::uint64_t stamp) {
     put(*table, 40, stamp);
-    table->bytes().sharedSegment()->at(version) |= Vesta::kStaged;
+    segmentOf(*table).at(version) |= Vesta::kStaged;
   };
   for (std::uint64_t i = 0; i < 201; ++i) stage(2 + i);
   const std::function<void()> disturb = [&] {
@@ -295,19 +295,19 @@ TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
   const auto keptChanging = ::testing::HasSubstr("row kept changing for 5 ms");
   onTouch(staging, disturb);
   EXPECT_THAT(failure([&] { follower_->stampOf(40); }), keptChanging);
-  EXPECT_THAT(failure([&] { follower_->tell(100); }), keptChanging);
+  EXPECT_THAT(failure([&] { follower_->pollOnce(100); }), keptChanging);
   busy = false;
   EXPECT_EQ(follower_->stampOf(40), 4u);
-  EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2, 40));
+  EXPECT_THAT(follower_->pollOnce(100), ::testing::UnorderedElementsAre(1, 2, 40));
   EXPECT_TRUE(table->quiesced(table->sequence()));
 }
 
-// The row has settled and another one is staged, while the reader is about to copy the staging row.
-TEST_F(BetweenLoads, RowThatSettlesIsCopiedAgain) {
+// The row becomes final and another one is staged while the reader is about to copy the staging row.
+TEST_F(BetweenLoads, RowThatBecomesFinalIsCopiedAgain) {
   const auto table = writer(kCapacity);
   for (std::uint64_t id = 0; id < 48; ++id) put(*table, id, 1);
   attach();
-  Vesta::Segment& segment = *table->bytes().sharedSegment();
+  Vesta::Segment& segment = segmentOf(*table);
   put(*table, 40, 2);
   const std::size_t version = segment.layout().slotAt(40);
   segment.at(version) |= Vesta::kStaged;
@@ -324,13 +324,13 @@ TEST_F(BetweenLoads, RowThatSettlesIsCopiedAgain) {
   EXPECT_EQ(row[3], 2u);
 }
 
-// The index is made anew twice over while the reader is in it.
-TEST_F(BetweenLoads, MissInAnIndexThatIsMadeAnewIsLookedAtAgain) {
+// The index is rebuilt twice while the reader is in it.
+TEST_F(BetweenLoads, MissInAnIndexThatIsRebuiltIsCheckedAgain) {
   constexpr std::uint32_t kLarge = 256;  // each index has a page of its own
   const auto table = writer(kLarge);
   for (std::uint64_t id = 0; id < 200; ++id) put(*table, id, 1);
   attach(kLarge);
-  Vesta::Segment& segment = *table->bytes().sharedSegment();
+  Vesta::Segment& segment = segmentOf(*table);
   forgetShortcuts(segment);
   const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
   bool between = false;
@@ -356,48 +356,49 @@ TEST_F(BetweenLoads, RecordThatIsOverwrittenWhileItIsReadIsNoDamage) {
   put(table, 1, 1);
   put(table, 2, 1);
   attach();
-  follower_->tell(10);
+  follower_->pollOnce(10);
   put(table, 1, 2);
   bool between = false;
   onTouch(mapping_->layout().recordAt(123), [&] {
     between = true;
     for (std::uint64_t i = 3; i < 300; ++i) put(table, 2, i);
   });
-  EXPECT_THAT(follower_->tell(100), ::testing::UnorderedElementsAre(1, 2));
+  EXPECT_THAT(follower_->pollOnce(100), ::testing::UnorderedElementsAre(1, 2));
   EXPECT_TRUE(between);
 }
 
-// What changes behind a comparison is told after it: a row written, or a key that came back there and has
-// gone again in a log that is lapped once more.
-TEST_F(BetweenLoads, ChangesBehindAComparisonAreTold) {
-  for (const bool lappedAgain : {false, true}) {
-    SCOPED_TRACE(lappedAgain);
+// Changes to slots that a comparison has passed are notified after it: a row written, or a key that came back
+// there and is gone again in a log that overruns the reader once more.
+TEST_F(BetweenLoads, ChangesBehindAComparisonAreNotified) {
+  for (const bool overrunAgain : {false, true}) {
+    SCOPED_TRACE(overrunAgain);
     startOver();
     Vesta::AttachOptions start = options(kCapacity);
     start.firstSequence = 0;
     Writer table(start);
     for (std::uint64_t id = 0; id < 48; ++id) put(table, id, 1);
     attach();
-    follower_->tell(100);
+    follower_->pollOnce(100);
     put(table, 3, 0);  // slot 3 is the next to be taken
     while ((table.sequence() & 127) < 100 || table.sequence() < 300) put(table, 2, 5 + table.sequence());
     bool between = false;
     onTouch(mapping_->layout().slotAt(45), [&] {
       between = true;
       put(table, 1, 9);
-      if (!lappedAgain) return;
+      if (!overrunAgain) return;
       put(table, 45, 0);   // vacates slot 45
       put(table, 100, 1);  // takes it
       put(table, 45, 2);   // takes slot 3
     });
-    Ids all = follower_->tell(2);
+    Ids all = follower_->pollOnce(2);
     EXPECT_TRUE(between);
-    if (lappedAgain) {
+    if (overrunAgain) {
       put(table, 45, 0);
       for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
     }
-    for (Ids more; !(more = follower_->tell(100)).empty();) all.insert(all.end(), more.begin(), more.end());
-    EXPECT_THAT(all, ::testing::Contains(lappedAgain ? 45 : 1));
+    for (Ids more; !(more = follower_->pollOnce(100)).empty();)
+      all.insert(all.end(), more.begin(), more.end());
+    EXPECT_THAT(all, ::testing::Contains(overrunAgain ? 45 : 1));
     follower_.reset();
   }
 }
@@ -408,7 +409,7 @@ TEST_F(BetweenLoads, ReaderWithTheNumberOfADeadOneCountsWhileItAttaches) {
   put(*table, 1, 1);
   Child child([this] {
     const auto follower = reader(kCapacity);
-    return told(*follower).size() == 1 ? raise(SIGKILL) : 1;
+    return notified(*follower).size() == 1 ? raise(SIGKILL) : 1;
   });
   ASSERT_EQ(child.wait(), -SIGKILL);
   map();

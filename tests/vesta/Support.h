@@ -90,6 +90,8 @@ inline void put(Model& model, std::uint64_t id, std::uint64_t stamp) {
   if (stamp == 0) model.erase(id);
 }
 
+inline Vesta::Segment& segmentOf(Writer& table) { return *table.bytes().sharedSegment(); }
+
 /// The stamp of the row of `id`, or 0; fails the test on a row that is not whole.
 inline std::uint64_t stampOf(Table& table, std::uint64_t id) {
   bool found = false;
@@ -110,8 +112,8 @@ inline Model contents(Table& table) {
   return rows;
 }
 
-/// Polls until nothing is left; the ids told, in order. What the handlers find of each goes to `known`.
-inline Ids told(Reader& reader, Model* known = nullptr) {
+/// Polls until nothing is left; the ids notified, in order. The handlers' findings go to `known`.
+inline Ids notified(Reader& reader, Model* known = nullptr) {
   Ids ids;
   reader.onChangeIs([&](const TestKey& key) {
     ids.push_back(key.id);
@@ -133,7 +135,7 @@ inline bool readable(int descriptor) {
   return poll(&waiting, 1, 0) == 1;
 }
 
-/// What the exception that `call` must throw says; "" when it throws none.
+/// The text of the exception that `call` throws; "" when it throws none.
 template <class Call>
 std::string failure(const Call& call) {
   try {
@@ -159,7 +161,7 @@ inline rlim_t limit(decltype(RLIMIT_NOFILE) resource, rlim_t bound) {
   return bound;
 }
 
-/// A debug handler that keeps what it is told.
+/// A debug handler that keeps its messages.
 struct Log {
   Log() {
     handler->sinkIs([this](const Cairn::DebugHandler::Message& message) {
@@ -221,8 +223,8 @@ class TableTest : public ::testing::Test {
   const std::string folder_ = root_.path();
 };
 
-/// Runs `body` in a child process; its result is the exit code. Any failed expectation makes it 99. It says
-/// how far it is by raise(SIGSTOP).
+/// Runs `body` in a child process; its result is the exit code, 99 after a failed expectation. It reports its
+/// progress by raise(SIGSTOP).
 class Child {
  public:
   explicit Child(const std::function<int()>& body) : pid_(fork()) {
@@ -255,7 +257,7 @@ class Child {
     pid_ = -1;
     return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
   }
-  /// Until it stops; then lets it go on.
+  /// Waits until it stops, then continues it.
   void pass() {
     EXPECT_EQ(wait(), -SIGSTOP);
     signal(SIGCONT);
@@ -271,7 +273,7 @@ inline std::atomic<std::uint64_t>& sharedCount(std::uint64_t value) {
   return *new (page) std::atomic<std::uint64_t>(value);
 }
 
-/// A reader of bytes on a mapping that threads share, or whose loads are waited for.
+/// A reader of bytes on a segment that threads share, or whose loads a test intercepts.
 class ByteReader : public Vesta::SegmentReader {
  public:
   ByteReader(const Vesta::AttachOptions& options, std::shared_ptr<Vesta::Segment> mapping)
@@ -285,8 +287,8 @@ class ByteReader : public Vesta::SegmentReader {
     EXPECT_TRUE(entry.whole() && entry.id == id);
     return entry.stamp;
   }
-  /// Polls once; the ids told, in order.
-  Ids tell(
+  /// Polls once; the ids notified, in order.
+  Ids pollOnce(
       std::size_t limit, const std::function<void(std::uint64_t)>& handled = [](std::uint64_t) {}) {
     Ids ids;
     poll(limit, [&](const Vesta::Word* key) {

@@ -22,21 +22,21 @@ TEST_F(TableTest, Rows_WriteVariants) {
   EXPECT_FALSE(table->remove(TestKey{1}, &removed));
   for (std::uint64_t id = 0; id < 3; ++id) put(*table, id, 1);
   Vesta::IterHint hint;
-  Ids met;
+  Ids visited;
   for (bool more = table->first(removed, hint); more; more = table->next(removed.key, removed, hint)) {
-    met.push_back(removed.key.id);
-    if (met.size() < 3) put(*table, removed.key.id, 0);  // a walk goes on without the row it stands on
+    visited.push_back(removed.key.id);
+    if (visited.size() < 3) put(*table, removed.key.id, 0);  // a walk continues from a removed row
   }
-  EXPECT_THAT(met, ::testing::UnorderedElementsAre(0, 1, 2));
+  EXPECT_THAT(visited, ::testing::UnorderedElementsAre(0, 1, 2));
   put(*table, 7, 1);
   ASSERT_TRUE(table->first(removed, hint));
   for (const bool more : {true, false}) {
     Vesta::IterHint fresh;
-    EXPECT_EQ(table->next(removed.key, removed, fresh), more) << "from where the key stands";
+    EXPECT_EQ(table->next(removed.key, removed, fresh), more) << "from the position of the key";
   }
   table->detach();
-  EXPECT_THROW(put(*table, met.back(), 1), Cairn::NoPermissionException);
-  EXPECT_EQ(stampOf(*table, met.back()), 0u);
+  EXPECT_THROW(put(*table, visited.back(), 1), Cairn::NoPermissionException);
+  EXPECT_EQ(stampOf(*table, visited.back()), 0u);
 }
 
 // A writer process at full speed; every lookup here must yield a row that was written whole, and keys that
@@ -75,12 +75,12 @@ TEST_F(TableTest, TornRows_EveryLookupIsWholeAndPresent) {
       if (load.churned != 0 && i % 8 == 0) stampOf(*table, 1000 + i % load.churned);
     }
     EXPECT_GT(newest[0], 2u);
-    EXPECT_GT(table->readerCounters().retries, 0u) << "never met the writer: proves nothing";
+    EXPECT_GT(table->readerCounters().retries, 0u) << "no lookup was disturbed: proves nothing";
     child.signal(SIGKILL);
   }
 }
 
-// At a full load every insertion finds a chain; the index is rebuilt now and then and never clogs.
+// At a full load every insertion finds a chain; periodic rebuilds of the index keep the chains short.
 TEST_F(TableTest, Churn_OfAFullTableCostsWhatThatOfASmallOneCosts) {
   const auto cost = [this](std::uint32_t capacity) {
     startOver();

@@ -8,7 +8,7 @@
 namespace VestaTest {
 namespace {
 
-// A small table: its log is lapped again and again. Keys 0 and 1 are never removed.
+// A small table, whose log overruns the reader many times. Keys 0 and 1 are never removed.
 TEST_F(TableTest, Threads_LookupsAndFollowersBesideAWriter) {
   constexpr std::uint32_t kCapacity = 8;
   const auto table = writer(kCapacity);
@@ -16,7 +16,7 @@ TEST_F(TableTest, Threads_LookupsAndFollowersBesideAWriter) {
   ByteReader following(options(kCapacity), table->bytes().sharedSegment());
   std::atomic<bool> stop{false};
   std::atomic<std::uint64_t> rounds{0};
-  std::atomic<std::uint64_t> overtaken{0};
+  std::atomic<std::uint64_t> overruns{0};
   Model known;
   Model model;
   const auto putBoth = [&](std::uint64_t id, std::uint64_t stamp) {
@@ -30,20 +30,20 @@ TEST_F(TableTest, Threads_LookupsAndFollowersBesideAWriter) {
       for (std::uint64_t id = 0; id < 40; ++id) ASSERT_TRUE(looking.stampOf(id) != 0 || id > 1);
     }
   });
-  // Sleeps as a loop does, but wakes at once; now and then it is late.
+  // Sleeps as a loop does, but wakes at once, periodically late.
   std::thread follows([&] {
     const auto look = [&](std::uint64_t id) { put(known, id, following.stampOf(id)); };
     for (std::uint64_t turn = 1, last = 0; last < 2; ++turn) {
       last += stop ? 1 : 0;
-      while (!following.tell(7, look).empty()) {
+      while (!following.pollOnce(7, look).empty()) {
       }
       if (following.maySleep()) following.awake();
-      overtaken = following.counters().overruns;
+      overruns = following.counters().overruns;
       if (turn % 64 == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
   });
   std::mt19937_64 random(1);
-  for (std::uint64_t stamp = 2; stamp < scaled(60000) || rounds == 0 || overtaken < 10; ++stamp) {
+  for (std::uint64_t stamp = 2; stamp < scaled(60000) || rounds == 0 || overruns < 10; ++stamp) {
     const std::uint64_t id = random() % 40;
     const bool goes = id > 1 && stamp % 2 == 0;
     if (goes || model.size() < kCapacity || model.contains(id)) putBoth(id, goes ? 0 : stamp);
@@ -55,7 +55,7 @@ TEST_F(TableTest, Threads_LookupsAndFollowersBesideAWriter) {
   EXPECT_EQ(known, model);
   EXPECT_GT(table->writerCounters().indexRebuilds, 0u);
   EXPECT_FALSE(table->quiesced(table->sequence())) << "one reader only looks";
-  looking.tell(1000000);
+  looking.pollOnce(1000000);
   EXPECT_TRUE(table->quiesced(table->sequence()));
 }
 

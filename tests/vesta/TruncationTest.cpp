@@ -43,7 +43,7 @@ class Truncation : public TableTest {
 
 // Before it is used and at each step of a change; two times, so that the second hits a segment that has
 // replaced one.
-TEST_F(Truncation, WriterReplacesItsSegmentAndMakesTheChangeThatMetIt) {
+TEST_F(Truncation, WriterReplacesItsSegmentAndRepeatsTheChangeThatDetectedIt) {
   constexpr int kBefore = -1;
   const struct {
     const char* name;
@@ -81,7 +81,7 @@ TEST_F(Truncation, WriterReplacesItsSegmentAndMakesTheChangeThatMetIt) {
           use.use(table);
           armed = false;
           if (use.id != 0) put(known, use.id, use.stamp);
-          if (use.id != 0 && table.bytes().sharedSegment() != before) {  // it has met the loss
+          if (use.id != 0 && table.bytes().sharedSegment() != before) {  // it has detected the loss
             EXPECT_EQ(stampOf(table, use.id), use.stamp);
           }
           table.monitor();
@@ -98,10 +98,10 @@ TEST_F(Truncation, WriterReplacesItsSegmentAndMakesTheChangeThatMetIt) {
 }
 
 // A reader gets right rows or an error, and follows to the segment that replaces the truncated one.
-TEST_F(Truncation, ReadersMeetDamageOrFollow) {
+TEST_F(Truncation, ReadersDetectDamageOrSwitch) {
   const std::function<void(Reader&)> uses[] = {
       [](Reader& table) { stampOf(table, 150); }, [](Reader& table) { contents(table); },
-      [](Reader& table) { told(table); },         [](Reader& table) { table.maySleep(); },
+      [](Reader& table) { notified(table); },     [](Reader& table) { table.maySleep(); },
       [](Reader& table) { table.validate(); },    [](Reader& table) { table.monitor(); },
       [](Reader& table) { table.detach(); }};
   forEachSize([&](std::size_t size) {
@@ -112,14 +112,14 @@ TEST_F(Truncation, ReadersMeetDamageOrFollow) {
       const auto follower = reader(kCapacity);
       fill(*table);
       Model known;
-      told(*follower, &known);
+      notified(*follower, &known);
       put(*table, 150, 2);
       truncate(size);
       const std::string said = failure([&] { use(*follower); });
       EXPECT_THAT(said, ::testing::Not(::testing::HasSubstr("kept changing")));
       table->monitor();
       if (!follower->bytes().attached()) continue;
-      told(*follower, &known);
+      notified(*follower, &known);
       EXPECT_EQ(known, contents(*table));
     }
   });

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <thread>
 
 #include "DamagedRow.h"
@@ -22,30 +21,14 @@ void fill(int fifo) {
   }
 }
 
-using Nanoseconds = std::int64_t;
-
-Nanoseconds now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
-
-/// How long a process has been ready to run and was not run.
-Nanoseconds queued(const Vesta::Descriptor& schedstat) {
-  char text[64] = {};
-  long long queued = 0;
-  (void)!pread(schedstat.get(), text, sizeof text - 1, 0);
-  std::sscanf(text, "%*u %lld", &queued);
-  return queued;
-}
-
-// One write at a time, each against a reader that has just gone to sleep or is about to, now and then with
-// its FIFO full. A lost wake-up would leave the reader asleep for ever, since nothing else wakes it. It may
-// take 100 ms, without the time in which the scheduler had it wait for its turn.
+// One write at a time, each against a reader that has just gone to sleep or is about to, periodically with
+// its FIFO full. Nothing else wakes the reader: after a lost wake-up it sleeps for ever.
 TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
   const auto table = writer();
-  auto& handled = sharedCount(0);
   Child child([&] {
     const auto follower = reader();
     Quill::EventLoop loop;
     follower->onChangeIs([&](const TestKey& key) {
-      handled = static_cast<std::uint64_t>(now());
       if (key.id == 0) loop.stop();
     });
     loop.descriptorIs(follower->wakeDescriptor(), [&] { follower->descriptorReadable(); });
@@ -61,25 +44,20 @@ TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
   });
   child.pass();
   const Vesta::Descriptor fifo(open((path().folder() + "/vesta.table.0").c_str(), O_RDWR | O_NONBLOCK));
-  const Vesta::Descriptor schedstat(open(("/proc/" + std::to_string(child.pid()) + "/schedstat").c_str(), 0));
-  const std::uint64_t writes = scaled(1000000);
-  // Asked without a system call, so that the next write may come while the reader is about to sleep.
-  const auto progress = [&segment = *table->bytes().sharedSegment()] {
+  const std::uint64_t writes = scaled(200000);
+  // Loaded without a system call, so that the next write may come while the reader is about to sleep.
+  const auto progress = [&segment = segmentOf(*table)] {
     return segment.load(Vesta::readerLineAt(0) + Vesta::kReaderHandledAt);
   };
   for (std::uint64_t i = 1; i <= writes; ++i) {
     if (i % 64 == 0) fill(fifo.get());
-    const Nanoseconds before = queued(schedstat);
     put(*table, i == writes ? 0 : 1, i);
-    const Nanoseconds woken = now();
+    const auto woken = std::chrono::steady_clock::now();
     while (progress() != table->sequence()) {
-      const Nanoseconds waited = now() - woken;
-      ASSERT_LT(waited, 10'000'000'000) << "wake-up lost at write " << i;
-      if (waited > 50'000) std::this_thread::yield();
+      const auto waited = std::chrono::steady_clock::now() - woken;
+      ASSERT_LT(waited, std::chrono::seconds(10)) << "wake-up lost at write " << i;
+      if (waited > std::chrono::microseconds(50)) std::this_thread::yield();
     }
-    Nanoseconds taken = static_cast<Nanoseconds>(handled.load()) - woken;
-    if (taken > 100'000'000) taken -= queued(schedstat) - before;
-    ASSERT_LE(taken, 100'000'000) << "wake-up late at write " << i;
     for (std::uint64_t spin = i % 400; spin > 0; --spin) std::atomic_signal_fence(std::memory_order_seq_cst);
   }
   EXPECT_EQ(child.wait(), 0);
@@ -98,11 +76,11 @@ TEST_F(TableTest, Wake_OncePerSleepAlsoWithTheFifoFullAndWithoutDescriptors) {
     ASSERT_TRUE(readable(fifo));
     follower->descriptorReadable();
     ASSERT_FALSE(readable(fifo));
-    ASSERT_EQ(told(*follower), Ids(100, 1));
+    ASSERT_EQ(notified(*follower), Ids(100, 1));
   }
   EXPECT_EQ(table->writerCounters().systemCalls, 1000u + 2) << "two more to open and inspect the FIFO, once";
   const auto late = reader();
-  told(*late);
+  notified(*late);
   ASSERT_TRUE(late->maySleep());
   const rlim_t before = limit(RLIMIT_NOFILE, 3);
   put(*table, 2, 1);
@@ -112,7 +90,7 @@ TEST_F(TableTest, Wake_OncePerSleepAlsoWithTheFifoFullAndWithoutDescriptors) {
   EXPECT_TRUE(readable(late->wakeDescriptor())) << "the next write tries again";
 }
 
-TEST_F(TableTest, Wake_NobodyAwakeAndEveryoneAsleepWhoIsConcerned) {
+TEST_F(TableTest, Wake_NoReaderThatIsAwakeAndAllThatSleepForANewSegment) {
   auto table = writer();
   std::vector<std::unique_ptr<Reader>> all;
   for (int i = 0; i < 5; ++i) all.push_back(reader());
@@ -124,16 +102,16 @@ TEST_F(TableTest, Wake_NobodyAwakeAndEveryoneAsleepWhoIsConcerned) {
     for (const auto& one : all) {
       EXPECT_TRUE(readable(one->wakeDescriptor()));
       one->descriptorReadable();
-      told(*one);
+      notified(*one);
       EXPECT_TRUE(one->maySleep());
     }
   };
   table.reset();
   table = writer();  // its predecessor may have died before it woke them
   allAreWoken();
-  Vesta::Segment& segment = *table->bytes().sharedSegment();
+  Vesta::Segment& segment = segmentOf(*table);
   segment.at(segment.layout().slotAt(0) + 2) ^= 1;  // the key
-  put(*table, 1, 0);                                // meets it and replaces the segment
+  put(*table, 1, 0);                                // detects it and replaces the segment
   allAreWoken();
   put(*table, 1, 1);
   allAreWoken();
@@ -143,7 +121,7 @@ TEST_F(TableTest, Wake_NobodyAwakeAndEveryoneAsleepWhoIsConcerned) {
   allAreWoken();
 }
 
-// In strict mode a process may do no more than read, write and end; a wake-up has to open the FIFO first.
+// In strict mode a process may only read, write and end; a wake-up has to open the FIFO first.
 TEST_F(TableTest, SystemCalls_NoneWhileTheReaderIsAwake) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer makes system calls of its own";
@@ -159,9 +137,9 @@ TEST_F(TableTest, SystemCalls_NoneWhileTheReaderIsAwake) {
     return child.wait();
   };
   const int end = written(8192);
-  if (end == 77) GTEST_SKIP() << "this system does not let a process give its system calls up";
+  if (end == 77) GTEST_SKIP() << "this system has no strict mode";
   EXPECT_EQ(end, 42) << "killed at a system call";
-  EXPECT_EQ(told(*follower).size(), 8192u);
+  EXPECT_EQ(notified(*follower).size(), 8192u);
   ASSERT_TRUE(follower->maySleep());
   EXPECT_EQ(written(1), -SIGKILL) << "this one has to wake";
 }
