@@ -17,6 +17,7 @@ TEST_F(TableTest, Notify_PollHonoursLimitAndPublishesProgressWhateverHandlersDo)
   for (std::uint64_t id = 1; id <= 5; ++id) put(*table, id, 1);
   follower->onChangeIs([&](const TestKey& key) {
     EXPECT_EQ(table->readers().at(0).handled, key.id) << "not before the handler has returned";
+    EXPECT_EQ(follower->poll(1), 0u) << "within a handler";
     if (key.id == 5) throw std::runtime_error("handler");
   });
   EXPECT_EQ(follower->poll(2), 2u);
@@ -78,6 +79,32 @@ TEST_F(TableTest, Notify_RemovalIsRepeatedOnlyIfTheLogOverrunsAReaderThatHadChan
     for (std::uint64_t i = 1; i < 300; ++i) put(table, 3, i);
     EXPECT_EQ(notified(*follower), Ids{3});
   }
+}
+
+// The reader has caught up with all that is published, but its handler has seen the row of the change in
+// progress.
+TEST_F(TableTest, Notify_RemovalOfARowThatWasSeenUnpublishedIsNotLost) {
+  std::unique_ptr<Reader> follower;
+  Model known;
+  Vesta::AttachOptions start = options();
+  bool armed = false;
+  start.stepHook = [&](Vesta::WriteStep step) {
+    if (!armed || step != Vesta::WriteStep::membersMoved) return;
+    EXPECT_EQ(notified(*follower, &known), Ids{1});
+  };
+  Writer table(start);
+  follower = reader();
+  put(table, 1, 1);
+  notified(*follower);
+  put(table, 1, 0);
+  armed = true;
+  put(table, 1, 2);
+  armed = false;
+  EXPECT_EQ(known, (Model{{1, 2}}));
+  put(table, 1, 0);
+  for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
+  notified(*follower, &known);
+  EXPECT_EQ(known, (Model{{2, 299}}));
 }
 
 // What is not yet notified of one segment is notified of the next.
@@ -233,7 +260,7 @@ class BetweenLoads : public TableTest {
   static constexpr std::uint32_t kCapacity = 64;  // slot 40 is on another page than the staging row
 
   void map(std::uint32_t capacity = kCapacity) {
-    const Vesta::Descriptor segment(open(file().c_str(), O_RDWR | O_CLOEXEC));
+    const Cairn::Descriptor segment(open(file().c_str(), O_RDWR | O_CLOEXEC));
     const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(capacity));
     mapping_ = std::make_shared<Vesta::Segment>(segment.get(), layout, Vesta::Access::reader);
   }

@@ -1,9 +1,0 @@
-#pragma once
-
-#include "cairn/Descriptor.h"
-
-namespace Vesta {
-
-using Cairn::Descriptor;
-
-}  // namespace Vesta
