@@ -61,7 +61,7 @@ RuntimeFolder::RuntimeFolder(const std::string& path) : path_(withoutTrailingSla
   if (::lstat(path_.c_str(), &status) != 0) throw Cairn::SystemException("runtime folder " + path_, errno);
   if (!S_ISDIR(status.st_mode))
     refuse(path_, "a directory", S_ISLNK(status.st_mode) ? "a link" : "another file");
-  folder_ = Vesta::Descriptor(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  folder_ = Cairn::Descriptor(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder_ || ::fstat(folder_.get(), &status) != 0) {
     throw Cairn::SystemException("runtime folder " + path_, errno);
   }

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "vesta/files/Descriptor.h"
+#include "cairn/Descriptor.h"
 
 namespace Process {
 
@@ -27,7 +27,7 @@ class RuntimeFolder {
 
  private:
   std::string path_;
-  Vesta::Descriptor folder_;
+  Cairn::Descriptor folder_;
 };
 
 }  // namespace Process

@@ -112,7 +112,7 @@ TEST_F(TableTest, Files_ReadersMapTheSegmentReadOnly) {
   writer();
   Child child([this] {
     signal(SIGSEGV, SIG_DFL);  // a sanitizer would end the child in its own way
-    const Vesta::Descriptor opened(open(file().c_str(), O_RDWR | O_CLOEXEC));
+    const Cairn::Descriptor opened(open(file().c_str(), O_RDWR | O_CLOEXEC));
     const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(64));
     Vesta::Segment segment(opened.get(), layout, Vesta::Access::reader);
     segment.at(Vesta::kSleepersAt) = 0;
@@ -184,7 +184,7 @@ TEST_F(TableTest, Removal_IsNotifiedToReadersWhichSwitchToTheNextTable) {
 // A reader and a writer that both wait to create the table: the second one uses what the first has created.
 TEST_F(TableTest, Creation_ByBothSidesAtTheSameMoment) {
   writer()->cleanup();
-  const Vesta::Descriptor folder(open(path().folder().c_str(), O_RDONLY | O_CLOEXEC));
+  const Cairn::Descriptor folder(open(path().folder().c_str(), O_RDONLY | O_CLOEXEC));
   for (int round = 0; round < 20; ++round) {
     Vesta::LockFile lock(folder.get(), "table.lock", "");
     ASSERT_TRUE(lock.tryLock(Vesta::LockFile::kCreation));

@@ -428,7 +428,7 @@ TEST_F(TableTest, Hostile_ReplacementThatFails) {
 TEST_F(Hostile, ReplacementThatWouldHaveToWaitIsLeftToALaterWrite) {
   segment_.at(kMembersAt) ^= 1;
   segment_.at(kSleepersAt) |= kDamageReported;
-  const Descriptor folder(open(path().folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Cairn::Descriptor folder(open(path().folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   LockFile lock(folder.get(), "table.lock", "");
   ASSERT_TRUE(lock.tryLock(LockFile::kCreation));
   const auto before = std::chrono::steady_clock::now();

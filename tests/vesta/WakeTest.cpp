@@ -43,7 +43,7 @@ TEST_F(TableTest, Wake_EachSingleWriteReachesASleepingReader) {
     return 0;
   });
   child.pass();
-  const Vesta::Descriptor fifo(open((path().folder() + "/vesta.table.0").c_str(), O_RDWR | O_NONBLOCK));
+  const Cairn::Descriptor fifo(open((path().folder() + "/vesta.table.0").c_str(), O_RDWR | O_NONBLOCK));
   const std::uint64_t writes = scaled(200000);
   // Loaded without a system call, so that the next write may come while the reader is about to sleep.
   const auto progress = [&segment = segmentOf(*table)] {

@@ -103,7 +103,7 @@ std::string wordText(int file, std::size_t word) {
 }
 
 std::string segmentText(const std::string& name, const DamagedPlaces& places) {
-  const Descriptor file(open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  const Cairn::Descriptor file(open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (!file) return std::string("segment cannot be opened: ") + std::strerror(errno) + "\n";
   struct stat status {};
   std::array<Word, kHeaderWords> header{};
@@ -157,7 +157,8 @@ std::string writeCorruptionReport(const Cairn::DebugHandler& handler, const Root
   const std::string reports = path.text() + ".report.";
   for (unsigned long number = highestReport(path) + 1;; ++number) {
     const std::string name = reports + std::to_string(number);
-    const Descriptor file(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    const Cairn::Descriptor file(
+        open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file && errno == EEXIST) continue;
     if (!file) throw Cairn::SystemException("create corruption report " + name, errno);
     const ssize_t put = write(file.get(), text.data(), text.size());

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "vesta/files/Descriptor.h"
+#include "cairn/Descriptor.h"
 
 namespace Vesta {
 
@@ -35,7 +35,7 @@ class LockFile {
 
  private:
   std::string path_;
-  Descriptor file_;
+  Cairn::Descriptor file_;
 };
 
 /// Holds the creation lock while it lives; its constructor throws Cairn::Exception when another object has

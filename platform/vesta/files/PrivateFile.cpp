@@ -24,7 +24,7 @@ void requireOwner(const struct stat& status, const std::string& path) {
                          std::to_string(status.st_uid));
 }
 
-Descriptor openFolder(int parent, const std::string& name, const std::string& path) {
+Cairn::Descriptor openFolder(int parent, const std::string& name, const std::string& path) {
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   int descriptor = openat(parent, name.c_str(), kFlags);
   if (descriptor < 0 && errno == ENOENT) {
@@ -34,7 +34,7 @@ Descriptor openFolder(int parent, const std::string& name, const std::string& pa
     descriptor = openat(parent, name.c_str(), kFlags);
   }
   if (descriptor < 0) throw Cairn::SystemException("open folder " + path, errno);
-  Descriptor folder(descriptor);
+  Cairn::Descriptor folder(descriptor);
   struct stat status {};
   if (fstat(descriptor, &status) != 0) throw Cairn::SystemException("inspect folder " + path, errno);
   requireOwner(status, path);
@@ -46,11 +46,11 @@ Descriptor openFolder(int parent, const std::string& name, const std::string& pa
 
 }  // namespace
 
-Descriptor openPrivateFolder(const std::string& root, const std::string& path) {
+Cairn::Descriptor openPrivateFolder(const std::string& root, const std::string& path) {
   if (mkdir(root.c_str(), 0700) != 0 && errno != EEXIST) {
     throw Cairn::SystemException("create root folder " + root, errno);
   }
-  Descriptor folder(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Cairn::Descriptor folder(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) throw Cairn::SystemException("open root folder " + root, errno);
   std::string walked = root;
   for (std::size_t begin = 0; begin <= path.size();) {
@@ -74,9 +74,9 @@ void requirePrivate(const struct stat& status, mode_t kind, const std::string& p
   }
 }
 
-Descriptor openPrivateFile(int folder, const std::string& name, int flags, const std::string& path) {
+Cairn::Descriptor openPrivateFile(int folder, const std::string& name, int flags, const std::string& path) {
   // O_NONBLOCK: a FIFO or device in the file's place must not hold the opener up.
-  Descriptor file(openat(folder, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
+  Cairn::Descriptor file(openat(folder, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
   if (!file) throw Cairn::SystemException("open " + path, errno);
   struct stat status {};
   if (fstat(file.get(), &status) != 0) throw Cairn::SystemException("inspect " + path, errno);

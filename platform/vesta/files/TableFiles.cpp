@@ -40,7 +40,7 @@ TableFiles::TableFiles(const RootPath& path)
       lock_(folder_.get(), path.collection() + ".lock", path.text() + ".lock") {}
 
 TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
-  Descriptor file;
+  Cairn::Descriptor file;
   try {
     file = openPrivateFile(folder(), path_.collection(), access == Access::passiveReader ? O_RDONLY : O_RDWR,
                            path_.text());
@@ -82,7 +82,7 @@ bool TableFiles::isNamed(const Segment& segment) const noexcept {
 
 TableFiles::Unnamed TableFiles::create(const Layout& layout, Word firstSequence) const {
   Unnamed created;
-  created.file = Descriptor(openat(folder(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  created.file = Cairn::Descriptor(openat(folder(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   const std::string what = "create segment " + path_.text();
   if (!created.file) throw Cairn::SystemException(what, errno);
   if (fchmod(created.file.get(), 0600) != 0) throw Cairn::SystemException(what, errno);
@@ -115,7 +115,7 @@ void TableFiles::replace(const Unnamed& created) const {
     if (number == kKept) unlinkat(folder(), retired.c_str(), 0);
     if (number == kKept || faccessat(folder(), retired.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0) break;
   }
-  const Descriptor old = openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text());
+  const Cairn::Descriptor old = openPrivateFile(folder(), path_.collection(), O_RDWR, path_.text());
   link(created, retired);
   stateIs(old.get(), kRetired);
   if (renameat2(folder(), retired.c_str(), folder(), path_.collection().c_str(), RENAME_EXCHANGE) != 0) {
@@ -193,7 +193,7 @@ void TableFiles::wakeEveryone(Segment& segment) const {
 }
 
 int TableFiles::writerProcess() const {
-  const Descriptor file(
+  const Cairn::Descriptor file(
       openat(folder(), path_.collection().c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   Word word = 0;
   if (!file || pread(file.get(), &word, sizeof word, kWriterProcessAt * sizeof(Word)) != sizeof word)

@@ -43,7 +43,7 @@ class TableFiles {
   /// A formatted segment without a name. Its blocks are reserved: access to a block that a full memory file
   /// system cannot supply would raise a signal.
   struct Unnamed {
-    Descriptor file;
+    Cairn::Descriptor file;
     std::shared_ptr<Segment> segment;
   };
   Unnamed create(const Layout& layout, Word firstSequence) const;
@@ -77,7 +77,7 @@ class TableFiles {
   Word wakeEveryone() const;
 
   RootPath path_;
-  Descriptor folder_;
+  Cairn::Descriptor folder_;
   LockFile lock_;
 };
 

@@ -21,7 +21,7 @@ WakeFifo WakeFifo::forReader(int folder, const std::string& name, const std::str
     throw Cairn::SystemException("create FIFO " + path, errno);
   }
   WakeFifo fifo;
-  fifo.fifo_ = Descriptor(openat(folder, name.c_str(), kFlags));
+  fifo.fifo_ = Cairn::Descriptor(openat(folder, name.c_str(), kFlags));
   if (!fifo.fifo_) throw Cairn::SystemException("open FIFO " + path, errno);
   struct stat status {};
   if (fstat(fifo.descriptor(), &status) != 0) throw Cairn::SystemException("inspect FIFO " + path, errno);
@@ -31,11 +31,11 @@ WakeFifo WakeFifo::forReader(int folder, const std::string& name, const std::str
 }
 
 bool WakeFifo::forWriter(int folder, const std::string& name, WakeFifo& fifo) {
-  fifo.fifo_ = Descriptor(openat(folder, name.c_str(), kFlags));
+  fifo.fifo_ = Cairn::Descriptor(openat(folder, name.c_str(), kFlags));
   if (!fifo) return errno != EMFILE && errno != ENFILE && errno != ENOMEM;
   struct stat status {};
   if (fstat(fifo.descriptor(), &status) != 0 || !S_ISFIFO(status.st_mode) || status.st_uid != geteuid()) {
-    fifo.fifo_ = Descriptor();
+    fifo.fifo_ = Cairn::Descriptor();
   }
   return true;
 }

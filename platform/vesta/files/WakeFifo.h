@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "vesta/files/Descriptor.h"
+#include "cairn/Descriptor.h"
 
 namespace Vesta {
 
@@ -26,7 +26,7 @@ class WakeFifo {
   bool inPlace(int folder, const std::string& name) const;
 
  private:
-  Descriptor fifo_;
+  Cairn::Descriptor fifo_;
 };
 
 }  // namespace Vesta
