@@ -2,6 +2,7 @@
 
 #include "vesta/EncodedRow.h"
 #include "vesta/VestaBase.h"
+#include "vesta/segment/Damage.h"
 
 namespace Vesta {
 
