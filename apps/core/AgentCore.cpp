@@ -7,6 +7,7 @@
 
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
+#include "vesta/DeferredWakeups.h"
 
 namespace Agent {
 
@@ -85,6 +86,7 @@ void AgentCore::submit(std::vector<Update> updates, Done done, Progress progress
   refuseDefects(*made);
   refuseRepeatedKeys(*made);
   batches_.push_back(std::move(made));
+  const Vesta::DeferredWakeups wakeups;
   for (Operation& operation : batches_.back()->operations) {
     if (operation.state == Operation::State::submitted) attempt(operation);
   }

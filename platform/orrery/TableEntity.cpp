@@ -1,6 +1,7 @@
 #include "orrery/TableEntity.h"
 
 #include "quill/TypeNode.h"
+#include "vesta/DeferredWakeups.h"
 
 namespace QuillVesta {
 
@@ -24,6 +25,7 @@ TablePump::TablePump(Vesta::EventSource& source, Quill::EventLoop& loop)
   loop_.descriptorIs(descriptor_, [&source] { source.descriptorReadable(); });
   sleepHook_ = loop_.sleepHookIs([&source] { return source.maySleep(); });
   wakeHook_ = loop_.wakeHookIs([&source] {
+    const Vesta::DeferredWakeups wakeups;  // handlers write to other tables
     source.awake();
     source.poll(kPortion);
   });

@@ -54,7 +54,9 @@ void SegmentWriter::refuse() const {
 bool SegmentWriter::remove(const Word* key) {
   if (!despiteDamage([&] { return rows().remove(key); })) return false;
   ++counters_.removals;
-  while (sleepers() != 0 && wakeSleepers()) rows_->remove(key);
+  for (Word asleep = sleepers(); asleep != 0 && !deferred(asleep) && wakeSleepers(); asleep = sleepers()) {
+    rows_->remove(key);
+  }
   return true;
 }
 
@@ -108,6 +110,14 @@ void SegmentWriter::monitor() {
     replaceIfDamaged();
   } else if (restored || (sleepers() & kDamageReported) != 0) {
     wakeSleepers();
+  }
+}
+
+void SegmentWriter::wakeDeferred() noexcept {
+  try {
+    if (rows_ && sleepers() != 0) wakeSleepers();
+  } catch (const std::exception& failure) {
+    logError(options_, failure.what());
   }
 }
 
@@ -175,6 +185,7 @@ bool SegmentWriter::rowFrom(std::uint32_t& slot, Word* row) {
 
 void SegmentWriter::detach() {
   if (!rows_) return;
+  if (DeferredWakeups::forget(*this)) wakeDeferred();
   writerProcessIs(0);
   rows_.reset();
   files_.lock().unlock(LockFile::kWriter);

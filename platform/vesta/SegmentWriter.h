@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "vesta/AttachOptions.h"
+#include "vesta/DeferredWakeups.h"
 #include "vesta/Replacement.h"
 #include "vesta/VestaBase.h"
 
@@ -31,8 +32,8 @@ class SegmentWriter {
   bool write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
     if (!despiteDamage([&] { return rows().write(sizes, row, onlyIfPresent); })) return false;
     ++counters_.writes;
-    while (sleepers() != 0) [[unlikely]] {
-        if (!wakeSleepers()) break;
+    while (const Word asleep = sleepers()) [[unlikely]] {
+        if (deferred(asleep) || !wakeSleepers()) break;
         rows_->write(row, false);
       }
     return true;
@@ -53,6 +54,8 @@ class SegmentWriter {
   /// To be called at least once a second: restores words that carry no check, and replaces the segment if its
   /// file has another size or a reader has reported damage. No effect after detach.
   void monitor();
+  /// Wakes the readers that sleep. A failure is left to monitor(). No effect after detach.
+  void wakeDeferred() noexcept;
 
   // Keys whose rows a replacement of the segment has changed: they are lost, or older rows have come back.
   // The owner notifies its own process of them.
@@ -109,6 +112,10 @@ class SegmentWriter {
   void takeTable();
   void rowsAre(std::unique_ptr<RowWrites> rows);
   Word sleepers() { return loadSleepers(segment().at(kSleepersAt)); }
+  // Damage that a reader has reported is never deferred.
+  bool deferred(Word asleep) noexcept {
+    return (asleep & kDamageReported) == 0 && DeferredWakeups::defers(*this);
+  }
   // True when the segment had lost memory and was replaced: the change before this has to be made again,
   // since it may be in neither file.
   bool wakeSleepers();

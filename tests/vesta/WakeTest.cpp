@@ -11,6 +11,7 @@
 #include "DamagedRow.h"
 #include "Support.h"
 #include "quill/EventLoop.h"
+#include "vesta/DeferredWakeups.h"
 
 namespace VestaTest {
 namespace {
@@ -119,6 +120,58 @@ TEST_F(TableTest, Wake_NoReaderThatIsAwakeAndAllThatSleepForANewSegment) {
   table.reset();
   const auto replacing = reader();  // the segment, without a writer
   allAreWoken();
+}
+
+TEST_F(TableTest, Wake_InAScopeOfChangesAtTheFirstEveryFewAndTheLast) {
+  auto table = writer();
+  const auto follower = reader();
+  const auto wakeupsOf = [&](std::uint64_t changes) {
+    const std::uint64_t before = table->writerCounters().wakeups;
+    for (std::uint64_t i = 0; i < changes; ++i) {
+      follower->descriptorReadable();
+      notified(*follower);
+      EXPECT_TRUE(follower->maySleep());
+      put(*table, 1, (i + 1) % 2);  // written and removed in turn
+    }
+    return table->writerCounters().wakeups - before;
+  };
+  EXPECT_EQ(wakeupsOf(10), 10u);
+  {
+    const Vesta::DeferredWakeups scope;
+    EXPECT_EQ(wakeupsOf(130), 3u) << "changes 0, 64 and 128";
+    { const Vesta::DeferredWakeups inner; }
+    EXPECT_FALSE(readable(follower->wakeDescriptor()));
+  }
+  EXPECT_TRUE(readable(follower->wakeDescriptor()));
+  const Vesta::DeferredWakeups scope;
+  EXPECT_EQ(wakeupsOf(2), 1u);
+  table.reset();
+  EXPECT_TRUE(readable(follower->wakeDescriptor())) << "the writer leaves before the scope ends";
+}
+
+TEST_F(TableTest, Wake_KilledInAScopeLeavesChangesToTheReadersNextLook) {
+  const auto follower = reader();
+  Child child([&] {
+    const auto table = writer();
+    put(*table, 1, 1);
+    const Vesta::DeferredWakeups scope;
+    raise(SIGSTOP);
+    put(*table, 1, 2);
+    raise(SIGSTOP);
+    put(*table, 2, 1);
+    return raise(SIGKILL);
+  });
+  for (int sleep = 0; sleep < 2; ++sleep) {
+    EXPECT_EQ(child.wait(), -SIGSTOP);
+    follower->descriptorReadable();
+    notified(*follower);
+    EXPECT_TRUE(follower->maySleep());
+    child.signal(SIGCONT);
+  }
+  EXPECT_EQ(child.wait(), -SIGKILL);
+  EXPECT_FALSE(readable(follower->wakeDescriptor()));
+  EXPECT_FALSE(follower->maySleep());
+  EXPECT_EQ(notified(*follower), Ids{2});
 }
 
 // In strict mode a process may only read, write and end; a wake-up has to open the FIFO first.
