@@ -1,5 +1,7 @@
+// The changes of a row table: their indices, their trimming, their iterators, and what they cost in memory.
 #include <typeinfo>
 
+#include "tests/AllocationCount.h"
 #include "tests/vesta/DamagedRow.h"
 #include "tests/wrappers/RowTable.h"
 
@@ -15,6 +17,7 @@ TYPED_TEST_SUITE(ChangesOf, AllKinds);
 TYPED_TEST(ChangesOf, Indices_GrowByTwoWithTheKindInTheLowestBitUntilTrimmed) {
   using Change = typename RowTable<TypeParam>::Change;
   auto& rows = this->rowTable;
+  const Change deleted{7, 2, rows.keyOnly(1)};
   EXPECT_EQ(rows.table->oldestChangeIdx(), 1u);
   EXPECT_EQ(rows.table->latestChangeIdx(), 1u);
   EXPECT_EQ(rows.table->nextChange(0), rows.table->endChange());
@@ -22,13 +25,13 @@ TYPED_TEST(ChangesOf, Indices_GrowByTwoWithTheKindInTheLowestBitUntilTrimmed) {
   rows.table->rowIs(rows.row(2, 20));
   rows.table->rowDel(rows.row(1));
   EXPECT_EQ(rows.table->latestChangeIdx(), 7u);
-  EXPECT_THAT(rows.changes(), ElementsAre(Change{4, 1, rows.entry(2, 20)}, Change{7, 2, rows.keyOnly(1)}));
-  EXPECT_THAT(rows.changes(4), ElementsAre(Change{7, 2, rows.keyOnly(1)}));
+  EXPECT_THAT(rows.changes(), ElementsAre(Change{4, 1, rows.entry(2, 20)}, deleted));
+  EXPECT_THAT(rows.changes(4), ElementsAre(deleted));
   rows.wrapper->cleanChangeMap(5);
   EXPECT_EQ(rows.table->oldestChangeIdx(), 5u);
-  EXPECT_THAT(rows.changes(), ElementsAre(Change{7, 2, rows.keyOnly(1)}));
+  EXPECT_THAT(rows.changes(), ElementsAre(deleted));
   rows.table->rowIs(rows.row(2, 21));  // forgotten before, so a new element
-  EXPECT_THAT(rows.changes(), ElementsAre(Change{7, 2, rows.keyOnly(1)}, Change{8, 1, rows.entry(2, 21)}));
+  EXPECT_THAT(rows.changes(), ElementsAre(deleted, Change{8, 1, rows.entry(2, 21)}));
   rows.config->table().write(rows.key(2), rows.entry(2, 22));  // past the entity: without a notification
   EXPECT_THAT(rows.changes(7), ElementsAre(Change{8, 1, rows.entry(2, 22)})) << "the present content";
   rows.wrapper->cleanChangeMap(8);
@@ -91,11 +94,63 @@ TYPED_TEST(ChangesOf, Drop_WithinItsOwnNotificationEndsTheRecording) {
   rows.wrapper.reset();
   rows.config->table().readyCallbackIs([&] { rows.db->tableImplementationDel(rows.table->name()); });
   damageRow(*rows.config->table().writer(), rows.key(1));
-  using Reactor = typename TypeParam::Config::NotifieeConst;
-  const Quill::Ptr<Reactor> reactor(static_cast<Reactor*>(rows.config->notifieeList().front()));
-  reactor->onTable(rows.key(1));
+  rows.notifyReactor(1);
   EXPECT_TRUE(watch.expired());
   EXPECT_TRUE(rows.config->notifieeList().empty());
+}
+
+template <class Act>
+std::size_t allocationsIn(const Act& act) {
+  const std::size_t before = allocationCount();
+  act();
+  return allocationCount() - before;
+}
+
+TYPED_TEST(ChangesOf, Allocations_AreOneNodeForANewKeyAndNothingAfterwards) {
+  auto& rows = this->rowTable;
+  for (std::uint32_t n = 0; n < 6; ++n) rows.table->rowIs(rows.row(n, 1));  // scratch rows find their size
+  std::vector<Lumen::BaseRow> fresh, again;
+  for (std::uint32_t n = 6; n < 12; ++n) fresh.push_back(rows.row(n, 1));
+  for (std::uint32_t n = 0; n < 12; ++n) again.push_back(rows.row(n, 2));
+  const auto writeAll = [&](const auto& all) {
+    for (const auto& row : all) rows.table->rowIs(row);
+  };
+  EXPECT_EQ(allocationsIn([&] { writeAll(fresh); }), fresh.size() + 1) << "the ring of changes grows once";
+  EXPECT_EQ(allocationsIn([&] {
+              writeAll(again);
+              for (const auto& row : again) rows.table->rowDel(row);
+              writeAll(again);
+            }),
+            0u);
+  rows.wrapper->cleanChangeMap(rows.wrapper->latestChangeIdx());
+  EXPECT_EQ(allocationsIn([&] { writeAll(fresh); }), fresh.size()) << "their keys were forgotten";
+}
+
+// Writes and deletions past the row table, as by another writer, whom no failure reaches.
+TYPED_TEST(ChangesOf, FailedAllocation_LosesTheChangeOpenly) {
+  testing::internal::CaptureStderr();  // what the reactor says of each failure
+  std::size_t failures = 0;
+  for (const bool deletes : {false, true}) {
+    bool failed = true;
+    for (std::uint32_t n = 1; failed; ++n) {
+      SCOPED_TRACE(testing::Message() << "allocation " << n << " of a " << (deletes ? "deletion" : "write"));
+      RowTable<TypeParam> rows;
+      if (deletes) rows.config->tableIs(rows.entry(1));
+      const auto seen = rows.wrapper->latestChangeIdx();
+      rows.wrapper->cleanChangeMap(seen);
+      allocationFailureIs(n);
+      const std::size_t made = allocationsIn(
+          [&] { deletes ? rows.config->tableDel(rows.key(1)) : rows.config->tableIs(rows.entry(2)); });
+      allocationFailureIs(0);
+      failed = made >= n;
+      failures += failed;
+      EXPECT_EQ(rows.wrapper->latestChangeIdx() & 1, deletes && !failed) << "a lost change is no deletion";
+      EXPECT_EQ(rows.table->oldestChangeIdx() > seen, failed) << "whoever was up to date reads all rows";
+      EXPECT_EQ(rows.changes(seen).size(), failed ? 0u : 1u);
+    }
+  }
+  testing::internal::GetCapturedStderr();
+  EXPECT_GE(failures, 3u) << "the key's node in both cases, the ring of changes in the first";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Row tables over real config tables in shared memory, the kinds that tests run over, and a follower.
+// Row tables over real config tables in shared memory, the kinds that tests run over.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -48,6 +48,9 @@ struct RowTable {
   /// A recorded change: its index, 1 for written or 2 for deleted, and its row.
   using Change = std::tuple<std::uint64_t, std::uint32_t, Entry>;
 
+  RowTable() {
+    handler->sinkIs([this](const auto& message) { errors.emplace_back(message.text); });
+  }
   ~RowTable() {
     for (const auto& served : db->tables()) db->tableImplementationDel(served->name());
   }
@@ -61,9 +64,7 @@ struct RowTable {
   static auto key(std::uint32_t n) { return keyOnly(n).key(); }
   static Entry entry(std::uint32_t n, std::uint64_t data = 0) {
     Entry made = keyOnly(n);
-    made.genId = data;
-    made.entryHandle = 1000 + n;
-    made.valid = true;
+    static_cast<ConfigBookkeeping&>(made) = {data, 1000 + n, true};
     return made;
   }
   static Row row(std::uint32_t n, std::uint64_t data = 0) { return Row::fromEntry(entry(n, data)); }
@@ -79,9 +80,14 @@ struct RowTable {
   }
   static Contents<Kind> contents(const Lumen::LmTable& of) {
     Contents<Kind> found;
-    if (of.implementation() == nullptr) return found;
     for (auto at = of.begin(); at; ++at) found.emplace(entryOf(*at).key(), entryOf(*at));
     return found;
+  }
+  /// Notifies the wrapper's reactor, which may be dropped meanwhile.
+  void notifyReactor(std::uint32_t n) {
+    using Reactor = typename Config::NotifieeConst;
+    const Quill::Ptr<Reactor> reactor(static_cast<Reactor*>(config->notifieeList().front()));
+    reactor->onTable(key(n));
   }
   /// Mounts the table, or mounts it again after damage.
   typename Config::Ptr mounted(const char* shortName = "sample") {
@@ -89,11 +95,6 @@ struct RowTable {
     typePrefix.erase(typePrefix.find("ConfigEntryRow"));
     helper.mountVestaTables(typePrefix, shortName, "Table", 64);
     return helper.tableConfig<Config>(shortName);
-  }
-  std::shared_ptr<Cairn::DebugHandler> loggingErrors() {
-    auto made = std::make_shared<Cairn::DebugHandler>(Cairn::DebugHandler::kErrorFlag);
-    made->sinkIs([this](const Cairn::DebugHandler::Message& message) { errors.emplace_back(message.text); });
-    return made;
   }
   /// Has the row table of that name, registered if it is not yet, served by a new wrapper.
   std::shared_ptr<Lumen::LmTable> registered(typename Config::Ptr over, const char* shortName) {
@@ -104,7 +105,8 @@ struct RowTable {
   RuntimeFolder folder;
   Quill::EventLoop loop;
   std::vector<std::string> errors;  // logged by the table service
-  std::shared_ptr<Cairn::DebugHandler> handler = loggingErrors();
+  std::shared_ptr<Cairn::DebugHandler> handler =
+      std::make_shared<Cairn::DebugHandler>(Cairn::DebugHandler::kErrorFlag);
   Quill::Ptr<Orrery::EntityManager> manager =
       Quill::allocate<Orrery::EntityManager>(folder.path(), loop, handler);
   std::shared_ptr<Lumen::LumenDB> db = std::make_shared<Lumen::LumenDB>();
@@ -118,26 +120,6 @@ template <class Kind>
 struct RowTableTest : testing::Test {
   NothingLeft nothingLeft;
   RowTable<Kind> rowTable;
-};
-
-/// Keeps a copy of a table by reading its changes at its own pace, as users of the row database do.
-template <class Kind>
-struct Follower {
-  void catchUp(const Lumen::LmTable& table) {
-    if (seen < table.oldestChangeIdx()) {
-      rows = RowTable<Kind>::contents(table);
-      seen = table.latestChangeIdx();
-    }
-    for (auto at = table.nextChange(seen); at != table.endChange(); ++at) {
-      const auto change = *at;
-      const auto entry = RowTable<Kind>::entryOf(change->row);
-      rows.erase(entry.key());
-      if (change->kind == Lumen::ChangeKind::written) rows.emplace(entry.key(), entry);
-      seen = change->index;
-    }
-  }
-  std::uint64_t seen = 0;
-  Contents<Kind> rows;
 };
 
 }  // namespace WrapperTest

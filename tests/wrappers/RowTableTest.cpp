@@ -1,3 +1,4 @@
+// The row tables: registration, walks, refusals, damage.
 #include <filesystem>
 
 #include "lumen/LmErrors.h"
@@ -11,6 +12,7 @@ namespace WrapperTest {
 namespace {
 
 using Lumen::BaseRow;
+using testing::ElementsAre;
 using testing::ThrowsMessage;
 
 template <class Kind>
@@ -44,9 +46,6 @@ TYPED_TEST(RowsOf, Walks_FromTheStartOrAFoundRowContinueWhenTheirRowIsDeleted) {
     left.emplace(rows.key(n), rows.entry(n, n));
   }
   EXPECT_EQ(rows.contents(*rows.table), left);
-  for (const std::uint32_t n : {59u, 0u, 30u}) {
-    EXPECT_EQ(rows.entryOf(*rows.table->find(rows.row(n))), rows.entry(n, n));
-  }
   EXPECT_EQ(rows.table->find(rows.row(60)), rows.table->end());
   for (auto at = rows.table->begin(); at != rows.table->end(); ++at) {
     const auto entry = rows.entryOf(*at);
@@ -65,8 +64,7 @@ TYPED_TEST(RowsOf, Walks_FromTheStartOrAFoundRowContinueWhenTheirRowIsDeleted) {
 
 TYPED_TEST(RowsOf, Iterators_CompareByValidityAloneAndKeepTheirTableAlive) {
   auto& rows = this->rowTable;
-  rows.table->rowIs(rows.row(1, 10));
-  rows.table->rowIs(rows.row(2, 20));
+  for (const std::uint32_t n : {1u, 2u}) rows.table->rowIs(rows.row(n));
   auto first = rows.table->begin();
   auto second = rows.table->end();
   second = first;
@@ -88,7 +86,7 @@ TYPED_TEST(RowsOf, Iterators_CompareByValidityAloneAndKeepTheirTableAlive) {
   rows.config = nullptr;
   rows.manager->unmount("test/sampleTable/config");
   EXPECT_EQ(rows.entryOf((*change)->row), typename TypeParam::Entry{});
-  EXPECT_EQ(rows.entryOf(*copy), rows.entry(1, 10)) << "the row it stands on is its own";
+  EXPECT_EQ(rows.entryOf(*copy), rows.entry(1)) << "the row it stands on is its own";
   EXPECT_FALSE(++second);
   second = std::move(first);
   EXPECT_FALSE(second);
@@ -114,85 +112,79 @@ TYPED_TEST(RowsOf, BadRows_AreRefusedInOrderAfterTheHookAndChangeNothing) {
   for (const auto& call : outOfRange) {
     EXPECT_THAT(call, ThrowsMessage<Lumen::LmOutOfRange>("Multiple indices not supported. idx:3"));
   }
+  BaseRow other = this->rowTable.row(2);
+  other.rowTypeIs(999);
+  const auto badCast = testing::StartsWith("row type 999 does not match row type ");
   const std::function<void(const BaseRow&)> calls[] = {[&](const BaseRow& row) { wrapper.row(row, 0); },
                                                        [&](const BaseRow& row) { wrapper.find(row, 0); },
                                                        [&](const BaseRow& row) { wrapper.rowIs(row, false); },
                                                        [&](const BaseRow& row) { wrapper.rowDel(row); }};
-  BaseRow other = this->rowTable.row(2);
-  other.rowTypeIs(999);
-  const std::string badCast =
-      "row type 999 does not match row type " + std::to_string(TypeParam::EntryRow::protRowType()) + " 0";
   for (const auto& call : calls) {
     EXPECT_THAT([&] { call(null); }, ThrowsMessage<Lumen::LmNullRow>("null row"));
     EXPECT_THAT([&] { call(other); }, ThrowsMessage<Lumen::LmBadCast>(badCast));
   }
   EXPECT_THROW(wrapper.rowIs(this->rowTable.row(1), false), std::runtime_error);
-  EXPECT_THAT(hookSawNull, testing::ElementsAre(true, false, false));
+  EXPECT_THAT(hookSawNull, ElementsAre(true, false, false));
   EXPECT_EQ(wrapper.latestChangeIdx(), 1u);
+}
+
+/// The table reads as empty and refuses deletions with `Refusal`.
+template <class Refusal, class Kind>
+void expectEmpty(RowTable<Kind>& rows, Lumen::LmTable& table, const char* refusal) {
+  EXPECT_EQ(table.size(), 0u);
+  EXPECT_EQ(table.begin(), table.end());
+  EXPECT_EQ(table.find(rows.row(1)), table.end());
+  EXPECT_EQ(rows.entryOf(table.row(rows.row(1))), typename Kind::Entry{});
+  EXPECT_THAT([&] { table.rowDel(rows.row(1)); }, ThrowsMessage<Refusal>(refusal));
+  EXPECT_THAT([&] { table.rowDelAll(); }, ThrowsMessage<Refusal>(refusal));
 }
 
 TYPED_TEST(RowsOf, NullConfig_ReadsAsEmptyAndRefusesWrites) {
   auto& rows = this->rowTable;
   const auto table = rows.registered(nullptr, "absent");
   EXPECT_EQ(table->name(), "LumenAbsentConfigTable");
-  EXPECT_EQ(table->size(), 0u);
-  EXPECT_EQ(table->begin(), table->end());
-  EXPECT_EQ(table->find(rows.row(1)), table->end());
-  EXPECT_EQ(rows.entryOf(table->row(rows.row(1))), typename TypeParam::Entry{});
-  const auto refused = ThrowsMessage<Cairn::AssertionException>("no config table");
-  EXPECT_THAT([&] { table->rowIs(rows.row(1)); }, refused);
-  EXPECT_THAT([&] { table->rowDel(rows.row(1)); }, refused);
-  EXPECT_THAT([&] { table->rowDelAll(); }, refused);
+  expectEmpty<Cairn::AssertionException>(rows, *table, "no config table");
+  EXPECT_THAT([&] { table->rowIs(rows.row(1)); },
+              ThrowsMessage<Cairn::AssertionException>("no config table"));
 }
 
 // Whichever read detects it, and whether or not a report of it can be written.
 TYPED_TEST(RowsOf, Corruption_DetachesTheTable) {
-  using Config = typename TypeParam::Config;
-  const typename TypeParam::Entry empty{};
   auto& rows = this->rowTable;
   auto at = rows.table->end();
   const std::function<void()> reads[] = {
-      [&] { EXPECT_EQ(rows.entryOf(rows.table->row(rows.row(1))), empty); },
+      [&] { EXPECT_EQ(rows.entryOf(rows.table->row(rows.row(1))), typename TypeParam::Entry{}); },
       [&] { EXPECT_FALSE(rows.table->find(rows.row(1))); },
       [&] { EXPECT_FALSE(rows.table->begin()); },
       [&] { EXPECT_FALSE(++at); },
-      [&] { EXPECT_EQ(rows.entryOf((*rows.table->nextChange(0))->row), empty); },
+      [&] { EXPECT_EQ(rows.entryOf((*rows.table->nextChange(0))->row), typename TypeParam::Entry{}); },
       [&] { EXPECT_THROW(rows.table->rowDelAll(), Cairn::CorruptionDetectedException); },
-      [&] {  // detected by the reactor, which records what it cannot read as deleted
+      [&] {  // the reactor records what it cannot read as deleted
         const auto latest = rows.table->latestChangeIdx();
-        static_cast<typename Config::NotifieeConst*>(rows.config->notifieeList().front())
-            ->onTable(rows.key(1));
-        EXPECT_THAT(rows.changes(latest), testing::ElementsAre(std::tuple(latest + 3, 2, rows.keyOnly(1))));
+        rows.notifyReactor(1);
+        EXPECT_THAT(rows.changes(latest), ElementsAre(std::tuple(latest + 3, 2, rows.keyOnly(1))));
       },
   };
   const std::string text = "VestaMap::corruptionDetected() " + rows.config->rootPath().text();
   for (const bool reported : {true, false}) {
     for (const auto& read : reads) {
       EXPECT_EQ(rows.mounted(), rows.config);
-      rows.table->rowIs(rows.row(1));
-      rows.table->rowIs(rows.row(2));
+      for (const std::uint32_t n : {1u, 2u}) rows.table->rowIs(rows.row(n));
       at = rows.table->begin();
-      for (const auto& key : {rows.key(1), rows.key(2)}) damageRow(*rows.config->table().writer(), key);
+      for (const std::uint32_t n : {1u, 2u}) damageRow(*rows.config->table().writer(), rows.key(n));
       if (!reported) std::filesystem::remove_all(rows.config->rootPath().folder());
       rows.errors.clear();
       read();
       EXPECT_THAT(rows.errors.front(), testing::StartsWith(text + " slot "));
       EXPECT_THAT(rows.errors.back(), testing::HasSubstr(reported ? "written: " : "No such file"));
       EXPECT_FALSE(rows.config->attached());
-      EXPECT_EQ(rows.table->size(), 0u);
-      EXPECT_FALSE(rows.table->begin());
-      const auto refused = ThrowsMessage<Cairn::NoPermissionException>("remove to read-only Vesta table");
-      EXPECT_THAT([&] { rows.table->rowDel(rows.row(1)); }, refused);
-      EXPECT_THAT([&] { rows.table->rowDelAll(); }, refused);
+      expectEmpty<Cairn::NoPermissionException>(rows, *rows.table, "remove to read-only Vesta table");
     }
   }
   rows.config->detach();
   EXPECT_THROW(rows.table->rowDelAll(), Cairn::AssertionException) << "detached in order";
-}
-
-TYPED_TEST(RowsOf, Corruption_DetectedBySizeDetachesTheTable) {
-  ScriptedEntity<typename TypeParam::Config> config(this->rowTable.folder.path());
-  const typename TypeParam::Wrapper wrapper(config.entity, this->rowTable.db, nullptr, true, true, false);
+  ScriptedEntity<typename TypeParam::Config> config(rows.folder.path());
+  const typename TypeParam::Wrapper wrapper(config.entity, rows.db, nullptr, true, true, false);
   config.table->damageIs(1);
   EXPECT_EQ(wrapper.size(), 0u);
   EXPECT_THAT(config.logged, testing::HasSubstr("/table row 3: bad checksum"));
@@ -201,29 +193,93 @@ TYPED_TEST(RowsOf, Corruption_DetectedBySizeDetachesTheTable) {
 TYPED_TEST(RowsOf, ReadOnly_AreThoseOfAWrapperWithoutModifiersOrOfACorruptTable) {
   auto& rows = this->rowTable;
   rows.table->rowIs(rows.row(1));
-  for (const bool corrupt : {false, true}) {
-    for (const bool modifiers : {false, true}) {
-      if (!corrupt) rows.mounted();
-      typename TypeParam::Wrapper wrapper(rows.config, rows.db, nullptr, modifiers, true, false);
-      wrapper.quillTableModified(rows.row(1), false, rows.key(1));
-      wrapper.quillTableModified(rows.row(2), true, rows.key(2));
-      const auto first = wrapper.begin(0);
-      const auto found = wrapper.find(rows.row(1), 0);
-      const auto written = wrapper.nextChange(0);
-      const auto deleted = wrapper.nextChange(2);
-      if (corrupt) rows.config->corruptionDetected("x");
-      BaseRow handedOut[] = {wrapper.row(rows.row(1), 0),
-                             **first,
-                             **first->clone(),
-                             **found,
-                             (**written)->row,
-                             (**deleted)->row};
-      for (BaseRow& row : handedOut) {
-        EXPECT_EQ(row.readOnly(), corrupt || !modifiers);
-        EXPECT_FALSE(row.clone().readOnly());
-      }
-      rows.mounted();
+  for (const int state : {0, 1, 2, 3}) {
+    const bool corrupt = (state & 1) != 0;
+    const bool modifiers = (state & 2) != 0;
+    typename TypeParam::Wrapper wrapper(rows.config, rows.db, nullptr, modifiers, true, false);
+    wrapper.quillTableModified(rows.row(1), false, rows.key(1));
+    wrapper.quillTableModified(rows.row(2), true, rows.key(2));
+    const auto first = wrapper.begin(0);
+    const auto found = wrapper.find(rows.row(1), 0);
+    const auto written = wrapper.nextChange(0);
+    const auto deleted = wrapper.nextChange(2);
+    if (corrupt) rows.config->corruptionDetected("x");
+    BaseRow handedOut[] = {
+        wrapper.row(rows.row(1), 0), **first, **first->clone(), **found, (**written)->row, (**deleted)->row};
+    for (BaseRow& row : handedOut) {
+      EXPECT_EQ(row.readOnly(), corrupt || !modifiers);
+      EXPECT_FALSE(row.clone().readOnly());
     }
+    rows.mounted();
+  }
+}
+
+using Registration = RowTableTest<MyStation>;
+
+const std::string kStation = "TolmarHwLib::MyStationTcamTH3ConfigEntryRow";
+const std::string kIif = "TolmarHwLib::L3IifTH3ConfigEntryRow";
+
+void registerTable(Lumen::LumenDB& db, const std::string& name, const std::string& rowTypeName) {
+  db.registerTable(name, rowTypeName, Lumen::TableType::external, 256, 256, "", {});
+}
+
+TEST_F(Registration, Wrapper_IsHandedOverWithItsFlags) {
+  const MyStation::Wrapper& wrapper = *rowTable.wrapper;
+  rowTable.wrapper.reset();
+  const auto& table = rowTable.table;
+  EXPECT_EQ(table->implementation().use_count(), 1) << "the row database is the only owner left";
+  EXPECT_EQ(table->descriptor(), MyStation::EntryRow::lmTypeSignature());
+  registerTable(*rowTable.db, table->name(), kStation);
+  EXPECT_THAT(rowTable.db->tables(), ElementsAre(table)) << "registered again without effect";
+  EXPECT_EQ(rowTable.db->table("lumenSampleConfigTable"), nullptr);
+  EXPECT_EQ(rowTable.helper.tableConfig<L3IifTH3Config>("sample"), nullptr) << "of another type";
+  EXPECT_EQ(rowTable.helper.tableStatus<MyStationTcamTH3Status>("Sample"), nullptr);
+  EXPECT_TRUE(wrapper.readerSupported() && wrapper.modifierSupported() && wrapper.isUnique(0));
+  EXPECT_FALSE(wrapper.observerSupported() || wrapper.isOrdered(0) || wrapper.bounded());
+  EXPECT_EQ(wrapper.tableTypeName(), "TableLumenWrapper");
+  EXPECT_EQ(wrapper.rowTypeName(), kStation);
+  EXPECT_EQ(wrapper.rowTypeId(), MyStationTcamTH3ConfigEntryRow::protRowType());
+}
+
+TEST_F(Registration, Errors_SayWhatWasExpectedAndWhatCame) {
+  auto& db = *rowTable.db;
+  registerTable(db, "Iifs", kIif);
+  registerTable(db, "Stations", kStation);
+  const struct {
+    std::function<void()> act;
+    std::string text;
+  } cases[] = {
+      {[&] { registerTable(db, "Stations", kIif); },
+       "table Stations is already registered differently, with rows of type " + kStation +
+           "; requested: " + kIif},
+      {[&] { db.tableImplementationIs("Pears", rowTable.wrapper); },
+       "no table named Pears among 3 registered"},
+      {[&] { db.tableImplementationDel("Pears"); }, "no table named Pears among 3 registered"},
+      {[&] { db.tableImplementationIs("Iifs", nullptr); }, "null implementation for table Iifs"},
+      {[&] { db.tableImplementationIs("Iifs", rowTable.wrapper); },
+       "table Iifs has rows of type " + kIif + ", its implementation of type " + kStation},
+      {[&] { db.tableImplementationIs("Stations", rowTable.wrapper); },
+       "the implementation for table Stations serves another table"},
+      {[&] { db.table("Stations")->rowIs(rowTable.row(1)); }, "table Stations has no implementation"},
+  };
+  for (const auto& [act, text] : cases) EXPECT_THAT(act, ThrowsMessage<Lumen::LmTableError>(text));
+  EXPECT_EQ(rowTable.table->implementation(), rowTable.wrapper) << "failures leave the table as it was";
+  db.tableImplementationDel(rowTable.table->name());
+  db.tableImplementationIs("Stations", rowTable.wrapper);  // free again
+  EXPECT_THROW(registerTable(db, "X", "TolmarHwLib::Unknown"), Lumen::LmMetadataError);
+  EXPECT_EQ(db.table("X"), nullptr);
+}
+
+TEST_F(Registration, Unmount_RemovesTheConfigTableAlsoADamagedOneAndLeavesTheStatusTable) {
+  const std::string segment = rowTable.folder.path() + "/test/sampleTable/config/table";
+  for (const bool damaged : {false, true}) {
+    const auto config = rowTable.mounted();
+    if (damaged) config->corruptionDetected("bad bytes");
+    EXPECT_TRUE(std::filesystem::exists(segment));
+    rowTable.helper.unmountConfigVestaTable("sample");
+    EXPECT_FALSE(std::filesystem::exists(segment)) << "damaged: " << damaged;
+    EXPECT_FALSE(config->attached());
+    EXPECT_THAT(rowTable.manager->mountedPaths(), ElementsAre("test/sampleTable/status"));
   }
 }
 
