@@ -1,19 +1,26 @@
-// Handles on shared bytes: their layout, who sees a write, who copies, what is counted.
+// Handles on shared bytes: their layout, who sees a write, who copies, what is counted; and addresses in the
+// variable area of rows. The engine is one template, so the class with variable columns stands for all.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
+#include <map>
 #include <thread>
 
 #include "lumen/RowOps.h"
 #include "tests/AllocationCount.h"
 #include "tests/SlotOf.h"
+#include "tests/rows/PinnedRows.h"
 
 namespace Lumen {
 namespace {
 
+using TolmarHwLib::kPinned;
+using TolmarHwLib::kSampleDip;
+using TolmarHwLib::kSampleSip;
+using TolmarHwLib::pinnedRow;
+
 constexpr len_t kLength = 20;
-constexpr IpGenAddr kAddress = IpGenAddr::ipv4({192, 0, 2, 1});
 
 BaseRow rowOf(std::uint64_t value) {
   BaseRow row(kLength, kLength + 4);
@@ -54,7 +61,7 @@ TEST(ObjectLayout, Handle_HoldsBufferOffsetAndFlagsInOrder) {
 TEST(RowHandle, FirstWriteCopies_AndIsSeenByNoOtherHandle) {
   const std::pair<void (*)(BaseRow&), int> writes[] = {
       {[](BaseRow& row) { row.setColumn(4, std::uint64_t{2}, kLength); }, 20},
-      {[](BaseRow& row) { row.setColumn(12, kAddress, kLength); }, 24},
+      {[](BaseRow& row) { row.setColumn(12, kSampleSip, kLength); }, 24},
       {[](BaseRow& row) { row.setColumn(4, std::uint64_t{2}, 39); }, 20},
       {[](BaseRow& row) { row.rowTypeIs(9); }, 20},
       {[](BaseRow& row) { row.clear(kLength); }, 24}};
@@ -160,6 +167,151 @@ TEST(RowHandle, Threads_ShareABufferAndCopyOnWrite) {
   };
   { const std::jthread threads[] = {std::jthread(work), std::jthread(work), std::jthread(work)}; }
   EXPECT_EQ(row.bufferUseCount(), 1u);
+}
+
+using Row = TolmarHwLib::L3TunnelTH3ConfigEntryRow;
+using Entry = TolmarHwLib::L3TunnelTH3ConfigEntry;
+
+constexpr len_t kSip = 21;
+constexpr len_t kDip = 25;
+constexpr len_t kFixed = 49;
+const Entry& kSample = kPinned<Row>.entry;
+
+TEST(EntryRow, FillAndClear_KeepTheBufferUnlessItIsSharedOrTooSmall) {
+  Row row = pinnedRow<Row>();
+  const std::byte* const bytes = row.bytes().data;
+  row.clearRow();
+  EXPECT_TRUE(row.rowEqual(Row()));
+  EXPECT_EQ(row.rowLength(), kFixed);
+  row.fill(kSample);
+  EXPECT_EQ(row.bytes().data, bytes);
+  EXPECT_TRUE(row.rowEqual(pinnedRow<Row>()));
+  const Row sharer = row;
+  row.fill({});
+  EXPECT_TRUE(row.rowEqual(Row()));
+  EXPECT_EQ(sharer.entry(), kSample);
+  row.fill(kSample);
+  EXPECT_EQ(row.entry(), kSample);
+  row.rowTypeIs(99);
+  EXPECT_FALSE(row.rowEqual(pinnedRow<Row>()));
+  EXPECT_TRUE(row.rowEqual(row.clone()));
+  Row null{BaseRow()};
+  null.clearRow();
+  EXPECT_TRUE(null.isNull());
+}
+
+// A copy would have room for the header alone.
+TEST(EntryRow, RowClearedToLessThanItsClass_IsNotCopied) {
+  Row row;
+  row.clear(4);
+  Row sharer = row;
+  EXPECT_THROW(sharer.rowTypeIs(5), Cairn::AssertionException);
+  EXPECT_THROW(row.clone(), Cairn::AssertionException);
+  sharer = BaseRow();
+  row.rowTypeIs(5);
+  EXPECT_EQ(row.rowType(), 5);
+}
+
+VarSlot slotAt(const BaseRow& row, len_t offset) { return loadBytes<VarSlot>(row.bytes().data + offset); }
+
+IpGenAddr addressAt(const BaseRow& row, len_t offset) {
+  IpGenAddr address;
+  row.getColumn(offset, address);
+  return address;
+}
+
+/// Writes an address, which must go to `place` and make the row `rowLength` long.
+struct Step {
+  len_t column;
+  IpGenAddr value;
+  len_t place;
+  len_t rowLength;
+};
+
+TEST(AddressColumn, Values_StayWhereTheyFitAndGoToTheEndWhereNot) {
+  const Step steps[] = {{kSip, kSampleSip, 49, 53}, {kDip, kSampleDip, 53, 69}, {kSip, kSampleDip, 69, 85},
+                        {kSip, kSampleSip, 69, 85}, {kDip, {}, 53, 85},         {kSip, {}, 69, 85},
+                        {kDip, kSampleSip, 53, 85}, {kSip, kSampleDip, 69, 85}, {kDip, kSampleDip, 53, 85}};
+  Row row;
+  row.setColumn<len_t>(kSip + 2, 0x8000, kFixed);  // the reserved bit outlives every writing
+  Entry expected;
+  for (const Step& step : steps) {
+    SCOPED_TRACE(&step - steps);
+    row.setColumn(step.column, step.value, kFixed);
+    (step.column == kSip ? expected.sip : expected.dip) = step.value;
+    EXPECT_EQ(slotAt(row, step.column).offset, step.place);
+    EXPECT_EQ(slotAt(row, kSip).lengthWord, 0x8000 | expected.sip.size());
+    EXPECT_EQ(row.rowLength(), step.rowLength);
+    Row copy = row;
+    copy.rowTypeIs(0);
+    EXPECT_EQ(copy.bufferLength(), step.rowLength);
+    for (const Row& each : {row, row.clone(), copy}) EXPECT_EQ(each.entry(), expected);
+  }
+}
+
+TEST(AddressColumn, LastValueOfAGenericRow_GrowsAndShrinksInPlace) {
+  const Step steps[] = {{4, kSampleSip, 12, 16}, {4, kSampleDip, 12, 28}, {4, {}, 12, 12},
+                        {4, kSampleSip, 12, 16}, {8, kSampleDip, 16, 32}, {8, kSampleSip, 16, 20},
+                        {4, kSampleDip, 20, 36}, {8, {}, 16, 36},         {4, kSampleSip, 20, 24},
+                        {8, kSampleDip, 24, 40}};
+  for (BaseRow row : {BaseRow(12).clone(), BaseRow(12, 64)}) {
+    std::map<len_t, IpGenAddr> expected;
+    for (const Step& step : steps) {
+      SCOPED_TRACE(&step - steps);
+      row.setColumn(step.column, step.value, 12);
+      expected[step.column] = step.value;
+      EXPECT_EQ(slotAt(row, step.column).offset, step.place);
+      EXPECT_EQ(row.rowLength(), step.rowLength);
+      for (const auto& [column, value] : expected) {
+        EXPECT_EQ(addressAt(row, column), value);
+        EXPECT_EQ(addressAt(row.clone(), column), value);
+      }
+    }
+  }
+}
+
+TEST(AddressColumn, FixedDataBehindTheRowLength_IsKeptOrZero) {
+  BaseRow row(8, 39);
+  row.setColumn(35, std::uint32_t{7}, 39);
+  row.setColumn(4, kSampleSip, 39);
+  EXPECT_EQ(row.columnHash<std::uint32_t>(35), 7u);
+  EXPECT_EQ(slotAt(row, 4).offset, 39);
+  EXPECT_EQ(addressAt(row.clone(), 4), kSampleSip);
+  BaseRow none(8);
+  const RowAllocator before = rowAllocatorIs([](std::size_t size) {
+    void* const memory = std::malloc(size);
+    return std::memset(memory, 0xff, size);
+  });
+  none.setColumn(4, kSampleSip, 39);
+  rowAllocatorIs(before);
+  EXPECT_EQ(none.columnHash<std::uint32_t>(35), 0u);
+}
+
+TEST(AddressColumn, LongestRow_EndsAtTheLastOffset) {
+  BaseRow row(65519);
+  row.setColumn(4, kSampleDip, 65519);
+  EXPECT_EQ(row.rowLength(), 65535);
+  EXPECT_EQ(addressAt(BaseRow::fromBytes({row.bytes().data, 65535}), 4), kSampleDip);
+}
+
+TEST(AddressColumn, BytesThatNoWriterLeaves_ReadAsUnset) {
+  for (const std::uint32_t sip : {0x00030031u, 0x0000ffffu}) {  // a length of no family; of nothing, anywhere
+    BaseRow row = pinnedRow<Row>();
+    row.setColumn(kSip, sip, kFixed);
+    EXPECT_FALSE(Row(row).entry().sip.isSet());
+    EXPECT_EQ(row.columnHash<IpGenAddr>(kSip), 0u);
+  }
+}
+
+TEST(AddressColumn, SlotsThatShareBytes_PartOnWriting) {
+  for (const std::uint32_t sip : {0x00040031u, 0x00100031u, 0x00040035u, 0x00040004u}) {
+    Row row = pinnedRow<Row>();
+    row.setColumn(kSip, sip, kFixed);  // bytes from outside: over dip or the fixed data
+    Entry expected = row.entry();
+    expected.sip = kSampleSip;
+    row.setColumn(kSip, kSampleSip, kFixed);
+    EXPECT_EQ(row.entry(), expected);
+  }
 }
 
 }  // namespace
