@@ -1,5 +1,4 @@
-// The trackers: what a status row becomes, bindings, damage, traces, handlers that change what is being
-// called.
+// The pending-programming trackers.
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 
 #include <gmock/gmock.h>
@@ -18,7 +17,6 @@ using namespace TolmarHwLib;
 using P4Runtime::BatchStatusEntry;
 using L3IifTracker = L3IifTH3PendingHwProgrammingSm;
 
-/// The pattern's behaviour, on one kind of table.
 class Tracker : public PluginFixture {
  protected:
   using Table = ScriptedEntity<L3IifTH3Status>;
@@ -29,35 +27,30 @@ class Tracker : public PluginFixture {
     table.entity->tableIs({{.entryHandle = handle, .errorCode = errorCode}, {key}});
     return taken();
   }
-  /// What the kinds differ in: made by name, the tracker of `Kind` reports and traces a row.
   template <class Kind>
-  void checkKind();
+  void expectReport(const std::string& line, const typename Kind::Key& key, const std::string& keyText);
 
   Table status_{folder_.path()};
   Table other_{folder_.path(), "other"};
   Quill::Ptr<L3IifTracker> tracker_ = L3IifTracker::L3IifTH3PendingHwProgrammingSmIs(batch_, status_.entity);
 };
 
-struct MergeCase {
-  std::optional<BatchStatusEntry> earlier;  // in the batch status before the row comes
-  std::uint16_t errorCode;                  // of the row
-  BatchStatusEntry expected;
-};
-
-const MergeCase kMergeCases[] = {
-    {{}, 0, {7, 0, ""}},
-    {{}, 4, {7, 4, "hardware error 4"}},
-    {{{7, 0, ""}}, 0, {7, 0, ""}},
-    {{{7, 0, "left over"}}, 65535, {7, 65535, "hardware error 65535"}},
-    {{{7, 3, "spoilt"}}, 0, {7, 3, "hardware error 3"}},
-    {{{7, 3, "older"}}, 4, {7, 4, "hardware error 4 older"}},
-    {{{7, 3, ""}}, 4, {7, 4, "hardware error 4 "}},
-    {{{8, 3, "of another handle"}}, 0, {7, 0, ""}},
-};
-
 TEST_F(Tracker, Completion_MergesWithWhatTheAgentHasNotTakenAndThenWakesIt) {
+  const struct {
+    std::optional<BatchStatusEntry> earlier;  // in the batch status before the row comes
+    std::uint16_t errorCode;                  // of the row
+    BatchStatusEntry expected;
+  } cases[] = {
+      {{}, 0, {7, 0, ""}},
+      {{}, 4, {7, 4, "hardware error 4"}},
+      {{{7, 0, "left over"}}, 65535, {7, 65535, "hardware error 65535"}},
+      {{{7, 3, "spoilt"}}, 0, {7, 3, "hardware error 3"}},
+      {{{7, 3, "older"}}, 4, {7, 4, "hardware error 4 older"}},
+      {{{7, 3, ""}}, 4, {7, 4, "hardware error 4 "}},
+      {{{8, 3, "of another handle"}}, 0, {7, 0, ""}},
+  };
   batch_->onCompleted = [this] { EXPECT_FALSE(batch_->notificationTake()); };
-  for (const MergeCase& c : kMergeCases) {
+  for (const auto& c : cases) {
     batch_->completedTransactionStatusDelAll();
     batch_->notificationTake();
     if (c.earlier) batch_->completedTransactionStatusIs(*c.earlier);
@@ -182,41 +175,19 @@ TEST_F(Tracker, Reentry_HandlersMayUnbindRebindAndDropTheTrackerItself) {
   tracker_->onStatusRow({1});
 }
 
-/// A key, and how the kind's tracker traces it.
-template <class Key>
-struct TracedKey {
-  std::string line;
-  Key key;
-  std::string text;
-};
-
+/// Made by name, the tracker of `Kind` reports and traces a row with its own line and the key's text.
 template <class Kind>
-extern const TracedKey<typename Kind::Key> kTraced;
-template <>
-const TracedKey<L3IifTH3Key> kTraced<L3IifTH3>{"16", {1234567}, "1234567"};
-template <>
-const TracedKey<MyStationTcamTH3Key> kTraced<MyStationTcamTH3>{
-    "73",
-    {{{0x00, 0x00, 0x5e, 0x00, 0x53, 0x01}}, 5, 0, false, {}, 0, 0, true, 0},
-    "00:00:5e:00:53:01 5 0 false 00:00:00:00:00:00 0 0 true 0"};
-template <>
-const TracedKey<L3TunnelTH3Key> kTraced<L3TunnelTH3>{
-    "130",
-    {IpGenAddr::ipv4({192, 0, 2, 1}), IpGenAddr::ipv6({0x20, 0x01, 0x0d, 0xb8}), 47, 5, 0},
-    "192.0.2.1 2001:db8:: 47 5 0"};
-
-template <class Kind>
-void Tracker::checkKind() {
+void Tracker::expectReport(const std::string& line, const typename Kind::Key& key,
+                           const std::string& keyText) {
   using Type = typename TrackerOf<Kind>::type;
   using Status = typename Kind::Status;
-  const auto& [line, key, keyText] = kTraced<Kind>;
   ScriptedEntity<Status> status(folder_.path(), "kind");
   const std::vector<Quill::GenericValue> arguments = {genericValue(batch_), genericValue(status.entity)};
   const auto tracker = Type::_quillType.genericIfFromCtorArgs(arguments);
   EXPECT_EQ(tracker.object()->fwkType(), &Type::_quillType);
   EXPECT_EQ(Type::_quillType.member("status")->type, Status::_quillType.name);
   EXPECT_EQ(pointer(tracker.get("batchStatus")), batch_);
-  EXPECT_EQ(std::any_cast<Quill::Ptr<const Quill::PtrInterface>>(tracker.get("status")), status.entity);
+  EXPECT_EQ(constPointer(tracker.get("status")), status.entity);
   traceIs("PendingHwPogrammingSm", 9);
   status.entity->tableIs({{.entryHandle = 5, .errorCode = 6}, key});
   tracker.call("onStatusRow", std::vector<Quill::GenericValue>{key});
@@ -227,7 +198,12 @@ void Tracker::checkKind() {
 }
 
 TEST_F(Tracker, Kinds_EachHasItsTableAndItsTraceLine) {
-  Kinds::forEach([this]<class Kind>() { checkKind<Kind>(); });
+  expectReport<L3IifTH3>("16", {1234567}, "1234567");
+  expectReport<MyStationTcamTH3>("73", {{{0, 0, 0x5e, 0, 0x53, 1}}, 5, 0, false, {}, 0, 0, true, 0},
+                                 "00:00:5e:00:53:01 5 0 false 00:00:00:00:00:00 0 0 true 0");
+  const IpGenAddr sip = IpGenAddr::ipv4({192, 0, 2, 1});
+  const IpGenAddr dip = IpGenAddr::ipv6({0x20, 0x01, 0x0d, 0xb8});
+  expectReport<L3TunnelTH3>("130", {sip, dip, 47, 5, 0}, "192.0.2.1 2001:db8:: 47 5 0");
 }
 
 }  // namespace

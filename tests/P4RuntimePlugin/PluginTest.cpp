@@ -1,4 +1,4 @@
-// The plugin object over the real platform: start-up, wiring, cleanup and end, as one log of calls.
+// The plugin object over the real platform, as one log of calls.
 #include "P4RuntimePlugin/P4RuntimeTolmarPlugin.h"
 
 #include "PluginFixture.h"
@@ -125,14 +125,19 @@ TEST_F(Plugin, Init_MountsRegistersAndWiresInOrder) {
   const auto expectWired = [this](const auto& tracker, const auto& status) {
     EXPECT_EQ(tracker->status(), status);
     EXPECT_EQ(tracker->batchStatus(), batch_);
-    EXPECT_TRUE(status->notifieeList().front()->hasNotificationActive());
+    const auto* const reactor = status->notifieeList().front();
+    EXPECT_TRUE(reactor->hasNotificationActive());
+    EXPECT_EQ(reactor->fwkType()->name, std::string(status->fwkType()->name) + "::NotifieeConst");
   };
   expectWired(plugin_->l3TunnelIpv4TH3PhpSm(), plugin_->l3TunnelIpv4TH3Status());
   expectWired(plugin_->l3TunnelIpv6TH3PhpSm(), plugin_->l3TunnelIpv6TH3Status());
   expectWired(plugin_->l3IifTH3PhpSm(), plugin_->l3IifTH3Status());
   expectWired(plugin_->myStationTcamTH3PhpSm(), plugin_->myStationTcamTH3Status());
   EXPECT_NE(plugin_->l3TunnelIpv4TH3Status(), plugin_->l3TunnelIpv6TH3Status());
-  EXPECT_EQ(plugin_->vrfSm()->l3IifTH3Config(), plugin_->l3IifTH3Config());
+  const auto& config = plugin_->l3IifTH3Config();
+  EXPECT_EQ(plugin_->vrfSm()->l3IifTH3Config(), config);
+  EXPECT_EQ(config->notifieeList().front()->fwkType()->name, "TolmarHwLib::L3IifTH3Config::NotifieeConst");
+  EXPECT_EQ(reactor_->fwkType()->name, "P4RuntimeTolmar::TolmarP4RuntimePlugin::NotifieeConst");
   EXPECT_TRUE(plugin_->vrfSm()->hasNotificationActive());
   EXPECT_EQ(plugin_->pluginCleanupHelper()->references(), 1u);
   EXPECT_TRUE(plugin_->pluginCleanupHelper()->hasNotificationActive());
@@ -328,16 +333,16 @@ TEST_F(Plugin, Attributes_NotifyOfEachChangeAndAreReleasedInOrder) {
     }
     notified.insert(notified.end() - 1, "end first " + name);
   }
-  const Quill::Ptr<Quill::PtrInterface> inherited[] = {
-      Quill::allocate<P4Runtime::CliCommandStatus>(Quill::Name("cli")),
-      Quill::allocate<P4Runtime::CliCommandConfig>(Quill::Name("config")),
-      Quill::allocate<P4Runtime::CliCommandConfig>(Quill::Name("status")),
-      Quill::allocate<P4Runtime::PluginStatus>(Quill::Name("plugin"))};
-  const char* const names[] = {"cliStatus", "pluginConfigDir", "pluginStatusDir", "pluginStatus"};
-  for (std::size_t i = 0; i < std::size(names); ++i) {
-    value = {genericValue(inherited[i])};
-    byName(Op::set, names[i], value);
-    notified.push_back(std::string("on ") + names[i]);
+  const auto cli = Quill::allocate<P4Runtime::CliCommandConfig>(Quill::Name("config"));
+  const std::pair<std::string, Quill::Ptr<Quill::PtrInterface>> inherited[] = {
+      {"cliStatus", Quill::allocate<P4Runtime::CliCommandStatus>(Quill::Name("cli"))},
+      {"pluginConfigDir", cli},
+      {"pluginStatusDir", cli},
+      {"pluginStatus", Quill::allocate<P4Runtime::PluginStatus>(Quill::Name("plugin"))}};
+  for (const auto& [name, object] : inherited) {
+    value = {genericValue(object)};
+    byName(Op::set, name, value);
+    notified.push_back("on " + name);
   }
   EXPECT_EQ(taken(), notified);
   plugin_ = nullptr;

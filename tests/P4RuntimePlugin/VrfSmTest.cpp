@@ -1,10 +1,12 @@
-// The VRF tracker: how counts and the map follow the config table, with the traces; and what it leaves alone.
+// The VRF tracker: how counts and the map follow the config table, with the traces; what it leaves alone; and
+// the map.
 #include "P4RuntimePlugin/VrfSm.h"
 
 #include <gmock/gmock.h>
 
 #include <locale>
 #include <map>
+#include <random>
 
 #include "PluginFixture.h"
 #include "ScriptedTable.h"
@@ -56,16 +58,14 @@ class Vrf : public PluginFixture {
 constexpr int kGone = -1;
 constexpr int kAgain = -2;  // notified once more
 
-struct CountCase {
-  const char* name;
-  std::vector<std::pair<std::uint64_t, int>> steps;  // key; VRF it is written with, or one of the above
-  Counts counts;
-  Lines lines;
-};
-
 TEST_F(Vrf, Counts_FollowTheNumberOfAddNotifications) {
   constexpr std::uint64_t kHigh = std::uint64_t{1} << 32;
-  static const CountCase kCases[] = {
+  const struct {
+    const char* name;
+    std::vector<std::pair<std::uint64_t, int>> steps;  // key; VRF it is written with, or one of the above
+    Counts counts;
+    Lines lines;
+  } cases[] = {
       {"one of two gone", {{1, 5}, {2, 5}, {1, kGone}}, {{5, 1}}, {{2, 5}}},
       {"VRF 0, and gone", {{1, 0}, {1, kGone}}, {}, {}},
       {"largest VRF", {{1, 65535}}, {{65535, 1}}, {{1, 65535}}},
@@ -77,7 +77,7 @@ TEST_F(Vrf, Counts_FollowTheNumberOfAddNotifications) {
       {"gone twice", {{1, 5}, {1, kGone}, {1, kAgain}}, {}, {}},
       {"keys alike in 32 bits", {{1, 5}, {kHigh + 1, 6}, {1, kGone}}, {{6, 1}}, {{kHigh + 1, 6}}},
   };
-  for (const CountCase& c : kCases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     make(config_);
     for (const auto& [key, vrf] : c.steps) {
@@ -136,7 +136,8 @@ TEST_F(Vrf, Binding_NewTableIsFollowedButNotCounted) {
 TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
   // At start each of the two rows takes three reads: the walk's step, its presence, its VRF; the 7th is the
   // end of the walk. Then the second row is notified again.
-  const unsigned counted[] = {0, 0, 0, 1, 1, 1, 2, 1, 2};
+  const Counts none, one{{5, 1}}, two{{5, 2}};
+  const Counts counted[] = {none, none, none, one, one, one, two, one, two};
   for (std::size_t read = 1; read <= std::size(counted); ++read) {
     SCOPED_TRACE(read);
     Table damaged(folder_.path(), "damaged");
@@ -146,8 +147,22 @@ TEST_F(Vrf, Damage_StopsTheWalkAndLeavesTheTrackerAtWork) {
     if (read > 7) tracker_->handleL3IifTH3ConfigEntry({2});
     EXPECT_FALSE(damaged.entity->attached());
     EXPECT_THAT(damaged.logged, testing::HasSubstr("/damaged row 3: bad checksum"));
-    EXPECT_EQ(vrfIds_->vrfIdRefCount(VrfId(5)), counted[read - 1]);
+    EXPECT_EQ(counts(), counted[read - 1]);
   }
+}
+
+/// Ends with the tracker that counts in it, and calls `onEnd` then.
+struct LastCounts final : P4Runtime::VrfIdCollection {
+  std::function<void()> onEnd;
+  ~LastCounts() override { onEnd(); }
+};
+
+TEST_F(Vrf, End_FollowsNoTableWhileTheTrackerLetsGoOfTheRest) {
+  auto last = Quill::allocate<LastCounts>();
+  last->onEnd = [this] { EXPECT_TRUE(config_.entity->notifieeList().empty()); };
+  make(config_);
+  tracker_->vrfIdCollectionIs(std::exchange(last, nullptr));
+  tracker_ = nullptr;
 }
 
 /// A locale that writes 65000 as 65,000; no trace may.
@@ -180,6 +195,47 @@ TEST_F(Vrf, Trace_TextsLinesAndValues) {
   EXPECT_EQ(fastTrace(), expected);
   for (std::string& line : expected) line = line.substr(0, line.find('|')) + " at 7";
   EXPECT_EQ(taken(), expected);
+}
+
+TEST(VrfIds, Counts_NeverFallBelowNothing) {
+  const auto vrfs = Quill::allocate<P4Runtime::VrfIdCollection>();
+  vrfs->vrfIdRefCountInc(VrfId(65535), 3);
+  EXPECT_EQ(vrfs->vrfIdRefCountDec(VrfId(65535), 5), 0u);
+  EXPECT_EQ(vrfs->vrfIds(), 0u);
+}
+
+/// A hash with few values, so that chains are long.
+struct Node {
+  using Key = unsigned;
+  using Value = unsigned;
+  static std::uint32_t hash(unsigned key) { return key % 7; }
+  Key key;
+  Value value;
+};
+
+TEST(HashMap, RandomChanges_AgreeWithAnOrderedMap) {
+  std::mt19937 random(2018);
+  Quill::HashMap2018<Node> map;
+  std::map<unsigned, unsigned> expected;
+  for (unsigned step = 0; step < 20000; ++step) {
+    const auto key = static_cast<unsigned>(random() % 200);
+    const unsigned* const found = map.find(key);
+    const auto known = expected.find(key);
+    ASSERT_EQ(found == nullptr, known == expected.end());
+    ASSERT_TRUE(found == nullptr || *found == known->second);
+    if (random() % 2 == 0) {
+      map.set(key, step);
+      expected[key] = step;
+    } else {
+      ASSERT_EQ(map.del(key), expected.erase(key) == 1);
+    }
+    ASSERT_EQ(map.size(), expected.size());
+  }
+  for (auto at = map.first(); at.nonNull(); at.next()) {
+    EXPECT_EQ(expected.at(at.key()), at.value());
+    expected.erase(at.key());
+  }
+  EXPECT_TRUE(expected.empty());
 }
 
 }  // namespace
