@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "apps/process/MainLoop.h"
 #include "apps/process/RuntimeFolder.h"
 #include "cairn/Exception.h"
 
@@ -24,6 +25,9 @@ const char* const kHelp =
                               writing, read the results
   -S, --send SOCKET           send the scripts to the agent that serves this socket
   -t, --timeout SECONDS       time for the hardware's answer, 0.001 to 3600 (default: 10)
+  -b, --busy-poll MICROSECONDS
+                              after work, look for more for so long before sleeping, 0 to 1000000 (default: 0):
+                              answers come sooner, and a processor is busy
   -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, which means
                               on a terminal)
   -T, --trace HANDLE:LEVEL    log the lines of this trace handle ("*": of all) and level (0 to 31); may be
@@ -81,6 +85,7 @@ Process::Action readOptions(int count, char* const* arguments, Options& options)
       {'s', "socket", [&](const std::string& value) { options.serveAt = value; }},
       {'S', "send", [&](const std::string& value) { options.sendTo = value; }},
       {'t', "timeout", [&](const std::string& value) { options.timeout = timeoutOf(value); }},
+      {'b', "busy-poll", [&](const std::string& value) { options.busyPoll = Process::busyPollOf(value); }},
       {'c', "color", [&](const std::string& value) { options.colour = colourOf(value); }},
       {'T', "trace", [&](const std::string& value) { options.traces.push_back(traceOf(value)); }},
   };

@@ -16,6 +16,7 @@ struct Options {
   std::string sendTo;                ///< Unix socket of the agent that the scripts are sent to; empty: none
   std::vector<std::string> scripts;  ///< files in order, "-" for standard input
   std::chrono::milliseconds timeout{10'000};
+  std::chrono::microseconds busyPoll{0};
   std::vector<std::pair<std::string, int>> traces;  ///< handles ("*": all) and levels whose lines are printed
   bool colour = false;  ///< results in colour and progress in place, as on a terminal
 };

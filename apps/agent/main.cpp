@@ -109,6 +109,7 @@ void runForClient(Agent::AgentProcess& agent, const std::string& script,
 bool runAgent(const Options& options) {
   std::deque<Script> scripts = readScripts(options.scripts);  // while signals still end the process
   Process::MainLoop mainLoop;
+  mainLoop.busyPollIs(options.busyPoll);
   Process::RuntimeFolder folder(options.runtimeFolder);
   folder.lock();
   Process::logLibraries();

@@ -1,6 +1,7 @@
 #include "apps/hw/Options.h"
 
 #include "apps/hw/Tables.h"
+#include "apps/process/MainLoop.h"
 #include "apps/process/RuntimeFolder.h"
 #include "cairn/Exception.h"
 
@@ -18,6 +19,9 @@ const char* const kHelp =
                               be given more than once. Example: --fail l3IifTH3:l3Iif=99:7
   -e, --fail-every N:CODE     every N-th entry of each table fails with CODE
   -d, --delay MILLISECONDS    time from a change to its answer, 0 to 3600000 (default: 0)
+  -b, --busy-poll MICROSECONDS
+                              after work, look for more for so long before sleeping, 0 to 1000000 (default: 0):
+                              answers come sooner, and a processor is busy
   -h, --help                  this text
   -V, --version               the version
 
@@ -82,6 +86,7 @@ Process::Action readOptions(int count, char* const* arguments, Options& options)
       {'e', "fail-every",
        [&](const std::string& value) { options.settings.failEvery = readFailEvery(value); }},
       {'d', "delay", [&](const std::string& value) { options.settings.delay = delayOf(value); }},
+      {'b', "busy-poll", [&](const std::string& value) { options.busyPoll = Process::busyPollOf(value); }},
   };
   std::vector<std::string> operands;
   const Process::Action action = Process::readCommandLine(count, arguments, known, operands);

@@ -39,6 +39,7 @@ struct Settings {
 
 struct Options {
   std::string runtimeFolder;
+  std::chrono::microseconds busyPoll{0};
   Settings settings;
 };
 

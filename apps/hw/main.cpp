@@ -11,6 +11,7 @@ namespace {
 
 bool follow(const HwAgent::Options& options) {
   Process::MainLoop mainLoop;
+  mainLoop.busyPollIs(options.busyPoll);
   const Process::RuntimeFolder folder(options.runtimeFolder);
   Process::logLibraries();
   HwAgent::Tables tables(

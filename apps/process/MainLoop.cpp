@@ -6,11 +6,19 @@
 #include <cerrno>
 #include <csignal>
 #include <new>
+#include <thread>
 
+#include "apps/process/CommandLine.h"
 #include "apps/process/Log.h"
 #include "cairn/Exception.h"
 
 namespace Process {
+
+std::chrono::microseconds busyPollOf(const std::string& text) {
+  const auto microseconds = numberIn<std::uint32_t>(text, 0, 1'000'000);
+  if (microseconds) return std::chrono::microseconds(*microseconds);
+  throw Cairn::Exception("--busy-poll: expected microseconds from 0 to 1000000, got \"" + text + "\"");
+}
 
 MainLoop::MainLoop() {
   sigset_t set;
@@ -27,6 +35,13 @@ MainLoop::MainLoop() {
 }
 
 MainLoop::~MainLoop() { ::close(signals_); }
+
+void MainLoop::busyPollIs(std::chrono::microseconds duration) {
+  if (duration.count() != 0 && std::thread::hardware_concurrency() == 1) {
+    return log("--busy-poll is ignored: this machine has a single processor");
+  }
+  loop_.busyPollIs(duration);
+}
 
 void MainLoop::run(const std::function<void()>& abandoned) {
   while (true) {

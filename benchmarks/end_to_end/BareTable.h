@@ -65,6 +65,9 @@ class BareTable {
     }
   }
 
+  /// How many writes there have been.
+  std::uint64_t written() const { return written_.load(std::memory_order_acquire); }
+
   /// Announces the reader's sleep; false when there is something to read after all.
   bool fallAsleep(std::uint64_t seen) {
     asleep_.store(1, std::memory_order_seq_cst);

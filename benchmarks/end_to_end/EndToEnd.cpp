@@ -32,15 +32,17 @@ Agent::Update update(Agent::ConfigTable& table, Agent::UpdateType type, std::siz
 
 }  // namespace
 
-EndToEnd::EndToEnd(const std::string& hwAgent, const std::string& plugin)
+EndToEnd::EndToEnd(const std::string& hwAgent, const std::string& plugin, std::chrono::microseconds busyPoll)
     : folder_("/dev/shm"),
-      hwAgent_({hwAgent, "--runtime-folder", folder_.path()}),
+      hwAgent_(
+          {hwAgent, "--runtime-folder", folder_.path(), "--busy-poll", std::to_string(busyPoll.count())}),
       batchStatus_(Quill::allocate<P4Runtime::BatchStatus>()),
       context_(Quill::allocate<P4Runtime::PluginContext>(
           Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_), std::make_shared<Lumen::LumenDB>(),
           batchStatus_, Quill::allocate<P4Runtime::VrfIdCollection>())),
       library_(plugin) {
   if (!hwAgent_.says("following the tables")) throw Cairn::Exception("hw-agent: " + hwAgent_.output());
+  loop_.busyPollIs(busyPoll);
   library_.init(context_);
   constexpr std::uint64_t kFirstHandle = 1;
   core_ = std::make_unique<Agent::AgentCore>(context_->lumenDb(), batchStatus_,

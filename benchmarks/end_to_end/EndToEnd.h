@@ -16,8 +16,9 @@
 
 class EndToEnd final : public Contestant {
  public:
-  /// Starts the hardware agent and the plugin over tables in a folder of their own.
-  EndToEnd(const std::string& hwAgent, const std::string& plugin);
+  /// Starts the hardware agent and the plugin over tables in a folder of their own. Both sides poll for so
+  /// long before they sleep.
+  EndToEnd(const std::string& hwAgent, const std::string& plugin, std::chrono::microseconds busyPoll);
   ~EndToEnd() override;
   EndToEnd(const EndToEnd&) = delete;
   EndToEnd& operator=(const EndToEnd&) = delete;

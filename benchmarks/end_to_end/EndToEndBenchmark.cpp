@@ -2,10 +2,11 @@
 // same work in turn, round after round, so that other load on the machine affects both. Prints medians over
 // the rounds, and the median of the rounds' ratios.
 //
-//   end_to_end_bench [rounds] [path|yardstick|both] [rows]
+//   end_to_end_bench [--rounds N] [--only path|yardstick] [--rows N] [--busy-poll MICROSECONDS] [--tsv]
 //
-// Defaults: 21 rounds of both, one update at a time and in batches. With `rows`, batches of that size alone,
-// for a profiler.
+// 21 rounds of both, one update at a time and in batches, unless options say otherwise. With --rows, batches
+// of that size alone, for a profiler. With --busy-poll, both sides of both poll for so long before they
+// sleep. With --tsv, every sample instead: bench, metric, unit and value, separated by tabs.
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -73,7 +74,9 @@ struct Entrant {
 
 struct Plan {
   std::size_t rounds = 21;
-  std::string_view only = "both";
+  std::string_view only;  // the one entrant's name; empty: both
+  std::chrono::microseconds busyPoll{0};
+  bool tsv = false;
   bool oneAtATime = true;
   std::vector<std::size_t> batches{1, 10, 100, 1000, 8192};
 };
@@ -122,6 +125,22 @@ void print(const std::vector<Entrant>& entrants, const Plan& plan) {
   }
 }
 
+void printSamples(const std::vector<Entrant>& entrants) {
+  for (const Entrant& entrant : entrants) {
+    const auto each = [&entrant](const std::string& metric, const char* unit,
+                                 const std::vector<double>& values) {
+      for (const double value : values) {
+        std::printf("%s\t%s\t%s\t%.3f\n", entrant.name, metric.c_str(), unit, value);
+      }
+    };
+    each("one at a time, p50", "us", entrant.figures.p50);
+    each("one at a time, p99", "us", entrant.figures.p99);
+    for (const auto& [rows, rates] : entrant.figures.rates) {
+      each("batches of " + std::to_string(rows), "rows/s", rates);
+    }
+  }
+}
+
 std::size_t numberOf(const char* what, std::string_view text, std::size_t largest) {
   std::size_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -132,16 +151,29 @@ std::size_t numberOf(const char* what, std::string_view text, std::size_t larges
   return number;
 }
 
-Plan planOf(const std::vector<std::string_view>& arguments) {
+Plan planOf(std::vector<std::string_view> arguments) {
   Plan plan;
-  if (!arguments.empty()) plan.rounds = numberOf("rounds", arguments[0], 10'000);
-  if (arguments.size() > 1) plan.only = arguments[1];
-  if (plan.only != "both" && plan.only != "path" && plan.only != "yardstick") {
-    throw Cairn::Exception("expected path, yardstick or both, got \"" + std::string(plan.only) + "\"");
-  }
-  if (arguments.size() > 2) {
-    plan.oneAtATime = false;
-    plan.batches = {numberOf("rows", arguments[2], Yardstick::kRows)};
+  arguments.emplace_back();  // after an option without its value
+  for (std::size_t i = 0; i + 1 < arguments.size(); ++i) {
+    const std::string_view option = arguments[i];
+    if (option == "--tsv") {
+      plan.tsv = true;
+      continue;
+    }
+    const std::string_view value = arguments[++i];
+    if (option == "--rounds") {
+      plan.rounds = numberOf("rounds", value, 10'000);
+    } else if (option == "--only" && (value == "path" || value == "yardstick")) {
+      plan.only = value;
+    } else if (option == "--rows") {
+      plan.oneAtATime = false;
+      plan.batches = {numberOf("rows", value, Yardstick::kRows)};
+    } else if (option == "--busy-poll") {
+      plan.busyPoll = std::chrono::microseconds(numberOf("microseconds", value, 1'000'000));
+    } else {
+      throw Cairn::Exception("expected the options that the head of EndToEndBenchmark.cpp names, got \"" +
+                             std::string(option) + " " + std::string(value) + "\"");
+    }
   }
   return plan;
 }
@@ -152,11 +184,12 @@ int main(int count, char** arguments) {
   try {
     const Plan plan = planOf({arguments + 1, arguments + count});
     std::vector<Entrant> entrants;
-    if (plan.only != "path") entrants.push_back({"yardstick", std::make_unique<Yardstick::TwoTables>(), {}});
+    if (plan.only != "path")
+      entrants.push_back({"yardstick", std::make_unique<Yardstick::TwoTables>(plan.busyPoll), {}});
     if (plan.only != "yardstick")
-      entrants.push_back({"path", std::make_unique<EndToEnd>(HW_AGENT, PLUGIN), {}});
+      entrants.push_back({"path", std::make_unique<EndToEnd>(HW_AGENT, PLUGIN, plan.busyPoll), {}});
     run(entrants, plan);
-    print(entrants, plan);
+    plan.tsv ? printSamples(entrants) : print(entrants, plan);
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "end_to_end_bench: %s\n", error.what());

@@ -49,7 +49,7 @@ bool sleepOn(int fifo) {
 
 }  // namespace
 
-TwoTables::TwoTables() {
+TwoTables::TwoTables(std::chrono::microseconds busyPoll) : busyPoll_(busyPoll) {
   std::string folder = "/tmp/yardstick_XXXXXX";
   if (mkdtemp(folder.data()) == nullptr) throw Cairn::SystemException("mkdtemp " + folder, errno);
   configWake_ = openFifo(folder + "/config");
@@ -73,6 +73,15 @@ TwoTables::~TwoTables() {
   munmap(shared_, sizeof(Shared));
 }
 
+/// Returns when `arrived` is true, or after the time of busy polling.
+template <class Arrived>
+void TwoTables::pollFor(const Arrived& arrived) const {
+  if (busyPoll_.count() == 0) return;
+  using Clock = std::chrono::steady_clock;
+  for (const auto end = Clock::now() + busyPoll_; !arrived() && Clock::now() < end;) {
+  }
+}
+
 /// The other process: a status row with the number of each config row, until it is to stop.
 void TwoTables::answer() const {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -85,6 +94,7 @@ void TwoTables::answer() const {
       std::memcpy(status.data(), config.data(), sizeof(std::uint64_t));
       if (shared_->status.write(number, status)) wake(statusWake_);
     });
+    pollFor([&] { return shared_->config.written() != seen; });
     if (shared_->config.fallAsleep(seen)) sleepOn(configWake_);
   }
   _exit(0);
@@ -106,7 +116,9 @@ void TwoTables::batch() {
       complete(number);
       ++answered;
     });
-    if (answered == rows || !shared_->status.fallAsleep(seen_)) continue;
+    if (answered == rows) break;
+    pollFor([&] { return shared_->status.written() != seen_; });
+    if (!shared_->status.fallAsleep(seen_)) continue;
     if (!sleepOn(statusWake_)) throw Cairn::Exception("yardstick: no answer within 10 s");
   }
   std::uint64_t completions = 0;

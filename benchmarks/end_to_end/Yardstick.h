@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <vector>
 
 #include "BareTable.h"
@@ -16,8 +17,8 @@ inline constexpr std::size_t kStatusBytes = 27;
 
 class TwoTables final : public Contestant {
  public:
-  /// Starts the answering process.
-  TwoTables();
+  /// Starts the answering process. Both sides poll for so long after work before they sleep.
+  explicit TwoTables(std::chrono::microseconds busyPoll);
   /// Stops it.
   ~TwoTables() override;
   TwoTables(const TwoTables&) = delete;
@@ -35,8 +36,11 @@ class TwoTables final : public Contestant {
   };
 
   [[noreturn]] void answer() const;
+  template <class Arrived>
+  void pollFor(const Arrived& arrived) const;
   void complete(std::uint32_t number) const;
 
+  std::chrono::microseconds busyPoll_;
   Shared* shared_;
   int configWake_ = -1;  // FIFOs, opened for reading and writing by both
   int statusWake_ = -1;

@@ -19,15 +19,15 @@ TableEntity::~TableEntity() = default;
 
 const Quill::TypeNode* TableEntity::fwkType() const { return &_quillType; }
 
-// The callbacks use the source alone: a handler may destroy the pump while one of them runs.
+// The callbacks use the source and the loop alone: a handler may destroy the pump while one of them runs.
 TablePump::TablePump(Vesta::EventSource& source, Quill::EventLoop& loop)
     : loop_(loop), descriptor_(source.wakeDescriptor()) {
   loop_.descriptorIs(descriptor_, [&source] { source.descriptorReadable(); });
   sleepHook_ = loop_.sleepHookIs([&source] { return source.maySleep(); });
-  wakeHook_ = loop_.wakeHookIs([&source] {
+  wakeHook_ = loop_.wakeHookIs([&source, &loop] {
     const Vesta::DeferredWakeups wakeups;  // handlers write to other tables
     source.awake();
-    source.poll(kPortion);
+    if (source.poll(kPortion) != 0) loop.worked();
   });
 }
 

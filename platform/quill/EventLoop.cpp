@@ -127,16 +127,30 @@ void EventLoop::call(std::map<Due, Timer>::node_type timer, Clock::time_point no
   expired();
 }
 
+void EventLoop::runWakeHooks() {
+  Hooks<Callback>::Visit visit(wakeHooks_);
+  while (const auto hook = visit.next()) hook->function();
+}
+
+/// A look at the descriptors is a system call, so the hooks are run several times for each.
+void EventLoop::lookForWork() {
+  constexpr std::chrono::microseconds kLook{5};
+  const auto end = Clock::now() + kLook;
+  do {
+    runWakeHooks();
+  } while (!worked_ && Clock::now() < end);
+}
+
 std::size_t EventLoop::step(std::chrono::milliseconds timeout) {
   std::array<epoll_event, 32> events;
-  const bool idle = maySleep();
-  const int wait = idle ? sleepMilliseconds(timeout) : 0;
+  worked_ = false;
+  const bool polls = busyPoll_ != Clock::duration::zero() && Clock::now() < busyUntil_;
+  if (polls) lookForWork();
+  const bool idle = polls ? !worked_ : maySleep();
+  const int wait = idle && !polls ? sleepMilliseconds(timeout) : 0;
   const int ready = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), wait);
   if (ready < 0 && errno != EINTR) throw Cairn::SystemException("epoll_wait", errno);
-  {
-    Hooks<Callback>::Visit visit(wakeHooks_);
-    while (const auto hook = visit.next()) hook->function();
-  }
+  runWakeHooks();
   std::size_t count = 0;
   for (int i = 0; i < ready; ++i) {
     const auto found = descriptors_.find(events[static_cast<std::size_t>(i)].data.fd);
@@ -145,6 +159,7 @@ std::size_t EventLoop::step(std::chrono::milliseconds timeout) {
     (*callback)();
     ++count;
   }
+  if (busyPoll_ != Clock::duration::zero() && (worked_ || count > 0)) busyUntil_ = Clock::now() + busyPoll_;
   // A signal that interrupts the wait may be the one that continues a stopped process: not idle either.
   if ((idle && ready == 0) || ++busySteps_ == kBusySteps) {
     busySteps_ = 0;

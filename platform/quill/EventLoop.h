@@ -48,6 +48,12 @@ class EventLoop {
   std::uint64_t wakeHookIs(Callback awake);
   void wakeHookDel(std::uint64_t hook);
 
+  /// After work, the loop looks for more for so long before it sleeps, without asking the sleep hooks: what
+  /// arrives meanwhile needs no wake-up. Takes a whole processor. Zero, the default: never.
+  void busyPollIs(Clock::duration duration) noexcept { busyPoll_ = duration; }
+  /// To be called by wake hooks that have found work.
+  void worked() noexcept { worked_ = true; }
+
   /// Handles what is ready, waiting at most `timeout` for the first of it. Returns the number of callbacks.
   std::size_t step(std::chrono::milliseconds timeout);
   /// Steps until stop() is called.
@@ -63,6 +69,8 @@ class EventLoop {
 
   TimerId add(Clock::duration delay, Timer timer);
   bool maySleep();
+  void runWakeHooks();
+  void lookForWork();
   int sleepMilliseconds(std::chrono::milliseconds timeout) const;
   std::size_t runTimers();
   void call(std::map<Due, Timer>::node_type timer, Clock::time_point now);
@@ -80,6 +88,9 @@ class EventLoop {
   Cairn::Descriptor epoll_;
   bool stopped_ = false;
   unsigned busySteps_ = 0;  // since timers were last run
+  Clock::duration busyPoll_{};
+  Clock::time_point busyUntil_{};
+  bool worked_ = false;  // in this step
   std::uint64_t nextId_ = 1;
   std::map<int, std::shared_ptr<Callback>> descriptors_;
   std::map<Due, Timer> timers_;

@@ -366,6 +366,7 @@ const Refusal kRefusals[] = {
     {{P4RT_AGENT, "--fast", "-"}, "expected an option of --help, got --fast", 2},
     {{P4RT_AGENT, "-xr", "-"}, "expected an option of --help, got -x", 2},
     {{HW_AGENT, "--delay"}, "expected a value after --delay, got none", 2},
+    {{HW_AGENT, "--busy-poll", "-1"}, "--busy-poll: expected microseconds from 0 to 1000000, got \"-1\"", 2},
     {{HW_AGENT, "--delay", "1s"}, "--delay: expected milliseconds from 0 to 3600000, got \"1s\"", 2},
     {{HW_AGENT, "--fail", "l3IifTH3:7"}, "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE, got", 2},
     {{HW_AGENT, "--fail", "l3IifTH3::7"}, "expected at least one FIELD=VALUE, got \"l3IifTH3::7\"", 2},

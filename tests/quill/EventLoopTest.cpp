@@ -122,6 +122,28 @@ TEST_F(Loop, Timers_WaitForWorkThatHasArrivedButNotForever) {
   EXPECT_EQ(calls_, "wwwdtT");
 }
 
+TEST_F(Loop, BusyPoll_LooksForMoreWithoutAskingForSleepUntilItsTimeIsOver) {
+  int work = 0;
+  loop_.sleepHookIs([this] { return calls_ += 's', true; });
+  loop_.wakeHookIs([&] {
+    if (work > 0 && --work == 0) loop_.worked();
+  });
+  loop_.busyPollIs(1h);
+  loop_.step(0ms);
+  EXPECT_EQ(calls_, "s") << "no work yet";
+  work = 1;
+  loop_.step(0ms);
+  work = 3;  // comes while the step looks for it
+  for (int i = 0; i < 3; ++i) loop_.step(-1ms);
+  loop_.timerIs(0ms, call('t'));
+  loop_.step(-1ms);
+  EXPECT_EQ(calls_, "sst");
+  EXPECT_EQ(work, 0);
+  loop_.busyPollIs(0ms);
+  loop_.step(0ms);
+  EXPECT_EQ(calls_, "ssts");
+}
+
 TEST_F(Loop, Hooks_MayAddAndRemoveHooksAndThrow) {
   std::uint64_t own = 0;
   std::uint64_t next = 0;
