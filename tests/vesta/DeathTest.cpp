@@ -1,7 +1,5 @@
 // Writers and readers that are stopped or killed, at each step and at random moments.
-#include <signal.h>
 #include <sys/ptrace.h>
-#include <unistd.h>
 
 #include <random>
 #include <set>
@@ -11,8 +9,6 @@
 
 namespace VestaTest {
 namespace {
-
-using Vesta::WriteStep;
 
 constexpr std::uint32_t kCapacity = 16;
 constexpr std::uint64_t kRows = 8;  // ids 1 to 8, stamp 1, before the first change
@@ -35,15 +31,13 @@ struct Kind {
 constexpr unsigned kEveryWrite = range(WriteStep::begun, WriteStep::woken);
 constexpr unsigned kInsertion = range(WriteStep::cellMoved, WriteStep::membersMoved);
 constexpr unsigned kRebuild = range(WriteStep::rebuildCleared, WriteStep::rebuildSwitched);
-const Kind kKinds[] = {
-    {"insert", 100, 1, 7, kRows, kEveryWrite},
-    {"replace", 1, 1, 7, kRows, kEveryWrite & ~kInsertion},
-    {"remove", 1, 1, 0, kRows, kEveryWrite},
-    {"churn", 1000, 2, 7, 400, kEveryWrite | kRebuild},
-    {"recover", 1, 1, 1, 0,
-     kRebuild | range(WriteStep::rowHalf, WriteStep::versionFinal) |
-         range(WriteStep::membersMoved, WriteStep::membersMoved)},
-};
+constexpr unsigned kRecovery = kRebuild | range(WriteStep::rowHalf, WriteStep::versionFinal) |
+                               range(WriteStep::membersMoved, WriteStep::membersMoved);
+const Kind kKinds[] = {{"insert", 100, 1, 7, kRows, kEveryWrite},
+                       {"replace", 1, 1, 7, kRows, kEveryWrite & ~kInsertion},
+                       {"remove", 1, 1, 0, kRows, kEveryWrite},
+                       {"churn", 1000, 2, 7, 400, kEveryWrite | kRebuild},
+                       {"recover", 1, 1, 1, 0, kRecovery}};
 
 template <class Table>
 void change(Table& table, const Kind& kind, std::uint64_t n) {
@@ -57,18 +51,21 @@ Model after(const Kind& kind, std::uint64_t changes) {
   return model;
 }
 
+/// A number that a child shares with its parent.
+std::atomic<std::uint64_t>& sharedCount() {
+  void* page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  return *new (page) std::atomic<std::uint64_t>(0);
+}
+
 class Death : public TableTest {
  protected:
-  /// A table whose last row is staged, whose next change carries sequence 0 and whose next index generations
-  /// wrap.
+  /// A table whose last row is staged, as a dead writer may leave it, whose next change carries sequence 0
+  /// and whose next index generations wrap.
   void prepare() const {
-    Vesta::AttachOptions start = options(kCapacity);
-    start.firstSequence = Vesta::kSequenceMask - kRows;
-    Writer table(start);
+    Writer table(options(kCapacity, Vesta::kSequenceMask - kRows));
     for (std::uint64_t id = 1; id <= kRows; ++id) put(table, id, 1);
-    Vesta::Segment& segment = segmentOf(table);
-    segment.at(segment.layout().slotAt(kRows - 1)) |=
-        Vesta::kStaged;  // as a dead writer may leave its last row
+    Segment& segment = segmentOf(table);
+    segment.at(segment.layout().slotAt(kRows - 1)) |= Vesta::kStaged;
     const auto which = static_cast<std::uint32_t>(segment.load(Vesta::kIndexAt) & 1);
     segment.store(Vesta::kIndexAt, Vesta::sealed(0xfffffffc | which, Vesta::kIndexAt));
   }
@@ -101,14 +98,13 @@ TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
       Model known;
       notified(*follower, &known);
       ASSERT_TRUE(follower->maySleep());
-      auto& done = sharedCount(0);
+      auto& done = sharedCount();
       Child child([&] {
         bool armed = kind.changes == 0;
-        Vesta::AttachOptions stepped = options(kCapacity);
-        stepped.stepHook = [&](WriteStep now) {
+        onStep_ = [&](WriteStep now) {
           if (armed && static_cast<int>(now) == step) raise(SIGSTOP);
         };
-        Writer table(stepped);
+        Writer table(options(kCapacity));
         armed = true;
         for (; done < kind.changes; ++done) change(table, kind, done);
         return 0;
@@ -129,8 +125,7 @@ TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
 
       const auto next = writer(kCapacity);
       EXPECT_TRUE(!changed || stampOf(*next, target) == seen) << "what a lookup has returned stays";
-      EXPECT_TRUE(readable(follower->wakeDescriptor()))
-          << "it wakes readers that the dead one may not have woken";
+      EXPECT_TRUE(readable(follower->wakeDescriptor())) << "the dead one may not have woken it";
       EXPECT_EQ(contents(*next), survived) << "what readers have seen stays";
       EXPECT_EQ(contents(*follower), survived);
       for (const auto& [id, stamp] : survived) ASSERT_EQ(stampOf(*follower, id), stamp);
@@ -138,10 +133,8 @@ TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
       notified(*follower, &known);
       EXPECT_EQ(known, survived);
       Model later = survived;
-      put(later, 5000, 3);
-      put(later, 2, 0);
-      put(*next, 5000, 3);
-      put(*next, 2, 0);
+      put(*next, later, 5000, 3);
+      put(*next, later, 2, 0);
       EXPECT_EQ(contents(*follower), later) << "the change of the dead one is completed";
     }
     EXPECT_EQ(passed, kind.steps) << kind.name;
@@ -149,22 +142,23 @@ TEST_F(Death, Writer_StoppedAndKilledAtEachStepOfEachKindOfWrite) {
 }
 
 // Creation, removal and replacement of a segment, stopped and killed on the way into and out of each system
-// call. Readers find every row at each of these moments: those that attach, and those that have not polled
-// since a replacement before. The next writer finds every row, too.
+// call. At each of these moments every row is found by readers that attach, by readers that have not polled
+// since a replacement before, and by the next writer.
 TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
-  const auto create = [&](const auto& trace) { trace(), startOver(), writer(kCapacity); };
-  const auto cleanUp = [&](const auto& trace) { trace(), writer(kCapacity)->cleanup(); };
-  const auto replace = [&](const auto& trace) {
+  const auto create = [&] { beginTrace(), startOver(), writer(kCapacity); };
+  const auto cleanUp = [&] { beginTrace(), writer(kCapacity)->cleanup(); };
+  const auto replace = [&] {
     const auto table = writer(kCapacity);
     replaceSegment(*table, 5);
-    trace();
+    beginTrace();
     replaceSegment(*table, 6);
   };
   const struct {
     const char* name;
-    std::function<void(const std::function<void()>& trace)> work;
-    bool keepsRows;
-  } works[] = {{"create", create, false}, {"clean up", cleanUp, false}, {"replace", replace, true}};
+    std::function<void()> run;
+    bool keepsFifos, keepsRows;
+  } works[] = {
+      {"create", create, false, false}, {"clean up", cleanUp, true, false}, {"replace", replace, true, true}};
   for (const auto& work : works) {
     int end = -SIGKILL;
     for (int calls = 0; end != 0; ++calls) {
@@ -174,7 +168,7 @@ TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
       const std::unique_ptr<Reader> followers[] = {reader(kCapacity), reader(kCapacity)};
       Model known[2];
       for (int i : {0, 1}) notified(*followers[i], &known[i]);
-      Child child([&] { return work.work(beginTrace), 0; });
+      Child child([&] { return work.run(), 0; });
       end = stoppedAfter(child, calls);
       const auto expectEveryRow = [&](int follower) {
         if (!work.keepsRows) return;
@@ -192,7 +186,7 @@ TEST_F(Death, Writer_KilledAtEachSystemCallAroundTheFiles) {
       const Model found = contents(*next);
       EXPECT_EQ(contents(*reader(kCapacity)), found);
       EXPECT_THAT(found.size(), ::testing::AnyOf(kRows, work.keepsRows ? kRows : 0));
-      if (work.name == works[0].name) continue;  // which has removed the followers' FIFOs
+      if (!work.keepsFifos) continue;
       put(*next, 3, 9);
       for (int i : {0, 1}) {
         followers[i]->descriptorReadable();
@@ -225,8 +219,7 @@ TEST_F(Death, Readers_KilledGiveTheirPlacesBack) {
     child.signal(SIGKILL);
     ASSERT_EQ(child.wait(), -SIGKILL);
     put(*table, 3, round);
-    ASSERT_TRUE(table->quiesced(table->sequence())) << "the dead do not count";
-    ASSERT_TRUE(table->readers().empty());
+    ASSERT_TRUE(table->quiesced(table->sequence()) && table->readers().empty()) << "the dead do not count";
   }
   EXPECT_GT(identities.size(), Vesta::kMaxReaders) << "processes may be alike in all but this half";
 }
@@ -246,10 +239,9 @@ TEST_F(Death, Readers_LeavingTakeNoFifoOfOthersAlong) {
     const auto follower = reader(kCapacity);
     ptrace(PTRACE_DETACH, child.pid(), 0, 0);
     ASSERT_TRUE(end == 0 || child.wait() == 0);
-    notified(*follower);
-    ASSERT_TRUE(follower->maySleep());
+    ASSERT_TRUE(sleeps(*follower));
     put(*table, 1, 1);
-    EXPECT_TRUE(readable(follower->wakeDescriptor())) << "after system call " << calls;
+    EXPECT_TRUE(woken(*follower)) << "after system call " << calls;
   }
 }
 

@@ -1,10 +1,6 @@
 // Creation of segments, obstacles to it, and their removal.
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -14,22 +10,21 @@
 namespace VestaTest {
 namespace {
 
-mode_t modeOf(const std::string& file) {
-  struct stat status {};
-  EXPECT_EQ(lstat(file.c_str(), &status), 0) << file;
-  return status.st_mode & 07777;
-}
-
 TEST_F(TableTest, Files_ArePrivateAndEitherSideStartsFirstAndRestarts) {
   umask(0);
   auto follower = reader();
   EXPECT_FALSE(follower->connected());
   auto table = writer();
   EXPECT_EQ(follower->writerProcess(), getpid());
-  EXPECT_EQ(modeOf(folder_ + "/some"), 0700u);
-  EXPECT_EQ(modeOf(folder_ + "/some/place"), 0700u);
+  const auto modeOf = [](const std::string& file) {
+    return std::filesystem::symlink_status(file).permissions();
+  };
+  const std::filesystem::perms folderMode{0700};
+  EXPECT_TRUE(modeOf(folder_ + "/some") == folderMode && modeOf(path().folder()) == folderMode);
   EXPECT_EQ(files(), (Names{"table", "table.lock", "vesta.table.0"}));
-  for (const std::string& file : files()) EXPECT_EQ(modeOf(path().folder() + "/" + file), 0600u) << file;
+  for (const auto& file : files()) {
+    EXPECT_EQ(modeOf(path().folder() + "/" + file), std::filesystem::perms{0600}) << file;
+  }
   EXPECT_TRUE(table->validateFiles());
   EXPECT_EQ(failure([this] { writer(); }),
             file() + " has a writer already: process " + std::to_string(getpid()));
@@ -47,12 +42,16 @@ TEST_F(TableTest, Files_ArePrivateAndEitherSideStartsFirstAndRestarts) {
 TEST_F(TableTest, Files_InTheWayAreRefusedNotFollowed) {
   const std::string folder = path().folder();
   const std::string table = folder + "/table";
+  const std::string fifo = folder + "/vesta.table.0";
   const auto linked = [](const std::string& name) {
     std::filesystem::rename(name, name + "2");
     std::filesystem::create_symlink(name + "2", name);
   };
-  const auto fifo = [&] { return std::filesystem::remove(table) && mkfifo(table.c_str(), 0600) == 0; };
   const bool root = geteuid() == 0;
+  const auto owned = [&](const std::string& name) {
+    EXPECT_NE(root, chown(name.c_str(), 12345, 12345) != 0);
+  };
+  const std::string owner = root ? "expected owner 0, found 12345" : "";
   const struct {
     std::function<void()> place;
     std::string expected;
@@ -61,17 +60,14 @@ TEST_F(TableTest, Files_InTheWayAreRefusedNotFollowed) {
       {[&] { linked(table); }, "/table: Too many levels of symbolic links"},
       {[&] { linked(table + ".lock"); }, ".lock: Too many levels of symbolic links"},
       {[&] { linked(folder); }, "/some/place: Not a directory"},
-      {[&] { std::filesystem::create_symlink("elsewhere", folder + "/vesta.table.0"); },
-       "/vesta.table.0: Too many levels of symbolic links", false},
-      {[&] { mkfifo((folder + "/vesta.table.0").c_str(), 0644); }, "expected mode 0600, found 06", false},
-      {[&] { std::ofstream(folder + "/vesta.table.0"); }, "expected a FIFO", false},
+      {[&] { std::filesystem::create_symlink("x", fifo); }, ".0: Too many levels of symbolic links", false},
+      {[&] { mkfifo(fifo.c_str(), 0644); }, "expected mode 0600, found 06", false},
+      {[&] { std::ofstream{fifo}; }, "expected a FIFO", false},
       {[&] { chmod(folder.c_str(), 0755); }, "expected mode 0700, found 0755"},
-      {[&] { EXPECT_NE(root, chown(folder.c_str(), 12345, 12345) != 0); },
-       root ? "expected owner 0, found 12345" : ""},
+      {[&] { owned(folder); }, owner},
       {[&] { chmod(table.c_str(), 0644); }, "expected mode 0600, found 0644"},
-      {fifo, "expected a regular file"},
-      {[&] { EXPECT_NE(root, chown(table.c_str(), 12345, 12345) != 0); },
-       root ? "expected owner 0, found 12345" : ""},
+      {[&] { remove(table.c_str()), mkfifo(table.c_str(), 0600); }, "expected a regular file"},
+      {[&] { owned(table); }, owner},
   };
   const auto descriptors = [] {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
@@ -83,9 +79,8 @@ TEST_F(TableTest, Files_InTheWayAreRefusedNotFollowed) {
     std::filesystem::remove_all(folder + "2");
     writer().reset();
     obstacle.place();
-    EXPECT_THAT(failure([this] { reader(); }), ::testing::HasSubstr(obstacle.expected));
-    EXPECT_THAT(failure([this] { writer(); }),
-                ::testing::HasSubstr(obstacle.toWriters ? obstacle.expected : ""));
+    EXPECT_THAT(failure([this] { reader(); }), HasSubstr(obstacle.expected));
+    EXPECT_THAT(failure([this] { writer(); }), HasSubstr(obstacle.toWriters ? obstacle.expected : ""));
     EXPECT_EQ(descriptors(), before);
   }
 }
@@ -101,10 +96,10 @@ TEST_F(TableTest, Files_ThatAppearWhileInUse) {
   EXPECT_EQ(std::filesystem::file_size(fifo), 0u) << "only a FIFO is written to";
   table->detach();
   const auto second = writer();
-  EXPECT_THAT(failure([&] { table->cleanup(); }), ::testing::HasSubstr("has a writer: process"));
+  EXPECT_THAT(failure([&] { table->cleanup(); }), HasSubstr("has a writer: process"));
   EXPECT_EQ(failure([&] { second->validateFiles(); }), "");
   chmod(file().c_str(), 0644);
-  EXPECT_THAT(failure([&] { second->validateFiles(); }), ::testing::HasSubstr("expected mode 0600"));
+  EXPECT_THAT(failure([&] { second->validateFiles(); }), HasSubstr("expected mode 0600"));
 }
 
 // Except for the readers' page.
@@ -113,8 +108,8 @@ TEST_F(TableTest, Files_ReadersMapTheSegmentReadOnly) {
   Child child([this] {
     signal(SIGSEGV, SIG_DFL);  // a sanitizer would end the child in its own way
     const Cairn::Descriptor opened(open(file().c_str(), O_RDWR | O_CLOEXEC));
-    const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(64));
-    Vesta::Segment segment(opened.get(), layout, Vesta::Access::reader);
+    const Layout layout(Vesta::shapeOf<TestKey, TestEntry>(64));
+    Segment segment(opened.get(), layout, Vesta::Access::reader);
     segment.at(Vesta::kSleepersAt) = 0;
     segment.at(Vesta::kSequenceAt) = 0;
     return 0;
@@ -166,17 +161,14 @@ TEST_F(TableTest, Removal_IsNotifiedToReadersWhichSwitchToTheNextTable) {
   const auto follower = reader();
   put(*table, 1, 1);
   put(*table, 2, 1);
-  notified(*follower);
-  ASSERT_TRUE(follower->maySleep());
+  ASSERT_TRUE(sleeps(*follower));
   table->cleanup();
   EXPECT_EQ(files(), (Names{"table.lock", "vesta.table.0"})) << "the FIFO of a living reader";
-  EXPECT_TRUE(readable(follower->wakeDescriptor()));
-  follower->descriptorReadable();
+  EXPECT_TRUE(woken(*follower));
   EXPECT_EQ(notified(*follower), (Ids{1, 2}));
   EXPECT_TRUE(follower->maySleep() && contents(*follower).empty());
   table = writer();
-  EXPECT_TRUE(readable(follower->wakeDescriptor()));
-  follower->descriptorReadable();
+  EXPECT_TRUE(woken(*follower));
   put(*table, 4, 1);
   EXPECT_EQ(notified(*follower), Ids{4});
 }

@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/mman.h>
 
 #include <random>
@@ -11,7 +9,11 @@
 namespace VestaTest {
 namespace {
 
-TEST_F(TableTest, Notify_PollHonoursLimitAndPublishesProgressWhateverHandlersDo) {
+using Vesta::kSequenceMask;
+
+class Notify : public TableTest {};
+
+TEST_F(Notify, PollHonoursLimitAndPublishesProgressWhateverHandlersDo) {
   const auto table = writer();
   const auto follower = reader();
   for (std::uint64_t id = 1; id <= 5; ++id) put(*table, id, 1);
@@ -33,12 +35,12 @@ TEST_F(TableTest, Notify_PollHonoursLimitAndPublishesProgressWhateverHandlersDo)
   EXPECT_TRUE(table->readers().empty());
 }
 
-TEST_F(TableTest, Notify_LateReaderIsNotifiedOfPresentRowsUnlessItSkips) {
+TEST_F(Notify, LateReaderIsNotifiedOfPresentRowsUnlessItSkips) {
   auto table = writer();
   for (std::uint64_t id = 1; id <= 4; ++id) put(*table, id, 1);
   put(*table, 2, 0);
   EXPECT_EQ(notified(*reader()), (Ids{1, 3, 4}));
-  Vesta::AttachOptions late = options();
+  AttachOptions late = options();
   late.initialRows = Vesta::InitialRows::skip;
   auto follower = std::make_unique<Reader>(late);
   EXPECT_EQ(notified(*follower), Ids{});
@@ -52,87 +54,53 @@ TEST_F(TableTest, Notify_LateReaderIsNotifiedOfPresentRowsUnlessItSkips) {
   EXPECT_EQ(notified(*std::make_unique<Reader>(late)), Ids{}) << "nor of rows before the damage";
 }
 
-// Around the wrap of the sequences. Key 1 comes back, is seen by the handler of its removal and is removed
-// for good in a log that overruns the reader. Nothing shows that the handler of 5 has not seen the like, so
-// its removal comes again; not so once the reader has caught up.
-TEST_F(TableTest, Notify_RemovalIsRepeatedOnlyIfTheLogOverrunsAReaderThatHadChangesLeft) {
-  for (std::uint64_t back = 0; back < 10; ++back) {
-    SCOPED_TRACE(back);
-    startOver();
-    Vesta::AttachOptions start = options();
-    start.firstSequence = Vesta::kSequenceMask - back;
-    Writer table(start);
-    const auto follower = reader();
-    put(table, 1, 1);
-    put(table, 5, 1);
-    notified(*follower);
-    put(table, 1, 0);
-    put(table, 5, 0);
-    put(table, 1, 2);
-    follower->onChangeIs([&](const TestKey& key) { stampOf(*follower, key.id); });
-    EXPECT_EQ(follower->poll(2), 2u);
-    put(table, 1, 0);
-    for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
-    EXPECT_THAT(notified(*follower), ::testing::UnorderedElementsAre(1, 2, 5));
-    put(table, 2, 0);
-    EXPECT_EQ(notified(*follower), Ids{2});
-    for (std::uint64_t i = 1; i < 300; ++i) put(table, 3, i);
-    EXPECT_EQ(notified(*follower), Ids{3});
-  }
-}
-
 // The reader has caught up with all that is published, but its handler has seen the row of the change in
 // progress.
-TEST_F(TableTest, Notify_RemovalOfARowThatWasSeenUnpublishedIsNotLost) {
-  std::unique_ptr<Reader> follower;
+TEST_F(Notify, RemovalOfARowThatWasSeenUnpublishedIsNotLost) {
+  const auto table = writer();
+  const auto follower = reader();
+  Ids seen;
   Model known;
-  Vesta::AttachOptions start = options();
-  bool armed = false;
-  start.stepHook = [&](Vesta::WriteStep step) {
-    if (!armed || step != Vesta::WriteStep::membersMoved) return;
-    EXPECT_EQ(notified(*follower, &known), Ids{1});
-  };
-  Writer table(start);
-  follower = reader();
-  put(table, 1, 1);
+  put(*table, 1, 1);
   notified(*follower);
-  put(table, 1, 0);
-  armed = true;
-  put(table, 1, 2);
-  armed = false;
+  put(*table, 1, 0);
+  onStep_ = [&](WriteStep step) {
+    if (step == WriteStep::membersMoved) seen = notified(*follower, &known);
+  };
+  put(*table, 1, 2);
+  onStep_ = {};
+  EXPECT_EQ(seen, Ids{1});
   EXPECT_EQ(known, (Model{{1, 2}}));
-  put(table, 1, 0);
-  for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
+  put(*table, 1, 0);
+  overrun(*table, 2);
   notified(*follower, &known);
   EXPECT_EQ(known, (Model{{2, 299}}));
 }
 
 // What is not yet notified of one segment is notified of the next.
-TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
+TEST_F(Notify, NothingIsLostWithTheSegment) {
   const auto table = writer(16);
-  Vesta::AttachOptions late = options(16);
+  AttachOptions late = options(16);
   late.initialRows = Vesta::InitialRows::skip;
   Reader skipping(late);
   const auto follower = reader(16);
-  for (const std::uint64_t id : {1u, 3u, 5u}) put(*table, id, 1);
+  for (const std::uint64_t id : {1, 3, 5}) put(*table, id, 1);
   notified(*follower);
-  put(*table, 3, 0);
-  put(*table, 5, 0);
-  for (std::uint64_t i = 1; i < 100; ++i) put(*table, 1, i);
+  for (const std::uint64_t id : {3, 5}) put(*table, id, 0);
+  overrun(*table, 1);
   EXPECT_EQ(follower->poll(1), 1u);  // of 3 and 5, which a comparison has found gone
   replaceSegment(*table);
   put(*table, 9, 1);
   EXPECT_EQ(stampOf(skipping, 9), 1u) << "without a poll";
-  EXPECT_THAT(notified(*follower), ::testing::Contains(5));
-  EXPECT_THAT(notified(skipping), ::testing::Contains(1));
+  EXPECT_THAT(notified(*follower), Contains(5));
+  EXPECT_THAT(notified(skipping), Contains(1));
 
-  put(*table, 1, 0);
-  put(*table, 1, 2);
+  for (const std::uint64_t stamp : {0, 2}) put(*table, 1, stamp);
   follower->onChangeIs([&](const TestKey& key) { EXPECT_EQ(stampOf(*follower, key.id), 2u); });
   EXPECT_EQ(follower->poll(1), 1u);
   put(*table, 1, 0);
   replaceSegment(*table);
-  EXPECT_THAT(notified(*follower), ::testing::Contains(1)) << "its handler had seen it come back";
+  EXPECT_THAT(notified(*follower), Contains(1)) << "its handler had seen it come back";
 
   put(*table, 4, 1);
   notified(*follower);
@@ -142,32 +110,25 @@ TEST_F(TableTest, Notify_NothingIsLostWithTheSegment) {
   EXPECT_FALSE(follower->maySleep()) << "another key has gone";
 }
 
-TEST_F(TableTest, Notify_WhatAComparisonHasNotifiedIsNotNotifiedAgain) {
-  Vesta::AttachOptions start = options();
-  std::unique_ptr<Reader> follower;
-  Ids ids;
-  bool armed = false;
-  start.stepHook = [&](Vesta::WriteStep step) {
-    if (armed && step == Vesta::WriteStep::versionFinal) ids = notified(*follower);
-  };
-  start.firstSequence = Vesta::kSequenceMask - 1;
-  Writer table(start);
-  Vesta::AttachOptions named = options();
+TEST_F(Notify, WhatAComparisonHasNotifiedIsNotNotifiedAgain) {
+  Writer table(options(64, kSequenceMask - 1));
+  AttachOptions named = options();
   named.name = "one";
-  follower = std::make_unique<Reader>(named);
-  for (std::uint64_t id = 1; id < 4; ++id) {
-    put(table, id, 1);
-    EXPECT_FALSE(table.clientQuiesced("one"));
-    EXPECT_TRUE(table.clientQuiesced("two"));
-  }
-  notified(*follower);
+  Reader follower(named);
+  for (std::uint64_t id = 1; id < 4; ++id) put(table, id, 1);
+  EXPECT_FALSE(table.clientQuiesced("one"));
+  EXPECT_TRUE(table.clientQuiesced("two"));
+  notified(follower);
   EXPECT_TRUE(table.clientQuiesced("one"));
-  for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
-  armed = true;
+  overrun(table, 2);
+  Ids seen;
+  onStep_ = [&](WriteStep step) {
+    if (step == WriteStep::versionFinal) seen = notified(follower);
+  };
   put(table, 1, 9);
-  armed = false;
-  EXPECT_EQ(ids, (Ids{2, 1}));
-  EXPECT_EQ(notified(*follower), Ids{});
+  onStep_ = {};
+  EXPECT_EQ(seen, (Ids{2, 1}));
+  EXPECT_EQ(notified(follower), Ids{});
 }
 
 // Follows random histories across the wrap of the sequences; mostly more keys than rows, alike in their low
@@ -175,32 +136,27 @@ TEST_F(TableTest, Notify_WhatAComparisonHasNotifiedIsNotNotifiedAgain) {
 // caught up: each change in order if it kept up; each row once, each key that is gone at least once, and no
 // other, if the log has overrun it. In the last history it polls within the steps of writes, too, and its
 // handlers write.
-TEST_F(TableTest, Notify_RandomHistory) {
-  const struct {
-    const char* name;
-    std::uint64_t keys;       // few, or more than rows
-    std::uint64_t pollEvery;  // changes between polls: fast, slow, stopped for longer than the log
-    std::size_t limit;
-    std::uint32_t capacity = 64;
-    bool within = false;
-  } paces[] = {{"fast", 80, 1, 10},
-               {"catching up", 80, 10, 11},
-               {"stopped, few keys", 3, 400, 10000},
-               {"stopped, all keys", 80, 500, 10000},
-               {"at any step", 12, 30, 20, 8, true}};
-  for (const auto& pace : paces) {
+struct Pace {
+  const char* name;
+  std::uint64_t keys;       // few, or more than rows
+  std::uint64_t pollEvery;  // changes between polls: fast, slow, stopped for longer than the log
+  std::size_t limit;
+  std::uint32_t capacity = 64;
+  bool within = false;
+};
+TEST_F(Notify, RandomHistory) {
+  for (const Pace& pace :
+       {Pace{"fast", 80, 1, 10}, Pace{"catching up", 80, 10, 11}, Pace{"stopped, few keys", 3, 400, 10000},
+        Pace{"stopped, all keys", 80, 500, 10000}, Pace{"at any step", 12, 30, 20, 8, true}}) {
     SCOPED_TRACE(pace.name);
     startOver();
     std::mt19937_64 random(pace.pollEvery);
-    std::unique_ptr<Reader> follower;
+    Writer table(options(pace.capacity, kSequenceMask - 200));
+    const auto follower = reader(pace.capacity);
     enum { kIdle, kWriting, kHandling } now = kIdle;
-    Vesta::AttachOptions start = options(pace.capacity);
-    start.firstSequence = Vesta::kSequenceMask - 200;
-    start.stepHook = [&](Vesta::WriteStep) {
+    onStep_ = [&](WriteStep) {
       if (pace.within && now == kWriting && random() % 50 == 0) follower->poll(1 + random() % 8);
     };
-    Writer table(start);
-    follower = reader(pace.capacity);
     Ids changes;
     Ids got;
     Model model;
@@ -228,7 +184,7 @@ TEST_F(TableTest, Notify_RandomHistory) {
       now = kWriting;
       changeOne();
       ASSERT_EQ(follower->members(), model.size());
-      if (pace.within ? random() % pace.pollEvery != 0 : i % pace.pollEvery != 0) continue;
+      if ((pace.within ? random() : i) % pace.pollEvery != 0) continue;
       now = pace.within ? kHandling : kIdle;
       follower->poll(pace.limit);
       now = kIdle;
@@ -241,32 +197,34 @@ TEST_F(TableTest, Notify_RandomHistory) {
         const std::set<std::uint64_t> changed(changes.begin(), changes.end());
         const std::set<std::uint64_t> each(got.begin(), got.end());
         ASSERT_EQ(each.size(), got.size());
-        ASSERT_TRUE(std::includes(changed.begin(), changed.end(), each.begin(), each.end()));
+        ASSERT_TRUE(std::ranges::includes(changed, each));
       }
       ASSERT_EQ(known, model);
       overruns = follower->readerCounters().overruns;
       got.clear();
       changes.clear();
     }
+    onStep_ = {};
     EXPECT_EQ(contents(*follower), model);
     EXPECT_TRUE(follower->validate());
     EXPECT_EQ(overruns > (pace.within ? 1000 : 0), pace.pollEvery > 64 || pace.within);
   }
 }
 
-/// A reader in this process whose loads are waited for.
+/// A reader in this process whose loads are waited for. Rows 0 to `rows` - 1 have stamp 1, and it knows them.
 class BetweenLoads : public TableTest {
  protected:
-  static constexpr std::uint32_t kCapacity = 64;  // slot 40 is on another page than the staging row
-
-  void map(std::uint32_t capacity = kCapacity) {
-    const Cairn::Descriptor segment(open(file().c_str(), O_RDWR | O_CLOEXEC));
-    const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(capacity));
-    mapping_ = std::make_shared<Vesta::Segment>(segment.get(), layout, Vesta::Access::reader);
-  }
-  void attach(std::uint32_t capacity = kCapacity) {
-    map(capacity);
+  void attach(std::uint64_t rows = 48, std::uint32_t capacity = 64, Word firstSequence = 1) {
+    follower_.reset();
+    table_.reset();
+    startOver();
+    table_ = std::make_unique<Writer>(options(capacity, firstSequence));
+    for (std::uint64_t id = 0; id < rows; ++id) put(*table_, id, 1);
+    const Cairn::Descriptor opened(open(file().c_str(), O_RDWR | O_CLOEXEC));
+    const Layout layout(Vesta::shapeOf<TestKey, TestEntry>(capacity));
+    mapping_ = std::make_shared<Segment>(opened.get(), layout, Vesta::Access::reader);
     follower_ = std::make_unique<ByteReader>(options(capacity), mapping_);
+    EXPECT_EQ(follower_->pollOnce(1000).size(), rows);
   }
   /// Calls `then` when the reader first touches the page of the word at `position`, before it gets the word.
   /// `then` may set the next trap.
@@ -280,8 +238,11 @@ class BetweenLoads : public TableTest {
     sigaction(SIGSEGV, &action, nullptr);
     mprotect(trapped_, kPage, PROT_NONE);
   }
+  void TearDown() override { EXPECT_EQ(trapped_, nullptr) << "not touched"; }
+  Word& version(std::uint32_t slot) { return segmentOf(*table_).at(mapping_->layout().slotAt(slot)); }
 
-  std::shared_ptr<Vesta::Segment> mapping_;
+  std::unique_ptr<Writer> table_;
+  std::shared_ptr<Segment> mapping_;  // slot 40 is on another page than the staging row
   std::unique_ptr<ByteReader> follower_;
 
  private:
@@ -298,74 +259,55 @@ class BetweenLoads : public TableTest {
 
 // Slot 40 is staged, and changes whenever the reader is about to copy its row, for as long as it tries.
 TEST_F(BetweenLoads, RowThatNeverRestsIsUnsettledAndCostsNoNotification) {
-  const auto table = writer(kCapacity);
-  for (std::uint64_t id = 0; id < 48; ++id) put(*table, id, 1);
   attach();
-  EXPECT_EQ(follower_->pollOnce(100).size(), 48u);
   follower_->yieldTimeIs(std::chrono::milliseconds(5));
-  put(*table, 1, 0);
-  put(*table, 2, 2);
-  bool busy = true;
-  const std::size_t version = mapping_->layout().slotAt(40);
-  const std::size_t staging = mapping_->layout().stagingAt;
+  put(*table_, 1, 0);
+  put(*table_, 2, 2);
   const auto stage = [&](std::uint64_t stamp) {
-    put(*table, 40, stamp);
-    segmentOf(*table).at(version) |= Vesta::kStaged;
+    put(*table_, 40, stamp);
+    version(40) |= Vesta::kStaged;
   };
   for (std::uint64_t i = 0; i < 201; ++i) stage(2 + i);
+  bool busy = true;
+  const Layout& layout = mapping_->layout();
   const std::function<void()> disturb = [&] {
     stage(4);
-    onTouch(version, [&] {
-      if (busy) onTouch(staging, disturb);
-    });
+    onTouch(layout.slotAt(40), [&] { busy ? onTouch(layout.stagingAt, disturb) : void(); });
   };
-  const auto keptChanging = ::testing::HasSubstr("row kept changing for 5 ms");
-  onTouch(staging, disturb);
-  EXPECT_THAT(failure([&] { follower_->stampOf(40); }), keptChanging);
-  EXPECT_THAT(failure([&] { follower_->pollOnce(100); }), keptChanging);
+  onTouch(layout.stagingAt, disturb);
+  EXPECT_THAT(failure([&] { follower_->stampOf(40); }), HasSubstr("row kept changing for 5 ms"));
+  EXPECT_THAT(failure([&] { follower_->pollOnce(100); }), HasSubstr("row kept changing for 5 ms"));
   busy = false;
   EXPECT_EQ(follower_->stampOf(40), 4u);
-  EXPECT_THAT(follower_->pollOnce(100), ::testing::UnorderedElementsAre(1, 2, 40));
-  EXPECT_TRUE(table->quiesced(table->sequence()));
+  EXPECT_THAT(follower_->pollOnce(100), UnorderedElementsAre(1, 2, 40));
+  EXPECT_TRUE(table_->quiesced(table_->sequence()));
 }
 
 // The row becomes final and another one is staged while the reader is about to copy the staging row.
 TEST_F(BetweenLoads, RowThatBecomesFinalIsCopiedAgain) {
-  const auto table = writer(kCapacity);
-  for (std::uint64_t id = 0; id < 48; ++id) put(*table, id, 1);
   attach();
-  Vesta::Segment& segment = segmentOf(*table);
-  put(*table, 40, 2);
-  const std::size_t version = segment.layout().slotAt(40);
-  segment.at(version) |= Vesta::kStaged;
-  bool between = false;
-  onTouch(segment.layout().stagingAt, [&] {
-    between = true;
-    segment.at(version) &= ~Vesta::kStaged;
-    put(*table, 41, 2);
+  put(*table_, 40, 2);
+  version(40) |= Vesta::kStaged;
+  onTouch(mapping_->layout().stagingAt, [&] {
+    version(40) &= ~Vesta::kStaged;
+    put(*table_, 41, 2);
   });
-  Vesta::Word row[8];
+  Word row[8];
   std::uint32_t slot = 40;
   EXPECT_TRUE(follower_->rowFrom(slot, row));
-  EXPECT_TRUE(between);
   EXPECT_EQ(row[3], 2u);
 }
 
 // The index is rebuilt twice while the reader is in it.
 TEST_F(BetweenLoads, MissInAnIndexThatIsRebuiltIsCheckedAgain) {
-  constexpr std::uint32_t kLarge = 256;  // each index has a page of its own
-  const auto table = writer(kLarge);
-  for (std::uint64_t id = 0; id < 200; ++id) put(*table, id, 1);
-  attach(kLarge);
-  Vesta::Segment& segment = segmentOf(*table);
+  attach(200, 256);  // each index has a page of its own
+  Segment& segment = segmentOf(*table_);
   forgetShortcuts(segment);
   const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
-  bool between = false;
   onTouch(index, [&] {
-    between = true;
-    for (std::uint64_t id = 1000; table->writerCounters().indexRebuilds == 0; ++id) {
-      put(*table, id, 1);
-      put(*table, id - 40, 0);
+    for (std::uint64_t id = 1000; table_->writerCounters().indexRebuilds == 0; ++id) {
+      put(*table_, id, 1);
+      put(*table_, id - 40, 0);
     }
     for (std::size_t at = index; at < index + segment.layout().cells; ++at) {
       segment.at(at) = Vesta::sealed(Vesta::kEmptyCell, at);
@@ -373,25 +315,13 @@ TEST_F(BetweenLoads, MissInAnIndexThatIsRebuiltIsCheckedAgain) {
     forgetShortcuts(segment);
   });
   EXPECT_EQ(follower_->stampOf(7), 1u);
-  EXPECT_TRUE(between);
 }
 
 TEST_F(BetweenLoads, RecordThatIsOverwrittenWhileItIsReadIsNoDamage) {
-  Vesta::AttachOptions start = options(kCapacity);
-  start.firstSequence = 120;  // as above
-  Writer table(start);
-  put(table, 1, 1);
-  put(table, 2, 1);
-  attach();
-  follower_->pollOnce(10);
-  put(table, 1, 2);
-  bool between = false;
-  onTouch(mapping_->layout().recordAt(123), [&] {
-    between = true;
-    for (std::uint64_t i = 3; i < 300; ++i) put(table, 2, i);
-  });
-  EXPECT_THAT(follower_->pollOnce(100), ::testing::UnorderedElementsAre(1, 2));
-  EXPECT_TRUE(between);
+  attach(2, 64, 120);
+  put(*table_, 1, 2);
+  onTouch(mapping_->layout().recordAt(123), [&] { overrun(*table_, 2); });
+  EXPECT_THAT(follower_->pollOnce(100), UnorderedElementsAre(1, 2));
 }
 
 // Changes to slots that a comparison has passed are notified after it: a row written, or a key that came back
@@ -399,54 +329,34 @@ TEST_F(BetweenLoads, RecordThatIsOverwrittenWhileItIsReadIsNoDamage) {
 TEST_F(BetweenLoads, ChangesBehindAComparisonAreNotified) {
   for (const bool overrunAgain : {false, true}) {
     SCOPED_TRACE(overrunAgain);
-    startOver();
-    Vesta::AttachOptions start = options(kCapacity);
-    start.firstSequence = 0;
-    Writer table(start);
-    for (std::uint64_t id = 0; id < 48; ++id) put(table, id, 1);
-    attach();
-    follower_->pollOnce(100);
-    put(table, 3, 0);  // slot 3 is the next to be taken
-    while ((table.sequence() & 127) < 100 || table.sequence() < 300) put(table, 2, 5 + table.sequence());
-    bool between = false;
+    attach(48, 64, 0);
+    put(*table_, 3, 0);  // slot 3 is the next to be taken
+    const auto sequence = [&] { return table_->sequence(); };
+    while ((sequence() & 127) < 100 || sequence() < 300) put(*table_, 2, 5 + sequence());
     onTouch(mapping_->layout().slotAt(45), [&] {
-      between = true;
-      put(table, 1, 9);
+      put(*table_, 1, 9);
       if (!overrunAgain) return;
-      put(table, 45, 0);   // vacates slot 45
-      put(table, 100, 1);  // takes it
-      put(table, 45, 2);   // takes slot 3
+      put(*table_, 45, 0);   // vacates slot 45
+      put(*table_, 100, 1);  // takes it
+      put(*table_, 45, 2);   // takes slot 3
     });
     Ids all = follower_->pollOnce(2);
-    EXPECT_TRUE(between);
-    if (overrunAgain) {
-      put(table, 45, 0);
-      for (std::uint64_t i = 1; i < 300; ++i) put(table, 2, i);
-    }
+    if (overrunAgain) put(*table_, 45, 0);
+    if (overrunAgain) overrun(*table_, 2);
     for (Ids more; !(more = follower_->pollOnce(100)).empty();)
       all.insert(all.end(), more.begin(), more.end());
-    EXPECT_THAT(all, ::testing::Contains(overrunAgain ? 45 : 1));
-    follower_.reset();
+    EXPECT_THAT(all, Contains(overrunAgain ? 45 : 1));
   }
 }
 
 // The dead one had handled everything. The new one has not, from its first look at the slots on.
 TEST_F(BetweenLoads, ReaderWithTheNumberOfADeadOneCountsWhileItAttaches) {
-  const auto table = writer(kCapacity);
-  put(*table, 1, 1);
-  Child child([this] {
-    const auto follower = reader(kCapacity);
-    return notified(*follower).size() == 1 ? raise(SIGKILL) : 1;
-  });
+  attach(1);
+  follower_.reset();
+  Child child([this] { return notified(*reader()).size() == 1 ? raise(SIGKILL) : 1; });
   ASSERT_EQ(child.wait(), -SIGKILL);
-  map();
-  bool between = false;
-  onTouch(mapping_->layout().slotAt(0), [&] {
-    between = true;
-    EXPECT_FALSE(table->quiesced(table->sequence()));
-  });
-  ByteReader follower(options(kCapacity), mapping_);
-  EXPECT_TRUE(between);
+  onTouch(mapping_->layout().slotAt(0), [&] { EXPECT_FALSE(table_->quiesced(table_->sequence())); });
+  ByteReader follower(options(), mapping_);
 }
 
 }  // namespace

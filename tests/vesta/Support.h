@@ -1,6 +1,7 @@
 // Tables for tests: a record whose fields all follow from key and stamp, so that a torn or foreign row shows.
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -17,6 +18,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -39,15 +41,11 @@ struct TestEntry {
   std::uint64_t proof[3] = {};
   static TestEntry make(std::uint64_t id, std::uint64_t stamp) {
     TestEntry entry{id, stamp};
-    for (std::uint64_t& proof : entry.proof) {
-      proof = (id + 1) * 0x9e3779b97f4a7c15u ^ ++stamp * 0xd6e8feb86659fd93u;
-    }
+    for (auto& proof : entry.proof) proof = (id + 1) * 0x9e3779b97f4a7c15u ^ ++stamp * 0xd6e8feb86659fd93u;
     return entry;
   }
-  bool whole() const {
-    const TestEntry expected = make(id, stamp);
-    return std::memcmp(this, &expected, sizeof expected) == 0;
-  }
+  bool operator==(const TestEntry&) const = default;
+  bool whole() const { return *this == make(id, stamp); }
 };
 
 template <class T>
@@ -67,6 +65,8 @@ struct Vesta::Codec<VestaTest::TestEntry> : VestaTest::PlainCodec<VestaTest::Tes
 
 namespace VestaTest {
 
+using ::testing::Contains, ::testing::HasSubstr, ::testing::Not, ::testing::UnorderedElementsAre;
+using Vesta::AttachOptions, Vesta::Layout, Vesta::Segment, Vesta::Word, Vesta::WriteStep;
 using Table = Vesta::VestaBase<TestKey, TestEntry>;
 using Writer = Vesta::VestaWriter<TestKey, TestEntry>;
 using Reader = Vesta::VestaReader<TestKey, TestEntry>;
@@ -78,19 +78,22 @@ using Model = std::map<std::uint64_t, std::uint64_t>;  // id -> stamp of each ro
 
 /// Writes a row; stamp 0 removes it.
 inline void put(Writer& table, std::uint64_t id, std::uint64_t stamp) {
-  if (stamp != 0) {
-    table.write(Row{{id}, TestEntry::make(id, stamp)}, false);
-  } else {
-    table.remove(TestKey{id}, nullptr);
-  }
+  stamp != 0 ? table.write(Row{{id}, TestEntry::make(id, stamp)}, false) : table.remove(TestKey{id}, nullptr);
 }
-
 inline void put(Model& model, std::uint64_t id, std::uint64_t stamp) {
   model[id] = stamp;
   if (stamp == 0) model.erase(id);
 }
+inline void put(Writer& table, Model& model, std::uint64_t id, std::uint64_t stamp) {
+  put(table, id, stamp);
+  put(model, id, stamp);
+}
+/// Writes `id` so often that the log of a table of 64 rows overruns every reader.
+inline void overrun(Writer& table, std::uint64_t id) {
+  for (std::uint64_t stamp = 1; stamp < 300; ++stamp) put(table, id, stamp);
+}
 
-inline Vesta::Segment& segmentOf(Writer& table) { return *table.bytes().sharedSegment(); }
+inline Segment& segmentOf(Writer& table) { return *table.bytes().sharedSegment(); }
 
 /// The stamp of the row of `id`, or 0; fails the test on a row that is not whole.
 inline std::uint64_t stampOf(Table& table, std::uint64_t id) {
@@ -113,26 +116,38 @@ inline Model contents(Table& table) {
 }
 
 /// Polls until nothing is left; the ids notified, in order. The handlers' findings go to `known`.
-inline Ids notified(Reader& reader, Model* known = nullptr) {
+/// With a limit, polls once.
+inline Ids notified(Reader& reader, Model* known = nullptr, std::size_t limit = 0) {
   Ids ids;
   reader.onChangeIs([&](const TestKey& key) {
     ids.push_back(key.id);
     if (known != nullptr) put(*known, key.id, stampOf(reader, key.id));
   });
-  while (reader.poll(1000) != 0) {
+  while (reader.poll(limit != 0 ? limit : 1000) != 0 && limit == 0) {
   }
   reader.onChangeIs({});
   return ids;
 }
 
-/// Leaves readers to the index alone.
-inline void forgetShortcuts(Vesta::Segment& segment) {
-  std::fill(&segment.at(segment.layout().shortcutsAt), &segment.at(segment.layout().stagingAt), 0);
+/// Whether it goes to sleep once it has been notified of everything.
+inline bool sleeps(Reader& reader) {
+  notified(reader);
+  return reader.maySleep();
 }
-
 inline bool readable(int descriptor) {
   pollfd waiting{descriptor, POLLIN, 0};
   return poll(&waiting, 1, 0) == 1;
+}
+/// Whether it has been woken; it takes note of that.
+inline bool woken(Reader& reader) {
+  const bool was = readable(reader.wakeDescriptor());
+  reader.descriptorReadable();
+  return was;
+}
+
+/// Leaves readers to the index alone.
+inline void forgetShortcuts(Segment& segment) {
+  std::fill(&segment.at(segment.layout().shortcutsAt), &segment.at(segment.layout().stagingAt), 0);
 }
 
 /// The text of the exception that `call` throws; "" when it throws none.
@@ -165,9 +180,9 @@ inline rlim_t limit(decltype(RLIMIT_NOFILE) resource, rlim_t bound) {
 struct Log {
   Log() {
     handler->sinkIs([this](const Cairn::DebugHandler::Message& message) {
-      const auto source = std::string(message.source) + ":" + std::to_string(message.line);
-      lines.push_back(std::to_string(message.level) + " " + source + " " + std::string(message.function) +
-                      " " + std::string(message.text));
+      std::ostringstream line;
+      line << message.level << " " << message.source << ":" << message.line << " " << message.function << " ";
+      lines.push_back(line.str() + std::string(message.text));
     });
   }
   std::shared_ptr<Cairn::DebugHandler> handler = std::make_shared<Cairn::DebugHandler>();
@@ -177,13 +192,15 @@ struct Log {
 /// Has a folder of its own in shared memory.
 class TableTest : public ::testing::Test {
  protected:
-  Vesta::AttachOptions options(std::uint32_t capacity = 64) const {
-    Vesta::AttachOptions options{.path = path(), .capacity = capacity};
-    options.debugHandler = std::make_shared<Cairn::DebugHandler>(0);
-    return options;
+  AttachOptions options(std::uint32_t capacity = 64, Word firstSequence = 1) const {
+    return {.path = path(),
+            .capacity = capacity,
+            .debugHandler = std::make_shared<Cairn::DebugHandler>(0),
+            .firstSequence = firstSequence,
+            .stepHook = [this](WriteStep now) { onStep_ ? onStep_(now) : void(); }};
   }
-  Vesta::AttachOptions passive(std::uint32_t capacity) const {
-    Vesta::AttachOptions with = options(capacity);
+  AttachOptions passive(std::uint32_t capacity) const {
+    AttachOptions with = options(capacity);
     with.passive = true;
     return with;
   }
@@ -210,15 +227,16 @@ class TableTest : public ::testing::Test {
   /// Readers do not notice such damage when they attach.
   static void replaceSegment(Writer& table, std::uint64_t stamp = 1) {
     const auto damaged = table.bytes().sharedSegment();
-    const Vesta::Layout& layout = damaged->layout();
-    const Vesta::Word changes = Vesta::sequenceDistance(damaged->firstSequence(), table.sequence());
-    const Vesta::Word back = std::min(changes, Vesta::Word{layout.records - 2});
+    const Layout& layout = damaged->layout();
+    const Word changes = Vesta::sequenceDistance(damaged->firstSequence(), table.sequence());
+    const Word back = std::min(changes, Word{layout.records - 2});
     damaged->at(layout.recordAt(table.sequence() - back + 1) + 2) ^= 1;
     std::atomic_ref(damaged->at(Vesta::kSleepersAt)).fetch_or(Vesta::kDamageReported);
     put(table, 2, stamp);
     EXPECT_NE(table.bytes().sharedSegment(), damaged);
   }
 
+  Vesta::StepHook onStep_;  // of every writer
   const RuntimeFolder root_{"/dev/shm"};
   const std::string folder_ = root_.path();
 };
@@ -267,16 +285,10 @@ class Child {
   int pid_;
 };
 
-/// A number that children share with their parent.
-inline std::atomic<std::uint64_t>& sharedCount(std::uint64_t value) {
-  void* page = mmap(nullptr, sizeof value, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  return *new (page) std::atomic<std::uint64_t>(value);
-}
-
 /// A reader of bytes on a segment that threads share, or whose loads a test intercepts.
 class ByteReader : public Vesta::SegmentReader {
  public:
-  ByteReader(const Vesta::AttachOptions& options, std::shared_ptr<Vesta::Segment> mapping)
+  ByteReader(const AttachOptions& options, std::shared_ptr<Segment> mapping)
       : SegmentReader(Vesta::shapeOf<TestKey, TestEntry>(options.capacity), options, std::move(mapping)) {}
   std::uint64_t stampOf(std::uint64_t id) {
     std::uint32_t slot = 0;
@@ -291,7 +303,7 @@ class ByteReader : public Vesta::SegmentReader {
   Ids pollOnce(
       std::size_t limit, const std::function<void(std::uint64_t)>& handled = [](std::uint64_t) {}) {
     Ids ids;
-    poll(limit, [&](const Vesta::Word* key) {
+    poll(limit, [&](const Word* key) {
       ids.push_back(key[0]);
       handled(key[0]);
     });

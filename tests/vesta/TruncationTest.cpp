@@ -1,9 +1,4 @@
 // Segment files that are truncated while they are mapped, in processes that have installed the guard.
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "Support.h"
 #include "vesta/segment/SegmentGuard.h"
 
@@ -28,9 +23,10 @@ class Truncation : public TableTest {
   /// Runs `body` for each size that the file may be left with: nothing, the header, the first pages, a part
   /// of index, slots and log.
   static void forEachSize(const std::function<void(std::size_t)>& body) {
-    const Vesta::Layout layout(Vesta::shapeOf<TestKey, TestEntry>(kCapacity));
-    for (const std::size_t size : {std::size_t{0}, std::size_t{4096}, std::size_t{8192}, std::size_t{12288},
-                                   std::size_t{16384}, 8 * layout.slotAt(100), 8 * layout.logAt}) {
+    const Layout layout(Vesta::shapeOf<TestKey, TestEntry>(kCapacity));
+    for (const std::size_t words : {std::size_t{0}, std::size_t{512}, std::size_t{1024}, std::size_t{1536},
+                                    std::size_t{2048}, layout.slotAt(100), layout.logAt}) {
+      const std::size_t size = words * sizeof(Word);
       SCOPED_TRACE("size " + std::to_string(size));
       guarded([&] { body(size); });
     }
@@ -60,26 +56,23 @@ TEST_F(Truncation, WriterReplacesItsSegmentAndRepeatsTheChangeThatDetectedIt) {
   for (const auto& use : uses) {
     SCOPED_TRACE(use.name);
     forEachSize([&](std::size_t size) {
-      const int steps = use.id != 0 ? static_cast<int>(Vesta::WriteStep::published) : kBefore;
+      const int steps = use.id != 0 ? static_cast<int>(WriteStep::published) : kBefore;
       for (int step = kBefore; step <= steps; ++step) {
         SCOPED_TRACE("at step " + std::to_string(step));
         startOver();
-        bool armed = false;
-        Vesta::AttachOptions stepped = options(kCapacity);
-        stepped.stepHook = [&](Vesta::WriteStep now) {
-          if (armed && static_cast<int>(now) == step) truncate(size);
-          armed = armed && static_cast<int>(now) != step;
-        };
-        Writer table(stepped);
+        Writer table(options(kCapacity));
         const auto follower = reader(kCapacity);
         fill(table);
         Model known = contents(table);
         for (int again = 0; again < 2; ++again) {
           const auto before = table.bytes().sharedSegment();
-          armed = true;
-          if (step == kBefore) truncate(size);
+          bool armed = step != kBefore;
+          if (!armed) truncate(size);
+          onStep_ = [&](WriteStep now) {
+            if (armed && static_cast<int>(now) == step) armed = false, truncate(size);
+          };
           use.use(table);
-          armed = false;
+          onStep_ = {};
           if (use.id != 0) put(known, use.id, use.stamp);
           if (use.id != 0 && table.bytes().sharedSegment() != before) {  // it has detected the loss
             EXPECT_EQ(stampOf(table, use.id), use.stamp);
@@ -89,8 +82,7 @@ TEST_F(Truncation, WriterReplacesItsSegmentAndRepeatsTheChangeThatDetectedIt) {
           EXPECT_EQ(contents(table), known);
           EXPECT_EQ(contents(*reader(kCapacity)), known);
           EXPECT_TRUE(table.validate());
-          put(table, 300, 1);
-          put(known, 300, 1);
+          put(table, known, 300, 1);
         }
       }
     });
@@ -115,8 +107,7 @@ TEST_F(Truncation, ReadersDetectDamageOrSwitch) {
       notified(*follower, &known);
       put(*table, 150, 2);
       truncate(size);
-      const std::string said = failure([&] { use(*follower); });
-      EXPECT_THAT(said, ::testing::Not(::testing::HasSubstr("kept changing")));
+      EXPECT_THAT(failure([&] { use(*follower); }), Not(HasSubstr("kept changing")));
       table->monitor();
       if (!follower->bytes().attached()) continue;
       notified(*follower, &known);
@@ -128,16 +119,11 @@ TEST_F(Truncation, ReadersDetectDamageOrSwitch) {
 TEST_F(Truncation, OtherBusErrorsEndTheProcess) {
   const auto touch = [this] {
     const int opened = open((folder_ + "/other").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    auto* const words = static_cast<volatile Vesta::Word*>(
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, opened, 0));
-    words[0] = 1;
-  };
-  const auto touchAfterSegment = [&] {
-    writer(kCapacity).reset();  // its memory is no segment any more
-    touch();
+    void* const page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, opened, 0);
+    *static_cast<volatile Word*>(page) = 1;
   };
   guarded(touch, -SIGBUS);
-  guarded(touchAfterSegment, -SIGBUS);
+  guarded([&] { writer(kCapacity).reset(), touch(); }, -SIGBUS);  // its memory is no segment any more
   guarded([] { raise(SIGBUS); }, -SIGBUS);
 }
 
