@@ -123,18 +123,15 @@ TEST_F(TableTest, Creation_RefusedByTheSystemLeavesNothing) {
     const std::function<void()> sides[] = {[this] { writer(); }, [this] { reader(); }};
     for (const auto& attach : sides) {
       startOver();
-      const rlim_t before = limit(RLIMIT_NOFILE, 3);
-      std::string text = failure(attach);
-      EXPECT_NE(text, "");
-      for (rlim_t number = 4; number < 40 && !text.empty(); ++number) {
-        limit(RLIMIT_NOFILE, 40);
-        EXPECT_THAT(text, ::testing::EndsWith("Too many open files"));
-        EXPECT_THAT(files(), ::testing::IsSubsetOf({"table.lock"}));
-        limit(RLIMIT_NOFILE, number);
+      rlim_t number = 3;
+      for (std::string text = "first"; !text.empty(); ++number) {
+        const rlim_t before = limit(RLIMIT_NOFILE, number);
         text = failure(attach);
+        limit(RLIMIT_NOFILE, before);
+        EXPECT_TRUE(text.empty() || text.ends_with("Too many open files")) << text;
+        EXPECT_TRUE(text.empty() || files().empty() || files() == Names{"table.lock"});
       }
-      EXPECT_EQ(text, "");
-      limit(RLIMIT_NOFILE, before);
+      EXPECT_GT(number, 5u) << "it has failed at first";
       startOver();
       const rlim_t size = limit(RLIMIT_FSIZE, 4096);
       EXPECT_THAT(failure(attach),
@@ -159,8 +156,7 @@ TEST_F(TableTest, Creation_RefusedByTheSystemLeavesNothing) {
 TEST_F(TableTest, Removal_IsNotifiedToReadersWhichSwitchToTheNextTable) {
   auto table = writer();
   const auto follower = reader();
-  put(*table, 1, 1);
-  put(*table, 2, 1);
+  for (const std::uint64_t id : {1, 2}) put(*table, id, 1);
   ASSERT_TRUE(sleeps(*follower));
   table->cleanup();
   EXPECT_EQ(files(), (Names{"table.lock", "vesta.table.0"})) << "the FIFO of a living reader";

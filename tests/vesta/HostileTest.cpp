@@ -121,26 +121,6 @@ TEST_F(Hostile, EveryWordDamagedIsRightOrAnError) {
   EXPECT_GT(seenInLog, 10u * 3) << "each of the pending records was read";
 }
 
-// Each cell of the index in turn: a removal or insertion that detects the damage is made all the same.
-TEST_F(Hostile, WriterThatDetectsDamageFinishesItsChange) {
-  looking_.reset();
-  auto row = model_.begin();
-  for (std::size_t cell = 0; cell < cells_; ++cell, ++row) {
-    SCOPED_TRACE(cell);
-    Segment& segment = segmentOf(*table_);
-    segment.at(indexOf(segment) + cell) ^= std::uint64_t{1} << 40;
-    if (row == model_.end()) row = model_.begin();
-    const std::uint64_t id = row->first;
-    EXPECT_TRUE(table_->remove(TestKey{id}, nullptr));
-    EXPECT_FALSE(table_->remove(TestKey{id}, nullptr));
-    put(*table_, id, row->second);
-    EXPECT_EQ(contents(*table_), model_);
-    failure([this] { reader(kCapacity); });  // reports a cell that the writer has not read
-    put(*table_, id, ++row->second);
-    EXPECT_EQ(contents(*reader(kCapacity)), model_);
-  }
-}
-
 // Between two changes they hold the values of the index. Any other values lead to a row with another key; the
 // index then decides.
 TEST_F(Hostile, ShortcutsCostNothingButTime) {
