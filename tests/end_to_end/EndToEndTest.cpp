@@ -13,55 +13,52 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using Strings = std::vector<std::string>;
 
 class EndToEnd : public testing::Test {
  protected:
-  Strings withFolder(const char* program, const Strings& options) const {
+  using Running = std::unique_ptr<Program>;
+
+  Running start(const char* program, const Strings& options, const std::string& input = "") const {
     Strings arguments = {program, "--runtime-folder", runtime()};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    return arguments;
+    return std::make_unique<Program>(arguments, input);
   }
   std::string runtime() const { return folder_.path() + "/run"; }
   std::string socket() const { return folder_.path() + "/agent.sock"; }
 
-  std::unique_ptr<Program> hardware(const Strings& options = {}) const {
-    auto program = std::make_unique<Program>(withFolder(HW_AGENT, options));
+  Running hardware(const Strings& options = {}) const {
+    auto program = start(HW_AGENT, options);
     EXPECT_TRUE(program->says("following the tables")) << program->output();
     return program;
   }
   /// An agent that serves scripts until it is stopped.
-  std::unique_ptr<Program> agent(const Strings& options = {}) const {
-    Strings all = {"--socket", socket(), "--timeout", kPatience};
-    all.insert(all.end(), options.begin(), options.end());
-    auto program = std::make_unique<Program>(withFolder(P4RT_AGENT, all));
+  Running agent(const char* timeout = kPatience) const {
+    auto program = start(P4RT_AGENT, {"--socket", socket(), "--timeout", timeout});
     EXPECT_TRUE(program->says("serving")) << program->output();
     return program;
   }
   /// Begins to send a script to the agent.
-  std::unique_ptr<Program> sending(const std::string& script) const {
+  Running sending(const std::string& script) const {
     return std::make_unique<Program>(Strings{P4RT_AGENT, "--send", socket(), "-"}, script);
   }
+  /// Expects a program to end as it should; what it printed.
+  static std::string ended(const Running& program, int exitCode = 0) {
+    EXPECT_EQ(program->exitCode(), exitCode) << program->output();
+    return program->output();
+  }
   /// Sends a script and expects every result to be as written in it.
-  std::string send(const std::string& script) const {
-    const auto client = sending(script);
-    EXPECT_EQ(client->exitCode(), 0) << client->output();
-    return client->output();
+  std::string send(const std::string& script) const { return ended(sending(script)); }
+  /// Runs an agent for one script.
+  std::string run(const std::string& script, int exitCode = 0) const {
+    return ended(start(P4RT_AGENT, {"--timeout", kPatience, "-"}, script), exitCode);
   }
-  /// Runs an agent for one script and expects this exit code; what it printed.
-  std::string run(const std::string& script, int exitCode = 0, const Strings& options = {}) const {
-    Strings all = {"--timeout", kPatience};
-    all.insert(all.end(), options.begin(), options.end());
-    all.emplace_back("-");
-    Program program(withFolder(P4RT_AGENT, all), script);
-    EXPECT_EQ(program.exitCode(), exitCode) << program.output();
-    return program.output();
-  }
-  static void stop(Program& program, int signal = SIGTERM) {
-    program.signal(signal);
-    EXPECT_EQ(program.exitCode(), signal == SIGKILL ? 128 + SIGKILL : 0) << program.output();
+  static std::string stop(const Running& program, int signal = SIGTERM) {
+    program->signal(signal);
+    return ended(program, signal == SIGKILL ? 128 + SIGKILL : 0);
   }
   static std::string contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -99,16 +96,15 @@ TEST_F(EndToEnd, AllFourTables_AreAnsweredFilledChangedAndFilledAgain) {
                             "l3TunnelIpv6TH3:sip=2001:DB8::1,l4DestPort=6081:65535"});
   const std::string tunnel =
       "l3TunnelIpv6TH3 sip=2001:db8::1 dip=2001:db8::2 protocol=17 l4DestPort=6081 l4SrcPort=0";
-  std::string output = run(example("failures.script") + example("basic.script") + "insert " + tunnel +
-                           " expect HARDWARE_ERROR 65535\ndelete " + tunnel + "\n");
-  EXPECT_THAT(output, HasSubstr("line 13: column \"vrf\": expected a decimal or 0x number from 0 to 65535"));
-  EXPECT_THAT(output, HasSubstr("expected each key once in a batch, got it more than once"));
-  EXPECT_THAT(output, HasSubstr("line 15: expected every key field of l3IifTH3, got none for l3Iif"));
-  output = run(example("capacity.script"));
-  EXPECT_THAT(output, HasSubstr("passed: 34572 updates, 34572 answered, 13 failed as scripted, 0 lost"));
-  EXPECT_THAT(output, HasSubstr("RESOURCE_EXHAUSTED: table is full: used 8192 of 8192"));
-  stop(*hw);
-  EXPECT_THAT(hw->output(), HasSubstr("stopped after 34587 answers"));
+  EXPECT_THAT(run(example("failures.script") + example("basic.script") + "insert " + tunnel +
+                  " expect HARDWARE_ERROR 65535\ndelete " + tunnel + "\n"),
+              AllOf(HasSubstr("line 13: column \"vrf\": expected a decimal or 0x number from 0 to 65535"),
+                    HasSubstr("expected each key once in a batch, got it more than once"),
+                    HasSubstr("line 15: expected every key field of l3IifTH3, got none for l3Iif")));
+  EXPECT_THAT(run(example("capacity.script")),
+              AllOf(HasSubstr("passed: 34572 updates, 34572 answered, 13 failed as scripted, 0 lost"),
+                    HasSubstr("RESOURCE_EXHAUSTED: table is full: used 8192 of 8192")));
+  EXPECT_THAT(stop(hw), HasSubstr("stopped after 34587 answers"));
 }
 
 TEST_F(EndToEnd, FaultsAndDelay_EveryUpdateIsAnsweredOnceWithItsOwnCode) {
@@ -124,19 +120,18 @@ TEST_P(Restart, Hardware_LosesNoAnswerAndLeavesEqualRowsAlone) {
   auto hw = hardware();
   const auto inserting = sending(inserts(1, 8000));
   EXPECT_TRUE(inserting->says("of 8000 answered"));
-  stop(*hw, GetParam());
+  stop(hw, GetParam());
   hw = hardware();
-  EXPECT_EQ(inserting->exitCode(), 0) << inserting->output();
-  stop(*hw, GetParam());
+  ended(inserting);
+  stop(hw, GetParam());
   const auto changing = sending(
       "batch\nfor i in 1..100\nmodify l3IifTH3 l3Iif={i} vrf=8\nend\nfor i in 101..200\ndelete l3IifTH3 "
       "l3Iif={i}\nend\nend\n" +
       inserts(9001, 9100));
   hw = hardware();
-  EXPECT_EQ(changing->exitCode(), 0) << changing->output();
+  ended(changing);
   send(inserts(101, 200) + "delete l3IifTH3 l3Iif=1 expect OK\n");
-  stop(*hw);
-  EXPECT_THAT(hw->output(), HasSubstr("stopped after 401 answers"));
+  EXPECT_THAT(stop(hw), HasSubstr("stopped after 401 answers"));
 }
 
 TEST_P(Restart, Agent_GoesOnFromItsTables) {
@@ -145,7 +140,7 @@ TEST_P(Restart, Agent_GoesOnFromItsTables) {
     const auto served = agent();
     const auto client = sending(inserts(1, 8192));
     EXPECT_TRUE(client->says("of 8192 answered")) << client->output();
-    stop(*served, GetParam());
+    stop(served, GetParam());
   }
   const auto served = agent();  // on the socket that a killed agent leaves behind
   const std::string shown = send("show l3IifTH3\n");
@@ -160,32 +155,28 @@ INSTANTIATE_TEST_SUITE_P(By, Restart, testing::Values(SIGTERM, SIGKILL),
                          [](const auto& tested) { return tested.param == SIGTERM ? "Sigterm" : "Sigkill"; });
 
 TEST_F(EndToEnd, AgentFirst_IsDeadlineExceededAndGoesOnWhenTheHardwareComes) {
-  const auto served = agent({"--timeout", "0.1"});
+  const auto served = agent("0.1");
   EXPECT_THAT(served->output(), HasSubstr("no hardware agent runs"));
   const std::string late = send(
       "insert l3IifTH3 l3Iif=1 vrf=1 expect DEADLINE_EXCEEDED\nmodify l3IifTH3 l3Iif=1 vrf=2 expect "
       "DEADLINE_EXCEEDED\n");
   EXPECT_EQ(occurrences(late, "no answer in time: no hardware agent runs"), 2);
-  stop(*served);
+  stop(served);
   const auto again = agent();
   const auto client = sending("modify l3IifTH3 l3Iif=1 vrf=3\n" + example("basic.script"));
   const auto hw = hardware();
-  EXPECT_EQ(client->exitCode(), 0) << client->output();
-  stop(*hw);
-  EXPECT_THAT(hw->output(), HasSubstr("stopped after 20 answers"));
+  ended(client);
+  EXPECT_THAT(stop(hw), HasSubstr("stopped after 20 answers"));
 }
 
 TEST_F(EndToEnd, AnswerThatNeverComes_IsGivenUpOnceTheHardwareHasRestarted) {
-  const auto served = agent({"--timeout", "4"});
+  const auto served = agent("4");
   auto hw = hardware();
   send("insert l3IifTH3 l3Iif=1 vrf=1\n");
-  stop(*hw);
-  const auto removal = sending("delete l3IifTH3 l3Iif=1 expect DEADLINE_EXCEEDED\n");
-  EXPECT_EQ(removal->exitCode(), 0) << removal->output();
+  stop(hw);
+  send("delete l3IifTH3 l3Iif=1 expect DEADLINE_EXCEEDED\n");
   damage("status");
-  // Nothing is left of the entry in either table: the hardware agent cannot know that an answer is
-  // outstanding.
-  hw = hardware();
+  hw = hardware();  // which cannot know of the outstanding answer: neither table has anything of the entry
   EXPECT_TRUE(hw->says("retired")) << hw->output();
   send("insert l3IifTH3 l3Iif=1 vrf=1\n");
 }
@@ -197,17 +188,17 @@ TEST_F(EndToEnd, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem)
   damage("status");
   send("modify l3IifTH3 l3Iif=1 vrf=2\n");  // the hardware agent detects the damage and replaces its table
   EXPECT_TRUE(hw->says("retired")) << hw->output();
-  stop(*served);
+  stop(served);
   damage("status");
   served = agent();  // the hardware agent has nothing to write: the agent reports the damage
   send("modify l3IifTH3 l3Iif=1 vrf=3\n");
-  stop(*hw);
+  stop(hw);
   damage("config");
   hw = hardware();  // it reports the damage
   EXPECT_THAT(hw->output(), HasSubstr("l3IifTH3: waiting for an intact table: "));
   EXPECT_TRUE(hw->says("l3IifTH3: followed again")) << hw->output();
   send(inserts(1, 10));
-  stop(*hw);
+  stop(hw);
   damage("config");  // nobody reports it; the agent itself reads it first
   const std::string refused =
       send("insert l3IifTH3 l3Iif=11 expect INTERNAL\nmodify l3IifTH3 l3Iif=1 vrf=3 expect INTERNAL\n");
@@ -215,7 +206,7 @@ TEST_F(EndToEnd, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem)
             2);
   hw = hardware();
   send("insert l3TunnelIpv4TH3 sip=192.0.2.1 dip=192.0.2.2 protocol=17 l4DestPort=4789 l4SrcPort=0\n");
-  stop(*served);
+  stop(served);
   served = agent();
   send(inserts(1, 10));
 }
@@ -228,7 +219,7 @@ TEST_F(EndToEnd, TruncatedTables_EndNeitherProcess) {
   for (const char* side : {"config", "status"}) {
     for (const std::uintmax_t size : {0u, 20000u}) {
       SCOPED_TRACE(side + (" at size " + std::to_string(size)));
-      const auto served = agent({"--timeout", "1"});
+      const auto served = agent("1");
       send(inserts(first, first + 99));
       for (int i = 0; i < 2; ++i, first += 200) {
         std::filesystem::resize_file(table(side), size);
@@ -236,14 +227,14 @@ TEST_F(EndToEnd, TruncatedTables_EndNeitherProcess) {
         EXPECT_LE(client->exitCode(), 1);
         EXPECT_THAT(client->output(), HasSubstr("batch of 100: ")) << served->output();
       }
-      stop(*served);
+      stop(served);
       const auto again = agent();
       send(inserts(first, first + 99));
       first += 100;
-      stop(*again);
+      stop(again);
     }
   }
-  stop(*hw);
+  stop(hw);
 }
 
 struct Removal {
@@ -257,20 +248,18 @@ class RemovedFiles : public EndToEnd, public testing::WithParamInterface<Removal
 TEST_P(RemovedFiles, AreRefusedUntilARestartAndSecondProcessesAlways) {
   const auto hw = hardware();
   auto served = agent();
-  Program second(withFolder(HW_AGENT, {}));
-  EXPECT_EQ(second.exitCode(), 1);
-  EXPECT_THAT(second.output(), HasSubstr("process " + std::to_string(hw->pid())));
+  EXPECT_THAT(ended(start(HW_AGENT, {}), 1), HasSubstr("process " + std::to_string(hw->pid())));
   send(inserts(1, 3));
   std::filesystem::remove_all(runtime() + GetParam().removed);
   EXPECT_TRUE(hw->says(": the file " + runtime())) << hw->output();
   EXPECT_TRUE(served->says("l3IifTH3: the file " + runtime())) << served->output();
-  const std::string refused = send("modify l3IifTH3 l3Iif=1 vrf=8 expect INTERNAL\n");
-  EXPECT_THAT(refused, HasSubstr("INTERNAL: l3IifTH3: the file " + runtime()));
-  EXPECT_THAT(refused, HasSubstr("was removed or replaced; start the agent again"));
+  EXPECT_THAT(send("modify l3IifTH3 l3Iif=1 vrf=8 expect INTERNAL\n"),
+              AllOf(HasSubstr("INTERNAL: l3IifTH3: the file " + runtime()),
+                    HasSubstr("was removed or replaced; start the agent again")));
   if (*GetParam().removed != '\0') {
     EXPECT_THAT(run("", 1), HasSubstr("is in use by process " + std::to_string(served->pid())));
   }
-  stop(*served);
+  stop(served);
   served = agent();
   send(GetParam().rowsLost ? inserts(1, 3) : "modify l3IifTH3 l3Iif=1 vrf=8\n");
 }
@@ -283,30 +272,28 @@ INSTANTIATE_TEST_SUITE_P(
                     Removal{"Folder", "", true}),
     [](const auto& tested) { return tested.param.name; });
 
-/// No file can become longer than 256 KiB, as if there was no space left for a trace ring.
-Strings withoutSpace(const Strings& command) {
-  Strings all = {"/bin/sh", "-c", "ulimit -f 512; trap '' XFSZ; exec \"$@\"", "sh"};
-  all.insert(all.end(), command.begin(), command.end());
-  return all;
-}
-
 TEST_F(EndToEnd, NoSpace_IsNoReasonNotToStartAndLoggedOnce) {
   {
     const auto hw = hardware();
     run(inserts(1, 3));
   }
-  Program hw(withoutSpace(withFolder(HW_AGENT, {})));
-  EXPECT_TRUE(hw.says("following the tables")) << hw.output();
-  Program served(withoutSpace(withFolder(P4RT_AGENT, {"-"})), "modify l3IifTH3 l3Iif=1 vrf=8\n");
-  EXPECT_EQ(served.exitCode(), 0) << served.output();
-  for (const Program* program : {&hw, &served}) {
+  // No file can become longer than 256 KiB, as if there was no space left for a trace ring.
+  const auto withoutSpace = [this](const std::string& command, const std::string& script) {
+    const std::string limited = "ulimit -f 512; trap '' XFSZ; exec " + command;
+    return std::make_unique<Program>(Strings{"/bin/sh", "-c", limited, HW_AGENT, P4RT_AGENT, runtime()},
+                                     script);
+  };
+  const auto hw = withoutSpace("$0 -r $2", "");
+  EXPECT_TRUE(hw->says("following the tables")) << hw->output();
+  const auto changing = withoutSpace("$1 -r $2 -", "modify l3IifTH3 l3Iif=1 vrf=8\n");
+  ended(changing);
+  for (const Program* program : {hw.get(), changing.get()}) {
     EXPECT_THAT(program->output(), HasSubstr("continuing without a trace file: "));
   }
-  const auto again = agent({"--timeout", "1"});
+  const auto again = agent("1");
   damage("status");  // which cannot be replaced either, however often the hardware agent tries it
   send("modify l3IifTH3 l3Iif=1 vrf=9 expect DEADLINE_EXCEEDED\n");
-  stop(hw);
-  EXPECT_EQ(occurrences(hw.output(), "l3IifTH3: waiting for an intact table: "), 1) << hw.output();
+  EXPECT_EQ(occurrences(stop(hw), "l3IifTH3: waiting for an intact table: "), 1) << hw->output();
 }
 
 TEST_F(EndToEnd, TracesAndCleanup_TheRingsRemainAndTheTablesDoNot) {
@@ -314,65 +301,55 @@ TEST_F(EndToEnd, TracesAndCleanup_TheRingsRemainAndTheTablesDoNot) {
   const std::string script =
       "insert l3IifTH3 l3Iif=4711 vrf=12\ncleanup\ninsert l3IifTH3 l3Iif=2 expect INTERNAL\n"
       "delete l3IifTH3 l3Iif=4711 expect INTERNAL\nprint \x9b\x1b[31m\n";
-  const std::string output = run(script, 0, {"--trace", "VrfSm:7", "--trace", "PendingHwPogrammingSm:9"});
-  EXPECT_THAT(output, HasSubstr("handleL3IifTH3ConfigEntry add vrf 12 refCount 1"));
-  EXPECT_THAT(output, HasSubstr("onStatusRow4711"));
-  EXPECT_THAT(output, HasSubstr("\n??[31m\n"));
-  EXPECT_THAT(output, ContainsRegex("[0-9-]{10}T[0-9:.]{12}Z p4rt-agent: VrfSm/7 "));
-  const std::string ring = contents(runtime() + "/p4rt-agent.trace");
-  EXPECT_THAT(ring, HasSubstr("pluginInit"));
-  EXPECT_THAT(ring, HasSubstr("doMountsComplete"));
-  EXPECT_THAT(ring, HasSubstr("onStatusRow"));
-  EXPECT_THAT(ring, HasSubstr("4711")) << "values are recorded as text";
+  EXPECT_THAT(
+      ended(start(P4RT_AGENT, {"--trace", "VrfSm:7", "--trace", "PendingHwPogrammingSm:9", "-"}, script)),
+      AllOf(HasSubstr("handleL3IifTH3ConfigEntry add vrf 12 refCount 1"), HasSubstr("onStatusRow4711"),
+            HasSubstr("\n??[31m\n"), ContainsRegex("[0-9-]{10}T[0-9:.]{12}Z p4rt-agent: VrfSm/7 ")));
+  EXPECT_THAT(contents(runtime() + "/p4rt-agent.trace"),
+              AllOf(HasSubstr("pluginInit"), HasSubstr("doMountsComplete"), HasSubstr("onStatusRow"),
+                    HasSubstr("4711")));
   EXPECT_THAT(contents(runtime() + "/hw-agent.trace"), HasSubstr("answerPresent"));
   EXPECT_EQ(contents(table("config")), "");
   EXPECT_NE(contents(table("status")), "");
 }
 
 struct Refusal {
-  Strings arguments;  // "@" stands for the test's folder, here and in what it says
+  const char* program;
+  const char* arguments;  // "@" stands for the test's folder, here and in the message
   const char* says;
-  int exitCode = 1;
 };
-
-const Refusal kRefusals[] = {
-    {{P4RT_AGENT, "-r", "@/open", "-"}, "expected mode 0700, got 0755"},
-    {{HW_AGENT, "-r", "@/link/"}, "runtime folder @/link: expected a directory, got a link"},
-    {{P4RT_AGENT, "-r", "@/link//./", "-"}, "runtime folder @/link: expected a directory, got a link"},
-    {{P4RT_AGENT, "-r", "@", "-p", "@/file", "-"}, "plugin library \"@/file\": "},
-    {{"/bin/sh", "-c", "cd @ && exec \"$0\" -r @ -p lib.so -", P4RT_AGENT},
-     "plugin library \"./lib.so\": expected a plugin, found none in it"},
-    {{P4RT_AGENT, "-r", "@", "@"}, ": Is a directory"},
-    {{P4RT_AGENT, "-r", "@", "-s", "@/file"}, "expected a socket, got another file"},
-    {{P4RT_AGENT, "--send", "@/none.sock", "-"}, "none.sock: No such file or directory"},
-    {{HW_AGENT, "-r", "@/new", "-f", "l3Iif:l3Iif=1:7"},
+const std::vector<Refusal> kFailures = {  // exit code 1
+    {P4RT_AGENT, "-r @/open -", "expected mode 0700, got 0755"},
+    {HW_AGENT, "-r @/link/", "runtime folder @/link: expected a directory, got a link"},
+    {P4RT_AGENT, "-r @/link//./ -", "runtime folder @/link: expected a directory, got a link"},
+    {P4RT_AGENT, "-r @ -p @/file -", "plugin library \"@/file\": "},
+    {P4RT_AGENT, "-r @ -p lib.so -", "plugin library \"./lib.so\": expected a plugin, found none in it"},
+    {P4RT_AGENT, "-r @ @", ": Is a directory"},
+    {P4RT_AGENT, "-r @ -s @/file", "expected a socket, got another file"},
+    {P4RT_AGENT, "--send @/none.sock -", "none.sock: No such file or directory"}};
+const std::vector<Refusal> kWrongUsage = {  // exit code 2
+    {HW_AGENT, "-r @/new -f l3Iif:l3Iif=1:7",
      "--fail: expected a table (l3TunnelIpv4TH3, l3TunnelIpv6TH3, myStationTcamTH3, l3IifTH3), got "
-     "\"l3Iif\"",
-     2},
-    {{HW_AGENT, "-r", "@/new", "-f", "l3IifTH3:vrf=1:7"},
-     "--fail: expected a key field of l3IifTH3, got \"vrf\"",
-     2},
-    {{HW_AGENT, "-r", "@/new", "-f", "l3IifTH3:l3Iif=x:7"},
-     "--fail: column \"l3Iif\": expected a decimal or 0x number from 0 to 18446744073709551615",
-     2},
-    {{P4RT_AGENT, "-r", "@"}, "expected a script (\"-\" for standard input) or --socket, got neither", 2},
-    {{P4RT_AGENT, "-s", "a", "-S", "b", "-"}, "expected --socket or --send, got both", 2},
-    {{P4RT_AGENT, "-t", "0", "-"}, "--timeout: expected seconds from 0.001 to 3600, got \"0\"", 2},
-    {{P4RT_AGENT, "--trace", "VrfSm:32", "-"}, "with a level from 0 to 31, got \"VrfSm:32\"", 2},
-    {{P4RT_AGENT, "-r", "@", "--trace", "VrfSM:7", "-"},
-     "--trace: expected a trace handle (PendingHwPogrammingSm, VrfSm, TolmarP4RuntimePlugin) or \"*\", got "
-     "\"VrfSM\"",
-     2},
-    {{P4RT_AGENT, "--fast", "-"}, "expected an option of --help, got --fast", 2},
-    {{P4RT_AGENT, "-xr", "-"}, "expected an option of --help, got -x", 2},
-    {{HW_AGENT, "--delay"}, "expected a value after --delay, got none", 2},
-    {{HW_AGENT, "--busy-poll", "-1"}, "--busy-poll: expected microseconds from 0 to 1000000, got \"-1\"", 2},
-    {{HW_AGENT, "--delay", "1s"}, "--delay: expected milliseconds from 0 to 3600000, got \"1s\"", 2},
-    {{HW_AGENT, "--fail", "l3IifTH3:7"}, "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE, got", 2},
-    {{HW_AGENT, "--fail", "l3IifTH3::7"}, "expected at least one FIELD=VALUE, got \"l3IifTH3::7\"", 2},
-    {{HW_AGENT, "--fail", "l3IifTH3:l3Iif=1,:7"}, "--fail: expected FIELD=VALUE, got \"\"", 2},
-    {{HW_AGENT, "--fail", "l3IifTH3:l3Iif=1:65536"}, "expected a code from 1 to 65535, got \"65536\"", 2},
-    {{HW_AGENT, "now"}, "expected options only, got now", 2}};
+     "\"l3Iif\""},
+    {HW_AGENT, "-r @/new -f l3IifTH3:vrf=1:7", "--fail: expected a key field of l3IifTH3, got \"vrf\""},
+    {HW_AGENT, "-r @/new -f l3IifTH3:l3Iif=x:7",
+     "column \"l3Iif\": expected a decimal or 0x number from 0 to 18446744073709551615"},
+    {P4RT_AGENT, "-r @", "expected a script (\"-\" for standard input) or --socket, got neither"},
+    {P4RT_AGENT, "-s a -S b -", "expected --socket or --send, got both"},
+    {P4RT_AGENT, "-t 0 -", "--timeout: expected seconds from 0.001 to 3600, got \"0\""},
+    {P4RT_AGENT, "--trace VrfSm:32 -", "with a level from 0 to 31, got \"VrfSm:32\""},
+    {P4RT_AGENT, "-r @ --trace VrfSM:7 -",
+     "expected a trace handle (PendingHwPogrammingSm, VrfSm, TolmarP4RuntimePlugin) or \"*\", got"},
+    {P4RT_AGENT, "--fast -", "expected an option of --help, got --fast"},
+    {P4RT_AGENT, "-xr -", "expected an option of --help, got -x"},
+    {HW_AGENT, "--delay", "expected a value after --delay, got none"},
+    {HW_AGENT, "--busy-poll -1", "--busy-poll: expected microseconds from 0 to 1000000, got \"-1\""},
+    {HW_AGENT, "--delay 1s", "--delay: expected milliseconds from 0 to 3600000, got \"1s\""},
+    {HW_AGENT, "--fail l3IifTH3:7", "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE, got"},
+    {HW_AGENT, "--fail l3IifTH3::7", "expected at least one FIELD=VALUE, got \"l3IifTH3::7\""},
+    {HW_AGENT, "--fail l3IifTH3:l3Iif=1,:7", "--fail: expected FIELD=VALUE, got \"\""},
+    {HW_AGENT, "--fail l3IifTH3:l3Iif=1:65536", "expected a code from 1 to 65535, got \"65536\""},
+    {HW_AGENT, "now", "expected options only, got now"}};
 
 TEST_F(EndToEnd, Refusals_AreOneClearLine) {
   std::ofstream(folder_.path() + "/file") << "no library, no socket";
@@ -384,17 +361,18 @@ TEST_F(EndToEnd, Refusals_AreOneClearLine) {
     for (std::size_t at = 0; (at = text.find('@', at)) != text.npos;) text.replace(at, 1, folder_.path());
     return text;
   };
-  for (const Refusal& refusal : kRefusals) {
-    Strings arguments;
-    for (const std::string& argument : refusal.arguments) arguments.push_back(inFolder(argument));
-    Program program(arguments, "insert l3IifTH3 l3Iif=1 vrf=1\n");
-    EXPECT_EQ(program.exitCode(), refusal.exitCode) << refusal.says;
-    std::string output = program.output();
-    if (const std::size_t end = output.find("no hardware agent runs"); end != output.npos) {
-      output.erase(0, output.find('\n', end) + 1);
+  for (const auto* refusals : {&kFailures, &kWrongUsage}) {
+    for (const auto& [name, arguments, says] : *refusals) {
+      const std::string command = "cd @ && exec " + std::string(name) + " " + arguments;
+      Program program({"/bin/sh", "-c", inFolder(command)}, "insert l3IifTH3 l3Iif=1 vrf=1\n");
+      EXPECT_EQ(program.exitCode(), refusals == &kFailures ? 1 : 2) << says;
+      std::string output = program.output();
+      if (const std::size_t end = output.find("no hardware agent runs"); end != output.npos) {
+        output.erase(0, output.find('\n', end) + 1);
+      }
+      EXPECT_THAT(output, HasSubstr(inFolder(says)));
+      EXPECT_EQ(output.find('\n'), output.size() - 1) << output;
     }
-    EXPECT_THAT(output, HasSubstr(inFolder(refusal.says)));
-    EXPECT_EQ(output.find('\n'), output.size() - 1) << output;
   }
   EXPECT_FALSE(std::filesystem::exists(folder_.path() + "/new"));
 }

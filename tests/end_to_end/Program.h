@@ -23,12 +23,11 @@ class Program {
     std::vector<char*> pointers;
     for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
     pointers.push_back(nullptr);
-    std::array<int, 2> ends{};
+    int ends[2];
     const int in = ::memfd_create("input", MFD_CLOEXEC);
-    if (in < 0 || ::pipe2(ends.data(), O_CLOEXEC) != 0) throw Cairn::SystemException("program", errno);
-    const ssize_t length = ::pwrite(in, input.data(), input.size(), 0);
-    if (length != static_cast<ssize_t>(input.size())) throw Cairn::SystemException("program's input", errno);
-    pid_ = ::fork();
+    const bool ready = ::pipe2(ends, O_CLOEXEC) == 0 &&
+                       ::pwrite(in, input.data(), input.size(), 0) == static_cast<ssize_t>(input.size());
+    if (!ready || (pid_ = ::fork()) < 0) throw Cairn::SystemException("program", errno);
     if (pid_ == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that is killed leaves no program behind
       ::dup2(in, STDIN_FILENO);
@@ -40,7 +39,6 @@ class Program {
     ::close(in);
     ::close(ends[1]);
     pipe_ = ends[0];
-    if (pid_ < 0) throw Cairn::SystemException("fork", errno);
   }
   ~Program() {
     if (exitCode_ < 0) {
@@ -56,10 +54,9 @@ class Program {
   void signal(int number) const { ::kill(pid_, number); }
   /// Reads until the output holds `text`. False when the program ends before.
   bool says(const std::string& text) {
-    while (output_.find(text) == std::string::npos) {
-      if (!readMore()) return false;
-    }
-    return true;
+    bool more = true;
+    while (output_.find(text) == std::string::npos && more) more = readMore();
+    return more;
   }
   /// Waits for the end and returns the exit code, 128 plus the signal's number for a program that was killed.
   int exitCode() {
@@ -68,8 +65,7 @@ class Program {
     }
     int status = 0;
     ::waitpid(pid_, &status, 0);
-    exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return exitCode_;
+    return exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
   /// What it has said, up to the last wait.
   const std::string& output() const { return output_; }
