@@ -60,27 +60,24 @@ TEST(RowText, KeyText_IsItsFieldsWhateverTheStreamIsSetTo) {
 }
 
 TEST(RowText, BadInput_IsAnsweredWithWhatWasExpected) {
-  struct Case {
-    std::string_view rowTypeName;
+  const struct {
     std::vector<ColumnText> columns;
     const char* answer;
-  };
-  const std::string_view station = Station::rowTypeName();
-  const Case cases[] = {
-      {station,
-       {{"vlanId", "65536"}},
+    std::string_view rowTypeName = Station::rowTypeName();
+  } cases[] = {
+      {{{"vlanId", "65536"}},
        "column \"vlanId\": expected a decimal or 0x number from 0 to 65535 (uint16_t), got \"65536\""},
-      {station, {{"vlanId", " 1"}}, "got \" 1\""},
-      {station, {{"vlanId", "0x"}}, "got \"0x\""},
-      {station, {{"portNum", "256"}}, "from 0 to 255 (uint8_t), got \"256\""},
-      {station, {{"genId", "18446744073709551616"}}, "from 0 to 18446744073709551615 (uint64_t)"},
-      {station, {{"t", "yes"}}, "expected true, false, 1 or 0 (bool), got \"yes\""},
-      {station, {{"macAddr", "00:00:5e"}}, "expected an Ethernet address like 00:00:5e:00:53:01 (EthAddr)"},
-      {station, {{"vlan", "1"}}, "expected one of the columns genId, entryHandle, errorCode"},
-      {station, {{"t", "1"}, {"t", "0"}}, "column \"t\": expected one value, got a second: \"0\""},
-      {Tunnel::rowTypeName(), {{"sip", "192.0.2"}}, "expected an IPv4 or IPv6 address, or nothing"},
+      {{{"vlanId", " 1"}}, "got \" 1\""},
+      {{{"vlanId", "0x"}}, "got \"0x\""},
+      {{{"portNum", "256"}}, "from 0 to 255 (uint8_t), got \"256\""},
+      {{{"genId", "18446744073709551616"}}, "from 0 to 18446744073709551615 (uint64_t)"},
+      {{{"t", "yes"}}, "expected true, false, 1 or 0 (bool), got \"yes\""},
+      {{{"macAddr", "00:00:5e"}}, "expected an Ethernet address like 00:00:5e:00:53:01 (EthAddr)"},
+      {{{"vlan", "1"}}, "expected one of the columns genId, entryHandle, errorCode"},
+      {{{"t", "1"}, {"t", "0"}}, "column \"t\": expected one value, got a second: \"0\""},
+      {{{"sip", "192.0.2"}}, "expected an IPv4 or IPv6 address, or nothing", Tunnel::rowTypeName()},
   };
-  for (const Case& each : cases) {
+  for (const auto& each : cases) {
     EXPECT_THAT([&] { Lumen::rowFromText(classOf(each.rowTypeName), each.columns); },
                 testing::ThrowsMessage<Lumen::LmTextError>(testing::HasSubstr(each.answer)));
   }
