@@ -1,10 +1,8 @@
-// What the plugin works with: the platform, real in all it does, with one log of all calls; and what the
-// plugin traces.
+// The platform, real in all it does, with one log of all calls; and what the plugin traces.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <sstream>
@@ -21,13 +19,16 @@
 
 using Log = std::vector<std::string>;
 
-class RecordingEntityManager final : public Orrery::EntityManager {
- public:
-  RecordingEntityManager(const std::string& folder, Quill::EventLoop& loop, Log& log)
-      : EntityManager(folder, loop), log_(log) {}
+/// Base of the parts of the platform that write to the common log.
+struct Recording {
+  Log& log;
+};
+
+struct RecordingEntityManager final : Recording, Orrery::EntityManager {
+  RecordingEntityManager(const std::string& folder, Quill::EventLoop& loop, Log& all)
+      : Recording{all}, EntityManager(folder, loop) {}
 
   std::string refused;  ///< a call whose line this is fails before it does anything
-  Log missing;          ///< lines of `entity` calls that find nothing
 
   Quill::Ptr<QuillVesta::TableEntity> mount(const Quill::String& path, const Quill::String& typeName,
                                             const QuillVesta::MountDescription& description) const override {
@@ -37,8 +38,7 @@ class RecordingEntityManager final : public Orrery::EntityManager {
   }
   Quill::Ptr<Quill::Entity> entity(const Quill::String& path) const override {
     record("entity " + path);
-    const bool isMissing = std::find(missing.begin(), missing.end(), log_.back()) != missing.end();
-    return isMissing ? nullptr : EntityManager::entity(path);
+    return EntityManager::entity(path);
   }
   void cleanup(const Quill::String& path) const override {
     record("cleanup " + path);
@@ -55,16 +55,13 @@ class RecordingEntityManager final : public Orrery::EntityManager {
     constexpr std::string_view kFolder = "p4runtime/outputTables/tolmar/";
     const std::size_t at = line.find(kFolder);
     if (at != line.npos) line.erase(at, kFolder.size()).insert(at, 1, '~');
-    log_.push_back(line);
+    log.push_back(line);
     if (line == refused) throw Cairn::Exception("refused " + line);
   }
-
-  Log& log_;
 };
 
-class RecordingLumenDB final : public Lumen::LumenDB {
- public:
-  explicit RecordingLumenDB(Log& log) : log_(log) {}
+struct RecordingLumenDB final : Recording, Lumen::LumenDB {
+  explicit RecordingLumenDB(Log& all) : Recording{all} {}
 
   void registerTable(const std::string& tableName, const std::string& rowTypeName, Lumen::TableType type,
                      std::uint16_t rowsHint, std::uint16_t changesHint, const std::string& folder,
@@ -72,33 +69,26 @@ class RecordingLumenDB final : public Lumen::LumenDB {
     std::ostringstream line;
     line << "register " << tableName << " " << rowTypeName << " " << static_cast<int>(type) << " " << rowsHint
          << " " << changesHint << " \"" << folder << "\" " << indexMap.size();
-    log_.push_back(line.str());
+    log.push_back(line.str());
     LumenDB::registerTable(tableName, rowTypeName, type, rowsHint, changesHint, folder, indexMap);
   }
   void tableImplementationIs(const std::string& tableName,
                              std::shared_ptr<Lumen::LmTableImplementation> implementation) override {
-    log_.push_back("serve " + tableName);
+    log.push_back("serve " + tableName);
     LumenDB::tableImplementationIs(tableName, std::move(implementation));
   }
-
- private:
-  Log& log_;
 };
 
-class RecordingBatchStatus final : public P4Runtime::BatchStatus {
- public:
-  explicit RecordingBatchStatus(Log& log) : log_(log) {}
+struct RecordingBatchStatus final : Recording, P4Runtime::BatchStatus {
+  explicit RecordingBatchStatus(Log& all) : Recording{all} {}
 
   std::function<void()> onCompleted;  ///< runs in the middle of a tracker's work; may be empty
 
   void completedTransactionStatusIs(const P4Runtime::BatchStatusEntry& entry) override {
-    log_.push_back("completed " + std::to_string(entry.entryHandle) + " " + std::to_string(entry.errorCode));
+    log.push_back("completed " + std::to_string(entry.entryHandle) + " " + std::to_string(entry.errorCode));
     BatchStatus::completedTransactionStatusIs(entry);
     if (onCompleted) onCompleted();
   }
-
- private:
-  Log& log_;
 };
 
 inline Quill::Ptr<Quill::PtrInterface> pointer(const Quill::GenericValue& value) {
