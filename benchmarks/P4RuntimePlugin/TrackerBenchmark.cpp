@@ -16,6 +16,7 @@
 
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 #include "P4RuntimePlugin/Trace.h"
+#include "orrery/EntityManager.h"
 #include "skein/Skein.h"
 
 namespace {
