@@ -156,7 +156,7 @@ TEST_F(TableTest, Creation_RefusedByTheSystemLeavesNothing) {
 TEST_F(TableTest, Removal_IsNotifiedToReadersWhichSwitchToTheNextTable) {
   auto table = writer();
   const auto follower = reader();
-  for (const std::uint64_t id : {1, 2}) put(*table, id, 1);
+  for (const std::uint64_t id : {1u, 2u}) put(*table, id, 1);
   ASSERT_TRUE(sleeps(*follower));
   table->cleanup();
   EXPECT_EQ(files(), (Names{"table.lock", "vesta.table.0"})) << "the FIFO of a living reader";

@@ -62,7 +62,7 @@ std::size_t expectRightOrAnError(Table& table, const Model& model) {
     }
   };
   for (const auto& row : model) expect([&] { return stampOf(table, row.first); }, row.second);
-  for (const std::uint64_t id : {0, 1, 4, 50, 1000}) expect([&] { return stampOf(table, id); }, 0u);
+  for (const std::uint64_t id : {0u, 1u, 4u, 50u, 1000u}) expect([&] { return stampOf(table, id); }, 0u);
   expect([&] { return contents(table); }, model);
   expect([&] { return table.members(); }, model.size());
   return errors;
@@ -190,7 +190,7 @@ TEST_F(TableTest, Hostile_WriterMistakesNoSlotForAKeysRow) {
     twin = id ^ std::uint64_t{1} << i % 64;
     difference = hashOf(&id, 1u) ^ hashOf(&twin, 1u);
   }
-  for (const std::uint64_t stamp : {1, 0}) {
+  for (const std::uint64_t stamp : {1u, 0u}) {
     table.reset();
     startOver();
     table = writer(kCapacity);
@@ -357,7 +357,7 @@ TEST_F(TableTest, Hostile_ReplacementThatFails) {
     EXPECT_EQ(reader(kCapacity)->members(), kCapacity);
     flip<kMembersAt>(segmentOf(*table));
     refuse(SYS_renameat2);
-    for (const std::uint64_t stamp : {7, 8}) {
+    for (const std::uint64_t stamp : {7u, 8u}) {
       expectDamaged({"table", "table.lock", "table.retired.1"});
       put(*table, 2, stamp);
     }

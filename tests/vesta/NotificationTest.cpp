@@ -84,9 +84,9 @@ TEST_F(Notify, NothingIsLostWithTheSegment) {
   late.initialRows = Vesta::InitialRows::skip;
   Reader skipping(late);
   const auto follower = reader(16);
-  for (const std::uint64_t id : {1, 3, 5}) put(*table, id, 1);
+  for (const std::uint64_t id : {1u, 3u, 5u}) put(*table, id, 1);
   notified(*follower);
-  for (const std::uint64_t id : {3, 5}) put(*table, id, 0);
+  for (const std::uint64_t id : {3u, 5u}) put(*table, id, 0);
   overrun(*table, 1);
   EXPECT_EQ(follower->poll(1), 1u);  // of 3 and 5, which a comparison has found gone
   replaceSegment(*table);
@@ -95,7 +95,7 @@ TEST_F(Notify, NothingIsLostWithTheSegment) {
   EXPECT_THAT(notified(*follower), Contains(5));
   EXPECT_THAT(notified(skipping), Contains(1));
 
-  for (const std::uint64_t stamp : {0, 2}) put(*table, 1, stamp);
+  for (const std::uint64_t stamp : {0u, 2u}) put(*table, 1, stamp);
   follower->onChangeIs([&](const TestKey& key) { EXPECT_EQ(stampOf(*follower, key.id), 2u); });
   EXPECT_EQ(follower->poll(1), 1u);
   put(*table, 1, 0);
