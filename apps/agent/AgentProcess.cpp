@@ -37,12 +37,15 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFol
   if (library_->plugins().empty()) {
     throw Cairn::Exception("plugin library \"" + plugin + "\": expected a plugin, found none in it");
   }
-  core_ = std::make_unique<AgentCore>(
-      lumenDb_, batchStatus_,
-      AgentCore::Settings{wallClockNanoseconds(), timeout,
-                          [this](const std::string& table) { return tables_.fault(table); },
-                          [this](const std::string& table) { return tables_.hardwareRuns(table); }});
-  core_->outstandingAre(tables_.hardwareAnswers());
+  AgentCore::Settings settings;
+  settings.firstHandle = wallClockNanoseconds();
+  settings.timeout = timeout;
+  settings.beforeImages = runtimeFolder + "/p4rt-agent.undo";
+  settings.fault = [this](const std::string& table) { return tables_.fault(table); };
+  settings.hardwareRuns = [this](const std::string& table) { return tables_.hardwareRuns(table); };
+  settings.log = [](const std::string& line) { Process::log(line); };
+  core_ = std::make_unique<AgentCore>(lumenDb_, batchStatus_, std::move(settings));
+  core_->start(tables_.hardwareAnswers());
   hardwareWatch_.emplace(tables_);
   failedNotifications_ = Quill::NotifieeConst::failedNotifications();
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] {
@@ -70,9 +73,9 @@ void AgentProcess::run(std::string_view script, ResultTable::Output output, Resu
   turnSoon();
 }
 
-void AgentProcess::submit(std::vector<Update> updates, AgentCore::Done done) {
+void AgentProcess::submit(std::vector<Update> updates, Atomicity atomicity, AgentCore::Done done) {
   turnSoon();
-  core_->submit(std::move(updates), std::move(done), {}, AgentCore::Clock::now());
+  core_->submit(std::move(updates), atomicity, std::move(done), {}, AgentCore::Clock::now());
 }
 
 void AgentProcess::tick() {
@@ -84,13 +87,12 @@ void AgentProcess::tick() {
 }
 
 void AgentProcess::checkTables() {
-  for (const std::string& name : core_->tableNames()) {
-    ConfigTable& table = *core_->table(name);
-    if (!table.outOfService().empty()) continue;
-    const std::string fault = tables_.fault(name);
+  for (const auto& table : core_->tables()) {
+    if (!table->outOfService().empty()) continue;
+    const std::string fault = tables_.fault(table->name());
     if (fault.empty()) continue;
     Process::log(fault);
-    core_->outOfService(table, fault);
+    core_->outOfService(*table, fault);
   }
 }
 

@@ -37,7 +37,7 @@ class AgentProcess {
   AgentCore& core() noexcept { return *core_; }
   /// Submits a batch and has its results handed out from the event loop. Throws std::bad_alloc; nothing has
   /// been attempted then.
-  void submit(std::vector<Update> updates, AgentCore::Done done);
+  void submit(std::vector<Update> updates, Atomicity atomicity, AgentCore::Done done);
   /// A callback of the loop was abandoned for want of memory: completions may have been lost with it. They
   /// are recovered within half a second.
   void recover() noexcept { recovering_ = true; }

@@ -57,8 +57,7 @@ std::string MountedTables::fault(const std::string& name) const {
 HardwareAnswers MountedTables::hardwareAnswers() const {
   HardwareAnswers answers;
   forEachOutputTable([&]<std::size_t, class Kind>(const TolmarHwLib::OutputTable<Kind>& table) {
-    using Status = typename Kind::Status;
-    const auto status = Quill::ptrCast<Status>(statusTable(table.name));
+    const auto status = Quill::ptrCast<typename Kind::Status>(statusTable(table.name));
     if (!status) return;
     const auto collect = [&answers](const auto& row) {
       answers[row.entry.entryHandle] = {row.entry.genId, row.entry.errorCode, row.entry.deleted};

@@ -1,69 +1,66 @@
 #include "apps/core/AgentCore.h"
 
 #include <algorithm>
-#include <bit>
+#include <new>
 #include <string_view>
 #include <utility>
 
+#include "P4RuntimeTolmar/Names.h"
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
 #include "vesta/DeferredWakeups.h"
 
 namespace Agent {
 
+using EntryState = HeldEntry::State;
+using State = Operation::State;
+
 namespace {
+
+constexpr std::size_t kBatchWords = 4096;
+constexpr std::size_t kLongestAddress = 16;  // bytes in a row's variable area
+constexpr const char* kNoMemory = "out of memory";
 
 void refuseDefects(Batch& batch) {
   for (Operation& operation : batch.operations) {
-    const std::string& defect = operation.update().defect;
-    if (!defect.empty()) batch.answer(operation, Code::invalidArgument, defect);
+    const Update& update = operation.update();
+    if (!update.defect.ok()) batch.answer(operation, update.defect.code, update.defect.message);
   }
 }
 
-/// Answers every update whose key comes more than once in the batch. Keys are found by open addressing over
-/// the numbers of the updates.
-void refuseRepeatedKeys(Batch& batch) {
-  const std::size_t cells = std::bit_ceil(batch.updates.size() * 2 + 1);
-  constexpr std::size_t kFree = static_cast<std::size_t>(-1);
-  std::vector<std::size_t> firstWithKey(cells, kFree);
-  std::vector<bool> repeated(batch.updates.size());
-  for (std::size_t i = 0; i < batch.updates.size(); ++i) {
-    const Update& update = batch.updates[i];
-    if (batch.operations[i].state == Operation::State::answered) continue;
-    std::size_t cell = update.table->keyHash(update.row) & (cells - 1);
-    for (; firstWithKey[cell] != kFree; cell = (cell + 1) & (cells - 1)) {
-      const std::size_t other = firstWithKey[cell];
-      const Update& candidate = batch.updates[other];
-      if (candidate.table != update.table || !update.table->keyEquals(candidate.row, update.row)) continue;
-      repeated[i] = repeated[other] = true;
-      break;
-    }
-    if (!repeated[i]) firstWithKey[cell] = i;
-  }
-  for (std::size_t i = 0; i < repeated.size(); ++i) {
-    if (!repeated[i]) continue;
-    batch.answer(batch.operations[i], Code::invalidArgument,
-                 "expected each key once in a batch, got it more than once");
-  }
+bool isAnswered(const ConfigTable& table, const Lumen::BaseRow& row, const HardwareAnswers& answers) {
+  const auto answer = answers.find(table.handle(row));
+  return answer != answers.end() && !answer->second.deleted && answer->second.genId == table.genId(row);
+}
+
+bool isKnown(std::uint64_t handle, const HardwareAnswers& answers) {
+  const auto answer = answers.find(handle);
+  return answer != answers.end() && !answer->second.deleted;
 }
 
 }  // namespace
 
 AgentCore::AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runtime::BatchStatus> batchStatus,
-                     const Settings& settings)
+                     Settings settings)
     : lumenDb_(std::move(lumenDb)),
       batchStatus_(std::move(batchStatus)),
-      settings_(settings),
-      nextHandle_(settings_.firstHandle) {
-  TolmarHwLib::forEachOutputTable([this]<std::size_t>(const auto& table) {
-    const auto registered = lumenDb_->table(TolmarHwLib::rowTableName(table.name));
-    if (!registered) return;
-    tables_.push_back(std::make_unique<ConfigTable>(std::string(table.name), registered));
-    tables_.back()->eachStored([this](const ConfigTable::Stored& stored) {
-      nextHandle_ = std::max({nextHandle_, stored.handle + 1, stored.genId + 1});
-    });
+      settings_(std::move(settings)),
+      nextHandle_(settings_.firstHandle),
+      nextGenId_(settings_.firstHandle) {
+  std::size_t rows = 0;
+  std::size_t rowBytes = 0;
+  TolmarHwLib::forEachOutputTable([&]<std::size_t number>(const auto& table) {
+    const std::string rowTable = TolmarHwLib::rowTableName(table.name);
+    const auto registered = lumenDb_->table(rowTable);
+    if (!registered) throw Cairn::Exception("no row table " + rowTable + " is registered");
+    tables_.push_back(
+        std::make_unique<ConfigTable>(std::string(table.name), registered, number, table.capacity));
+    rows += table.capacity;
+    const Lumen::LmClass& rowClass = tables_.back()->rowClass();
+    rowBytes =
+        std::max(rowBytes, rowClass.fixedLength() + kLongestAddress * rowClass.variableColumns().size());
   });
-  nextGenId_ = nextHandle_;
+  images_.emplace(settings_.beforeImages, BeforeImages::Capacity{kBatchWords, rows, rowBytes});
 }
 
 AgentCore::~AgentCore() = default;
@@ -74,129 +71,359 @@ ConfigTable* AgentCore::table(std::string_view shortName) {
   return found == tables_.end() ? nullptr : found->get();
 }
 
-std::vector<std::string> AgentCore::tableNames() const {
-  std::vector<std::string> names;
-  for (const auto& table : tables_) names.push_back(table->name());
-  return names;
+void AgentCore::Queue::add(Operation& operation) noexcept {
+  operation.next = nullptr;
+  (last == nullptr ? first : last->next) = &operation;
+  last = &operation;
 }
 
-void AgentCore::submit(std::vector<Update> updates, Done done, Progress progress, Clock::time_point now) {
-  auto made = std::make_unique<Batch>(std::move(updates), std::move(done), std::move(progress),
+Operation* AgentCore::Queue::take() noexcept {
+  Operation* const taken = first;
+  if (taken != nullptr) first = taken->next;
+  if (first == nullptr) last = nullptr;
+  return taken;
+}
+
+// The start.
+
+void AgentCore::start(const HardwareAnswers& answers) {
+  if (!images_->fault().empty()) settings_.log(images_->fault());
+  std::vector<BeforeImages::Image> undecided = images_->undecided();
+  const auto above = [this](const ConfigTable& table, const Lumen::BaseRow& row) {
+    nextHandle_ = std::max({nextHandle_, table.handle(row) + 1, table.genId(row) + 1});
+  };
+  for (const auto& table : tables_) {
+    table->eachRow([&](const Lumen::BaseRow& row) { above(*table, row); });
+  }
+  std::erase_if(undecided, [&](BeforeImages::Image& image) { return !restorable(image, above); });
+  nextGenId_ = nextHandle_;
+  if (!undecided.empty()) {
+    settings_.log("undoing " + std::to_string(undecided.size()) +
+                  " updates that the previous run left undecided");
+  }
+  for (BeforeImages::Image& image : undecided) restore(image, answers);
+  for (const auto& table : tables_) {
+    std::vector<Lumen::BaseRow> unanswered;
+    table->eachRow([&](const Lumen::BaseRow& row) {
+      if (!isAnswered(*table, row, answers)) unanswered.push_back(row);
+    });
+    for (Lumen::BaseRow& row : unanswered) {
+      const std::uint32_t hash = table->keyHash(row);
+      if (entries_.find(*table, hash, row) != nullptr) continue;
+      HeldEntry& entry = entries_.add(*table, hash, row);
+      entry.state = EntryState::outstanding;
+      entries_.handleIs(entry, table->handle(row));
+    }
+  }
+}
+
+/// Whether the image is that of a table of this core.
+bool AgentCore::restorable(BeforeImages::Image& image,
+                           const std::function<void(const ConfigTable&, const Lumen::BaseRow&)>& visit) {
+  try {
+    if (image.table >= tables_.size()) throw Cairn::Exception("it belongs to a table that is not served");
+    tables_[image.table]->adopt(image.row);
+    visit(*tables_[image.table], image.row);
+    return true;
+  } catch (const Cairn::Exception& failure) {
+    settings_.log("a before-image is not used: " + failure.message());
+    images_->remove(image.place);
+    return false;
+  }
+}
+
+/// The row may still await its answer, and only one may be outstanding: then that one leads to the undo.
+void AgentCore::restore(BeforeImages::Image& image, const HardwareAnswers& answers) {
+  ConfigTable& table = *tables_[image.table];
+  const std::uint32_t hash = table.keyHash(image.row);
+  if (entries_.find(table, hash, image.row) != nullptr) return images_->remove(image.place);
+  const Lumen::BaseRow current = table.stored(image.row);
+  HeldEntry& entry = entries_.add(table, hash, image.row);
+  entry.image = image.place;
+  if (image.present) entry.before = std::move(image.row);
+  entry.removed = current.isNull();
+  if (entry.removed && image.present) reserve(entry, true);
+  entry.entryHandle = table.handle(entry.removed ? entry.row : current);
+  const bool awaited =
+      entry.removed ? isKnown(entry.entryHandle, answers) : !isAnswered(table, current, answers);
+  if (!awaited) return undo(entry);
+  entry.state = EntryState::doomed;
+  entries_.handleIs(entry, entry.entryHandle);
+}
+
+// From submission to the table.
+
+void AgentCore::submit(std::vector<Update> updates, Atomicity atomicity, Done done, Progress progress,
+                       Clock::time_point now) {
+  auto made = std::make_unique<Batch>(std::move(updates), atomicity, std::move(done), std::move(progress),
                                       now + settings_.timeout);
-  refuseDefects(*made);
-  refuseRepeatedKeys(*made);
+  std::vector<bool> repeated(made->updates.size());
   batches_.push_back(std::move(made));
   const Vesta::DeferredWakeups wakeups;
-  for (Operation& operation : batches_.back()->operations) {
-    if (operation.state == Operation::State::submitted) attempt(operation);
+  Batch& batch = *batches_.back();
+  refuseDefects(batch);
+  for (Operation& operation : batch.operations) {
+    if (operation.state == State::submitted) hold(operation, repeated);
   }
+  for (std::size_t i = 0; i < repeated.size(); ++i) {
+    if (!repeated[i]) continue;
+    refuse(batch.operations[i], StatusCode::invalidArgument,
+           "expected each key once in a batch, got it more than once");
+  }
+  const bool refused = batch.unanswered != batch.updates.size();
+  if (atomicity == Atomicity::rollbackOnError && refused) rollBack(batch);
+  if (batch.undecided == 0) decide(batch);
+  proceed();
 }
 
-/// Writes the update, or queues it behind the one that its entry has in flight.
-void AgentCore::attempt(Operation& operation) noexcept {
-  constexpr const char* kNoMemory = "out of memory";
-  try {
-    attemptOrThrow(operation);
-  } catch (const Cairn::ResourceExhaustedException& exhausted) {
-    operation.batch->answer(operation, Code::resourceExhausted, exhausted.what());
-  } catch (const std::bad_alloc&) {
-    operation.batch->answer(operation, Code::resourceExhausted, kNoMemory);
-  } catch (const Cairn::MemoryResourceException&) {
-    operation.batch->answer(operation, Code::resourceExhausted, kNoMemory);
-  } catch (const std::exception& failure) {
-    refuse(operation, Code::internal, failure.what());
-  }
-}
-
-void AgentCore::attemptOrThrow(Operation& operation) {
-  const Update& update = operation.update();
+/// Gives the operation its place: it holds the entry, or stands behind those that wait for it.
+void AgentCore::hold(Operation& operation, std::vector<bool>& repeated) {
   Batch& batch = *operation.batch;
-  if (const std::string& reason = update.table->outOfService(); !reason.empty()) {
-    return batch.answer(operation, Code::internal, reason);
-  }
-  const auto stored = update.table->stored(update.row);
-  const auto known =
-      stored ? std::optional(stored->handle) : entries_.removed(EntryKey{update.table, update.row});
-  if (EntryInFlight* const entry = known ? entries_.find(*known) : nullptr) {
-    entry->waiting.push_back(&operation);
-    operation.state = Operation::State::waiting;
-    operation.handle = *known;
-  } else if (update.type == UpdateType::insert) {
-    if (stored) return batch.answer(operation, Code::alreadyExists, "the entry exists");
-    write(operation, nextHandle_++);
-  } else {
-    if (!stored) return refuse(operation, Code::notFound, "there is no such entry");
-    write(operation, stored->handle);
-  }
-}
-
-/// The entry is in flight before its table is written, so that nothing can fail afterwards.
-void AgentCore::write(Operation& operation, Handle handle) {
   Update& update = operation.update();
+  const auto numberOf = [&batch](const Operation& of) {
+    return static_cast<std::size_t>(&of - batch.operations.data());
+  };
   try {
-    if (update.type == UpdateType::remove) {
-      entries_.addRemoval(handle, operation, {update.table, update.row});
-      update.table->remove(update.row);
+    const std::uint32_t hash = update.table->keyHash(update.row);
+    HeldEntry* entry = entries_.find(*update.table, hash, update.row);
+    if (entry == nullptr) {
+      entry = &entries_.add(*update.table, hash, std::move(update.row));
+      entry->holder = &operation;
+      operation.state = State::ready;
+      ready_.add(operation);
+    } else if (Operation* const last = entry->last(); last != nullptr && last->batch == &batch) {
+      repeated[numberOf(*last)] = repeated[numberOf(operation)] = true;
+      return;
     } else {
-      const std::uint64_t genId = nextGenId_++;
-      entries_.add(handle, operation, genId);
-      update.table->write(update.row, genId, handle);
+      operation.next = nullptr;
+      (entry->lastWaiting == nullptr ? entry->firstWaiting : entry->lastWaiting->next) = &operation;
+      entry->lastWaiting = &operation;
+      operation.state = State::waiting;
     }
-  } catch (...) {
-    if (entries_.find(handle) != nullptr) entries_.del(handle);
-    throw;
+    ++batch.unready;
+    operation.entry = entry;
+  } catch (const std::bad_alloc&) {
+    batch.answer(operation, StatusCode::resourceExhausted, kNoMemory);
   }
-  operation.state = Operation::State::inFlight;
-  operation.handle = handle;
 }
 
-/// A fault of the table is the better reason, whatever layer has found out about it first.
-void AgentCore::refuse(Operation& operation, Code code, const char* text) noexcept {
-  try {
-    if (const std::string fault = settings_.fault(operation.update().table->name()); !fault.empty()) {
-      return operation.batch->answer(operation, Code::internal, fault);
+/// Attempts what holds its entry, until nothing is left that can be.
+void AgentCore::proceed() noexcept {
+  while (Operation* const operation = ready_.take()) {
+    if (operation->state != State::ready) continue;
+    Batch& batch = *operation->batch;
+    --batch.unready;
+    if (batch.atomicity == Atomicity::rollbackOnError) {
+      if (batch.unready == 0) begin(batch);
+    } else if (check(*operation) && write(*operation)) {
+      continue;
+    } else if (batch.undecided == 0) {
+      decide(batch);
     }
-  } catch (const std::exception&) {
-    // without it, then
   }
-  operation.batch->answer(operation, code, text);
 }
+
+/// All entries are the batch's own: checks everything before anything is written.
+void AgentCore::begin(Batch& batch) noexcept {
+  bool passed = true;
+  for (Operation& operation : batch.operations) passed = check(operation) && passed;
+  for (std::size_t i = 0; passed && i < batch.operations.size(); ++i) passed = write(batch.operations[i]);
+  if (!passed) rollBack(batch);
+}
+
+/// What can be known before anything is written; a false answers the update.
+bool AgentCore::check(Operation& operation) noexcept {
+  return guarded(operation, [&] {
+    HeldEntry& entry = *operation.entry;
+    ConfigTable& table = *entry.table;
+    if (!table.outOfService().empty()) return refuse(operation, StatusCode::internal, table.outOfService());
+    entry.before = table.stored(entry.row);
+    const bool present = !entry.before.isNull();
+    if (operation.update().type != UpdateType::insert) {
+      if (!present) refuse(operation, StatusCode::notFound, "there is no such entry");
+    } else if (present) {
+      refuse(operation, StatusCode::alreadyExists, "the entry exists");
+    } else if (!reserve(entry, false)) {
+      refuse(operation, StatusCode::resourceExhausted, table.fullText());
+    }
+  });
+}
+
+/// The before-image is in the file and the handle is known before the table changes, so that nothing can
+/// fail afterwards.
+bool AgentCore::write(Operation& operation) noexcept {
+  return guarded(operation, [&] {
+    HeldEntry& entry = *operation.entry;
+    ConfigTable& table = *entry.table;
+    const bool present = !entry.before.isNull();
+    keepImage(operation);
+    try {
+      entry.entryHandle = present ? table.handle(entry.before) : nextHandle_++;
+      entries_.handleIs(entry, entry.entryHandle);
+      if (operation.update().type == UpdateType::remove) {
+        table.remove(entry.row);
+        entry.removed = true;
+        reserve(entry, true);
+      } else {
+        entry.genId = nextGenId_++;
+        table.write(entry.row, entry.genId, entry.entryHandle);
+        unreserve(entry);
+      }
+    } catch (...) {
+      images_->remove(std::exchange(entry.image, BeforeImages::kNone));
+      throw;
+    }
+    entry.state = EntryState::writing;
+    operation.state = State::inFlight;
+  });
+}
+
+void AgentCore::keepImage(Operation& operation) {
+  Batch& batch = *operation.batch;
+  HeldEntry& entry = *operation.entry;
+  const bool present = !entry.before.isNull();
+  if (batch.images == BeforeImages::kNone) batch.images = images_->begin();
+  if (batch.images == BeforeImages::kNone) {
+    throw Cairn::ResourceExhaustedException("too many undecided batches: used " +
+                                            std::to_string(kBatchWords) + " of " +
+                                            std::to_string(kBatchWords));
+  }
+  entry.image = images_->add(batch.images, entry.table->index(), present, present ? entry.before : entry.row);
+  if (entry.image == BeforeImages::kNone) {
+    throw Cairn::ResourceExhaustedException("too many undecided updates: no room for another before-image");
+  }
+}
+
+/// True unless `call` has answered the operation or thrown, which answers it too.
+template <class Call>
+bool AgentCore::guarded(Operation& operation, const Call& call) noexcept {
+  if (operation.state == State::answered) return false;
+  try {
+    call();
+  } catch (const Cairn::ResourceExhaustedException& exhausted) {
+    refuse(operation, StatusCode::resourceExhausted, exhausted.what());
+  } catch (const std::bad_alloc&) {
+    refuse(operation, StatusCode::resourceExhausted, kNoMemory);
+  } catch (const Cairn::MemoryResourceException&) {
+    refuse(operation, StatusCode::resourceExhausted, kNoMemory);
+  } catch (const std::exception& failure) {
+    refuse(operation, StatusCode::internal, failure.what());
+  }
+  return operation.state != State::answered;
+}
+
+/// Answers an update that has written nothing. A fault of the table is the better reason, whatever layer has
+/// found out about it first.
+void AgentCore::refuse(Operation& operation, StatusCode code, std::string_view text) noexcept {
+  if (operation.state == State::answered) return;
+  std::string fault;
+  if (code == StatusCode::notFound || code == StatusCode::internal) {
+    try {
+      fault = settings_.fault(operation.update().table->name());
+    } catch (const std::exception&) {
+      // without it, then
+    }
+  }
+  leave(operation);
+  operation.batch->answer(operation, fault.empty() ? code : StatusCode::internal,
+                          fault.empty() ? text : fault);
+}
+
+/// Takes an operation that has written nothing away from its entry.
+void AgentCore::leave(Operation& operation) noexcept {
+  HeldEntry* const entry = operation.entry;
+  if (entry == nullptr) return;
+  if (entry->holder == &operation) return release(*entry);
+  --operation.batch->unready;
+  Operation* before = nullptr;
+  for (Operation* at = entry->firstWaiting; at != &operation; at = at->next) before = at;
+  (before == nullptr ? entry->firstWaiting : before->next) = operation.next;
+  if (entry->lastWaiting == &operation) entry->lastWaiting = before;
+}
+
+// From the hardware's answer to the decision.
 
 void AgentCore::completionsReady() {
+  const Vesta::DeferredWakeups wakeups;
   const auto completions = batchStatus_->completedTransactionStatusDelAll();
   batchStatus_->notificationTake();
   for (const P4Runtime::BatchStatusEntry& completion : completions) complete(completion);
+  proceed();
 }
 
 void AgentCore::complete(const P4Runtime::BatchStatusEntry& completion) noexcept {
-  const EntryInFlight* const entry = entries_.find(completion.entryHandle);
-  if (entry == nullptr || entry->state == EntryInFlight::State::overdue) {
-    ++unexpectedCompletions_;
-    if (entry == nullptr) return;
-  } else if (completion.errorCode == 0) {
-    entry->operation->batch->answer(*entry->operation, Code::ok, {});
-  } else {
-    entry->operation->batch->answer(*entry->operation, Code::hardwareError, completion.errorMessage,
-                                    completion.errorCode);
+  HeldEntry* const entry = entries_.find(completion.entryHandle);
+  if (entry == nullptr || entry->state == EntryState::outstanding) ++counters_.unexpectedCompletions;
+  if (entry == nullptr) return;
+  entries_.handleDel(*entry);
+  switch (entry->state) {
+    case EntryState::writing:
+      return answered(*entry, completion);
+    case EntryState::late:
+      return completion.errorCode == 0 ? commit(*entry) : undo(*entry);
+    case EntryState::doomed:
+      return undo(*entry);
+    case EntryState::undoing:
+      return undone(*entry, completion.errorCode);
+    case EntryState::outstanding:
+    case EntryState::untouched:
+    case EntryState::written:
+      return release(*entry);
   }
-  release(completion.entryHandle);
 }
 
-/// The entry has nothing in flight any more: attempts what waited for it. The first that is written puts the
-/// others behind itself again.
-void AgentCore::release(Handle handle) noexcept {
-  for (Operation* const operation : entries_.del(handle)) attempt(*operation);
+void AgentCore::answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& completion) noexcept {
+  Operation& operation = *entry.holder;
+  Batch& batch = *operation.batch;
+  if (completion.errorCode == 0) {
+    entry.state = EntryState::written;
+    batch.applied(operation);
+  } else {
+    entry.holder = nullptr;
+    batch.answer(operation, StatusCode::internal, completion.errorMessage, completion.errorCode);
+    undo(entry);
+    if (batch.atomicity == Atomicity::rollbackOnError) return rollBack(batch);
+  }
+  if (batch.undecided == 0) decide(batch);
 }
 
-void AgentCore::giveUp(Operation& operation, Code code, std::string_view text) noexcept {
-  if (operation.state == Operation::State::answered) return;
-  EntryInFlight& entry = *entries_.find(operation.handle);
-  if (operation.state == Operation::State::inFlight) {
-    entries_.overdueIs(entry);
-  } else {
-    std::erase(entry.waiting, &operation);
+void AgentCore::decide(Batch& batch) noexcept {
+  if (batch.images != BeforeImages::kNone) images_->decide(std::exchange(batch.images, BeforeImages::kNone));
+  for (Operation& operation : batch.operations) {
+    if (operation.state != State::applied) continue;
+    HeldEntry& entry = *operation.entry;
+    batch.answer(operation, StatusCode::ok, {});
+    images_->forget(std::exchange(entry.image, BeforeImages::kNone));
+    release(entry);
   }
+}
+
+/// Answers what has no result ABORTED and undoes it, the last update first.
+void AgentCore::rollBack(Batch& batch) noexcept {
+  for (std::size_t i = batch.operations.size(); i-- > 0;) {
+    Operation& operation = batch.operations[i];
+    if (operation.state == State::answered) continue;
+    giveUp(operation, StatusCode::aborted, "another update of the batch failed");
+  }
+  if (batch.images != BeforeImages::kNone) images_->abandon(std::exchange(batch.images, BeforeImages::kNone));
+}
+
+/// Answers the operation before its time. What it has written is undone, at once or when the outstanding
+/// answer has come; of a batch that continues, a late success commits it.
+void AgentCore::giveUp(Operation& operation, StatusCode code, std::string_view text) noexcept {
+  HeldEntry* const entry = operation.entry;
+  const State state = operation.state;
+  if (state == State::answered) return;
+  if (state != State::inFlight && state != State::applied) {
+    leave(operation);
+    return operation.batch->answer(operation, code, text);
+  }
+  const bool continues = operation.batch->atomicity == Atomicity::continueOnError;
   operation.batch->answer(operation, code, text);
+  entry->holder = nullptr;
+  if (state == State::applied) return undo(*entry);
+  entry->state = continues ? EntryState::late : EntryState::doomed;
+  if (continues) images_->lateIs(entry->image);
 }
 
 void AgentCore::expire(Clock::time_point now) {
@@ -206,67 +433,202 @@ void AgentCore::expire(Clock::time_point now) {
   const char* text = "";
   for (const auto& batch : batches_) {
     if (batch->deadline > now) break;
-    if (batch->open == 0) continue;
+    if (batch->isDone()) continue;
     for (Operation& operation : batch->operations) {
-      if (operation.state == Operation::State::answered) continue;
+      if (operation.state != State::waiting && operation.state != State::inFlight) continue;
       if (const ConfigTable* const table = operation.update().table; table != asked) {
         asked = table;
         text = settings_.hardwareRuns(table->name()) ? "no answer in time"
                                                      : "no answer in time: no hardware agent runs";
       }
-      giveUp(operation, Code::deadlineExceeded, text);
+      giveUp(operation, StatusCode::deadlineExceeded, text);
     }
+    endEarly(*batch);
   }
+  proceed();
+}
+
+/// Some operations of the batch have been given up.
+void AgentCore::endEarly(Batch& batch) noexcept {
+  if (batch.isDone()) return;
+  if (batch.atomicity == Atomicity::rollbackOnError) return rollBack(batch);
+  if (batch.undecided == 0) decide(batch);
 }
 
 void AgentCore::outOfService(ConfigTable& table, const std::string& reason) {
   table.outOfServiceIs(reason);
   for (const auto& batch : batches_) {
+    bool concerned = false;
     for (Operation& operation : batch->operations) {
-      if (operation.update().table == &table) giveUp(operation, Code::internal, reason);
+      if (operation.update().table != &table || operation.state == State::answered) continue;
+      concerned = true;
+      giveUp(operation, StatusCode::internal, reason);
     }
+    if (concerned) endEarly(*batch);
+  }
+  proceed();
+}
+
+// Undo, commit and what follows.
+
+void AgentCore::undo(HeldEntry& entry) noexcept {
+  ++counters_.undos;
+  try {
+    ConfigTable& table = *entry.table;
+    if (!entry.before.isNull()) {
+      if (entry.removed) entry.entryHandle = nextHandle_++;
+      entry.genId = nextGenId_++;
+      entries_.handleIs(entry, entry.entryHandle);
+      table.write(entry.before, entry.genId, entry.entryHandle);
+      entry.removed = false;
+      unreserve(entry);
+    } else {
+      entries_.handleIs(entry, entry.entryHandle);
+      table.remove(entry.row);
+      entry.removed = true;
+    }
+    if (entry.image != BeforeImages::kNone) images_->remove(std::exchange(entry.image, BeforeImages::kNone));
+    entry.state = EntryState::undoing;
+  } catch (const std::exception& failure) {
+    // The before-image counts whatever becomes of the batch: the next start undoes what could not be undone.
+    if (entry.image != BeforeImages::kNone) images_->lateIs(entry.image);
+    ++counters_.undosRefused;
+    log(entry, "could not be undone: ", failure.what());
+    release(entry);
   }
 }
 
-void AgentCore::outstandingAre(const HardwareAnswers& answers) {
-  for (const auto& table : tables_) {
-    table->eachStored([&](const ConfigTable::Stored& stored) {
-      const auto answer = answers.find(stored.handle);
-      const bool answered =
-          answer != answers.end() && !answer->second.deleted && answer->second.genId == stored.genId;
-      if (!answered && entries_.find(stored.handle) == nullptr) entries_.addOverdue(stored.handle);
-    });
+void AgentCore::undone(HeldEntry& entry, std::uint16_t errorCode) noexcept {
+  if (errorCode != 0) {
+    ++counters_.undosRefused;
+    log(entry, "is not programmed: the hardware has refused its undo with code ",
+        std::to_string(errorCode).c_str());
+    try {
+      if (!entry.repeated && !entry.before.isNull())
+        refused_.push_back({entry.table, entry.row, entry.genId});
+    } catch (const std::bad_alloc&) {
+      // not repeated, then
+    }
+  }
+  release(entry);
+}
+
+/// A late success.
+void AgentCore::commit(HeldEntry& entry) noexcept {
+  images_->remove(std::exchange(entry.image, BeforeImages::kNone));
+  release(entry);
+}
+
+/// The entry is free: for the update that has waited longest, if there is one.
+void AgentCore::release(HeldEntry& entry) noexcept {
+  unreserve(entry);
+  Operation* const next = entry.firstWaiting;
+  if (next == nullptr) return entries_.del(entry);
+  entries_.handleDel(entry);
+  HeldEntry freed;
+  freed.table = entry.table;
+  freed.hash = entry.hash;
+  freed.row = std::move(next->update().row);
+  freed.holder = next;
+  freed.firstWaiting = next->next;
+  freed.lastWaiting = next->next == nullptr ? nullptr : entry.lastWaiting;
+  entry = std::move(freed);
+  next->state = State::ready;
+  ready_.add(*next);
+}
+
+bool AgentCore::reserve(HeldEntry& entry, bool forced) {
+  entry.roomReserved = entry.table->reserve(forced);
+  return entry.roomReserved;
+}
+
+void AgentCore::unreserve(HeldEntry& entry) noexcept {
+  if (std::exchange(entry.roomReserved, false)) entry.table->unreserve();
+}
+
+void AgentCore::log(const HeldEntry& entry, const char* what, const char* why) noexcept {
+  try {
+    settings_.log("table " + entry.table->name() + ": the entry with handle " +
+                  std::to_string(entry.entryHandle) + " " + what + why);
+  } catch (const std::bad_alloc&) {
+    // counted all the same
   }
 }
 
 void AgentCore::recoverCompletions(const HardwareAnswers& answers) {
-  entries_.forEach([&](Handle handle, const EntryInFlight& entry) {
-    const auto answer = answers.find(handle);
+  entries_.forEach([&](HeldEntry& entry) {
+    if (entry.handle == 0 || entry.state == EntryState::outstanding) return;
+    const auto answer = answers.find(entry.handle);
     const bool present = answer != answers.end() && !answer->second.deleted;
-    const bool answered = entry.removal ? !present : present && answer->second.genId == entry.genId;
+    const bool answered = entry.removed ? !present : present && answer->second.genId == entry.genId;
     if (!answered) return;
-    P4Runtime::BatchStatusEntry completion{handle, present ? answer->second.errorCode : std::uint16_t{0}, {}};
+    P4Runtime::BatchStatusEntry completion{
+        entry.handle, present ? answer->second.errorCode : std::uint16_t{0}, {}};
     completion.setErrorMessage();
     complete(completion);
   });
+  proceed();
 }
 
 void AgentCore::hardwareRestarted() {
-  entries_.forEach([this](Handle handle, const EntryInFlight& entry) {
-    if (entry.state == EntryInFlight::State::overdue) release(handle);
+  entries_.forEach([this](HeldEntry& entry) {
+    switch (entry.state) {
+      case EntryState::outstanding:
+        return release(entry);
+      case EntryState::late:
+      case EntryState::doomed:
+        return undo(entry);
+      case EntryState::undoing:
+        if (!std::exchange(entry.repeated, true) && !entry.before.isNull()) return undo(entry);
+        ++counters_.undosRefused;
+        log(entry, "may not be programmed: the hardware has not answered its undo", "");
+        return release(entry);
+      default:
+        return;
+    }
+  });
+  for (const Refused& refused : std::exchange(refused_, {})) repeatUndo(refused);
+  proceed();
+}
+
+/// Once more, unless the entry has been written again since.
+void AgentCore::repeatUndo(const Refused& refused) {
+  ConfigTable& table = *refused.table;
+  const std::uint32_t hash = table.keyHash(refused.row);
+  if (entries_.find(table, hash, refused.row) != nullptr) return;
+  Lumen::BaseRow current = table.stored(refused.row);
+  if (current.isNull() || table.genId(current) != refused.genId) return;
+  HeldEntry& entry = entries_.add(table, hash, refused.row);
+  entry.entryHandle = table.handle(current);
+  entry.before = std::move(current);
+  entry.repeated = true;
+  undo(entry);
+}
+
+// Reads and results.
+
+void AgentCore::eachDecidedRow(const ConfigTable& table,
+                               const std::function<void(const Lumen::BaseRow&)>& visit) {
+  table.eachRow([&](const Lumen::BaseRow& row) {
+    const HeldEntry* const entry =
+        entries_.size() == 0 ? nullptr : entries_.find(table, table.keyHash(row), row);
+    if (entry == nullptr || !entry->isChanged()) visit(row);
+  });
+  entries_.forEach([&](const HeldEntry& entry) {
+    if (entry.table == &table && entry.isChanged() && !entry.before.isNull()) visit(entry.before);
   });
 }
 
 void AgentCore::reportProgress() const {
   for (const auto& batch : batches_) {
-    if (batch->progress) batch->progress(batch->updates.size() - batch->open);
+    if (batch->progress) batch->progress(batch->updates.size() - batch->undecided);
   }
 }
 
 std::size_t AgentCore::finish() {
   std::size_t finished = 0;
   while (true) {
-    const auto complete = [](const auto& batch) { return batch->open == 0; };
+    const auto complete = [](const auto& batch) { return batch->isDone(); };
     const auto found = std::find_if(batches_.begin(), batches_.end(), complete);
     if (found == batches_.end()) return finished;
     const std::unique_ptr<Batch> batch = std::move(*found);

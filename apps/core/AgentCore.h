@@ -2,20 +2,19 @@
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "apps/core/Batch.h"
-#include "apps/core/ConfigTable.h"
-#include "apps/core/EntriesInFlight.h"
+#include "apps/core/HeldEntries.h"
 #include "p4runtime/BatchStatus.h"
 
 namespace Agent {
 
-/// A status row as the hardware agent wrote it last.
+/// What a status row says of an entry.
 struct HardwareAnswer {
   std::uint64_t genId;
   std::uint16_t errorCode;
@@ -26,10 +25,23 @@ using HardwareAnswers = std::unordered_map<std::uint64_t, HardwareAnswer>;
 
 /// Writes updates through the row database and matches the hardware's answers to them.
 ///
-/// Updates are attempted in order, and every one of them, whatever becomes of the others. An entry has one
-/// handle from its insertion to its removal, and at most one update in flight: further ones wait for it, in
-/// order, also behind one that has run out of time, until its late answer comes (which is dropped) or
-/// hardwareRestarted() says that none will.
+/// An entry is held from the turn of an update that changes it until the update's batch is decided; later
+/// updates of it wait, in order of arrival. What the entry was before is kept until then, in a file too: a
+/// refused update is undone, a batch that must be all or nothing is rolled back, and readers are shown the
+/// state before every undecided batch.
+///
+/// Rules:
+///   turn        a batch takes its place behind earlier updates of all its entries at once, so that waiting
+///               batches cannot block each other; one that rolls back begins when all entries are its own
+///   handle      one from an entry's insertion to its removal, a new genId with every write; at most one
+///               answer outstanding for an entry
+///   room        a row that an undecided update has removed still counts as used, so that an undo finds room
+///   refusal     the row before is written back, or the row removed; the entry is held until the hardware
+///               has answered that. If it refuses or does not answer, the row stays as restored; this is
+///               repeated once when the hardware agent has restarted
+///   time-out    an update that waits is never written. One in flight keeps its entry: its late success
+///               commits it, its late failure undoes it; of a batch that rolls back, any late answer does
+///   decision    a batch is decided in the file before its results are handed out
 ///
 /// Errors: an update for which there is no memory is answered RESOURCE_EXHAUSTED. Only operations that say so
 /// throw.
@@ -47,29 +59,46 @@ class AgentCore {
     /// Handles and genIds count up from here: the wall clock in nanoseconds. Should the clock have been set
     /// back, from above those in the tables.
     std::uint64_t firstHandle;
-    Clock::duration timeout;  ///< from the start of a batch to DEADLINE_EXCEEDED
+    Clock::duration timeout;   ///< from the start of a batch to DEADLINE_EXCEEDED
+    std::string beforeImages;  ///< path of the file of before-images
     /// Why the table of that short name cannot be used until the agent is started again; empty when it can.
     /// Asked when a write fails or an entry is not found: a damaged table reads as empty.
     std::function<std::string(const std::string& table)> fault = [](const auto&) { return std::string(); };
     /// Whether some process writes the status table that belongs to the table of that short name.
     std::function<bool(const std::string& table)> hardwareRuns = [](const auto&) { return true; };
+    /// Takes lines for the operator.
+    std::function<void(const std::string& line)> log = [](const auto&) {};
   };
 
-  /// Serves the output tables that are registered in `lumenDb`.
+  /// What has happened since the start.
+  struct Counters {
+    std::uint64_t unexpectedCompletions = 0;  ///< for handles that no update was waiting for
+    std::uint64_t undos = 0;                  ///< rows written back or removed again
+    std::uint64_t undosRefused = 0;           ///< refused by the hardware, or never answered
+  };
+
+  /// Serves the output tables. Throws Cairn::Exception for one that `lumenDb` does not have, and what
+  /// BeforeImages throws.
   AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runtime::BatchStatus> batchStatus,
-            const Settings& settings);
+            Settings settings);
   ~AgentCore();
   AgentCore(const AgentCore&) = delete;
   AgentCore& operator=(const AgentCore&) = delete;
 
   /// The table of that short name, such as "l3IifTH3"; null when there is none.
   ConfigTable* table(std::string_view shortName);
-  /// The short names of all tables, in the order of their list.
-  std::vector<std::string> tableNames() const;
+  /// In the order of their list.
+  const std::vector<std::unique_ptr<ConfigTable>>& tables() const noexcept { return tables_; }
+
+  /// Compares the tables with the hardware's answers at the start: of entries that it has not answered as
+  /// they stand an answer is outstanding, so that none to an earlier process is taken for one to this. Then
+  /// undoes what an earlier process left undecided. To be called once, before the first batch.
+  void start(const HardwareAnswers& answers);
 
   /// Starts a batch. Results come from finish(), also those that are known at once. Throws std::bad_alloc;
   /// nothing has been attempted then.
-  void submit(std::vector<Update> updates, Done done, Progress progress, Clock::time_point now);
+  void submit(std::vector<Update> updates, Atomicity atomicity, Done done, Progress progress,
+              Clock::time_point now);
   /// Takes every completion out of the batch status and answers the updates they belong to. To be called when
   /// the batch status's descriptor can be read, which it stays when std::bad_alloc is thrown.
   void completionsReady();
@@ -78,14 +107,10 @@ class AgentCore {
   void expire(Clock::time_point now);
   /// Answers all updates of the table INTERNAL with `reason`, those in flight and those to come.
   void outOfService(ConfigTable& table, const std::string& reason);
-
-  /// Compares the tables with the hardware's answers at the start: entries whose present rows it has not
-  /// answered are in flight and overdue, so that no answer to an earlier process is taken for one to this
-  /// process. To be called before the first batch.
-  void outstandingAre(const HardwareAnswers& answers);
   /// Takes the answers to updates in flight from the status rows, where a completion has been lost.
   void recoverCompletions(const HardwareAnswers& answers);
-  /// Gives up the outstanding answers to updates that are out of time.
+  /// The hardware agent has restarted and has answered all that it found open: what is still outstanding
+  /// will not be answered. Undoes such updates, repeats undos once.
   void hardwareRestarted();
 
   /// Hands out the results of the batches that are complete and returns how many those are. To be called
@@ -93,37 +118,74 @@ class AgentCore {
   /// the next call.
   std::size_t finish();
 
+  /// Calls `visit(row)` for each row of the table as it was before every undecided batch.
+  void eachDecidedRow(const ConfigTable& table, const std::function<void(const Lumen::BaseRow&)>& visit);
+
   /// When expire() is next needed; none while no batch is in progress.
   std::optional<Clock::time_point> nextDeadline() const;
   /// Calls the Progress of every batch that is in progress.
   void reportProgress() const;
-  /// Entries with an update in flight, those out of time included.
-  std::size_t inFlight() const noexcept { return entries_.size(); }
-  /// Entries whose update is out of time and whose late answer has not come.
+  /// Entries that are held.
+  std::size_t held() const noexcept { return entries_.size(); }
+  /// Entries whose outstanding answer no update waits for.
   std::size_t overdue() const noexcept { return entries_.overdue(); }
-  /// Completions for handles that no update was waiting for.
-  std::uint64_t unexpectedCompletions() const noexcept { return unexpectedCompletions_; }
+  const Counters& counters() const noexcept { return counters_; }
 
  private:
-  using Handle = EntriesInFlight::Handle;
+  /// A list of operations, in order, without memory of its own.
+  struct Queue {
+    Operation* first = nullptr;
+    Operation* last = nullptr;
+    void add(Operation& operation) noexcept;
+    Operation* take() noexcept;
+  };
+  /// An entry whose undo the hardware has refused: repeated when the row still has this genId.
+  struct Refused {
+    ConfigTable* table;
+    Lumen::BaseRow row;
+    std::uint64_t genId;
+  };
 
-  void attempt(Operation& operation) noexcept;
-  void attemptOrThrow(Operation& operation);
-  void write(Operation& operation, Handle handle);
-  void refuse(Operation& operation, Code code, const char* text) noexcept;
+  bool restorable(BeforeImages::Image& image,
+                  const std::function<void(const ConfigTable&, const Lumen::BaseRow&)>& visit);
+  void restore(BeforeImages::Image& image, const HardwareAnswers& answers);
+  void hold(Operation& operation, std::vector<bool>& repeated);
+  void proceed() noexcept;
+  void begin(Batch& batch) noexcept;
+  bool check(Operation& operation) noexcept;
+  bool write(Operation& operation) noexcept;
+  void keepImage(Operation& operation);
+  template <class Call>
+  bool guarded(Operation& operation, const Call& call) noexcept;
+  void refuse(Operation& operation, StatusCode code, std::string_view text) noexcept;
+  void leave(Operation& operation) noexcept;
   void complete(const P4Runtime::BatchStatusEntry& completion) noexcept;
-  void release(Handle handle) noexcept;
-  void giveUp(Operation& operation, Code code, std::string_view text) noexcept;
+  void answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& completion) noexcept;
+  void decide(Batch& batch) noexcept;
+  void rollBack(Batch& batch) noexcept;
+  void giveUp(Operation& operation, StatusCode code, std::string_view text) noexcept;
+  void endEarly(Batch& batch) noexcept;
+  void undo(HeldEntry& entry) noexcept;
+  void undone(HeldEntry& entry, std::uint16_t errorCode) noexcept;
+  void commit(HeldEntry& entry) noexcept;
+  void release(HeldEntry& entry) noexcept;
+  static bool reserve(HeldEntry& entry, bool forced);
+  static void unreserve(HeldEntry& entry) noexcept;
+  void log(const HeldEntry& entry, const char* what, const char* why) noexcept;
+  void repeatUndo(const Refused& refused);
 
   std::shared_ptr<Lumen::LumenDB> lumenDb_;
   Quill::Ptr<P4Runtime::BatchStatus> batchStatus_;
   Settings settings_;
-  Handle nextHandle_;
+  std::uint64_t nextHandle_;
   std::uint64_t nextGenId_;
   std::vector<std::unique_ptr<ConfigTable>> tables_;
+  std::optional<BeforeImages> images_;
   std::deque<std::unique_ptr<Batch>> batches_;  // in order of their deadlines
-  EntriesInFlight entries_;
-  std::uint64_t unexpectedCompletions_ = 0;
+  HeldEntries entries_;
+  Queue ready_;  // hold their entries, have not been attempted
+  std::vector<Refused> refused_;
+  Counters counters_;
 };
 
 }  // namespace Agent

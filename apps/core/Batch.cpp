@@ -1,21 +1,25 @@
 #include "apps/core/Batch.h"
 
+#include <new>
 #include <utility>
 
 namespace Agent {
 
-Batch::Batch(std::vector<Update> submitted, Done whenDone, Progress whenProgressed, Clock::time_point expires)
+Batch::Batch(std::vector<Update> submitted, Atomicity wanted, Done whenDone, Progress whenProgressed,
+             Clock::time_point expires)
     : updates(std::move(submitted)),
       results(updates.size()),
       operations(updates.size(), Operation{this}),
-      open(updates.size()),
+      atomicity(wanted),
+      unanswered(updates.size()),
+      undecided(updates.size()),
       deadline(expires),
       done(std::move(whenDone)),
       progress(std::move(whenProgressed)) {}
 
-void Batch::answer(Operation& operation, Code code, std::string_view message,
+void Batch::answer(Operation& operation, StatusCode code, std::string_view message,
                    std::uint16_t hardwareCode) noexcept {
-  Result& result = results[static_cast<std::size_t>(&operation - operations.data())];
+  UpdateStatus& result = results[static_cast<std::size_t>(&operation - operations.data())];
   result.code = code;
   result.hardwareCode = hardwareCode;
   try {
@@ -23,8 +27,10 @@ void Batch::answer(Operation& operation, Code code, std::string_view message,
   } catch (const std::bad_alloc&) {
     result.message.clear();
   }
+  if (operation.state != Operation::State::applied) --undecided;
   operation.state = Operation::State::answered;
-  --open;
+  operation.entry = nullptr;
+  --unanswered;
 }
 
 }  // namespace Agent

@@ -8,12 +8,15 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/core/Result.h"
+#include "apps/core/BeforeImages.h"
+#include "apps/core/Status.h"
 #include "rows/BaseRow.h"
 
 namespace Agent {
 
 class ConfigTable;
+struct Batch;
+struct HeldEntry;
 
 /// What an update does to its entry.
 enum class UpdateType : std::uint8_t { insert, modify, remove };
@@ -23,54 +26,74 @@ constexpr std::string_view updateTypeName(UpdateType type) {
   return type == UpdateType::insert ? "insert" : type == UpdateType::modify ? "modify" : "delete";
 }
 
+/// What becomes of a batch's other updates when one of them fails.
+enum class Atomicity : std::uint8_t {
+  continueOnError,  ///< they are attempted all the same
+  rollbackOnError,  ///< they are not attempted, or undone
+};
+
 /// One insertion, modification or removal of one entry.
 struct Update {
   UpdateType type = UpdateType::insert;
   ConfigTable* table = nullptr;  ///< not owned; one of the core's tables
   /// Key and data columns; of a removal, the key columns count. A modification replaces all data columns.
-  /// genId, entryHandle and valid are filled in by the core.
+  /// genId, entryHandle and valid are filled in by the core, which takes the row.
   Lumen::BaseRow row;
-  /// Why the update could not be read: it is answered INVALID_ARGUMENT with this text, and neither table nor
-  /// row is looked at. Empty for an update that is to be attempted.
-  std::string defect;
+  /// The controller's own bytes, kept with the entry; a modification replaces them, too.
+  std::string metadata;
+  /// Why the update could not be read: it is answered with this, and neither table nor row is looked at. OK
+  /// for an update that is to be attempted.
+  Status defect;
 };
-
-struct Batch;
 
 /// An update on its way to its result.
 struct Operation {
   enum class State : std::uint8_t {
-    submitted,  ///< not attempted yet
-    waiting,    ///< behind the update that its entry has in flight
+    submitted,  ///< does not have its place behind earlier updates of its entry yet
+    waiting,    ///< behind an update that holds its entry
+    ready,      ///< holds its entry; nothing is written
     inFlight,   ///< written; the hardware's answer is outstanding
+    applied,    ///< the hardware has answered with success; the batch is undecided
     answered,   ///< has its result
   };
 
   Batch* batch;  ///< not owned; holds this operation
   State state = State::submitted;
-  std::uint64_t handle = 0;  ///< of its entry, while waiting or in flight
+  HeldEntry* entry = nullptr;  ///< not owned; null before it has its place and once it has its result
+  Operation* next = nullptr;   ///< not owned; in the list that the operation is in
 
   Update& update() const;
 };
 
 struct Batch {
   using Clock = std::chrono::steady_clock;
-  using Done = std::function<void(std::vector<Result>)>;
+  using Done = std::function<void(std::vector<UpdateStatus>)>;
   using Progress = std::function<void(std::size_t answered)>;
 
   /// Nothing later in the batch's life allocates, save for the texts of results.
-  Batch(std::vector<Update> submitted, Done whenDone, Progress whenProgressed, Clock::time_point expires);
+  Batch(std::vector<Update> submitted, Atomicity wanted, Done whenDone, Progress whenProgressed,
+        Clock::time_point expires);
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
 
   /// Gives `operation`, which is one of this batch, its result. A text that finds no memory is left out.
-  void answer(Operation& operation, Code code, std::string_view message,
+  void answer(Operation& operation, StatusCode code, std::string_view message,
               std::uint16_t hardwareCode = 0) noexcept;
+  /// The hardware has applied `operation`, which gets its result when the batch is decided.
+  void applied(Operation& operation) noexcept {
+    operation.state = Operation::State::applied;
+    --undecided;
+  }
+  bool isDone() const noexcept { return unanswered == 0; }
 
   std::vector<Update> updates;
-  std::vector<Result> results;        ///< in the order of the updates, like
+  std::vector<UpdateStatus> results;  ///< in the order of the updates, like
   std::vector<Operation> operations;  ///< these, which never become more: they are pointed at
-  std::size_t open;                   ///< operations without a result
+  Atomicity atomicity;
+  std::size_t unanswered;   ///< operations without a result
+  std::size_t undecided;    ///< operations neither applied nor answered
+  std::size_t unready = 0;  ///< operations that do not hold their entries yet, or are about to begin
+  BeforeImages::Place images = BeforeImages::kNone;
   Clock::time_point deadline;
   Done done;
   Progress progress;

@@ -27,14 +27,17 @@ const Lumen::LmClass& classOf(const Lumen::LmTable& table) {
 
 }  // namespace
 
-ConfigTable::ConfigTable(std::string shortName, std::shared_ptr<Lumen::LmTable> table)
+ConfigTable::ConfigTable(std::string shortName, std::shared_ptr<Lumen::LmTable> table, std::size_t index,
+                         std::size_t capacity)
     : name_(std::move(shortName)),
       table_(std::move(table)),
       class_(&classOf(*table_)),
       operations_(Lumen::rowOps(class_->name())),
       genIdOffset_(bookkeepingColumn("genId", Lumen::ColumnType::uint64).offset),
       handleOffset_(bookkeepingColumn("entryHandle", Lumen::ColumnType::uint64).offset),
-      validOffset_(bookkeepingColumn("valid", Lumen::ColumnType::boolean).offset) {
+      validOffset_(bookkeepingColumn("valid", Lumen::ColumnType::boolean).offset),
+      index_(index),
+      capacity_(capacity) {
   if (!operations_) throw Cairn::Exception("table " + name_ + ": no row operations for " + class_->name());
 }
 
@@ -69,17 +72,10 @@ Lumen::BaseRow ConfigTable::row(std::span<const Lumen::ColumnText> fields) const
   return Lumen::rowFromText(*class_, fields);
 }
 
-ConfigTable::Stored ConfigTable::storedIn(const Lumen::BaseRow& row) const {
-  Stored stored{};
-  row.getColumn(handleOffset_, stored.handle);
-  row.getColumn(genIdOffset_, stored.genId);
-  return stored;
-}
-
-std::optional<ConfigTable::Stored> ConfigTable::stored(const Lumen::BaseRow& row) const {
-  const Lumen::LmRowIterator found = table_->find(row);
-  if (!found) return std::nullopt;
-  return storedIn(*found);
+// By way of row(), which makes no iterator: a row that the agent wrote has a handle, the empty row has none.
+Lumen::BaseRow ConfigTable::stored(const Lumen::BaseRow& row) const {
+  Lumen::BaseRow found = table_->row(row);
+  return handle(found) == 0 ? Lumen::BaseRow() : found;
 }
 
 void ConfigTable::write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t handle) {
@@ -89,8 +85,20 @@ void ConfigTable::write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t 
   table_->rowIs(row);
 }
 
-void ConfigTable::eachStored(const std::function<void(const Stored&)>& visit) const {
-  eachRow([&](const Lumen::BaseRow& row) { visit(storedIn(row)); });
+void ConfigTable::adopt(Lumen::BaseRow& row) const {
+  row.requireLayout(class_->fixedLength(), class_->variableColumns());
+  row.rowTypeIs(class_->oid());
+}
+
+bool ConfigTable::reserve(bool forced) {
+  if (!forced && table_->size() + reserved_ >= capacity_) return false;
+  ++reserved_;
+  return true;
+}
+
+std::string ConfigTable::fullText() const {
+  return "table is full: used " + std::to_string(table_->size() + reserved_) + " of " +
+         std::to_string(capacity_);
 }
 
 void ConfigTable::eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const {

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,9 +18,14 @@ class ConfigTable {
  public:
   /// `table` has an implementation whose row class has bookkeeping columns genId, entryHandle and valid and
   /// registered row operations; Cairn::Exception when it has not.
-  ConfigTable(std::string shortName, std::shared_ptr<Lumen::LmTable> table);
+  /// `index` is its place among the core's tables; `capacity` the number of rows it holds.
+  ConfigTable(std::string shortName, std::shared_ptr<Lumen::LmTable> table, std::size_t index,
+              std::size_t capacity);
 
   const std::string& name() const noexcept { return name_; }
+  std::size_t index() const noexcept { return index_; }
+  std::size_t capacity() const noexcept { return capacity_; }
+  const Lumen::LmClass& rowClass() const noexcept { return *class_; }
 
   /// A row of the table with these columns set and the others zero; every key column must be among them.
   /// Throws Cairn::Exception, saying what was expected and what came, for a column that is unknown, missing,
@@ -32,25 +36,34 @@ class ConfigTable {
     return operations_->keyEquals(a, b);
   }
 
-  /// The bookkeeping of a stored row.
-  struct Stored {
-    std::uint64_t handle;
-    std::uint64_t genId;
-  };
-  /// That of the row with the key of `row`; nothing when there is none.
-  std::optional<Stored> stored(const Lumen::BaseRow& row) const;
-  void eachStored(const std::function<void(const Stored&)>& visit) const;
+  /// The stored row with the key of `row`; a null row if there is none.
+  Lumen::BaseRow stored(const Lumen::BaseRow& row) const;
+  std::uint64_t handle(const Lumen::BaseRow& row) const { return number(row, handleOffset_); }
+  std::uint64_t genId(const Lumen::BaseRow& row) const { return number(row, genIdOffset_); }
   void eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const;
   /// Writes the row with these bookkeeping columns and `valid` set. Throws what the table throws.
   void write(Lumen::BaseRow& row, std::uint64_t genId, std::uint64_t handle);
   void remove(const Lumen::BaseRow& row) { table_->rowDel(row); }
+  /// Makes a row that an earlier process wrote one of this table. Throws Cairn::AssertionException for bytes
+  /// that cannot be one.
+  void adopt(Lumen::BaseRow& row) const;
+
+  /// Counts one more row as used; false if there is no room for it, unless `forced`.
+  bool reserve(bool forced = false);
+  void unreserve() noexcept { --reserved_; }
+  /// "table is full: used N of M"
+  std::string fullText() const;
 
   /// Why no update of this table is attempted any more; empty while they are.
   const std::string& outOfService() const noexcept { return outOfService_; }
   void outOfServiceIs(std::string reason) { outOfService_ = std::move(reason); }
 
  private:
-  Stored storedIn(const Lumen::BaseRow& row) const;
+  static std::uint64_t number(const Lumen::BaseRow& row, Lumen::len_t offset) {
+    std::uint64_t value = 0;
+    row.getColumn(offset, value);
+    return value;
+  }
   const Lumen::LmColumn& bookkeepingColumn(std::string_view columnName, Lumen::ColumnType type) const;
   bool isBookkeeping(const Lumen::LmColumn& column) const;
 
@@ -61,6 +74,9 @@ class ConfigTable {
   Lumen::len_t genIdOffset_;
   Lumen::len_t handleOffset_;
   Lumen::len_t validOffset_;
+  std::size_t index_;
+  std::size_t capacity_;
+  std::size_t reserved_ = 0;  // rows that count as used beside those in the table
   std::string outOfService_;
 };
 

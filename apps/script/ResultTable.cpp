@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <map>
 
 #include "apps/process/Log.h"
 
@@ -42,12 +43,6 @@ std::string fieldsOf(const ScriptUpdate& update) {
   return text;
 }
 
-std::string resultText(const Result& result) {
-  std::string text(codeName(result.code));
-  if (result.code == Code::hardwareError) text.append(1, ' ').append(std::to_string(result.hardwareCode));
-  return text;
-}
-
 std::string inSeconds(double seconds) {
   std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), "%.2f s", seconds);
@@ -73,7 +68,7 @@ void ResultTable::progress(std::size_t answered, std::size_t updates) {
   }
 }
 
-void ResultTable::batch(const std::vector<ScriptUpdate>& updates, const std::vector<Result>& results,
+void ResultTable::batch(const std::vector<ScriptUpdate>& updates, const std::vector<UpdateStatus>& results,
                         double seconds) {
   clearProgress();
   header();
@@ -82,9 +77,9 @@ void ResultTable::batch(const std::vector<ScriptUpdate>& updates, const std::vec
   std::size_t sampleLeft = kSample;
   for (std::size_t i = 0; i < updates.size(); ++i) {
     const bool expected = updates[i].expectation.meets(results[i]);
-    const bool failed = results[i].code != Code::ok;
+    const bool failed = !results[i].ok();
     ++totals_.updates;
-    totals_.answered += results[i].code == Code::deadlineExceeded ? 0u : 1u;
+    totals_.answered += results[i].code == StatusCode::deadlineExceeded ? 0u : 1u;
     totals_.failedAsExpected += failed && expected ? 1u : 0u;
     totals_.unexpected += expected ? 0u : 1u;
     std::size_t& left = failed || !expected ? failuresLeft : sampleLeft;
@@ -101,31 +96,28 @@ void ResultTable::header() {
   output_(coloured(kDim, row("line", "update", "table", "entry") + "result") + "\n");
 }
 
-void ResultTable::update(const ScriptUpdate& update, const Result& result) {
+void ResultTable::update(const ScriptUpdate& update, const UpdateStatus& result) {
   const bool expected = update.expectation.meets(result);
   const bool readable = update.malformed.empty();
   std::string text = row(
       std::to_string(update.line), readable ? std::string(updateTypeName(update.type)) : "-",
       readable ? printable(update.table) : "-", readable ? printable(fieldsOf(update)) : "(malformed line)");
-  text += coloured(!expected ? kRed : result.code == Code::ok ? kGreen : kYellow, resultText(result));
+  text += coloured(!expected ? kRed : result.ok() ? kGreen : kYellow, textOf(result));
   if (!result.message.empty()) text += ": " + cut(printable(result.message), kLongestMessage);
   if (!expected) text += coloured(kRed, joined({" (expected ", update.expectation.toString(), ")"}));
   output_(text + "\n");
 }
 
-void ResultTable::summary(const std::vector<ScriptUpdate>& updates, const std::vector<Result>& results,
+void ResultTable::summary(const std::vector<ScriptUpdate>& updates, const std::vector<UpdateStatus>& results,
                           double seconds) {
-  std::array<std::size_t, kCodes> counts{};
+  std::map<std::string_view, std::size_t> counts;
   std::size_t unexpected = 0;
   for (std::size_t i = 0; i < results.size(); ++i) {
-    ++counts.at(static_cast<std::size_t>(results[i].code));
+    ++counts[results[i].hardwareCode != 0 ? kHardwareError : statusCodeName(results[i].code)];
     unexpected += updates[i].expectation.meets(results[i]) ? 0u : 1u;
   }
   std::string text = joined({"  batch of ", std::to_string(updates.size()), ":"});
-  for (std::size_t code = 0; code < counts.size(); ++code) {
-    if (counts[code] == 0) continue;
-    text += joined({" ", std::to_string(counts[code]), " ", codeName(static_cast<Code>(code)), ","});
-  }
+  for (const auto& [name, count] : counts) text += joined({" ", std::to_string(count), " ", name, ","});
   text += unexpected == 0 ? " all as expected, "
                           : joined({" ", std::to_string(unexpected), " NOT as expected, "});
   output_(coloured(unexpected == 0 ? kDim : kRed, text + inSeconds(seconds)) + "\n");

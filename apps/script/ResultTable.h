@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/core/Result.h"
+#include "apps/core/Status.h"
 #include "apps/script/ScriptCursor.h"
 
 namespace Agent {
@@ -29,7 +29,8 @@ class ResultTable {
   };
 
   void progress(std::size_t answered, std::size_t updates);
-  void batch(const std::vector<ScriptUpdate>& updates, const std::vector<Result>& results, double seconds);
+  void batch(const std::vector<ScriptUpdate>& updates, const std::vector<UpdateStatus>& results,
+             double seconds);
   void text(std::string_view line);
   /// The last line: "passed: " or "failed: " and the totals. `failedSteps` are statements other than updates.
   void totals(double seconds, std::size_t failedSteps);
@@ -44,8 +45,9 @@ class ResultTable {
   static constexpr std::size_t kSample = 3;
 
   void header();
-  void update(const ScriptUpdate& update, const Result& result);
-  void summary(const std::vector<ScriptUpdate>& updates, const std::vector<Result>& results, double seconds);
+  void update(const ScriptUpdate& update, const UpdateStatus& result);
+  void summary(const std::vector<ScriptUpdate>& updates, const std::vector<UpdateStatus>& results,
+               double seconds);
   void clearProgress();
   std::string coloured(const char* colour, const std::string& text) const;
 

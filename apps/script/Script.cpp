@@ -4,16 +4,6 @@
 
 namespace Agent {
 
-bool Expectation::meets(const Result& result) const {
-  return result.code == code && (!hardwareCode || *hardwareCode == result.hardwareCode);
-}
-
-std::string Expectation::toString() const {
-  std::string text(codeName(code));
-  if (hardwareCode) text.append(1, ' ').append(std::to_string(*hardwareCode));
-  return text;
-}
-
 namespace {
 
 std::string got(std::string_view text) {
@@ -52,12 +42,12 @@ Expectation takeExpectation(std::vector<std::string_view>& words) {
     const std::vector<std::string_view> after(words.begin() + static_cast<std::ptrdiff_t>(i) + 1,
                                               words.end());
     words.resize(i);
-    const std::optional<Code> code = after.empty() ? std::nullopt : codeOf(after[0]);
-    if (!code) throw ScriptError("expected one of " + codeNames() + got(after.empty() ? "" : after[0]));
-    expectation.code = *code;
+    const auto named = after.empty() ? std::nullopt : expectationOf(after[0]);
+    if (!named) throw ScriptError("expected one of " + outcomeNames() + got(after.empty() ? "" : after[0]));
+    expectation = *named;
     if (after.size() == 1) return expectation;
     expectation.hardwareCode = Process::numberIn<std::uint16_t>(after[1], 0, 65535);
-    if (!expectation.hardwareCode || *code != Code::hardwareError) {
+    if (!expectation.hardwareCode || !expectation.ofHardware) {
       throw ScriptError("expected the end of the line, or 0 to 65535 after HARDWARE_ERROR" + got(after[1]));
     }
     if (after.size() > 2) throw ScriptError("expected the end of the line" + got(after[2]));

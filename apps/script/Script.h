@@ -26,18 +26,10 @@
 #include <vector>
 
 #include "apps/core/Batch.h"
-#include "apps/core/Result.h"
+#include "apps/script/Outcome.h"
 #include "apps/script/Template.h"
 
 namespace Agent {
-
-struct Expectation {
-  Code code = Code::ok;
-  std::optional<std::uint16_t> hardwareCode;  ///< any, when not given
-
-  bool meets(const Result& result) const;
-  std::string toString() const;
-};
 
 struct Statement;
 

@@ -61,8 +61,8 @@ void ScriptRun::submit(BatchStep step) {
   const std::size_t size = updates.size();
   const Clock::time_point begin = Clock::now();
   core_.submit(
-      std::move(updates),
-      [this, begin, asked = std::move(step.updates)](const std::vector<Result>& results) {
+      std::move(updates), Atomicity::continueOnError,
+      [this, begin, asked = std::move(step.updates)](const std::vector<UpdateStatus>& results) {
         batchSize_ = 0;
         try {
           table_.batch(asked, results, secondsSince(begin));
@@ -78,34 +78,41 @@ Update ScriptRun::updateOf(const ScriptUpdate& from) {
   Update update;
   update.type = from.type;
   if (!from.malformed.empty()) {
-    update.defect = "line " + std::to_string(from.line) + ": " + from.malformed;
+    update.defect = {StatusCode::invalidArgument,
+                     "line " + std::to_string(from.line) + ": " + from.malformed};
     return update;
   }
   update.table = core_.table(from.table);
   try {
     if (update.table == nullptr) {
-      throw Cairn::Exception("expected a table (" + Process::listed(core_.tableNames()) + "), got \"" +
+      throw Cairn::Exception("expected a table (" + Process::listed(tableNames()) + "), got \"" +
                              std::string(from.table) + "\"");
     }
     std::vector<Lumen::ColumnText> fields;
     for (const ScriptUpdate::Field& field : from.fields) fields.push_back({field.name, field.value});
     update.row = update.table->row(fields);
   } catch (const Cairn::Exception& error) {
-    update.defect = "line " + std::to_string(from.line) + ": " + error.message();
+    update.defect = {StatusCode::invalidArgument,
+                     "line " + std::to_string(from.line) + ": " + error.message()};
   }
   return update;
+}
+
+std::vector<std::string> ScriptRun::tableNames() const {
+  std::vector<std::string> names;
+  for (const auto& table : core_.tables()) names.push_back(table->name());
+  return names;
 }
 
 void ScriptRun::show(const std::string& tableName) {
   const ConfigTable* table = core_.table(tableName);
   if (table == nullptr) {
     ++failedSteps_;
-    table_.text("show: expected a table (" + Process::listed(core_.tableNames()) + "), got \"" + tableName +
-                "\"");
+    table_.text("show: expected a table (" + Process::listed(tableNames()) + "), got \"" + tableName + "\"");
     return;
   }
   std::size_t rows = 0;
-  table->eachRow([&](const Lumen::BaseRow& row) {
+  core_.eachDecidedRow(*table, [&](const Lumen::BaseRow& row) {
     table_.text("  " + Lumen::rowText(row));
     ++rows;
   });

@@ -33,6 +33,7 @@ class ScriptRun {
  private:
   void submit(BatchStep step);
   Update updateOf(const ScriptUpdate& from);
+  std::vector<std::string> tableNames() const;
   void show(const std::string& tableName);
   void cleanup();
 

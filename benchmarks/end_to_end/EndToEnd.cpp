@@ -27,7 +27,7 @@ Agent::Update update(Agent::ConfigTable& table, Agent::UpdateType type, std::siz
                                                   {"intEnable", "true"},
                                                   {"ipmcL3Iif", interface},
                                                   {"l3IifProfileIndex", "3"}}};
-  return {type, &table, table.row(columns), {}};
+  return {type, &table, table.row(columns), {}, {}};
 }
 
 }  // namespace
@@ -45,8 +45,12 @@ EndToEnd::EndToEnd(const std::string& hwAgent, const std::string& plugin, std::c
   loop_.busyPollIs(busyPoll);
   library_.init(context_);
   constexpr std::uint64_t kFirstHandle = 1;
-  core_ = std::make_unique<Agent::AgentCore>(context_->lumenDb(), batchStatus_,
-                                             Agent::AgentCore::Settings{kFirstHandle, kAnswerTime});
+  Agent::AgentCore::Settings settings;
+  settings.firstHandle = kFirstHandle;
+  settings.timeout = kAnswerTime;
+  settings.beforeImages = folder_.path() + "/before-images";
+  core_ = std::make_unique<Agent::AgentCore>(context_->lumenDb(), batchStatus_, settings);
+  core_->start({});
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] { core_->completionsReady(); });
 }
 
@@ -74,17 +78,18 @@ void EndToEnd::prepare(std::size_t rows) {
 void EndToEnd::batch() {
   const std::size_t rows = updates_.size();
   const auto begin = Agent::AgentCore::Clock::now();
-  std::vector<Agent::Result> results;
+  std::vector<Agent::UpdateStatus> results;
   core_->submit(
-      std::move(updates_), [&results](std::vector<Agent::Result> all) { results = std::move(all); }, {},
-      begin);
+      std::move(updates_), Agent::Atomicity::continueOnError,
+      [&results](std::vector<Agent::UpdateStatus> all) { results = std::move(all); }, {}, begin);
   while (core_->finish() == 0) {
     loop_.step(kAnswerTime);
     if (Agent::AgentCore::Clock::now() - begin > kAnswerTime) core_->expire(Agent::AgentCore::Clock::now());
   }
-  for (const Agent::Result& result : results) {
-    if (result.code != Agent::Code::ok) {
-      throw Cairn::Exception("end-to-end path: " + std::string(codeName(result.code)) + " " + result.message);
+  for (const Agent::UpdateStatus& result : results) {
+    if (!result.ok()) {
+      throw Cairn::Exception("end-to-end path: " + std::string(statusCodeName(result.code)) + " " +
+                             result.message);
     }
   }
   if (results.size() != rows)

@@ -36,14 +36,15 @@ class BothPrograms {
   explicit BothPrograms(std::size_t nth) : failing_(nth) {}
 
   /// The results of one batch. Empty when there was no memory to submit it.
-  std::vector<Result> results(const Strings& texts) {
-    std::vector<Result> got;
+  std::vector<UpdateStatus> results(const Strings& texts) {
+    std::vector<UpdateStatus> got;
     const std::size_t before = allocationCount();
     allocationFailureIs(failing_);
     const bool submitted = succeeds([&] {
       std::vector<Update> updates;
       for (const std::string& text : texts) updates.push_back(updateFrom(agent_.core(), text));
-      agent_.submit(std::move(updates), [&got](std::vector<Result> all) { got = std::move(all); });
+      agent_.submit(std::move(updates), Atomicity::continueOnError,
+                    [&got](std::vector<UpdateStatus> all) { got = std::move(all); });
     });
     while (submitted && got.empty()) {
       if (succeeds([this] { loop_.step(1000ms); })) continue;
@@ -56,7 +57,7 @@ class BothPrograms {
   }
   /// Whether it has.
   bool failed() const { return failing_ == 0; }
-  std::size_t inFlight() { return agent_.core().inFlight(); }
+  std::size_t inFlight() { return agent_.core().held(); }
 
  private:
   std::size_t failing_;
@@ -67,10 +68,11 @@ class BothPrograms {
 };
 
 /// What the update comes to if there is memory for it; `present` then has the entries that it leaves.
-Code expected(const std::string& update, std::set<std::string>& present) {
+StatusCode expected(const std::string& update, std::set<std::string>& present) {
   const std::string id = update.substr(1);
-  if (update[0] == '+') return present.insert(id).second ? Code::ok : Code::alreadyExists;
-  return (update[0] == '~' ? present.count(id) : present.erase(id)) != 0 ? Code::ok : Code::notFound;
+  if (update[0] == '+') return present.insert(id).second ? StatusCode::ok : StatusCode::alreadyExists;
+  return (update[0] == '~' ? present.count(id) : present.erase(id)) != 0 ? StatusCode::ok
+                                                                         : StatusCode::notFound;
 }
 
 // From the first batch that the programs see to one that removes all entries, for each of their allocations:
@@ -86,16 +88,16 @@ TEST(OutOfMemory, FailsOneRequestAndNoMore) {
     std::set<std::string> present;
     int refused = 0;
     for (const Strings& batch : batches) {
-      const std::vector<Result> results = programs.results(batch);
+      const std::vector<UpdateStatus> results = programs.results(batch);
       refused += results.empty() ? 1 : 0;
       for (std::size_t i = 0; i < results.size(); ++i) {
         std::set<std::string> after = present;
-        const Code code = expected(batch[i], after);
+        const StatusCode code = expected(batch[i], after);
         if (results[i].code == code) {
           present = after;
         } else {
           ++refused;
-          EXPECT_EQ(codeName(results[i].code), "RESOURCE_EXHAUSTED") << results[i].message;
+          EXPECT_EQ(statusCodeName(results[i].code), "RESOURCE_EXHAUSTED") << results[i].message;
         }
       }
     }

@@ -12,5 +12,5 @@ inline Agent::Update updateFrom(Agent::AgentCore& core, const std::string& text)
                           : text[0] == '~' ? UpdateType::modify
                                            : UpdateType::remove;
   Agent::ConfigTable* const table = core.table("l3IifTH3");
-  return {type, table, table->row(fields), {}};
+  return {type, table, table->row(fields), {}, {}};
 }

@@ -1,0 +1,253 @@
+// Histories of batches, answers, time-outs and restarts, as rows of one table.
+#include <sstream>
+
+#include "CoreFixture.h"
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+/// One step a line:
+///   continue U...   submits a batch that continues on error; updates as in the fixture
+///   rollback U...   submits one that is all or nothing
+///   ok N, no N      the hardware applies, or refuses with code 7, write number N (from 0)
+///   time            the time of every batch so far runs out
+///   hardware        the hardware agent has restarted and has answered nothing more
+///   agent           the agent is killed and started again
+/// and what is expected:
+///   wrote W...      the writes since the last such line
+///   shows E...      what a reader is shown
+///   gets N C...     the results of batch N, without their texts; "-" while there are none
+struct History {
+  const char* name;
+  const char* steps;
+};
+std::ostream& operator<<(std::ostream& out, const History& history) { return out << history.name; }
+
+class BatchHistory : public CoreFixture, public testing::WithParamInterface<History> {
+ protected:
+  void run(const std::string& line) {
+    std::istringstream in(line);
+    std::string verb;
+    in >> verb;
+    Strings words{std::istream_iterator<std::string>(in), {}};
+    if (verb == "continue") {
+      submit(words);
+    } else if (verb == "rollback") {
+      submit(words, Agent::Atomicity::rollbackOnError);
+    } else if (verb == "ok" || verb == "no") {
+      answer(std::stoul(words.at(0)), verb == "ok" ? 0 : 7);
+    } else if (verb == "time") {
+      expireAfter(std::chrono::seconds(1));
+    } else if (verb == "hardware") {
+      core_->hardwareRestarted();
+      core_->finish();
+    } else if (verb == "agent") {
+      start(restarts_ += 1'000'000, answers_);
+    } else if (verb == "wrote") {
+      EXPECT_EQ(Strings(writes().begin() + static_cast<std::ptrdiff_t>(wrote_), writes().end()), words);
+      wrote_ = writes().size();
+    } else if (verb == "shows") {
+      EXPECT_EQ(shown(), words);
+    } else if (verb == "gets") {
+      Strings results = results_.at(std::stoul(words.at(0)));
+      for (std::string& result : results) result.resize(std::min(result.find(':'), result.size()));
+      words.erase(words.begin());
+      EXPECT_EQ(results, words == Strings{"-"} ? Strings() : words);
+    } else {
+      FAIL() << "unknown step " << verb;
+    }
+  }
+  /// The status row first, then the completion, as the hardware agent and the tracker do it.
+  void answer(std::size_t write, std::uint16_t code) {
+    const auto& entry = writes_->entries.at(write);
+    answers_[entry.entryHandle] = {entry.genId, code, writes().at(write)[0] == '-'};
+    complete(entry.entryHandle, code);
+  }
+
+  Agent::HardwareAnswers answers_;
+  std::uint64_t restarts_ = kFirstHandle;
+  std::size_t wrote_ = 0;
+};
+
+TEST_P(BatchHistory, Holds) {
+  start(kFirstHandle);
+  std::istringstream steps(GetParam().steps);
+  for (std::string line; std::getline(steps, line);) {
+    if (line.find_first_not_of(' ') == std::string::npos) continue;
+    SCOPED_TRACE(line);
+    run(line);
+  }
+}
+
+constexpr History kHistories[] = {
+    {"UndecidedBatch_IsShownWhollyOrNotAtAll", R"(
+        continue +1=1 +2=2
+        wrote 1=1 2=2
+        ok 0
+        shows
+        gets 0 -
+        ok 1
+        gets 0 OK OK
+        shows 1=1 2=2
+        continue ~1=8 -2 +3=3
+        ok 2
+        ok 3
+        shows 1=1 2=2
+        ok 4
+        shows 1=8 3=3)"},
+    {"HeldEntry_LetsLaterUpdatesWaitInOrder", R"(
+        continue +1=1 +2=2
+        continue ~1=3
+        continue -1
+        rollback +1=4 +5=5
+        wrote 1=1 2=2
+        ok 0
+        wrote
+        ok 1
+        wrote 1=3
+        ok 2
+        wrote -1
+        ok 3
+        wrote 1=4 5=5
+        ok 4
+        ok 5
+        gets 3 OK OK
+        shows 1=4 2=2 5=5)"},
+    {"RefusedUpdate_IsUndone", R"(
+        continue +1=1 +2=2
+        ok 0
+        ok 1
+        wrote 1=1 2=2
+        continue ~1=5 -2 +3=3 +4=4
+        wrote 1=5 -2 3=3 4=4
+        no 2
+        wrote 1=1
+        no 3
+        wrote 2=2
+        no 4
+        wrote -3
+        gets 1 -
+        shows 1=1 2=2
+        ok 5
+        gets 1 REFUSED REFUSED REFUSED OK
+        shows 1=1 2=2 4=4
+        continue ~1=9
+        wrote
+        ok 6
+        wrote 1=9)"},
+    {"RefusedUndo_IsRepeatedOnceAfterAHardwareRestart", R"(
+        continue +1=1
+        ok 0
+        continue ~1=5
+        no 1
+        wrote 1=1 1=5 1=1
+        no 2
+        shows 1=1
+        hardware
+        wrote 1=1
+        no 3
+        hardware
+        wrote
+        shows 1=1)"},
+    {"Rollback_ChecksAllBeforeItWritesAnything", R"(
+        continue +1=1
+        ok 0
+        wrote 1=1
+        rollback +2=2 +1=5 ~3=3
+        wrote
+        gets 1 ABORTED ALREADY_EXISTS NOT_FOUND
+        rollback +2=2 +4=4 +4=5
+        wrote
+        gets 2 ABORTED INVALID_ARGUMENT INVALID_ARGUMENT)"},
+    {"Rollback_UndoesAllWhenOneIsRefused", R"(
+        continue +1=1 +2=2
+        ok 0
+        ok 1
+        wrote 1=1 2=2
+        rollback ~1=5 -2 +3=3 +4=4
+        wrote 1=5 -2 3=3 4=4
+        ok 2
+        ok 3
+        no 4
+        gets 1 ABORTED ABORTED REFUSED ABORTED
+        wrote -3 2=2 1=1
+        shows 1=1 2=2
+        continue +4=9
+        wrote
+        ok 5
+        wrote -4
+        ok 9
+        wrote 4=9)"},
+    {"Rollback_OutOfTimeIsNeverCommitted", R"(
+        rollback +1=1 +2=2
+        ok 0
+        time
+        gets 0 ABORTED DEADLINE_EXCEEDED
+        wrote 1=1 2=2 -1
+        shows
+        ok 1
+        wrote -2
+        ok 2
+        ok 3
+        shows)"},
+    {"OutOfTime_IsDecidedByTheLateAnswer", R"(
+        continue +1=1 +2=2 +3=3
+        ok 2
+        continue ~1=7
+        time
+        gets 0 DEADLINE_EXCEEDED DEADLINE_EXCEEDED OK
+        gets 1 DEADLINE_EXCEEDED
+        shows 3=3
+        continue ~1=8
+        wrote 1=1 2=2 3=3
+        ok 0
+        no 1
+        wrote 1=8 -2
+        shows 1=1 3=3
+        ok 3
+        shows 1=8 3=3)"},
+    {"OutOfTime_IsUndoneWhenARestartedHardwareAgentSaysNothing", R"(
+        continue +1=1
+        time
+        hardware
+        wrote 1=1 -1
+        hardware
+        continue +1=2
+        wrote 1=2)"},
+    {"KilledAgent_UndoesWhatWasUndecided", R"(
+        continue +1=1 +2=2
+        ok 0
+        ok 1
+        wrote 1=1 2=2
+        continue ~1=5 +3=3
+        rollback -2 +4=4
+        ok 2
+        ok 4
+        wrote 1=5 3=3 -2 4=4
+        agent
+        shows 1=1 2=2
+        wrote 2=2 1=1
+        ok 3
+        ok 5
+        wrote -3 -4
+        shows 1=1 2=2
+        agent
+        shows 1=1 2=2
+        wrote)"},
+    {"KilledAgent_KeepsWhatWasDecided", R"(
+        continue +1=1 +2=2
+        ok 0
+        time
+        gets 0 OK DEADLINE_EXCEEDED
+        agent
+        shows 1=1
+        ok 1
+        wrote 1=1 2=2 -2
+        shows 1=1)"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Core, BatchHistory, testing::ValuesIn(kHistories),
+                         [](const auto& history) { return std::string(history.param.name); });
+
+}  // namespace
