@@ -1,0 +1,75 @@
+// The pipeline of the four tables and entries of random values for them.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <random>
+#include <string>
+
+#include "apps/p4/Pipeline.h"
+#include "p4/v1/p4runtime.pb.h"
+
+namespace Entries {
+
+inline const Wire::Pipeline& pipeline() {
+  static const Wire::Pipeline made(Wire::outputTables());
+  return made;
+}
+
+using Random = std::mt19937_64;
+
+/// A value of at most `bits` bits in its shortest form; short values are as likely as long ones.
+inline std::string randomValue(unsigned bits, Random& random) {
+  const unsigned used = static_cast<unsigned>(random() % bits) + 1;
+  std::string value((used + 7) / 8, '\0');
+  for (char& byte : value) byte = static_cast<char>(random());
+  value[0] = static_cast<char>(static_cast<unsigned char>(value[0]) & (0xffu >> (7 - (used - 1) % 8)));
+  value.erase(0, std::min(value.find_first_not_of('\0'), value.size() - 1));
+  return value;
+}
+
+/// Both of one length, value bits inside the mask, the mask not 0.
+inline void randomTernary(unsigned bits, Random& random, p4::v1::FieldMatch::Ternary& match) {
+  std::string mask = randomValue(bits, random);
+  if (mask == std::string(1, '\0')) mask = "\1";
+  std::string value = mask;
+  for (char& byte : value) byte = static_cast<char>(static_cast<unsigned char>(byte) & random());
+  value.erase(0, std::min(value.find_first_not_of('\0'), value.size() - 1));
+  match.set_value(value);
+  match.set_mask(mask);
+}
+
+/// An entry as Reads return it: fields in the order of their ids, values in the shortest form.
+inline p4::v1::TableEntry randomEntry(const Wire::Table& table, Random& random) {
+  p4::v1::TableEntry entry;
+  entry.set_table_id(table.id);
+  for (const Wire::Field& field : table.matchFields) {
+    if (field.mask && random() % 3 == 0) continue;
+    p4::v1::FieldMatch& match = *entry.add_match();
+    match.set_field_id(field.id);
+    if (field.mask) {
+      randomTernary(field.bits, random, *match.mutable_ternary());
+    } else {
+      match.mutable_exact()->set_value(randomValue(field.bits, random));
+    }
+  }
+  if (table.priority) entry.set_priority(static_cast<std::int32_t>(random() % 0x7fffffff) + 1);
+  entry.mutable_action()->mutable_action()->set_action_id(table.actionId);
+  for (const Wire::Field& field : table.parameters) {
+    auto& param = *entry.mutable_action()->mutable_action()->add_params();
+    param.set_param_id(field.id);
+    param.set_value(randomValue(field.bits, random));
+  }
+  entry.set_metadata(std::string(random() % 5, 'm'));
+  return entry;
+}
+
+inline p4::v1::Update updateOf(const p4::v1::TableEntry& entry,
+                               p4::v1::Update::Type type = p4::v1::Update::INSERT) {
+  p4::v1::Update update;
+  update.set_type(type);
+  *update.mutable_entity()->mutable_table_entry() = entry;
+  return update;
+}
+
+}  // namespace Entries
