@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <utility>
+
+#include "apps/core/Status.h"
+
+namespace Bridge {
+
+/// Bounds the requests in flight, by number and by their bytes, from their arrival to their answer.
+///
+/// Thread safety: all calls on any thread.
+class Quota {
+ public:
+  Quota(std::size_t maxRequests, std::size_t maxBytes) : maxRequests_(maxRequests), maxBytes_(maxBytes) {}
+  Quota(const Quota&) = delete;
+  Quota& operator=(const Quota&) = delete;
+
+  /// What one request holds of the quota; given back with it.
+  class Share {
+   public:
+    Share() = default;
+    Share(Share&& other) noexcept : quota_(std::exchange(other.quota_, nullptr)), bytes_(other.bytes_) {}
+    Share& operator=(Share&& other) noexcept {
+      std::swap(quota_, other.quota_);
+      std::swap(bytes_, other.bytes_);
+      return *this;
+    }
+    ~Share() {
+      if (quota_ != nullptr) quota_->give(bytes_);
+    }
+
+   private:
+    friend class Quota;
+    Share(Quota* quota, std::size_t bytes) : quota_(quota), bytes_(bytes) {}
+
+    Quota* quota_ = nullptr;  // not owned
+    std::size_t bytes_ = 0;
+  };
+
+  /// Gives `share` its part, or refuses with RESOURCE_EXHAUSTED and the numbers. A request of more bytes than
+  /// the whole quota is never granted, so the quota has to be larger than the longest message.
+  Agent::Status take(std::size_t bytes, Share& share);
+
+  std::size_t requests() const;
+  std::size_t bytes() const;
+
+ private:
+  void give(std::size_t bytes) noexcept;
+
+  const std::size_t maxRequests_;
+  const std::size_t maxBytes_;
+  mutable std::mutex mutex_;
+  std::size_t requests_ = 0;  // guarded by mutex_, as the next
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace Bridge
