@@ -41,6 +41,7 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFol
   settings.firstHandle = wallClockNanoseconds();
   settings.timeout = timeout;
   settings.beforeImages = runtimeFolder + "/p4rt-agent.undo";
+  settings.metadata = runtimeFolder + "/p4rt-agent.metadata";
   settings.fault = [this](const std::string& table) { return tables_.fault(table); };
   settings.hardwareRuns = [this](const std::string& table) { return tables_.hardwareRuns(table); };
   settings.log = [](const std::string& line) { Process::log(line); };

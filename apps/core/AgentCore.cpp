@@ -1,6 +1,7 @@
 #include "apps/core/AgentCore.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -61,6 +62,7 @@ AgentCore::AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runti
         std::max(rowBytes, rowClass.fixedLength() + kLongestAddress * rowClass.variableColumns().size());
   });
   images_.emplace(settings_.beforeImages, BeforeImages::Capacity{kBatchWords, rows, rowBytes});
+  metadata_.emplace(settings_.metadata, Metadata::Capacity{2 * rows + 1, settings_.maxMetadata});
 }
 
 AgentCore::~AgentCore() = default;
@@ -87,7 +89,9 @@ Operation* AgentCore::Queue::take() noexcept {
 // The start.
 
 void AgentCore::start(const HardwareAnswers& answers) {
-  if (!images_->fault().empty()) settings_.log(images_->fault());
+  for (const std::string& fault : {images_->fault(), metadata_->fault()}) {
+    if (!fault.empty()) settings_.log(fault);
+  }
   std::vector<BeforeImages::Image> undecided = images_->undecided();
   const auto above = [this](const ConfigTable& table, const Lumen::BaseRow& row) {
     nextHandle_ = std::max({nextHandle_, table.handle(row) + 1, table.genId(row) + 1});
@@ -97,6 +101,7 @@ void AgentCore::start(const HardwareAnswers& answers) {
   }
   std::erase_if(undecided, [&](BeforeImages::Image& image) { return !restorable(image, above); });
   nextGenId_ = nextHandle_;
+  retainMetadata(undecided);
   if (!undecided.empty()) {
     settings_.log("undoing " + std::to_string(undecided.size()) +
                   " updates that the previous run left undecided");
@@ -115,6 +120,22 @@ void AgentCore::start(const HardwareAnswers& answers) {
       entries_.handleIs(entry, table->handle(row));
     }
   }
+}
+
+/// Keeps what belongs to a row of a table or of a before-image.
+void AgentCore::retainMetadata(const std::vector<BeforeImages::Image>& undecided) {
+  std::unordered_map<std::uint64_t, std::array<std::uint64_t, 2>> genIds;  // by handle: in the table, before
+  for (const auto& table : tables_) {
+    table->eachRow([&](const Lumen::BaseRow& row) { genIds[table->handle(row)][0] = table->genId(row); });
+  }
+  for (const BeforeImages::Image& image : undecided) {
+    const ConfigTable& table = *tables_[image.table];
+    if (image.present) genIds[table.handle(image.row)][1] = table.genId(image.row);
+  }
+  metadata_->retain([&genIds](std::uint64_t handle, std::uint64_t genId) {
+    const auto found = genIds.find(handle);
+    return found != genIds.end() && (found->second[0] == genId || found->second[1] == genId);
+  });
 }
 
 /// Whether the image is that of a table of this core.
@@ -144,6 +165,7 @@ void AgentCore::restore(BeforeImages::Image& image, const HardwareAnswers& answe
   entry.removed = current.isNull();
   if (entry.removed && image.present) reserve(entry, true);
   entry.entryHandle = table.handle(entry.removed ? entry.row : current);
+  if (!entry.removed) entry.genId = table.genId(current);
   const bool awaited =
       entry.removed ? isKnown(entry.entryHandle, answers) : !isAnswered(table, current, answers);
   if (!awaited) return undo(entry);
@@ -266,10 +288,12 @@ bool AgentCore::write(Operation& operation) noexcept {
         reserve(entry, true);
       } else {
         entry.genId = nextGenId_++;
+        metadata_->add(entry.entryHandle, entry.genId, operation.update().metadata);
         table.write(entry.row, entry.genId, entry.entryHandle);
         unreserve(entry);
       }
     } catch (...) {
+      metadata_->remove(entry.entryHandle, entry.genId);
       images_->remove(std::exchange(entry.image, BeforeImages::kNone));
       throw;
     }
@@ -394,6 +418,7 @@ void AgentCore::decide(Batch& batch) noexcept {
     HeldEntry& entry = *operation.entry;
     batch.answer(operation, StatusCode::ok, {});
     images_->forget(std::exchange(entry.image, BeforeImages::kNone));
+    dropMetadata(*entry.table, entry.before);
     release(entry);
   }
 }
@@ -474,20 +499,18 @@ void AgentCore::outOfService(ConfigTable& table, const std::string& reason) {
 void AgentCore::undo(HeldEntry& entry) noexcept {
   ++counters_.undos;
   try {
-    ConfigTable& table = *entry.table;
+    const std::array written{entry.entryHandle, entry.genId};
+    const std::array before{entry.before.isNull() ? 0 : entry.table->handle(entry.before),
+                            entry.before.isNull() ? 0 : entry.table->genId(entry.before)};
     if (!entry.before.isNull()) {
-      if (entry.removed) entry.entryHandle = nextHandle_++;
-      entry.genId = nextGenId_++;
-      entries_.handleIs(entry, entry.entryHandle);
-      table.write(entry.before, entry.genId, entry.entryHandle);
-      entry.removed = false;
-      unreserve(entry);
+      writeBack(entry);
     } else {
       entries_.handleIs(entry, entry.entryHandle);
-      table.remove(entry.row);
+      entry.table->remove(entry.row);
       entry.removed = true;
     }
     if (entry.image != BeforeImages::kNone) images_->remove(std::exchange(entry.image, BeforeImages::kNone));
+    for (const auto& [handle, genId] : {written, before}) metadata_->remove(handle, genId);
     entry.state = EntryState::undoing;
   } catch (const std::exception& failure) {
     // The before-image counts whatever becomes of the batch: the next start undoes what could not be undone.
@@ -496,6 +519,23 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
     log(entry, "could not be undone: ", failure.what());
     release(entry);
   }
+}
+
+/// The row before, with its metadata, under a new genId; under a new handle where the entry was gone.
+void AgentCore::writeBack(HeldEntry& entry) {
+  ConfigTable& table = *entry.table;
+  const std::string_view kept = metadata(table, entry.before);
+  if (entry.removed) entry.entryHandle = nextHandle_++;
+  entry.genId = nextGenId_++;
+  entries_.handleIs(entry, entry.entryHandle);
+  metadata_->add(entry.entryHandle, entry.genId, kept);
+  table.write(entry.before, entry.genId, entry.entryHandle);
+  entry.removed = false;
+  unreserve(entry);
+}
+
+void AgentCore::dropMetadata(const ConfigTable& table, const Lumen::BaseRow& row) noexcept {
+  if (!row.isNull()) metadata_->remove(table.handle(row), table.genId(row));
 }
 
 void AgentCore::undone(HeldEntry& entry, std::uint16_t errorCode) noexcept {
@@ -516,6 +556,7 @@ void AgentCore::undone(HeldEntry& entry, std::uint16_t errorCode) noexcept {
 /// A late success.
 void AgentCore::commit(HeldEntry& entry) noexcept {
   images_->remove(std::exchange(entry.image, BeforeImages::kNone));
+  dropMetadata(*entry.table, entry.before);
   release(entry);
 }
 

@@ -10,6 +10,7 @@
 
 #include "apps/core/Batch.h"
 #include "apps/core/HeldEntries.h"
+#include "apps/core/Metadata.h"
 #include "p4runtime/BatchStatus.h"
 
 namespace Agent {
@@ -41,7 +42,8 @@ using HardwareAnswers = std::unordered_map<std::uint64_t, HardwareAnswer>;
 ///               repeated once when the hardware agent has restarted
 ///   time-out    an update that waits is never written. One in flight keeps its entry: its late success
 ///               commits it, its late failure undoes it; of a batch that rolls back, any late answer does
-///   decision    a batch is decided in the file before its results are handed out
+///   metadata    stored under handle and genId before the row is, and dropped when the row is replaced for
+///   good decision    a batch is decided in the file before its results are handed out
 ///
 /// Errors: an update for which there is no memory is answered RESOURCE_EXHAUSTED. Only operations that say so
 /// throw.
@@ -59,8 +61,10 @@ class AgentCore {
     /// Handles and genIds count up from here: the wall clock in nanoseconds. Should the clock have been set
     /// back, from above those in the tables.
     std::uint64_t firstHandle;
-    Clock::duration timeout;   ///< from the start of a batch to DEADLINE_EXCEEDED
-    std::string beforeImages;  ///< path of the file of before-images
+    Clock::duration timeout;         ///< from the start of a batch to DEADLINE_EXCEEDED
+    std::string beforeImages;        ///< path of the file of before-images
+    std::string metadata;            ///< path of the file of entries' metadata
+    std::size_t maxMetadata = 1024;  ///< bytes that an entry may have
     /// Why the table of that short name cannot be used until the agent is started again; empty when it can.
     /// Asked when a write fails or an entry is not found: a damaged table reads as empty.
     std::function<std::string(const std::string& table)> fault = [](const auto&) { return std::string(); };
@@ -78,7 +82,7 @@ class AgentCore {
   };
 
   /// Serves the output tables. Throws Cairn::Exception for one that `lumenDb` does not have, and what
-  /// BeforeImages throws.
+  /// BeforeImages and Metadata throw.
   AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runtime::BatchStatus> batchStatus,
             Settings settings);
   ~AgentCore();
@@ -121,6 +125,12 @@ class AgentCore {
   /// Calls `visit(row)` for each row of the table as it was before every undecided batch.
   void eachDecidedRow(const ConfigTable& table, const std::function<void(const Lumen::BaseRow&)>& visit);
 
+  /// What the controller keeps with the entry of a row that eachDecidedRow has visited. Valid until the next
+  /// call that changes entries.
+  std::string_view metadata(const ConfigTable& table, const Lumen::BaseRow& row) const noexcept {
+    return metadata_->of(table.handle(row), table.genId(row));
+  }
+
   /// When expire() is next needed; none while no batch is in progress.
   std::optional<Clock::time_point> nextDeadline() const;
   /// Calls the Progress of every batch that is in progress.
@@ -148,6 +158,7 @@ class AgentCore {
 
   bool restorable(BeforeImages::Image& image,
                   const std::function<void(const ConfigTable&, const Lumen::BaseRow&)>& visit);
+  void retainMetadata(const std::vector<BeforeImages::Image>& undecided);
   void restore(BeforeImages::Image& image, const HardwareAnswers& answers);
   void hold(Operation& operation, std::vector<bool>& repeated);
   void proceed() noexcept;
@@ -169,6 +180,8 @@ class AgentCore {
   void undone(HeldEntry& entry, std::uint16_t errorCode) noexcept;
   void commit(HeldEntry& entry) noexcept;
   void release(HeldEntry& entry) noexcept;
+  void dropMetadata(const ConfigTable& table, const Lumen::BaseRow& row) noexcept;
+  void writeBack(HeldEntry& entry);
   static bool reserve(HeldEntry& entry, bool forced);
   static void unreserve(HeldEntry& entry) noexcept;
   void log(const HeldEntry& entry, const char* what, const char* why) noexcept;
@@ -181,6 +194,7 @@ class AgentCore {
   std::uint64_t nextGenId_;
   std::vector<std::unique_ptr<ConfigTable>> tables_;
   std::optional<BeforeImages> images_;
+  std::optional<Metadata> metadata_;
   std::deque<std::unique_ptr<Batch>> batches_;  // in order of their deadlines
   HeldEntries entries_;
   Queue ready_;  // hold their entries, have not been attempted

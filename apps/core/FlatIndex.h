@@ -49,6 +49,14 @@ class FlatIndex {
     --size_;
   }
 
+  /// Calls `visit(place)` for each; it may not change the index.
+  template <class Visit>
+  void forEach(const Visit& visit) const {
+    for (const Cell& cell : cells_) {
+      if (cell.place != kNone) visit(cell.place);
+    }
+  }
+
  private:
   struct Cell {
     std::uint32_t hash = 0;

@@ -49,6 +49,7 @@ EndToEnd::EndToEnd(const std::string& hwAgent, const std::string& plugin, std::c
   settings.firstHandle = kFirstHandle;
   settings.timeout = kAnswerTime;
   settings.beforeImages = folder_.path() + "/before-images";
+  settings.metadata = folder_.path() + "/metadata";
   core_ = std::make_unique<Agent::AgentCore>(context_->lumenDb(), batchStatus_, settings);
   core_->start({});
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] { core_->completionsReady(); });

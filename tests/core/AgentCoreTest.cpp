@@ -142,16 +142,19 @@ TEST_F(AgentCoreTest, UnusableTable_IsOneTextForEveryUpdate) {
   EXPECT_EQ(core_->held(), 1u);
 }
 
-TEST_F(AgentCoreTest, DamagedBeforeImages_AreReportedAndTheRowsTakenAsTheyAre) {
-  submit({"+1"});
-  core_.reset();
-  std::FILE* const file = std::fopen((folder_.path() + "/before-images").c_str(), "r+");
-  ASSERT_NE(file, nullptr);
-  std::fputs("damage", file);
-  std::fclose(file);
-  start(kFirstHandle);
-  EXPECT_NE(log_.find("before-images is damaged"), std::string::npos) << log_;
-  EXPECT_EQ(shown(), Strings{"1=1"});
+TEST_F(AgentCoreTest, DamagedFile_IsReportedAndTheRowsTakenAsTheyAre) {
+  const std::pair<const char*, const char*> files[] = {{"before-images", "1=1:a"}, {"metadata", "1=1"}};
+  submit({"+1:a"});
+  for (const auto& [name, rows] : files) {
+    core_.reset();
+    std::FILE* const file = std::fopen((folder_.path() + "/" + name).c_str(), "r+");
+    ASSERT_NE(file, nullptr);
+    std::fputs("damage", file);
+    std::fclose(file);
+    start(kFirstHandle);
+    EXPECT_NE(log_.find(std::string(name) + " is damaged"), std::string::npos) << log_;
+    EXPECT_EQ(shown(), Strings{rows});
+  }
 }
 
 }  // namespace

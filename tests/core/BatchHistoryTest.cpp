@@ -245,6 +245,35 @@ constexpr History kHistories[] = {
         ok 1
         wrote 1=1 2=2 -2
         shows 1=1)"},
+    {"Metadata_FollowsItsRow", R"(
+        continue +1=1:a +2=2:b +3=3
+        ok 0
+        ok 1
+        ok 2
+        continue ~1=5:c -2 +4=4:d ~3=3:e
+        shows 1=1:a 2=2:b 3=3
+        no 3
+        no 4
+        no 5
+        ok 6
+        shows 1=1:a 2=2:b 3=3:e
+        ok 7
+        ok 8
+        ok 9
+        agent
+        shows 1=1:a 2=2:b 3=3:e
+        continue ~3=4
+        ok 10
+        continue ~1=5:c -2
+        agent
+        shows 1=1:a 2=2:b 3=4
+        ok 11
+        ok 12
+        ok 13
+        ok 14
+        shows 1=1:a 2=2:b 3=4
+        agent
+        shows 1=1:a 2=2:b 3=4)"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Core, BatchHistory, testing::ValuesIn(kHistories),

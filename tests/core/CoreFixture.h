@@ -51,6 +51,7 @@ class CoreFixture : public testing::Test {
     settings.firstHandle = firstHandle;
     settings.timeout = std::chrono::seconds(1);
     settings.beforeImages = folder_.path() + "/before-images";
+    settings.metadata = folder_.path() + "/metadata";
     settings.fault = [this](const auto&) { return fault_; };
     settings.hardwareRuns = [this](const auto&) { return hardwareRuns_; };
     settings.log = [this](const std::string& line) { log_ += line + "\n"; };
@@ -58,8 +59,11 @@ class CoreFixture : public testing::Test {
     core_->start(answers);
   }
 
-  /// "+5" or "+5=9" inserts entry 5, with VRF 9, "~5=9" modifies and "-5" removes it.
-  Agent::Update update(const std::string& text) {
+  /// "+5" or "+5=9" inserts entry 5, with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text" has that
+  /// text for metadata.
+  Agent::Update update(const std::string& whole) {
+    const std::size_t colon = std::min(whole.find(':'), whole.size());
+    const std::string text = whole.substr(0, colon);
     const std::size_t equals = std::min(text.find('='), text.size());
     const std::string number = text.substr(1, equals - 1);
     const std::string vrf = equals == text.size() ? "1" : text.substr(equals + 1);
@@ -70,6 +74,7 @@ class CoreFixture : public testing::Test {
     made.table = core_->table("l3IifTH3");
     const std::vector<Lumen::ColumnText> fields = {{"l3Iif", number}, {"vrf", vrf}};
     made.row = made.table->row(fields);
+    if (colon != whole.size()) made.metadata = whole.substr(colon + 1);
     return made;
   }
 
@@ -115,7 +120,7 @@ class CoreFixture : public testing::Test {
   }
   const std::vector<std::string>& writes() const { return writes_->texts; }
   std::uint64_t handle(std::size_t write) const { return writes_->entries.at(write).entryHandle; }
-  /// What a reader is shown: "5=9" for each entry, in order of their keys.
+  /// What a reader is shown: "5=9" or "5=9:text" for each entry, in order of their keys.
   std::vector<std::string> shown() {
     std::map<std::uint64_t, std::string> entries;
     core_->eachDecidedRow(*core_->table("l3IifTH3"), [&](const Lumen::BaseRow& row) {
@@ -123,7 +128,11 @@ class CoreFixture : public testing::Test {
       std::uint16_t vrf = 0;
       row.getColumn(21, number);
       row.getColumn(41, vrf);
-      EXPECT_TRUE(entries.emplace(number, std::to_string(number) + "=" + std::to_string(vrf)).second);
+      std::string& text = entries[number];
+      EXPECT_EQ(text, "");
+      text = std::to_string(number) + "=" + std::to_string(vrf);
+      const std::string_view metadata = core_->metadata(*core_->table("l3IifTH3"), row);
+      if (!metadata.empty()) text.append(":").append(metadata);
     });
     std::vector<std::string> texts;
     for (const auto& [number, text] : entries) texts.push_back(text);
