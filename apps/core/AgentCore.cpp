@@ -660,6 +660,11 @@ void AgentCore::eachDecidedRow(const ConfigTable& table,
   });
 }
 
+Lumen::BaseRow AgentCore::decidedRow(const ConfigTable& table, const Lumen::BaseRow& row) {
+  const HeldEntry* const entry = entries_.find(table, table.keyHash(row), row);
+  return entry != nullptr && entry->isChanged() ? entry->before : table.stored(row);
+}
+
 void AgentCore::reportProgress() const {
   for (const auto& batch : batches_) {
     if (batch->progress) batch->progress(batch->updates.size() - batch->undecided);

@@ -125,7 +125,9 @@ class AgentCore {
   /// Calls `visit(row)` for each row of the table as it was before every undecided batch.
   void eachDecidedRow(const ConfigTable& table, const std::function<void(const Lumen::BaseRow&)>& visit);
 
-  /// What the controller keeps with the entry of a row that eachDecidedRow has visited. Valid until the next
+  /// That with the key of `row`; a null row if there is none.
+  Lumen::BaseRow decidedRow(const ConfigTable& table, const Lumen::BaseRow& row);
+  /// What the controller keeps with the entry of a row that the two above have shown. Valid until the next
   /// call that changes entries.
   std::string_view metadata(const ConfigTable& table, const Lumen::BaseRow& row) const noexcept {
     return metadata_->of(table.handle(row), table.genId(row));

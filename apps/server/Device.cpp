@@ -1,0 +1,129 @@
+#include "apps/server/Device.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Server {
+
+using Agent::Status;
+using Agent::StatusCode;
+
+namespace {
+
+constexpr std::size_t kWorksAtOnce = 64;  // between other events of the loop
+constexpr std::chrono::milliseconds kTakeoverCheck{50};
+
+}  // namespace
+
+Stream::~Stream() = default;
+
+Device::Device(Quill::EventLoop& loop, Agent::AgentCore& core, Submit submit, const Settings& settings)
+    : loop_(loop),
+      core_(core),
+      submit_(std::move(submit)),
+      settings_(settings),
+      decoder_(pipeline_, settings.maxMetadata),
+      quota_(settings.maxRequests, settings.maxRequestBytes),
+      electionIds_(settings.runtimeFolder),
+      arbitration_(settings.arbitration, *this, electionIds_),
+      config_(pipeline_,
+              {[this](PipelineConfig::Done done) { removeAll(std::move(done)); },
+               [this](std::size_t table) { return hasEntries(table); }},
+              settings.runtimeFolder) {
+  loop_.descriptorIs(inbox_.descriptor(), [this] { inbox_.run(kWorksAtOnce); });
+  takeoverTimer_ =
+      loop_.periodicTimerIs(kTakeoverCheck, [this] { arbitration_.expire(Arbitration::Clock::now()); });
+}
+
+Device::~Device() {
+  loop_.timerDel(takeoverTimer_);
+  loop_.descriptorDel(inbox_.descriptor());
+}
+
+bool Device::postponed(Bridge::Work& write) {
+  if (removal_) postponed_.push_back(&write);
+  return removal_ != nullptr;
+}
+
+void Device::submit(std::vector<Agent::Update> updates, Agent::Atomicity atomicity,
+                    Agent::AgentCore::Done done) {
+  submit_(std::move(updates), atomicity,
+          [this, done = std::move(done)](std::vector<Agent::UpdateStatus> results) {
+            done(std::move(results));
+            writeEnded();
+          });
+  ++writesInFlight_;
+}
+
+void Device::writeEnded() {
+  if (--writesInFlight_ == 0 && removal_) removeNow();
+}
+
+bool Device::hasEntries(std::size_t table) const {
+  bool any = false;
+  core_.tables()[table]->eachRow([&any](const Lumen::BaseRow&) { any = true; });
+  return any;
+}
+
+/// Begins when the writes that have entered are decided; those to come wait.
+void Device::removeAll(PipelineConfig::Done done) {
+  removal_ = std::move(done);
+  if (writesInFlight_ == 0) removeNow();
+}
+
+void Device::removeNow() {
+  std::vector<Agent::Update> removals;
+  for (const auto& table : core_.tables()) {
+    table->eachRow([&](const Lumen::BaseRow& row) {
+      removals.push_back({Agent::UpdateType::remove, table.get(), row, {}, {}});
+    });
+  }
+  submit_(std::move(removals), Agent::Atomicity::rollbackOnError,
+          [this](const std::vector<Agent::UpdateStatus>& results) { removalEnded(results); });
+}
+
+void Device::removalEnded(const std::vector<Agent::UpdateStatus>& results) {
+  const auto failed = std::find_if(results.begin(), results.end(), [](const Agent::UpdateStatus& result) {
+    return !result.ok() && result.code != StatusCode::aborted;
+  });
+  std::exchange(removal_, nullptr)(failed == results.end() ? Status() : Status(*failed));
+  for (Bridge::Work* const write : std::exchange(postponed_, {})) write->run();
+}
+
+Status Device::open(std::shared_ptr<Stream> stream, StreamId& id) {
+  id = nextStream_++;
+  Status status = arbitration_.streamOpened(id);
+  if (status.ok()) streams_.emplace(id, std::move(stream));
+  return status;
+}
+
+void Device::arbitrate(StreamId id, const ArbitrationRequest& request) {
+  arbitration_.arbitrate(id, request, Arbitration::Clock::now());
+}
+
+void Device::close(StreamId id) {
+  arbitration_.streamClosed(id);
+  streams_.erase(id);
+}
+
+void Device::notify(StreamId stream, const Notice& notice) {
+  const auto found = streams_.find(stream);
+  if (found != streams_.end()) found->second->notify(notice);
+}
+
+void Device::end(StreamId stream, const Status& status) {
+  const auto found = streams_.find(stream);
+  if (found == streams_.end()) return;
+  const std::shared_ptr<Stream> ended = std::move(found->second);
+  streams_.erase(found);
+  ended->end(status);
+}
+
+void Device::stop() {
+  inbox_.close();
+  for (const auto& [id, stream] : std::exchange(streams_, {})) {
+    stream->end({StatusCode::unavailable, "the agent is stopping"});
+  }
+}
+
+}  // namespace Server

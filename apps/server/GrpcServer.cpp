@@ -1,0 +1,110 @@
+#include "apps/server/GrpcServer.h"
+
+#include <fmt/format.h>
+#include <grpcpp/ext/proto_server_reflection_plugin.h>
+#include <grpcpp/health_check_service_interface.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "cairn/Exception.h"
+
+namespace Server {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kServiceName = "p4.v1.P4Runtime";
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream contents;
+  contents << file.rdbuf();
+  if (!file || contents.str().empty()) {
+    throw Cairn::Exception(fmt::format("expected a file in PEM, got {}, which cannot be read", path));
+  }
+  return contents.str();
+}
+
+std::shared_ptr<grpc::ServerCredentials> credentialsOf(const std::optional<TlsFiles>& tls) {
+  if (!tls) return grpc::InsecureServerCredentials();
+  grpc::SslServerCredentialsOptions options(tls->clientCa.empty()
+                                                ? GRPC_SSL_DONT_REQUEST_CLIENT_CERTIFICATE
+                                                : GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
+  options.pem_key_cert_pairs.push_back({contentsOf(tls->key), contentsOf(tls->certificate)});
+  if (!tls->clientCa.empty()) options.pem_root_certs = contentsOf(tls->clientCa);
+  return grpc::SslServerCredentials(options);
+}
+
+/// A peer that is gone without a word is noticed within half a minute.
+void limit(grpc::ServerBuilder& builder, const Listening& listening) {
+  builder.SetMaxReceiveMessageSize(listening.maxMessageBytes);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, 20'000);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 10'000);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
+  builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 1'000);
+}
+
+}  // namespace
+
+GrpcServer::GrpcServer(Quill::EventLoop& loop, Device& device, const Listening& listening)
+    : loop_(loop), device_(device), service_(device) {
+  grpc::EnableDefaultHealthCheckService(true);
+  grpc::reflection::InitProtoReflectionServerBuilderPlugin();
+  grpc::ServerBuilder builder;
+  limit(builder, listening);
+  builder.RegisterService(&service_);
+  if (!listening.unixSocket.empty()) {
+    unix_.emplace(listening.unixSocket);
+    add(builder, unix_->descriptor(), true, grpc::InsecureServerCredentials());
+  }
+  for (const std::string& address : listening.addresses) {
+    tcp_.push_back(std::make_unique<TcpSocket>(address));
+    if (!tcp_.back()->isLoopback() && !listening.tls && !listening.isInsecureAllowed) {
+      throw Cairn::Exception(
+          fmt::format("expected a loopback address, TLS or --insecure, got {} without", address));
+    }
+    add(builder, tcp_.back()->descriptor(), false, credentialsOf(listening.tls));
+  }
+  server_ = builder.BuildAndStart();
+  if (!server_) throw Cairn::Exception("the gRPC server could not be started");
+  server_->GetHealthCheckService()->SetServingStatus(kServiceName, true);
+  for (const Endpoint& endpoint : endpoints_) accept(loop, endpoint, listening.maxConnections);
+}
+
+void GrpcServer::add(grpc::ServerBuilder& builder, int listener, bool isUnix,
+                     const std::shared_ptr<grpc::ServerCredentials>& credentials) {
+  endpoints_.push_back(
+      {listener, isUnix,
+       builder.experimental().AddExternalConnectionAcceptor(
+           grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, credentials)});
+}
+
+void GrpcServer::accept(Quill::EventLoop& loop, const Endpoint& endpoint, std::size_t maxConnections) {
+  Acceptor::Settings settings;
+  settings.maxConnections = maxConnections;
+  if (endpoint.isUnix) settings.user = ::geteuid();
+  acceptors_.push_back(
+      std::make_unique<Acceptor>(loop, endpoint.listener, settings, [&endpoint](int descriptor) {
+        grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
+        connection.listener_fd = endpoint.listener;
+        connection.fd = descriptor;
+        endpoint.connections->HandleNewConnection(&connection);
+      }));
+}
+
+GrpcServer::~GrpcServer() = default;
+
+void GrpcServer::stop(std::chrono::steady_clock::time_point deadline) {
+  acceptors_.clear();
+  server_->GetHealthCheckService()->SetServingStatus(false);
+  device_.stop();
+  while (device_.writesInFlight() != 0 && std::chrono::steady_clock::now() < deadline) loop_.step(20ms);
+  server_->Shutdown(std::chrono::system_clock::now() + 500ms);
+}
+
+}  // namespace Server

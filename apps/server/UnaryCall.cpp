@@ -1,0 +1,25 @@
+#include "apps/server/UnaryCall.h"
+
+namespace Server {
+
+grpc::Status grpcStatus(const Agent::Status& status) {
+  if (status.ok()) return grpc::Status::OK;
+  return {static_cast<grpc::StatusCode>(status.code), status.message};
+}
+
+std::optional<ElectionId> electionIdOf(bool isSet, const p4::v1::Uint128& id) {
+  if (!isSet) return std::nullopt;
+  return ElectionId{id.high(), id.low()};
+}
+
+bool UnaryCall::reserve(const google::protobuf::MessageLite& request) {
+  const Agent::Status status = device_.quota().take(request.ByteSizeLong(), share_);
+  if (!status.ok()) finish(status);
+  return status.ok();
+}
+
+void UnaryCall::post() {
+  if (!device_.inbox().post(*this)) finish({Agent::StatusCode::unavailable, "the agent is stopping"});
+}
+
+}  // namespace Server

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <grpcpp/grpcpp.h>
+
+#include <atomic>
+#include <optional>
+
+#include "apps/server/Device.h"
+
+namespace Server {
+
+grpc::Status grpcStatus(const Agent::Status& status);
+std::optional<ElectionId> electionIdOf(bool isSet, const p4::v1::Uint128& id);
+
+/// A call with one request and one answer, which goes to the loop in between. Made on a gRPC thread; gone
+/// when gRPC is done with it.
+class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
+ protected:
+  explicit UnaryCall(Device& device) : device_(device) {}
+
+  /// False when the request finds no room among those in flight; the call is finished then.
+  bool reserve(const google::protobuf::MessageLite& request);
+  /// Has run() called on the loop's thread, or finishes the call when the loop takes no more work.
+  void post();
+  void finish(const Agent::Status& status) { Finish(grpcStatus(status)); }
+  /// The client has cancelled the call or is gone.
+  bool isCancelled() const noexcept { return isCancelled_.load(std::memory_order_relaxed); }
+
+  Device& device_;
+
+ private:
+  void OnCancel() override { isCancelled_.store(true, std::memory_order_relaxed); }
+  void OnDone() override { delete this; }
+
+  Bridge::Quota::Share share_;
+  std::atomic<bool> isCancelled_{false};
+};
+
+}  // namespace Server
