@@ -23,7 +23,8 @@ std::uint64_t wallClockNanoseconds() {
 }  // namespace
 
 AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFolder,
-                           const std::string& plugin, std::chrono::milliseconds timeout)
+                           const std::string& plugin, std::chrono::milliseconds timeout,
+                           std::size_t maxMetadata)
     : loop_(loop),
       entityManager_(
           Quill::allocate<Orrery::EntityManager>(runtimeFolder, loop, Process::tableLog(), kDamagePatience)),
@@ -42,6 +43,7 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFol
   settings.timeout = timeout;
   settings.beforeImages = runtimeFolder + "/p4rt-agent.undo";
   settings.metadata = runtimeFolder + "/p4rt-agent.metadata";
+  settings.maxMetadata = maxMetadata;
   settings.fault = [this](const std::string& table) { return tables_.fault(table); };
   settings.hardwareRuns = [this](const std::string& table) { return tables_.hardwareRuns(table); };
   settings.log = [](const std::string& line) { Process::log(line); };
@@ -162,7 +164,6 @@ void AgentProcess::armDeadline() {
   });
 }
 
-/// Afterwards the tables are gone; the agent continues, but nothing can be written any more.
 void AgentProcess::cleanup() { P4Runtime::PluginLibrary::requestCleanup(*context_); }
 
 }  // namespace Agent

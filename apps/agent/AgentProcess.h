@@ -8,7 +8,6 @@
 
 #include "apps/agent/HardwareWatch.h"
 #include "apps/agent/MountedTables.h"
-#include "apps/agent/Options.h"
 #include "apps/core/AgentCore.h"
 #include "apps/script/ScriptRun.h"
 #include "orrery/EntityManager.h"
@@ -24,7 +23,7 @@ class AgentProcess {
   /// Loads and starts the plugin over the tables in `runtimeFolder`. Throws when it cannot be loaded, a table
   /// cannot be mounted or another agent writes the tables. `loop` is not owned.
   AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFolder, const std::string& plugin,
-               std::chrono::milliseconds timeout);
+               std::chrono::milliseconds timeout, std::size_t maxMetadata = 1024);
   /// Unloads the plugin; the tables stay.
   ~AgentProcess();
   AgentProcess(const AgentProcess&) = delete;
@@ -38,6 +37,9 @@ class AgentProcess {
   /// Submits a batch and has its results handed out from the event loop. Throws std::bad_alloc; nothing has
   /// been attempted then.
   void submit(std::vector<Update> updates, Atomicity atomicity, AgentCore::Done done);
+  /// Removes the tables through the plugin's cleanup helper, and what belongs to their entries. Nothing can
+  /// be written any more.
+  void cleanup();
   /// A callback of the loop was abandoned for want of memory: completions may have been lost with it. They
   /// are recovered within half a second.
   void recover() noexcept { recovering_ = true; }
@@ -55,7 +57,6 @@ class AgentProcess {
   bool proceed();
   void turnSoon();
   void armDeadline();
-  void cleanup();
 
   Quill::EventLoop& loop_;  // not owned
   Quill::Ptr<Orrery::EntityManager> entityManager_;

@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
+
 #include <filesystem>
+#include <functional>
 #include <string_view>
 
 #include "apps/process/MainLoop.h"
@@ -12,30 +15,49 @@
 namespace Agent {
 
 const char* const kHelp =
-    R"(p4rt-agent: writes table entries to the switching ASIC through the plugin and reports every result
+    R"(p4rt-agent: serves P4Runtime; writes table entries to the switching ASIC through the plugin
 
-  p4rt-agent [options] [SCRIPT...]     runs the scripts ("-": standard input); with --socket, then serves
-                                       until SIGTERM
+  p4rt-agent [options]                 serves controllers until SIGTERM
+  p4rt-agent --p4info [FORMAT]         prints the P4Info: text (default), binary or json
+  p4rt-agent [options] --cleanup       removes the tables, with all entries
+  p4rt-agent [options] SCRIPT...       runs the scripts ("-": standard input); with --socket, then serves
   p4rt-agent --send SOCKET SCRIPT...   sends the scripts to a running agent and prints its answers
 
   -p, --plugin PATH           plugin library (default: TolmarP4RuntimePlugin.so beside this program)
   -r, --runtime-folder DIR    folder of the shared-memory tables: this user's own, mode 0700, no link;
                               created when missing (default: /dev/shm/tolmar-UID)
-  -s, --socket PATH           Unix socket on which scripts are accepted: connect, write the script, shut down
-                              writing, read the results
-  -S, --send SOCKET           send the scripts to the agent that serves this socket
   -t, --timeout SECONDS       time for the hardware's answer, 0.001 to 3600 (default: 10)
   -b, --busy-poll MICROSECONDS
                               after work, look for more for so long before sleeping, 0 to 1000000 (default: 0):
                               answers come sooner, and a processor is busy
-  -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, which means
-                              on a terminal)
   -T, --trace HANDLE:LEVEL    log the lines of this trace handle ("*": of all) and level (0 to 31); may be
                               given more than once
+
+  -d, --device-id N           the device that controllers name (default: 1)
+      --p4runtime-socket PATH Unix socket for controllers (default: p4runtime.sock in the runtime folder)
+  -l, --listen ADDRESS:PORT   serve there, too (registered port: 9559); may be given more than once. Other
+                              addresses than loopback need TLS or --insecure
+      --tls-cert, --tls-key FILE   certificate and key in PEM
+      --tls-client-ca FILE    clients must have a certificate of this authority
+      --insecure              no TLS, on any address
+
+      --max-message-bytes N   of one request (default: 16777216, 4194304 at least)
+      --max-requests N        in flight (default: 256)
+      --max-request-bytes N   of all requests in flight (default: 67108864)
+      --max-streams N         of controllers (default: 256, which is the least)
+      --max-connections N     on each socket (default: 256)
+      --max-roles N           remembered (default: 1024, which is the least)
+      --max-metadata BYTES    of one entry (default: 1024)
+      --details-per-update N  bytes of error details for each update, beside 8192 (default: 100)
+
+  -s, --socket PATH           Unix socket on which scripts are accepted
+  -S, --send SOCKET           send the scripts to the agent that serves this socket
+  -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, which means
+                              on a terminal)
   -h, --help                  this text
   -V, --version               the version
 
-SIGTERM and SIGINT stop the agent and keep the tables; a script's "cleanup" removes them.
+SIGTERM and SIGINT stop the agent and keep the tables.
 Exit code: 0 when every result was as expected, 1 when not or when something failed, 2 for wrong usage.
 )";
 
@@ -73,30 +95,133 @@ std::pair<std::string, int> traceOf(const std::string& text) {
   throw Cairn::Exception("--trace: expected HANDLE:LEVEL with a level from 0 to 31, got \"" + text + "\"");
 }
 
+Wire::P4InfoFormat formatOf(const std::string& name) {
+  if (name == "text") return Wire::P4InfoFormat::text;
+  if (name == "binary") return Wire::P4InfoFormat::binary;
+  if (name == "json") return Wire::P4InfoFormat::json;
+  throw Cairn::Exception("--p4info: expected text, binary or json, got \"" + name + "\"");
+}
+
+class Reader {
+ public:
+  explicit Reader(Options& options) : options_(options) {
+    app_.set_help_flag("-h,--help");
+    app_.set_version_flag("-V,--version", std::string());
+    app_.add_option("SCRIPT", options.scripts);
+    take("-p,--plugin", [&](const std::string& value) { options.plugin = pluginPath(value); });
+    take("-r,--runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; });
+    take("-s,--socket", [&](const std::string& value) { options.serveAt = value; });
+    take("-S,--send", [&](const std::string& value) { options.sendTo = value; });
+    take("-t,--timeout", [&](const std::string& value) { options.timeout = timeoutOf(value); });
+    take("-b,--busy-poll", [&](const std::string& value) { options.busyPoll = Process::busyPollOf(value); });
+    take("-c,--color", [&](const std::string& value) { options.colour = colourOf(value); });
+    take("-T,--trace", [&](const std::string& value) { options.traces.push_back(traceOf(value)); });
+    addListening();
+    addLimits();
+    app_.add_flag("--cleanup", options.cleanup);
+    app_.add_option_function<std::string>("--p4info",
+                                          [&](const std::string& value) { options.p4info = formatOf(value); })
+        ->expected(0, 1)
+        ->default_str("text");
+  }
+
+  Process::Action parse(int count, char* const* arguments) {
+    try {
+      app_.parse(count, arguments);
+      return Process::Action::run;
+    } catch (const CLI::CallForHelp&) {
+      return Process::Action::help;
+    } catch (const CLI::CallForVersion&) {
+      return Process::Action::version;
+    } catch (const CLI::ParseError& error) {
+      throw Cairn::Exception(std::string("expected options of --help: ") + error.what());
+    }
+  }
+
+ private:
+  using Take = std::function<void(const std::string&)>;
+
+  void take(const std::string& names, const Take& use) {
+    const auto used = [names, use](const std::vector<std::string>& values) {
+      for (const std::string& value : values) {
+        if (value.empty()) throw Cairn::Exception(names + ": expected a value, got an empty one");
+        use(value);
+      }
+      return true;
+    };
+    app_.add_option(names, used, "")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  }
+
+  template <class Number>
+  void number(const std::string& name, Number low, Number high, Number& place) {
+    take(name, [name, low, high, &place](const std::string& value) {
+      const auto read = Process::numberIn(value, low, high);
+      if (!read) {
+        throw Cairn::Exception(name + ": expected a number from " + std::to_string(low) + " to " +
+                               std::to_string(high) + ", got \"" + value + "\"");
+      }
+      place = *read;
+    });
+  }
+
+  void addListening() {
+    Server::Listening& listening = options_.listening;
+    take("--p4runtime-socket", [&](const std::string& value) { listening.unixSocket = value; });
+    take("-l,--listen", [&](const std::string& value) { listening.addresses.push_back(value); });
+    const auto tls = [&](const std::string& name, std::string Server::TlsFiles::*file) {
+      take(name, [&listening, file](const std::string& value) {
+        if (!listening.tls) listening.tls.emplace();
+        (*listening.tls).*file = value;
+      });
+    };
+    tls("--tls-cert", &Server::TlsFiles::certificate);
+    tls("--tls-key", &Server::TlsFiles::key);
+    tls("--tls-client-ca", &Server::TlsFiles::clientCa);
+    app_.add_flag("--insecure", listening.isInsecureAllowed);
+  }
+
+  void addLimits() {
+    constexpr std::size_t kMegabyte = std::size_t{1} << 20;
+    Server::Device::Settings& device = options_.device;
+    number<std::uint64_t>("-d,--device-id", 1, UINT64_MAX, device.arbitration.device);
+    number<std::size_t>("--max-streams", 256, 65'536, device.arbitration.maxStreams);
+    number<std::size_t>("--max-roles", 1024, 1'048'576, device.arbitration.maxRoles);
+    number<std::size_t>("--max-requests", 1, 65'536, device.maxRequests);
+    number<std::size_t>("--max-request-bytes", 4 * kMegabyte, 4096 * kMegabyte, device.maxRequestBytes);
+    number<int>("--max-message-bytes", 4 << 20, 256 << 20, options_.listening.maxMessageBytes);
+    number<std::size_t>("--max-connections", 1, 65'536, options_.listening.maxConnections);
+    number<std::size_t>("--max-metadata", 0, 65'536, device.maxMetadata);
+    number<std::size_t>("--details-per-update", 0, 65'536, device.details.perUpdate);
+  }
+
+  Options& options_;
+  CLI::App app_;
+};
+
+void check(const Options& options) {
+  if (!options.serveAt.empty() && !options.sendTo.empty()) {
+    throw Cairn::Exception("expected --socket or --send, got both");
+  }
+  if (!options.sendTo.empty() && options.scripts.empty()) {
+    throw Cairn::Exception("expected a script (\"-\" for standard input) to --send, got none");
+  }
+  const auto& tls = options.listening.tls;
+  if (tls && (tls->certificate.empty() || tls->key.empty())) {
+    throw Cairn::Exception("expected --tls-cert and --tls-key, got one of them");
+  }
+  if (static_cast<std::size_t>(options.listening.maxMessageBytes) > options.device.maxRequestBytes) {
+    throw Cairn::Exception("expected --max-request-bytes to be --max-message-bytes at least, got less");
+  }
+}
+
 }  // namespace
 
 Process::Action readOptions(int count, char* const* arguments, Options& options) {
   options.plugin = pluginBesideProgram();
   options.runtimeFolder = Process::defaultRuntimeFolder();
   options.colour = colourOf("auto");
-  const Process::Option known[] = {
-      {'p', "plugin", [&](const std::string& value) { options.plugin = pluginPath(value); }},
-      {'r', "runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; }},
-      {'s', "socket", [&](const std::string& value) { options.serveAt = value; }},
-      {'S', "send", [&](const std::string& value) { options.sendTo = value; }},
-      {'t', "timeout", [&](const std::string& value) { options.timeout = timeoutOf(value); }},
-      {'b', "busy-poll", [&](const std::string& value) { options.busyPoll = Process::busyPollOf(value); }},
-      {'c', "color", [&](const std::string& value) { options.colour = colourOf(value); }},
-      {'T', "trace", [&](const std::string& value) { options.traces.push_back(traceOf(value)); }},
-  };
-  const Process::Action action = Process::readCommandLine(count, arguments, known, options.scripts);
-  if (action != Process::Action::run) return action;
-  if (!options.serveAt.empty() && !options.sendTo.empty()) {
-    throw Cairn::Exception("expected --socket or --send, got both");
-  }
-  if (options.scripts.empty() && options.serveAt.empty()) {
-    throw Cairn::Exception("expected a script (\"-\" for standard input) or --socket, got neither");
-  }
+  const Process::Action action = Reader(options).parse(count, arguments);
+  if (action == Process::Action::run) check(options);
   return action;
 }
 

@@ -1,8 +1,11 @@
 // The agent's process.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <deque>
 #include <functional>
@@ -11,9 +14,11 @@
 #include "apps/agent/AgentProcess.h"
 #include "apps/agent/Options.h"
 #include "apps/agent/ScriptServer.h"
+#include "apps/p4/P4Info.h"
 #include "apps/process/Log.h"
 #include "apps/process/MainLoop.h"
 #include "apps/process/RuntimeFolder.h"
+#include "apps/server/GrpcServer.h"
 #include "cairn/Exception.h"
 #include "quill/TraceHandle.h"
 #include "vesta/segment/SegmentGuard.h"
@@ -105,6 +110,38 @@ void runForClient(Agent::AgentProcess& agent, const std::string& script,
   }
 }
 
+/// Serves P4Runtime until the loop is stopped, and answers then what is in flight.
+void serve(Process::MainLoop& mainLoop, Agent::AgentProcess& agent, const Options& options,
+           const std::string& folder, const std::function<void()>& abandoned) {
+  Server::Device::Settings settings = options.device;
+  settings.runtimeFolder = folder;
+  settings.arbitration.takeoverTimeout = options.timeout;
+  Server::Device device(
+      mainLoop.loop(), agent.core(),
+      [&agent](std::vector<Agent::Update> updates, Agent::Atomicity atomicity, Agent::AgentCore::Done done) {
+        agent.submit(std::move(updates), atomicity, std::move(done));
+      },
+      settings);
+  Server::Listening listening = options.listening;
+  if (listening.unixSocket.empty()) listening.unixSocket = folder + "/p4runtime.sock";
+  Server::GrpcServer server(mainLoop.loop(), device, listening);
+  Process::log("serving P4Runtime at " + listening.unixSocket);
+  for (const std::string& address : listening.addresses) Process::log("serving P4Runtime at " + address);
+  mainLoop.run(abandoned);
+  constexpr std::chrono::seconds kGrace{1};  // beside the time-out of what is in flight
+  server.stop(std::chrono::steady_clock::now() + options.timeout + kGrace);
+}
+
+/// Removes the tables and what belongs to their entries; election ids and pipeline config stay.
+void cleanUp(Agent::AgentProcess& agent, const std::string& folder) {
+  agent.cleanup();
+  for (const char* const name : {"p4rt-agent.metadata", "p4rt-agent.undo"}) {
+    const std::string path = folder + "/" + name;
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) throw Cairn::SystemException("remove " + path, errno);
+  }
+  Process::log("removed the tables in " + folder);
+}
+
 /// True when every result was as expected.
 bool runAgent(const Options& options) {
   std::deque<Script> scripts = readScripts(options.scripts);  // while signals still end the process
@@ -114,10 +151,15 @@ bool runAgent(const Options& options) {
   folder.lock();
   Process::logLibraries();
   for (const auto& [handle, level] : options.traces) Quill::TraceHandle::levelIs(handle, level, true);
-  Agent::AgentProcess agent(mainLoop.loop(), folder.path(), options.plugin, options.timeout);
+  Agent::AgentProcess agent(mainLoop.loop(), folder.path(), options.plugin, options.timeout,
+                            options.device.maxMetadata);
   requireKnownHandles(options);  // those of the plugin exist now
   // Not before the tables are this process's own: another agent's trace would be moved aside.
   folder.trace("p4rt-agent");
+  if (options.cleanup) {
+    cleanUp(agent, folder.path());
+    return true;
+  }
   const auto abandoned = [&agent] { agent.recover(); };
   std::optional<Agent::ScriptServer> server;
   if (!options.serveAt.empty()) {
@@ -128,7 +170,7 @@ bool runAgent(const Options& options) {
     Process::log("serving " + options.serveAt);
   }
   if (scripts.empty()) {
-    mainLoop.run(abandoned);
+    serve(mainLoop, agent, options, folder.path(), abandoned);
     return true;
   }
   std::optional<bool> asExpected;  // none until the scripts have ended
@@ -161,8 +203,15 @@ bool send(const Options& options) {
 
 int main(int count, char** arguments) {
   Vesta::installSegmentGuard();
+  std::signal(SIGPIPE, SIG_IGN);
   Options options;
   return Process::run(
       "p4rt-agent", Agent::kHelp, [&] { return Agent::readOptions(count, arguments, options); },
-      [&] { return options.sendTo.empty() ? runAgent(options) : send(options); });
+      [&] {
+        if (options.p4info) {
+          print(Wire::formatted(Wire::p4InfoOf(Wire::Pipeline(Wire::outputTables())), *options.p4info));
+          return true;
+        }
+        return options.sendTo.empty() ? runAgent(options) : send(options);
+      });
 }

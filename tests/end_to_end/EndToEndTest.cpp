@@ -323,7 +323,9 @@ const std::vector<Refusal> kFailures = {  // exit code 1
     {P4RT_AGENT, "-r @ -p lib.so -", "plugin library \"./lib.so\": expected a plugin, found none in it"},
     {P4RT_AGENT, "-r @ @", ": Is a directory"},
     {P4RT_AGENT, "-r @ -s @/file", "expected a socket, got another file"},
-    {P4RT_AGENT, "--send @/none.sock -", "none.sock: No such file or directory"}};
+    {P4RT_AGENT, "--send @/none.sock -", "none.sock: No such file or directory"},
+    {P4RT_AGENT, "-r @ -l here", "expected ADDRESS:PORT such as 127.0.0.1:9559 or [::1]:9559, got \"here\""},
+    {P4RT_AGENT, "-r @ -l 0.0.0.0:0", "expected a loopback address, TLS or --insecure, got 0.0.0.0:0"}};
 const std::vector<Refusal> kWrongUsage = {  // exit code 2
     {HW_AGENT, "-r @/new -f l3Iif:l3Iif=1:7",
      "--fail: expected a table (l3TunnelIpv4TH3, l3TunnelIpv6TH3, myStationTcamTH3, l3IifTH3), got "
@@ -331,14 +333,16 @@ const std::vector<Refusal> kWrongUsage = {  // exit code 2
     {HW_AGENT, "-r @/new -f l3IifTH3:vrf=1:7", "--fail: expected a key field of l3IifTH3, got \"vrf\""},
     {HW_AGENT, "-r @/new -f l3IifTH3:l3Iif=x:7",
      "column \"l3Iif\": expected a decimal or 0x number from 0 to 18446744073709551615"},
-    {P4RT_AGENT, "-r @", "expected a script (\"-\" for standard input) or --socket, got neither"},
+    {P4RT_AGENT, "--tls-cert a", "expected --tls-cert and --tls-key, got one of them"},
+    {P4RT_AGENT, "--plugin=", "--plugin"},
+    {P4RT_AGENT, "-d 0", "--device-id: expected a number from 1 to 18446744073709551615, got \"0\""},
     {P4RT_AGENT, "-s a -S b -", "expected --socket or --send, got both"},
     {P4RT_AGENT, "-t 0 -", "--timeout: expected seconds from 0.001 to 3600, got \"0\""},
     {P4RT_AGENT, "--trace VrfSm:32 -", "with a level from 0 to 31, got \"VrfSm:32\""},
     {P4RT_AGENT, "-r @ --trace VrfSM:7 -",
      "expected a trace handle (PendingHwPogrammingSm, VrfSm, TolmarP4RuntimePlugin) or \"*\", got"},
-    {P4RT_AGENT, "--fast -", "expected an option of --help, got --fast"},
-    {P4RT_AGENT, "-xr -", "expected an option of --help, got -x"},
+    {P4RT_AGENT, "--fast -", "expected options of --help: The following argument was not expected: --fast"},
+    {P4RT_AGENT, "-xr -", "expected options of --help: The following argument was not expected: -xr"},
     {HW_AGENT, "--delay", "expected a value after --delay, got none"},
     {HW_AGENT, "--busy-poll -1", "--busy-poll: expected microseconds from 0 to 1000000, got \"-1\""},
     {HW_AGENT, "--delay 1s", "--delay: expected milliseconds from 0 to 3600000, got \"1s\""},

@@ -1,0 +1,301 @@
+// What controllers see of an agent, with real processes and real gRPC.
+#include <gmock/gmock.h>
+#include <grpcpp/grpcpp.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+
+#include "google/rpc/status.pb.h"
+#include "p4/v1/p4runtime.grpc.pb.h"
+#include "tests/RuntimeFolder.h"
+#include "tests/end_to_end/Program.h"
+#include "tests/p4/Entries.h"
+
+namespace {
+
+using namespace p4::v1;
+using Strings = std::vector<std::string>;
+
+/// A controller on a connection and a stream of its own.
+class Controller {
+ public:
+  explicit Controller(const std::string& socket) {
+    grpc::ChannelArguments arguments;
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+    arguments.SetInt(GRPC_ARG_MAX_METADATA_SIZE, 4 << 20);
+    stub = P4Runtime::NewStub(
+        grpc::CreateCustomChannel("unix:" + socket, grpc::InsecureChannelCredentials(), arguments));
+    stream = stub->StreamChannel(&streamContext);
+  }
+  ~Controller() { streamContext.TryCancel(); }
+
+  void say(std::uint64_t id, std::uint64_t device = 1) {
+    StreamMessageRequest request;
+    request.mutable_arbitration()->set_device_id(device);
+    request.mutable_arbitration()->mutable_election_id()->set_low(id);
+    stream->Write(request);
+  }
+  /// The next notice: its code and the highest id; or "end" and the stream's code.
+  std::string hear() {
+    StreamMessageResponse response;
+    if (!stream->Read(&response)) return "end " + std::to_string(stream->Finish().error_code());
+    const auto& notice = response.arbitration();
+    if (response.has_error()) return "error " + std::to_string(response.error().canonical_code());
+    return std::to_string(notice.status().code()) + " " + std::to_string(notice.election_id().low());
+  }
+
+  std::unique_ptr<P4Runtime::Stub> stub;
+  grpc::ClientContext streamContext;
+  std::unique_ptr<grpc::ClientReaderWriter<StreamMessageRequest, StreamMessageResponse>> stream;
+};
+
+/// "+5=9" inserts entry 5 of l3IifTH3 with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text" has that
+/// metadata. "?" has no entity.
+Update update(const std::string& text) {
+  Update made;
+  made.set_type(text[0] == '+' ? Update::INSERT : text[0] == '~' ? Update::MODIFY : Update::DELETE);
+  if (text[0] == '?') return made;
+  std::istringstream in(text.substr(1));
+  std::uint16_t key = 0;
+  std::uint16_t vrf = 1;
+  char sign = 0;
+  in >> key >> sign >> vrf;
+  const auto value = [](std::uint16_t number) {
+    return std::string{static_cast<char>(number >> 8), static_cast<char>(number & 0xff)};
+  };
+  const Wire::Table& table = Entries::pipeline().tables()[3];
+  TableEntry& entry = *made.mutable_entity()->mutable_table_entry();
+  entry.set_table_id(table.id);
+  FieldMatch& match = *entry.add_match();
+  match.set_field_id(1);
+  match.mutable_exact()->set_value(value(key));
+  if (text[0] == '-') return made;
+  entry.mutable_action()->mutable_action()->set_action_id(table.actionId);
+  for (const Wire::Field& field : table.parameters) {
+    auto& parameter = *entry.mutable_action()->mutable_action()->add_params();
+    parameter.set_param_id(field.id);
+    parameter.set_value(field.name == "vrf" ? value(vrf) : "\1");
+  }
+  if (const std::size_t colon = text.find(':'); colon != std::string::npos) {
+    entry.set_metadata(text.substr(colon + 1));
+  }
+  return made;
+}
+
+class P4RuntimeTest : public testing::Test {
+ protected:
+  void startHardware() {
+    hardware_ =
+        std::make_unique<Program>(Strings{HW_AGENT, "-r", folder_.path(), "--fail", "l3IifTH3:l3Iif=99:7"});
+    ASSERT_TRUE(hardware_->says("following the tables"));
+  }
+  void startAgent(const Strings& more = {}) {
+    Strings all = {P4RT_AGENT, "-r", folder_.path(), "--timeout", "0.5"};
+    all.insert(all.end(), more.begin(), more.end());
+    agent_ = std::make_unique<Program>(all);
+    ASSERT_TRUE(agent_->says("serving P4Runtime at " + socket()));
+  }
+  std::string socket() const { return folder_.path() + "/p4runtime.sock"; }
+
+  /// The call's code, then, if it has details, the code of each update ("13/7" with the hardware's).
+  std::string write(Controller& controller, const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
+                    std::uint64_t device = 1) {
+    WriteRequest request;
+    request.set_device_id(device);
+    request.mutable_election_id()->set_low(id);
+    request.set_atomicity(static_cast<WriteRequest::Atomicity>(atomicity));
+    for (const std::string& text : updates) *request.add_updates() = update(text);
+    grpc::ClientContext context;
+    WriteResponse response;
+    return outcome(controller.stub->Write(&context, request, &response));
+  }
+  static std::string outcome(const grpc::Status& status) {
+    std::string text = std::to_string(status.error_code());
+    google::rpc::Status details;
+    details.ParseFromString(status.error_details());
+    for (const auto& detail : details.details()) {
+      Error error;
+      EXPECT_TRUE(detail.UnpackTo(&error));
+      EXPECT_EQ(error.canonical_code() == 0, error.message().empty());
+      EXPECT_EQ(error.code() == 0, error.space().empty());
+      text += " " + std::to_string(error.canonical_code());
+      if (error.code() != 0) text += "/" + std::to_string(error.code());
+    }
+    return text;
+  }
+  /// Of l3IifTH3: "5=9:text" for each entry in order of the keys, then the outcome.
+  std::string read(Controller& controller, const Strings& keys = {}) {
+    ReadRequest request;
+    request.set_device_id(1);
+    for (const std::string& key : keys) *request.add_entities() = update(key).entity();
+    if (keys.empty()) request.add_entities()->mutable_table_entry();
+    grpc::ClientContext context;
+    const auto reader = controller.stub->Read(&context, request);
+    std::map<int, std::string> entries;
+    for (ReadResponse response; reader->Read(&response);) {
+      for (const Entity& entity : response.entities()) {
+        const TableEntry& entry = entity.table_entry();
+        const auto number = [](const std::string& bytes) {
+          int value = 0;
+          for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
+          return value;
+        };
+        const int key = number(entry.match(0).exact().value());
+        std::string& text = entries[key];
+        EXPECT_EQ(text, "") << "each entry once";
+        const auto& parameters = entry.action().action().params();
+        for (const Wire::Field& field : Entries::pipeline().tables()[3].parameters) {
+          if (field.name != "vrf") continue;
+          text = std::to_string(key) + "=" +
+                 std::to_string(number(parameters[static_cast<int>(field.id) - 1].value()));
+        }
+        if (!entry.metadata().empty()) text += ":" + entry.metadata();
+      }
+    }
+    std::string all;
+    for (const auto& [key, text] : entries) all += text + " ";
+    return all + outcome(reader->Finish());
+  }
+
+  RuntimeFolder folder_{"/dev/shm"};
+  std::unique_ptr<Program> hardware_;
+  std::unique_ptr<Program> agent_;
+};
+
+TEST_F(P4RuntimeTest, Write_CodesOfCallsAndUpdates) {
+  startHardware();
+  startAgent();
+  Controller controller(socket());
+  EXPECT_EQ(write(controller, {"+1=1"}), "7") << "no primary yet";
+  controller.say(1);
+  EXPECT_EQ(controller.hear(), "0 1");
+  const struct {
+    Strings updates;
+    std::uint64_t id;
+    int atomicity;
+    std::uint64_t device;
+    const char* outcome;
+  } rows[] = {
+      {{"+1=1", "+2=2:two"}, 1, 0, 1, "0"},
+      {{}, 1, 0, 1, "0"},
+      {{"+1=5", "~3=1", "-4", "+5=5", "?", "+99=1"}, 1, 0, 1, "2 6 5 5 0 3 13/7"},
+      {{"~1=5", "+99=1"}, 1, 1, 1, "2 10 13/7"},
+      {{"~1=5", "+2=1", "+6=6"}, 1, 1, 1, "2 10 6 10"},
+      {{"~1=7", "+6=6"}, 1, 1, 1, "0"},
+      {{"+7=7", "+7=8"}, 1, 0, 1, "2 3 3"},
+      {{"+7=7"}, 1, 2, 1, "12"},
+      {{"+7=7"}, 1, 9, 1, "12"},
+      {{"+7=7"}, 2, 0, 1, "7"},
+      {{"+7=7"}, 1, 0, 2, "5"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(write(controller, row.updates, row.id, row.atomicity, row.device), row.outcome);
+  }
+  EXPECT_EQ(read(controller), "1=7 2=2:two 5=5 6=6 0");
+  EXPECT_EQ(read(controller, {"-2", "-3", "-2", "?"}), "2=2:two 2 0 0 0 3");
+}
+
+TEST_F(P4RuntimeTest, Arbitration_BackupsTakeOverAndBrokenStreamsEnd) {
+  startHardware();
+  startAgent();
+  auto first = std::make_unique<Controller>(socket());
+  Controller second(socket());
+  first->say(5);
+  EXPECT_EQ(first->hear(), "0 5");
+  second.say(3);
+  EXPECT_EQ(second.hear(), "6 5");
+  StreamMessageRequest packet;
+  packet.mutable_packet()->set_payload("x");
+  first->stream->Write(packet);
+  EXPECT_EQ(first->hear(), "error 12");
+  EXPECT_EQ(write(second, {"+1=1"}, 3), "7");
+  EXPECT_EQ(write(second, {"+1=1"}, 5), "0") << "the id counts, not the connection";
+  second.say(6);
+  EXPECT_EQ(second.hear(), "0 6");
+  EXPECT_EQ(first->hear(), "6 6");
+  EXPECT_EQ(write(*first, {"~1=2"}, 5), "7");
+  first->say(6);
+  EXPECT_EQ(first->hear(), "end 3") << "another controller's id";
+  Controller other(socket());
+  other.say(1, 2);
+  EXPECT_EQ(other.hear(), "end 5");
+  first = std::make_unique<Controller>(socket());
+  first->say(4);
+  EXPECT_EQ(first->hear(), "6 6");
+  second.stream->WritesDone();
+  EXPECT_EQ(first->hear(), "5 6");
+  EXPECT_EQ(write(*first, {"~1=2"}, 6), "7");
+}
+
+TEST_F(P4RuntimeTest, Restart_KeepsEntriesMetadataAndTheHighestId) {
+  startHardware();
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    startAgent();
+    {
+      Controller controller(socket());
+      controller.say(9);
+      EXPECT_EQ(controller.hear(), "0 9");
+      EXPECT_EQ(write(controller, {signal == SIGTERM ? "+1=1:kept" : "~1=2:new"}, 9), "0");
+      agent_->signal(signal);
+      EXPECT_EQ(controller.hear(), "end 14");
+    }
+    EXPECT_EQ(agent_->exitCode(), signal == SIGTERM ? 0 : 128 + SIGKILL) << agent_->output();
+    startAgent();
+    Controller controller(socket());
+    EXPECT_EQ(read(controller), signal == SIGTERM ? "1=1:kept 0" : "1=2:new 0");
+    controller.say(8);
+    EXPECT_EQ(controller.hear(), "5 9") << "below the highest";
+    agent_->signal(SIGTERM);
+    EXPECT_EQ(agent_->exitCode(), 0) << agent_->output();
+  }
+}
+
+// No hardware agent: the update stays undecided until the agent is stopped or its time has run out.
+TEST_F(P4RuntimeTest, Stop_AnswersWhatIsInFlight) {
+  startAgent({"--timeout", "3"});
+  Controller controller(socket());
+  controller.say(1);
+  EXPECT_EQ(controller.hear(), "0 1");
+  WriteRequest request;
+  request.set_device_id(1);
+  request.mutable_election_id()->set_low(1);
+  *request.add_updates() = update("+1=1");
+  grpc::ClientContext context;
+  grpc::CompletionQueue queue;
+  WriteResponse response;
+  grpc::Status status;
+  const auto call = controller.stub->AsyncWrite(&context, request, &queue);
+  call->Finish(&response, &status, nullptr);
+  EXPECT_EQ(read(controller), "0") << "before the undecided update";
+  agent_->signal(SIGTERM);
+  EXPECT_EQ(controller.hear(), "end 14");
+  void* tag = nullptr;
+  bool done = false;
+  EXPECT_TRUE(queue.Next(&tag, &done) && done);
+  EXPECT_EQ(outcome(status), "2 4");
+  EXPECT_EQ(agent_->exitCode(), 0) << agent_->output();
+}
+
+// One request's error details and many entries' answers exceed what fits in one message or trailer.
+TEST_F(P4RuntimeTest, Large_RequestsAndAnswersAreWhole) {
+  startHardware();
+  startAgent({"--timeout", "30"});
+  Controller controller(socket());
+  controller.say(1);
+  EXPECT_EQ(controller.hear(), "0 1");
+  Strings updates;
+  for (int key = 1000; key < 9192; ++key) {
+    updates.push_back("+" + std::to_string(key) + "=1:" + std::string(900, 'm'));
+  }
+  EXPECT_EQ(write(controller, updates), "0");
+  std::string refused = "2";
+  for (std::size_t i = 0; i < updates.size(); ++i) refused += " 6";
+  EXPECT_EQ(write(controller, updates), refused);
+  EXPECT_EQ(write(controller, {"+1=1"}), "2 8");
+  std::string all;
+  for (const std::string& text : updates) all += text.substr(1) + " ";
+  EXPECT_EQ(read(controller), all + "0");
+}
+
+}  // namespace
