@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <string_view>
 
-#include "apps/core/Status.h"
 #include "apps/core/Batch.h"
+#include "apps/core/Status.h"
 #include "apps/p4/Pipeline.h"
 #include "p4/v1/p4runtime.pb.h"
 #include "rows/BaseRow.h"

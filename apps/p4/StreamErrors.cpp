@@ -23,7 +23,8 @@ p4::v1::StreamError streamErrorFor(const StreamMessageRequest& request) {
       *error.mutable_digest_list_ack()->mutable_digest_list_ack() = request.digest_ack();
       break;
     case StreamMessageRequest::kOther:
-      error.set_message("expected an arbitration, got a message of type \"" + request.other().type_url() + "\"");
+      error.set_message("expected an arbitration, got a message of type \"" + request.other().type_url() +
+                        "\"");
       error.mutable_other();
       break;
     default:
