@@ -2,13 +2,9 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-
 #include <filesystem>
-#include <functional>
 #include <string_view>
 
-#include "apps/process/MainLoop.h"
 #include "apps/process/RuntimeFolder.h"
 #include "cairn/Exception.h"
 
@@ -74,15 +70,9 @@ std::string pluginPath(const std::string& path) {
   return path.find('/') == std::string::npos ? "./" + path : path;
 }
 
-std::chrono::milliseconds timeoutOf(const std::string& text) {
-  const auto seconds = Process::numberIn(text, 0.001, 3600.0);
-  if (seconds) return std::chrono::milliseconds(static_cast<std::int64_t>(*seconds * 1000));
-  throw Cairn::Exception("--timeout: expected seconds from 0.001 to 3600, got \"" + text + "\"");
-}
-
 bool colourOf(const std::string& when) {
   if (when != "always" && when != "never" && when != "auto") {
-    throw Cairn::Exception("--color: expected always, never or auto, got \"" + when + "\"");
+    throw Cairn::Exception("expected always, never or auto, got \"" + when + "\"");
   }
   return when == "always" || (when == "auto" && ::isatty(STDOUT_FILENO) != 0);
 }
@@ -92,111 +82,69 @@ std::pair<std::string, int> traceOf(const std::string& text) {
   const auto level =
       Process::numberIn(std::string_view(text).substr(std::min(colon + 1, text.size())), 0, 31);
   if (colon != 0 && level) return {text.substr(0, colon), *level};
-  throw Cairn::Exception("--trace: expected HANDLE:LEVEL with a level from 0 to 31, got \"" + text + "\"");
+  throw Cairn::Exception("expected HANDLE:LEVEL with a level from 0 to 31, got \"" + text + "\"");
 }
 
 Wire::P4InfoFormat formatOf(const std::string& name) {
   if (name == "text") return Wire::P4InfoFormat::text;
   if (name == "binary") return Wire::P4InfoFormat::binary;
   if (name == "json") return Wire::P4InfoFormat::json;
-  throw Cairn::Exception("--p4info: expected text, binary or json, got \"" + name + "\"");
+  throw Cairn::Exception("expected text, binary or json, got \"" + name + "\"");
 }
 
-class Reader {
- public:
-  explicit Reader(Options& options) : options_(options) {
-    app_.set_help_flag("-h,--help");
-    app_.set_version_flag("-V,--version", std::string());
-    app_.add_option("SCRIPT", options.scripts);
-    take("-p,--plugin", [&](const std::string& value) { options.plugin = pluginPath(value); });
-    take("-r,--runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; });
-    take("-s,--socket", [&](const std::string& value) { options.serveAt = value; });
-    take("-S,--send", [&](const std::string& value) { options.sendTo = value; });
-    take("-t,--timeout", [&](const std::string& value) { options.timeout = timeoutOf(value); });
-    take("-b,--busy-poll", [&](const std::string& value) { options.busyPoll = Process::busyPollOf(value); });
-    take("-c,--color", [&](const std::string& value) { options.colour = colourOf(value); });
-    take("-T,--trace", [&](const std::string& value) { options.traces.push_back(traceOf(value)); });
-    addListening();
-    addLimits();
-    app_.add_flag("--cleanup", options.cleanup);
-    app_.add_option_function<std::string>("--p4info",
-                                          [&](const std::string& value) { options.p4info = formatOf(value); })
-        ->expected(0, 1)
-        ->default_str("text");
-  }
+using Process::CommandLine;
 
-  Process::Action parse(int count, char* const* arguments) {
-    try {
-      app_.parse(count, arguments);
-      return Process::Action::run;
-    } catch (const CLI::CallForHelp&) {
-      return Process::Action::help;
-    } catch (const CLI::CallForVersion&) {
-      return Process::Action::version;
-    } catch (const CLI::ParseError& error) {
-      throw Cairn::Exception(std::string("expected options of --help: ") + error.what());
-    }
-  }
+template <class Number>
+void number(CommandLine& line, const std::string& names, Number low, Number high, Number& place) {
+  line.number<Number>(names, "a number", low, high, [&place](Number value) { place = value; });
+}
 
- private:
-  using Take = std::function<void(const std::string&)>;
+void addGeneral(CommandLine& line, Options& options) {
+  line.operands(options.scripts);
+  line.take("-p,--plugin", [&](const std::string& value) { options.plugin = pluginPath(value); });
+  line.take("-r,--runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; });
+  line.take("-s,--socket", [&](const std::string& value) { options.serveAt = value; });
+  line.take("-S,--send", [&](const std::string& value) { options.sendTo = value; });
+  line.number<double>("-t,--timeout", "seconds", 0.001, 3600, [&](double seconds) {
+    options.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+  });
+  line.number<std::uint32_t>("-b,--busy-poll", "microseconds", 0, 1'000'000, [&](std::uint32_t value) {
+    options.busyPoll = std::chrono::microseconds(value);
+  });
+  line.take("-c,--color", [&](const std::string& value) { options.colour = colourOf(value); });
+  line.take("-T,--trace", [&](const std::string& value) { options.traces.push_back(traceOf(value)); });
+  line.flag("--cleanup", options.cleanup);
+  line.take("--p4info", "text", [&](const std::string& value) { options.p4info = formatOf(value); });
+}
 
-  void take(const std::string& names, const Take& use) {
-    const auto used = [names, use](const std::vector<std::string>& values) {
-      for (const std::string& value : values) {
-        if (value.empty()) throw Cairn::Exception(names + ": expected a value, got an empty one");
-        use(value);
-      }
-      return true;
-    };
-    app_.add_option(names, used, "")->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  }
-
-  template <class Number>
-  void number(const std::string& name, Number low, Number high, Number& place) {
-    take(name, [name, low, high, &place](const std::string& value) {
-      const auto read = Process::numberIn(value, low, high);
-      if (!read) {
-        throw Cairn::Exception(name + ": expected a number from " + std::to_string(low) + " to " +
-                               std::to_string(high) + ", got \"" + value + "\"");
-      }
-      place = *read;
+void addListening(CommandLine& line, Server::Listening& listening) {
+  line.take("--p4runtime-socket", [&](const std::string& value) { listening.unixSocket = value; });
+  line.take("-l,--listen", [&](const std::string& value) { listening.addresses.push_back(value); });
+  const auto tls = [&](const std::string& name, std::string Server::TlsFiles::*file) {
+    line.take(name, [&listening, file](const std::string& value) {
+      if (!listening.tls) listening.tls.emplace();
+      (*listening.tls).*file = value;
     });
-  }
+  };
+  tls("--tls-cert", &Server::TlsFiles::certificate);
+  tls("--tls-key", &Server::TlsFiles::key);
+  tls("--tls-client-ca", &Server::TlsFiles::clientCa);
+  line.flag("--insecure", listening.isInsecureAllowed);
+}
 
-  void addListening() {
-    Server::Listening& listening = options_.listening;
-    take("--p4runtime-socket", [&](const std::string& value) { listening.unixSocket = value; });
-    take("-l,--listen", [&](const std::string& value) { listening.addresses.push_back(value); });
-    const auto tls = [&](const std::string& name, std::string Server::TlsFiles::*file) {
-      take(name, [&listening, file](const std::string& value) {
-        if (!listening.tls) listening.tls.emplace();
-        (*listening.tls).*file = value;
-      });
-    };
-    tls("--tls-cert", &Server::TlsFiles::certificate);
-    tls("--tls-key", &Server::TlsFiles::key);
-    tls("--tls-client-ca", &Server::TlsFiles::clientCa);
-    app_.add_flag("--insecure", listening.isInsecureAllowed);
-  }
-
-  void addLimits() {
-    constexpr std::size_t kMegabyte = std::size_t{1} << 20;
-    Server::Device::Settings& device = options_.device;
-    number<std::uint64_t>("-d,--device-id", 1, UINT64_MAX, device.arbitration.device);
-    number<std::size_t>("--max-streams", 256, 65'536, device.arbitration.maxStreams);
-    number<std::size_t>("--max-roles", 1024, 1'048'576, device.arbitration.maxRoles);
-    number<std::size_t>("--max-requests", 1, 65'536, device.maxRequests);
-    number<std::size_t>("--max-request-bytes", 4 * kMegabyte, 4096 * kMegabyte, device.maxRequestBytes);
-    number<int>("--max-message-bytes", 4 << 20, 256 << 20, options_.listening.maxMessageBytes);
-    number<std::size_t>("--max-connections", 1, 65'536, options_.listening.maxConnections);
-    number<std::size_t>("--max-metadata", 0, 65'536, device.maxMetadata);
-    number<std::size_t>("--details-per-update", 0, 65'536, device.details.perUpdate);
-  }
-
-  Options& options_;
-  CLI::App app_;
-};
+void addLimits(CommandLine& line, Options& options) {
+  constexpr std::size_t kMegabyte = std::size_t{1} << 20;
+  Server::Device::Settings& device = options.device;
+  number<std::uint64_t>(line, "-d,--device-id", 1, UINT64_MAX, device.arbitration.device);
+  number<std::size_t>(line, "--max-streams", 256, 65'536, device.arbitration.maxStreams);
+  number<std::size_t>(line, "--max-roles", 1024, 1'048'576, device.arbitration.maxRoles);
+  number<std::size_t>(line, "--max-requests", 1, 65'536, device.maxRequests);
+  number<std::size_t>(line, "--max-request-bytes", 4 * kMegabyte, 4096 * kMegabyte, device.maxRequestBytes);
+  number<int>(line, "--max-message-bytes", 4 << 20, 256 << 20, options.listening.maxMessageBytes);
+  number<std::size_t>(line, "--max-connections", 1, 65'536, options.listening.maxConnections);
+  number<std::size_t>(line, "--max-metadata", 0, 65'536, device.maxMetadata);
+  number<std::size_t>(line, "--details-per-update", 0, 65'536, device.details.perUpdate);
+}
 
 void check(const Options& options) {
   if (!options.serveAt.empty() && !options.sendTo.empty()) {
@@ -220,7 +168,11 @@ Process::Action readOptions(int count, char* const* arguments, Options& options)
   options.plugin = pluginBesideProgram();
   options.runtimeFolder = Process::defaultRuntimeFolder();
   options.colour = colourOf("auto");
-  const Process::Action action = Reader(options).parse(count, arguments);
+  CommandLine line;
+  addGeneral(line, options);
+  addListening(line, options.listening);
+  addLimits(line, options);
+  const Process::Action action = line.read(count, arguments);
   if (action == Process::Action::run) check(options);
   return action;
 }

@@ -19,8 +19,9 @@ class EntityFollower final : public TableFollower {
 
   EntityFollower(const TablePlace& place, const Settings& settings)
       : loop_(place.entityManager->eventLoop()),
+        name_(place.name),
         pair_(place),
-        programmer_(pair_, Faults<typename Pair::Config>(place.name, settings.fails, settings.failEvery),
+        programmer_(pair_, Faults<typename Pair::Config>(place.name, settings.faults, settings.failEvery),
                     settings.delay),
         delayed_(settings.delay.count() != 0),
         reactor_(Quill::allocate<Reactor>(*this)),
@@ -37,6 +38,7 @@ class EntityFollower final : public TableFollower {
   }
 
   std::uint64_t answers() const override { return programmer_.answers(); }
+  void faultsAre(const std::vector<Fault>& faults) override { programmer_.faultsAre(name_, faults); }
   bool attached() const override { return pair_.readable(); }
   std::string displacedFile() const override { return pair_.displacedFile(); }
   void maintain(bool changesMissed) override {
@@ -84,6 +86,7 @@ class EntityFollower final : public TableFollower {
   static constexpr Clock::duration kLongestPause = std::chrono::milliseconds(100);
 
   Quill::EventLoop& loop_;  // not owned
+  std::string name_;
   Pair pair_;
   Programmer<Pair> programmer_;
   bool delayed_;

@@ -31,6 +31,9 @@ class Programmer {
   Programmer(Pair& tables, Faults<Config> faults, Clock::duration delay)
       : tables_(tables), faults_(std::move(faults)), delay_(delay) {}
 
+  /// Answers from now on follow the faults of `table` among these.
+  void faultsAre(std::string_view table, std::span<const Fault> faults) { faults_.replace(table, faults); }
+
   /// Answers every row that needs it: at start, and after changes that may have been missed.
   void reconcile(Clock::time_point now) {
     tables_.eachConfig([&](const Config& config) { changed(config.key(), now); });
@@ -111,7 +114,7 @@ class Programmer {
     static_cast<Key&>(status) = config.key();
     status.genId = config.genId;
     status.entryHandle = config.entryHandle;
-    status.errorCode = config.valid ? faults_.codeFor(config.key()) : std::uint16_t{0};
+    status.errorCode = config.valid ? faults_.codeFor(config) : std::uint16_t{0};
     try {
       tables_.statusIs(status);
       static constinit const Skein::Site site{"./apps/hw/Programmer", 128, "answerPresent",

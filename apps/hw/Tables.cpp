@@ -1,6 +1,5 @@
 #include "apps/hw/Tables.h"
 
-#include <algorithm>
 #include <array>
 #include <string_view>
 #include <tuple>
@@ -8,7 +7,6 @@
 
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/hw/EntityFollower.h"
-#include "apps/process/CommandLine.h"
 #include "apps/process/Log.h"
 #include "quill/Notifiee.h"
 
@@ -25,15 +23,11 @@ struct Table {
   std::string_view name;
   unsigned capacity;
   std::unique_ptr<TableFollower> (*follow)(const TablePlace& place, const Settings& settings);
-  void (*checkFaults)(std::string_view name, const Settings& settings);
 };
 
 template <class Kind>
 constexpr Table tableOf(const TolmarHwLib::OutputTable<Kind>& table) {
-  constexpr auto kCheck = [](std::string_view name, const Settings& settings) {
-    Faults<typename Kind::ConfigEntry>(name, settings.fails, settings.failEvery);
-  };
-  return {table.name, table.capacity, followEntities<typename Kind::Config, typename Kind::Status>, kCheck};
+  return {table.name, table.capacity, followEntities<typename Kind::Config, typename Kind::Status>};
 }
 
 constexpr auto kTables = std::apply([](const auto&... table) { return std::array{tableOf(table)...}; },
@@ -51,23 +45,11 @@ std::string statusPathOf(std::size_t index) {
 
 }  // namespace
 
-void checkFaults(const Settings& settings) {
-  std::vector<std::string> names;
-  for (const Table& table : kTables) names.emplace_back(table.name);
-  for (const FailOption& fail : settings.fails) {
-    if (std::find(names.begin(), names.end(), fail.table) != names.end()) continue;
-    throw Cairn::Exception("--fail: expected a table (" + Process::listed(names) + "), got \"" + fail.table +
-                           "\"");
-  }
-  for (const Table& table : kTables) table.checkFaults(table.name, settings);
-}
-
 Tables::Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings)
     : entityManager_(std::move(entityManager)),
       settings_(std::move(settings)),
       followed_(kTables.size()),
       failedNotifications_(Quill::NotifieeConst::failedNotifications()) {
-  checkFaults(settings_);
   followAll(false);
   started_ = true;
   timer_ = entityManager_->eventLoop().periodicTimerIs(kTick, [this] { tick(); });
@@ -79,6 +61,13 @@ std::uint64_t Tables::answers() const {
   std::uint64_t sum = answersBefore_;
   for (const Followed& followed : followed_) sum += followed.follower ? followed.follower->answers() : 0;
   return sum;
+}
+
+void Tables::faultsAre(std::vector<Fault> faults) {
+  settings_.faults = std::move(faults);
+  for (const Followed& followed : followed_) {
+    if (followed.follower) followed.follower->faultsAre(settings_.faults);
+  }
 }
 
 /// A reactor that fails has missed a change of its table, and so may have all of them when the loop itself

@@ -10,15 +10,14 @@
 
 namespace HwAgent {
 
-/// Throws Cairn::Exception for faults that name no table, no key field of it, or a value that does not fit.
-void checkFaults(const Settings& settings);
-
 /// Follows one table pair for as long as it lives.
 class TableFollower {
  public:
   virtual ~TableFollower();
   /// Answers given so far.
   virtual std::uint64_t answers() const = 0;
+  /// Answers from now on follow these faults.
+  virtual void faultsAre(const std::vector<Fault>& faults) = 0;
   /// False once corruption was detected in one of the two tables; nothing is followed any more then.
   virtual bool attached() const = 0;
   /// The path of a file of the two tables that somebody removed or replaced; empty when all are in place.
@@ -33,7 +32,7 @@ class TableFollower {
 /// table is replaced by its writer, the status table by this process. Both are logged.
 class Tables {
  public:
-  /// Throws what mounting throws, save for damage, and what checkFaults throws.
+  /// Throws what mounting throws, save for damage.
   Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings);
   ~Tables();
   Tables(const Tables&) = delete;
@@ -41,6 +40,8 @@ class Tables {
 
   /// Answers given so far.
   std::uint64_t answers() const;
+  /// Answers from now on follow these faults; every N-th entry fails as before.
+  void faultsAre(std::vector<Fault> faults);
   /// A callback of the loop was abandoned for want of memory: changes may have been missed. They are answered
   /// within half a second.
   void recover() noexcept { changesMissed_ = true; }

@@ -5,18 +5,39 @@
 #include "apps/process/Log.h"
 #include "apps/process/MainLoop.h"
 #include "apps/process/RuntimeFolder.h"
+#include "cairn/Exception.h"
 #include "vesta/segment/SegmentGuard.h"
 
 namespace {
+
+/// Those of the command line, then those of the file.
+std::vector<HwAgent::Fault> faultsOf(const HwAgent::Options& options) {
+  std::vector<HwAgent::Fault> faults = options.settings.faults;
+  if (options.faultsFile.empty()) return faults;
+  for (HwAgent::Fault& fault : HwAgent::readFaults(options.faultsFile)) faults.push_back(std::move(fault));
+  return faults;
+}
+
+/// A file with an error leaves the faults as they were.
+void readAgain(const HwAgent::Options& options, HwAgent::Tables& tables) {
+  try {
+    tables.faultsAre(faultsOf(options));
+    Process::log("read the faults file again");
+  } catch (const Cairn::Exception& error) {
+    Process::log("the faults stay as they were: " + error.message());
+  }
+}
 
 bool follow(const HwAgent::Options& options) {
   Process::MainLoop mainLoop;
   mainLoop.busyPollIs(options.busyPoll);
   const Process::RuntimeFolder folder(options.runtimeFolder);
   Process::logLibraries();
+  HwAgent::Settings settings = options.settings;
+  settings.faults = faultsOf(options);
   HwAgent::Tables tables(
-      Quill::allocate<Orrery::EntityManager>(folder.path(), mainLoop.loop(), Process::tableLog()),
-      options.settings);
+      Quill::allocate<Orrery::EntityManager>(folder.path(), mainLoop.loop(), Process::tableLog()), settings);
+  if (!options.faultsFile.empty()) mainLoop.hangUpIs([&] { readAgain(options, tables); });
   // Not before the tables are this process's own: another one's trace would be moved aside.
   folder.trace("hw-agent");
   Process::log("following the tables");

@@ -1,6 +1,6 @@
 #include "apps/process/CommandLine.h"
 
-#include <getopt.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <exception>
@@ -13,39 +13,57 @@ UsageError::~UsageError() = default;
 
 namespace {
 
-/// What getopt_long has stumbled over: a word, or one letter out of a word of several.
-std::string culprit(char* const* arguments, const std::string& letters) {
-  const bool known = optopt == 0 || letters.find(static_cast<char>(optopt)) != std::string::npos;
-  return known ? arguments[optind - 1] : std::string("-") + static_cast<char>(optopt);
+std::string longName(const std::string& names) { return names.substr(names.rfind(',') + 1); }
+
+/// Hands the values on; errors begin with the option's name.
+auto taker(const std::string& names, const CommandLine::Take& take) {
+  return [name = longName(names), take](const std::vector<std::string>& values) {
+    for (const std::string& value : values) {
+      if (value.empty()) throw Cairn::Exception(name + ": expected a value, got an empty one");
+      try {
+        take(value);
+      } catch (const Cairn::Exception& error) {
+        throw Cairn::Exception(name + ": " + error.message());
+      }
+    }
+    return true;
+  };
 }
 
 }  // namespace
 
-Action readCommandLine(int count, char* const* arguments, std::span<const Option> options,
-                       std::vector<std::string>& operands) {
-  std::string letters = ":hV";
-  std::vector<option> names = {{"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, 'V'}};
-  for (const Option& each : options) {
-    letters.append(1, each.letter).append(1, ':');
-    names.push_back({each.name, required_argument, nullptr, each.letter});
+CommandLine::CommandLine() : app_(std::make_unique<CLI::App>()) {
+  app_->set_help_flag("-h,--help");
+  app_->set_version_flag("-V,--version", std::string());
+}
+
+CommandLine::~CommandLine() = default;
+
+void CommandLine::take(const std::string& names, const Take& take) {
+  app_->add_option(names, taker(names, take))
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+void CommandLine::take(const std::string& names, const std::string& otherwise, const Take& take) {
+  app_->add_option(names, taker(names, take))->expected(0, 1)->default_str(otherwise);
+}
+
+void CommandLine::flag(const std::string& names, bool& place) { app_->add_flag(names, place); }
+
+void CommandLine::operands(std::vector<std::string>& place) { app_->add_option("OPERAND", place); }
+
+Action CommandLine::read(int count, char* const* arguments) {
+  try {
+    app_->parse(count, arguments);
+    return Action::run;
+  } catch (const CLI::CallForHelp&) {
+    return Action::help;
+  } catch (const CLI::CallForVersion&) {
+    return Action::version;
+  } catch (const CLI::ParseError& error) {
+    throw Cairn::Exception(std::string("expected options of --help: ") + error.what());
   }
-  names.push_back({nullptr, 0, nullptr, 0});
-  optind = 0;
-  opterr = 0;
-  int letter = 0;
-  while ((letter = ::getopt_long(count, arguments, letters.c_str(), names.data(), nullptr)) != -1) {
-    if (letter == 'h') return Action::help;
-    if (letter == 'V') return Action::version;
-    if (letter == ':')
-      throw Cairn::Exception("expected a value after " + culprit(arguments, letters) + ", got none");
-    if (letter == '?')
-      throw Cairn::Exception("expected an option of --help, got " + culprit(arguments, letters));
-    for (const Option& each : options) {
-      if (each.letter == letter) each.take(optarg);
-    }
-  }
-  operands.assign(arguments + optind, arguments + count);
-  return Action::run;
 }
 
 std::string listed(const std::vector<std::string>& names) {

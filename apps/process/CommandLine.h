@@ -1,16 +1,22 @@
 // What the programs have in common: how options are read, how a program ends.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <charconv>
 #include <functional>
+#include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "cairn/Exception.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Process {
 
@@ -23,19 +29,6 @@ class UsageError : public Cairn::Exception {
 
 enum class Action { run, help, version };
 
-/// One option of a program. --help (-h) and --version (-V) are every program's own.
-struct Option {
-  char letter;
-  const char* name;
-  /// Takes the value, which every such option has; throws Cairn::Exception when it does not fit.
-  std::function<void(const std::string& value)> take;
-};
-
-/// Has each option take its value and puts the other arguments into `operands`. Throws Cairn::Exception
-/// saying what was expected and what came; stops at --help and --version.
-Action readCommandLine(int count, char* const* arguments, std::span<const Option> options,
-                       std::vector<std::string>& operands);
-
 /// `text`, all of it, as a decimal number from `low` to `high`; nothing when it is anything else.
 template <class Number>
 std::optional<Number> numberIn(std::string_view text, Number low, Number high) {
@@ -45,6 +38,44 @@ std::optional<Number> numberIn(std::string_view text, Number low, Number high) {
   if (error != std::errc{} || end != last || !(number >= low && number <= high)) return std::nullopt;
   return number;
 }
+
+/// The options of one program. --help (-h) and --version (-V) are every program's own. Names are given as
+/// "-d,--delay"; an option without value, or with an empty one, is refused.
+class CommandLine {
+ public:
+  /// Takes one value; throws Cairn::Exception when it does not fit.
+  using Take = std::function<void(const std::string& value)>;
+
+  CommandLine();
+  ~CommandLine();
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
+
+  /// An option that may be given more than once.
+  void take(const std::string& names, const Take& take);
+  /// The same, with `otherwise` where no value follows.
+  void take(const std::string& names, const std::string& otherwise, const Take& take);
+  void flag(const std::string& names, bool& place);
+  /// The arguments that belong to no option; without this call there may be none.
+  void operands(std::vector<std::string>& place);
+  /// A number from `low` to `high`, which messages call `what`.
+  template <class Number>
+  void number(const std::string& names, const std::string& what, Number low, Number high,
+              const std::function<void(Number)>& use) {
+    take(names, [=](const std::string& value) {
+      const auto number = numberIn(value, low, high);
+      if (number) return use(*number);
+      throw Cairn::Exception(fmt::format("expected {} from {} to {}, got \"{}\"", what, low, high, value));
+    });
+  }
+
+  /// Has each option take its values. Throws Cairn::Exception saying what was expected and what came; what
+  /// an option throws is preceded by its name. Stops at --help and --version.
+  Action read(int count, char* const* arguments);
+
+ private:
+  std::unique_ptr<CLI::App> app_;
+};
 
 /// "a, b, c"
 std::string listed(const std::vector<std::string>& names);

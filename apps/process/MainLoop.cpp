@@ -5,33 +5,49 @@
 
 #include <cerrno>
 #include <csignal>
+#include <initializer_list>
 #include <new>
 #include <thread>
+#include <utility>
 
-#include "apps/process/CommandLine.h"
 #include "apps/process/Log.h"
 #include "cairn/Exception.h"
 
 namespace Process {
 
-std::chrono::microseconds busyPollOf(const std::string& text) {
-  const auto microseconds = numberIn<std::uint32_t>(text, 0, 1'000'000);
-  if (microseconds) return std::chrono::microseconds(*microseconds);
-  throw Cairn::Exception("--busy-poll: expected microseconds from 0 to 1000000, got \"" + text + "\"");
-}
+namespace {
 
-MainLoop::MainLoop() {
+/// Blocks the signals for this thread and has `descriptor`, -1 for a new one, carry them.
+int carried(int descriptor, std::initializer_list<int> signals) {
   sigset_t set;
   sigemptyset(&set);
-  sigaddset(&set, SIGTERM);
-  sigaddset(&set, SIGINT);
+  for (const int signal : signals) sigaddset(&set, signal);
   if (sigprocmask(SIG_BLOCK, &set, nullptr) != 0) throw Cairn::SystemException("sigprocmask", errno);
-  signals_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
-  if (signals_ < 0) throw Cairn::SystemException("signalfd", errno);
-  loop_.descriptorIs(signals_, [this] {
-    signalfd_siginfo info;
-    if (::read(signals_, &info, sizeof info) == sizeof info) loop_.stop();
-  });
+  const int made = ::signalfd(descriptor, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (made < 0) throw Cairn::SystemException("signalfd", errno);
+  return made;
+}
+
+}  // namespace
+
+MainLoop::MainLoop() : signals_(carried(-1, {SIGTERM, SIGINT})) {
+  loop_.descriptorIs(signals_, [this] { takeSignals(); });
+}
+
+void MainLoop::takeSignals() {
+  signalfd_siginfo info;
+  while (::read(signals_, &info, sizeof info) == sizeof info) {
+    if (info.ssi_signo != SIGHUP) {
+      loop_.stop();
+    } else {
+      hungUp_();
+    }
+  }
+}
+
+void MainLoop::hangUpIs(std::function<void()> hungUp) {
+  hungUp_ = std::move(hungUp);
+  carried(signals_, {SIGTERM, SIGINT, SIGHUP});
 }
 
 MainLoop::~MainLoop() { ::close(signals_); }

@@ -2,14 +2,10 @@
 
 #include <chrono>
 #include <functional>
-#include <string>
 
 #include "quill/EventLoop.h"
 
 namespace Process {
-
-/// Reads the value of --busy-poll. Throws Cairn::Exception saying what was expected and what came.
-std::chrono::microseconds busyPollOf(const std::string& text);
 
 /// The event loop of a program, stopped by SIGTERM and SIGINT. To be made before any other thread.
 class MainLoop {
@@ -23,17 +19,21 @@ class MainLoop {
   /// See Quill::EventLoop::busyPollIs; on a single processor a warning instead, since the other side of the
   /// tables needs it.
   void busyPollIs(std::chrono::microseconds duration);
+  /// Calls `hungUp` for SIGHUP, which otherwise ends the process.
+  void hangUpIs(std::function<void()> hungUp);
   Quill::EventLoop& loop() noexcept { return loop_; }
   /// Runs the loop until it is stopped. A callback that finds no memory is abandoned and the loop continues;
   /// `abandoned` is called then and must not throw.
   void run(const std::function<void()>& abandoned);
 
  private:
+  void takeSignals();
   void logAbandoned();
 
   Quill::EventLoop loop_;
   Quill::EventLoop::Clock::time_point logAgain_{};
   int signals_;
+  std::function<void()> hungUp_;
 };
 
 }  // namespace Process

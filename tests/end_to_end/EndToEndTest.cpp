@@ -330,7 +330,7 @@ const std::vector<Refusal> kWrongUsage = {  // exit code 2
     {HW_AGENT, "-r @/new -f l3Iif:l3Iif=1:7",
      "--fail: expected a table (l3TunnelIpv4TH3, l3TunnelIpv6TH3, myStationTcamTH3, l3IifTH3), got "
      "\"l3Iif\""},
-    {HW_AGENT, "-r @/new -f l3IifTH3:vrf=1:7", "--fail: expected a key field of l3IifTH3, got \"vrf\""},
+    {HW_AGENT, "-r @/new -f l3IifTH3:if=1:7", "--fail: expected a field of l3IifTH3, got \"if\""},
     {HW_AGENT, "-r @/new -f l3IifTH3:l3Iif=x:7",
      "column \"l3Iif\": expected a decimal or 0x number from 0 to 18446744073709551615"},
     {P4RT_AGENT, "--tls-cert a", "expected --tls-cert and --tls-key, got one of them"},
@@ -343,14 +343,15 @@ const std::vector<Refusal> kWrongUsage = {  // exit code 2
      "expected a trace handle (PendingHwPogrammingSm, VrfSm, TolmarP4RuntimePlugin) or \"*\", got"},
     {P4RT_AGENT, "--fast -", "expected options of --help: The following argument was not expected: --fast"},
     {P4RT_AGENT, "-xr -", "expected options of --help: The following argument was not expected: -xr"},
-    {HW_AGENT, "--delay", "expected a value after --delay, got none"},
+    {HW_AGENT, "--delay", "expected options of --help: --delay: 1 required"},
+    {HW_AGENT, "--fail=", "--fail"},
     {HW_AGENT, "--busy-poll -1", "--busy-poll: expected microseconds from 0 to 1000000, got \"-1\""},
     {HW_AGENT, "--delay 1s", "--delay: expected milliseconds from 0 to 3600000, got \"1s\""},
     {HW_AGENT, "--fail l3IifTH3:7", "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE, got"},
     {HW_AGENT, "--fail l3IifTH3::7", "expected at least one FIELD=VALUE, got \"l3IifTH3::7\""},
     {HW_AGENT, "--fail l3IifTH3:l3Iif=1,:7", "--fail: expected FIELD=VALUE, got \"\""},
     {HW_AGENT, "--fail l3IifTH3:l3Iif=1:65536", "expected a code from 1 to 65535, got \"65536\""},
-    {HW_AGENT, "now", "expected options only, got now"}};
+    {HW_AGENT, "now", "expected options of --help: The following argument was not expected: now"}};
 
 TEST_F(EndToEnd, Refusals_AreOneClearLine) {
   std::ofstream(folder_.path() + "/file") << "no library, no socket";

@@ -58,6 +58,13 @@ class Program {
     while (output_.find(text) == std::string::npos && more) more = readMore();
     return more;
   }
+  /// The same for output behind what was found by the last call.
+  bool saysNext(const std::string& text) {
+    bool more = true;
+    while (output_.find(text, found_) == std::string::npos && more) more = readMore();
+    if (more) found_ = output_.find(text, found_) + text.size();
+    return more;
+  }
   /// Waits for the end and returns the exit code, 128 plus the signal's number for a program that was killed.
   int exitCode() {
     if (exitCode_ >= 0) return exitCode_;
@@ -81,5 +88,6 @@ class Program {
   pid_t pid_;
   int pipe_;
   std::string output_;
+  std::size_t found_ = 0;  // where saysNext() continues
   int exitCode_ = -1;
 };

@@ -154,9 +154,10 @@ TEST_F(ProgrammerTest, Delay_HoldsAnswersBackInOrder) {
   EXPECT_FALSE(programmer_->nextAnswer());
 }
 
-TEST_F(ProgrammerTest, Answers_OncePerWriteWithFaultsForKeysAndEveryNthButNoInvalidEntryAndNoRemoval) {
-  const std::vector<FailOption> fails = {readFail("l3IifTH3:l3Iif=2:7"), readFail("other:x=1:3")};
-  programmer_.emplace(pair_, L3IifFaults("l3IifTH3", fails, readFailEvery("3:9")), 0ms);
+TEST_F(ProgrammerTest, Answers_OncePerWriteWithFaultsForColumnsAndEveryNthButNoInvalidEntryAndNoRemoval) {
+  std::vector<Fault> faults = {readFault("l3IifTH3:l3Iif=2:7"), readFault("myStationTcamTH3:priority=0:3"),
+                               readFault("l3IifTH3:genId=4,l3Iif=1:5")};
+  programmer_.emplace(pair_, L3IifFaults("l3IifTH3", faults, readFailEvery("3:9")), 0ms);
   for (const std::uint64_t id : {1u, 2u, 3u, 4u}) write(id, 100 + id);
   programmer_->changed({4}, kNow);  // notified twice, answered once
   remove(5);                        // came and went unseen: nobody to answer
@@ -167,7 +168,15 @@ TEST_F(ProgrammerTest, Answers_OncePerWriteWithFaultsForKeysAndEveryNthButNoInva
   EXPECT_EQ(pair_.status({2})->genId, 2u);
   remove(2);
   EXPECT_EQ(answers(), Strings{"2 deleted 102"});
-  EXPECT_EQ(programmer_->answers(), 6u);
+  write(1, 101, 4);
+  EXPECT_EQ(answers(), Strings{"1 handle 101 error 5"});
+  faults.pop_back();
+  programmer_->faultsAre("l3IifTH3", faults);
+  for (const std::uint64_t genId : {5u, 4u}) {
+    write(1, 101, genId);
+    EXPECT_EQ(answers(), Strings{genId == 5 ? "1 handle 101 error 9" : "1 handle 101"});
+  }
+  EXPECT_EQ(programmer_->answers(), 9u);
 }
 
 }  // namespace

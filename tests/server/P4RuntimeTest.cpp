@@ -3,6 +3,7 @@
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <map>
 #include <sstream>
 
@@ -85,9 +86,10 @@ Update update(const std::string& text) {
 
 class P4RuntimeTest : public testing::Test {
  protected:
-  void startHardware() {
-    hardware_ =
-        std::make_unique<Program>(Strings{HW_AGENT, "-r", folder_.path(), "--fail", "l3IifTH3:l3Iif=99:7"});
+  void startHardware(const Strings& more = {}) {
+    Strings all = {HW_AGENT, "-r", folder_.path(), "--fail", "l3IifTH3:l3Iif=99:7"};
+    all.insert(all.end(), more.begin(), more.end());
+    hardware_ = std::make_unique<Program>(all);
     ASSERT_TRUE(hardware_->says("following the tables"));
   }
   void startAgent(const Strings& more = {}) {
@@ -248,6 +250,39 @@ TEST_F(P4RuntimeTest, Restart_KeepsEntriesMetadataAndTheHighestId) {
     EXPECT_EQ(controller.hear(), "5 9") << "below the highest";
     agent_->signal(SIGTERM);
     EXPECT_EQ(agent_->exitCode(), 0) << agent_->output();
+  }
+}
+
+// What the hardware refuses leaves no trace; its faults are those of the file when it was last told to read
+// it.
+TEST_F(P4RuntimeTest, Refusal_IsUndoneAndFaultsChangeWhileTheHardwareAgentRuns) {
+  const std::string faults = folder_.path() + "/faults";
+  std::ofstream(faults) << "# none yet\n";
+  startHardware({"--faults", faults});
+  startAgent();
+  Controller controller(socket());
+  controller.say(1);
+  EXPECT_EQ(controller.hear(), "0 1");
+  EXPECT_EQ(write(controller, {"+1=1:one", "+2=2"}), "0");
+  const std::string bad =
+      "the faults stay as they were: faults file " + faults + ", line 2: expected a field";
+  const struct {
+    const char* file;
+    std::string says;
+    const char* write;
+    const char* outcome;
+    const char* read;
+  } rows[] = {{"l3IifTH3:vrf=4095:7  # on any entry\n", "read the faults file again", "~1=4095:new", "2 13/7",
+               "1=1:one 2=2 0"},
+              {"\nl3IifTH3:wrf=1:9\n", bad, "~2=4095", "2 13/7", "1=1:one 2=2 0"},
+              {"", "read the faults file again", "~1=4095", "0", "1=4095 2=2 0"},
+              {"l3IifTH3:l3Iif=3,vrf=1:8\n", "read the faults file again", "+3=1", "2 13/8", "1=4095 2=2 0"}};
+  for (const auto& row : rows) {
+    std::ofstream(faults) << row.file;
+    hardware_->signal(SIGHUP);
+    ASSERT_TRUE(hardware_->saysNext(row.says));
+    EXPECT_EQ(write(controller, {row.write}), row.outcome);
+    EXPECT_EQ(read(controller), row.read);
   }
 }
 
