@@ -40,6 +40,15 @@ EventLoop::TimerId EventLoop::periodicTimerIs(Clock::duration interval, Callback
 EventLoop::TimerId EventLoop::add(Clock::duration delay, Timer timer) {
   const TimerId id = nextId_++;
   const Clock::time_point due = Clock::now() + delay;
+  if (spare_) {
+    spare_.key() = Due(due, id);
+    spare_.mapped() = std::move(timer);
+    spareDue_.key() = id;
+    spareDue_.mapped() = due;
+    timers_.insert(std::move(spare_));
+    dueOf_.insert(std::move(spareDue_));
+    return id;
+  }
   const auto added = timers_.emplace(Due(due, id), std::move(timer)).first;
   try {
     dueOf_.emplace(id, due);
@@ -50,11 +59,19 @@ EventLoop::TimerId EventLoop::add(Clock::duration delay, Timer timer) {
   return id;
 }
 
+/// The next timer takes the place of this one, so that a process which makes one again and again allocates
+/// nothing.
+void EventLoop::keep(std::map<Due, Timer>::node_type timer) {
+  auto due = dueOf_.extract(timer.key().second);
+  timer.mapped().expired = nullptr;  // may call back
+  spareDue_ = std::move(due);
+  spare_ = std::move(timer);
+}
+
 void EventLoop::timerDel(TimerId timer) {
   const auto found = dueOf_.find(timer);
   if (found == dueOf_.end()) return;
-  timers_.erase(Due(found->second, timer));
-  dueOf_.erase(found);
+  keep(timers_.extract(Due(found->second, timer)));
 }
 
 template <class Function>
@@ -108,7 +125,7 @@ void EventLoop::call(std::map<Due, Timer>::node_type timer, Clock::time_point no
   const Clock::duration interval = timer.mapped().interval;
   Callback expired = std::move(timer.mapped().expired);
   if (interval == Clock::duration::zero()) {
-    dueOf_.erase(id);
+    keep(std::move(timer));
     return expired();
   }
   struct PutBack {

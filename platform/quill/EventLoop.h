@@ -68,6 +68,7 @@ class EventLoop {
   using Due = std::pair<Clock::time_point, TimerId>;
 
   TimerId add(Clock::duration delay, Timer timer);
+  void keep(std::map<Due, Timer>::node_type timer);
   bool maySleep();
   void runWakeHooks();
   void lookForWork();
@@ -95,6 +96,8 @@ class EventLoop {
   std::map<int, std::shared_ptr<Callback>> descriptors_;
   std::map<Due, Timer> timers_;
   std::map<TimerId, Clock::time_point> dueOf_;
+  std::map<Due, Timer>::node_type spare_;  // of a timer that is no more, or empty, as the next
+  std::map<TimerId, Clock::time_point>::node_type spareDue_;
   Hooks<SleepHook> sleepHooks_;
   Hooks<Callback> wakeHooks_;
 };

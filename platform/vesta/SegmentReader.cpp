@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -216,7 +217,7 @@ void SegmentReader::publishProgress() {
 std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
   if (handling_) return 0;
   std::exception_ptr thrown;
-  const KeyHandler called = [&](const Word* key) {
+  const auto call = [&](const Word* key) {
     handling_ = true;
     try {
       handler(key);
@@ -225,6 +226,7 @@ std::size_t SegmentReader::poll(std::size_t limit, const KeyHandler& handler) {
     }
     handling_ = false;
   };
+  const KeyHandler called = std::ref(call);  // by reference: a copy would be allocated in every poll
   std::size_t notified = 0;
   while (notified < limit && !detached_) {
     if (reads_ && !reads_->segment().live()) reporting([this] { followReplacement(); });
