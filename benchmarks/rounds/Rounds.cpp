@@ -1,5 +1,7 @@
 #include "benchmarks/rounds/Rounds.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -9,8 +11,6 @@
 namespace Rounds {
 
 namespace {
-
-constexpr std::size_t kMostRows = 8192;
 
 std::size_t numberOf(const char* what, std::string_view text, std::size_t largest) {
   std::size_t number = 0;
@@ -31,8 +31,9 @@ double median(std::vector<double> values) {
   return *middle;
 }
 
-Plan planOf(const std::vector<std::string_view>& arguments, const std::vector<std::string>& names) {
-  Plan plan;
+Plan planOf(const std::vector<std::string_view>& arguments, const std::vector<std::string>& names,
+            Plan plan) {
+  const std::size_t mostRows = *std::max_element(plan.batches.begin(), plan.batches.end());
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view option = arguments[i];
     if (option == "--tsv") {
@@ -46,18 +47,24 @@ Plan planOf(const std::vector<std::string_view>& arguments, const std::vector<st
       plan.only = value;
     } else if (option == "--rows") {
       plan.oneAtATime = false;
-      plan.batches = {numberOf("rows", value, kMostRows)};
+      plan.batches = {numberOf("rows", value, mostRows)};
     } else if (option == "--busy-poll") {
       plan.busyPoll = std::chrono::microseconds(numberOf("microseconds", value, 1'000'000));
     } else {
       std::string known;
-      for (const std::string& name : names) known += (known.empty() ? "" : "|") + name;
-      throw Cairn::Exception("expected --rounds N, --only " + known +
-                             ", --rows N, --busy-poll MICROSECONDS or --tsv, got \"" + std::string(option) +
-                             " " + std::string(value) + "\"");
+      for (const std::string& name : names) known += (known.empty() ? "--only " : "|") + name;
+      throw Cairn::Exception("expected --rounds N, --rows N, " + known + (known.empty() ? "" : ", ") +
+                             " --busy-poll MICROSECONDS or --tsv, got \"" + std::string(option) + " " +
+                             std::string(value) + "\"");
     }
   }
   return plan;
+}
+
+void showProgress(std::size_t done, std::size_t rounds) {
+  if (::isatty(STDERR_FILENO) == 0) return;
+  std::fprintf(stderr, "\r%zu of %zu rounds", done, rounds);
+  if (done == rounds) std::fprintf(stderr, "\r\033[K");
 }
 
 Report::Measure& Report::measure(const std::string& name, const char* unit) {

@@ -29,9 +29,12 @@ struct Plan {
   std::vector<std::size_t> batches{1, 10, 100, 1000, 8192};
 };
 
-/// Reads --rounds N, --only NAME (one of `names`), --rows N, --busy-poll MICROSECONDS and --tsv. Throws
-/// Cairn::Exception saying what was expected and what came.
-Plan planOf(const std::vector<std::string_view>& arguments, const std::vector<std::string>& names);
+/// Changes `plan` by --rounds N, --only NAME (one of `names`), --rows N (at most the largest batch),
+/// --busy-poll MICROSECONDS and --tsv. Throws Cairn::Exception saying what was expected and what came.
+Plan planOf(const std::vector<std::string_view>& arguments, const std::vector<std::string>& names,
+            Plan plan = {});
+
+void showProgress(std::size_t done, std::size_t rounds);
 
 /// What the contestants needed: for each measure one value per round. What is measured comes last, its
 /// yardsticks before it; a measure may leave some of them out.
@@ -62,6 +65,16 @@ class Report {
   Plan plan_;
   std::vector<Measure> measures_;  // in the order in which they were first added
 };
+
+/// Calls `measure(round)` for each round of the plan; shows progress where standard error is a terminal.
+template <class Call>
+void each(const Plan& plan, const Call& measure) {
+  for (std::size_t round = 0; round < plan.rounds; ++round) {
+    showProgress(round, plan.rounds);
+    measure(round);
+  }
+  showProgress(plan.rounds, plan.rounds);
+}
 
 /// Calls `measure(contestant)` for 0 to `count` - 1; the first to be called changes every round.
 template <class Call>

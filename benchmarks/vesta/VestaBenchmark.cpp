@@ -1,72 +1,20 @@
 // Tables in shared memory against the same work on the heap. Each benchmark runs its yardstick in turn with
 // the measured work, block by block, and reports the median of the blocks' ratios: the only figure that means
 // something on a busy machine.
-#include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <numeric>
 #include <random>
-#include <unordered_map>
-#include <vector>
 
-#include "P4RuntimeTolmar/OutputTables.h"
-#include "P4RuntimeTolmar/RecordCodec.h"
-#include "cairn/Hash.h"
-#include "vesta/VestaReader.h"
-#include "vesta/VestaWriter.h"
+#include "TableBench.h"
 
 namespace {
 
-using Key = TolmarHwLib::L3IifTH3Key;
-using Entry = TolmarHwLib::L3IifTH3ConfigEntry;
-using Writer = Vesta::VestaWriter<Key, Entry>;
-using Reader = Vesta::VestaReader<Key, Entry>;
+using namespace TableBench;
 using Clock = std::chrono::steady_clock;
-using Vesta::Word;
 
 constexpr std::size_t kBlock = 8192;
-
-struct Folder {
-  std::string path = "/dev/shm/tolmar-bench-XXXXXX";
-  Folder() {
-    if (mkdtemp(path.data()) == nullptr) std::abort();
-  }
-  ~Folder() { std::filesystem::remove_all(path); }
-  Vesta::AttachOptions options(std::int64_t capacity = 8192) const {
-    return {.path = Vesta::RootPath(path, "bench/place", "table"),
-            .capacity = static_cast<std::uint32_t>(capacity)};
-  }
-};
-
-Key makeKey(std::uint64_t id) {
-  Key key;
-  key.l3Iif = id;
-  return key;
-}
-
-Entry makeEntry(const Key& key, std::uint64_t stamp) {
-  Entry entry{};
-  static_cast<Key&>(entry) = key;
-  entry.genId = stamp;
-  entry.vrf = static_cast<std::uint16_t>(stamp);
-  return entry;
-}
-
-// Key i of a table: consecutive numbers, or numbers alike in their low 32 bits.
-enum class Keys { consecutive, alikeInLowHalf };
-
-std::vector<Key> makeKeys(std::size_t count, Keys kind) {
-  std::vector<Key> keys;
-  for (std::size_t i = 0; i < count; ++i) keys.push_back(makeKey(kind == Keys::consecutive ? i : i << 32));
-  return keys;
-}
 
 // Keys as they are asked for: in the order in which they were written, or in any order, which shows the
 // caches rather than the table. Each block visits every key equally often. A turn goes through it many
@@ -110,27 +58,6 @@ void compare(benchmark::State& state, std::size_t count, const Measured& measure
   state.counters["ns_each"] = median(ours);
   state.counters["yardstick_ns"] = median(theirs);
   state.counters["ratio"] = median(ratios);
-}
-
-struct Stored {
-  Entry entry;
-  std::uint32_t check;
-};
-
-struct HashKey {
-  std::size_t operator()(const Key& key) const { return key.l3Iif; }
-};
-
-using Map = std::unordered_map<Key, Stored, HashKey>;
-
-Map makeMap(const std::vector<Key>& keys) {
-  Map map;
-  for (const Key& key : keys) {
-    Stored stored{makeEntry(key, 1), 0};
-    stored.check = Cairn::checksum(&stored.entry, sizeof stored.entry);
-    map.emplace(key, stored);
-  }
-  return map;
 }
 
 // The yardstick of lookups: find, copy out, verify.
@@ -209,59 +136,6 @@ void lookupBesideWriter(benchmark::State& state) {
   waitpid(child, nullptr, 0);
 }
 
-// The steps of a write by hand, on the heap: hash, probe, copy, checksum, log record, publish.
-class ByHand {
- public:
-  static constexpr std::size_t kKeyWords = 1;
-  static constexpr std::size_t kWords = 6;
-
-  // `keys`: a power of two of them, which fill it.
-  explicit ByHand(const std::vector<Key>& keys)
-      : mask_(2 * keys.size() - 1), index_(mask_ + 1), slots_(keys.size()), log_(mask_ + 1) {
-    for (const Key& key : keys) {
-      const auto slot = static_cast<std::uint32_t>(used_++);
-      std::size_t at = Vesta::hashOf(&key.l3Iif, kKeyWords) & mask_;
-      while (index_[at] != 0) at = (at + 1) & mask_;
-      index_[at] = slot + 1;
-      slots_[slot].row[0] = key.l3Iif;
-    }
-  }
-  void write(const Key& key, const Entry& entry) {
-    Word row[kWords] = {};
-    Vesta::Codec<Key>::encode(key, reinterpret_cast<std::uint8_t*>(row));
-    Vesta::Codec<Entry>::encode(entry, reinterpret_cast<std::uint8_t*>(row + kKeyWords));
-    std::size_t at = Vesta::hashOf(row, kKeyWords) & mask_;
-    while (slots_[index_[at] - 1].row[0] != row[0]) at = (at + 1) & mask_;
-    Slot& slot = slots_[index_[at] - 1];
-    ++sequence_;
-    Record& record = log_[sequence_ & mask_];
-    record.sequence = sequence_;
-    record.key = row[0];
-    record.check = Cairn::checksum(&record, 16);
-    std::memcpy(slot.row, row, sizeof row);
-    slot.check = Cairn::checksum(row, sizeof row);
-    published_.store(sequence_, std::memory_order_seq_cst);
-  }
-
- private:
-  struct Slot {
-    Word check;
-    Word row[kWords];
-  };
-  struct Record {
-    Word sequence;
-    Word key;
-    Word check;
-  };
-  std::size_t mask_;
-  std::vector<std::uint32_t> index_;
-  std::vector<Slot> slots_;
-  std::vector<Record> log_;
-  std::size_t used_ = 0;
-  Word sequence_ = 0;
-  alignas(64) std::atomic<Word> published_{0};
-};
-
 void writeExisting(benchmark::State& state) {
   FullTable table(state);
   ByHand byHand(table.keys);
@@ -309,21 +183,9 @@ void attach(benchmark::State& state) {
     Writer table(folder.options());
     for (const Key& key : makeKeys(8192, Keys::consecutive)) table.write({key, makeEntry(key, 1)}, false);
   }
-  const std::string file = folder.options().path.text();
-  const Vesta::Layout layout(Vesta::shapeOf<Key, Entry>(8192));
   Vesta::AttachOptions options = folder.options();
   options.initialRows = Vesta::InitialRows::skip;
-  const auto yardstick = [&] {
-    const int descriptor = open(file.c_str(), O_RDWR | O_CLOEXEC);
-    auto* words = static_cast<Word*>(mmap(nullptr, layout.bytes(), PROT_READ, MAP_SHARED, descriptor, 0));
-    std::uint32_t sum = 0;
-    for (std::uint32_t slot = 0; slot < 8192; ++slot) {
-      sum ^= Cairn::checksum(words + layout.slotAt(slot), (1 + layout.rowWords) * sizeof(Word), slot);
-    }
-    benchmark::DoNotOptimize(sum);
-    munmap(words, layout.bytes());
-    close(descriptor);
-  };
+  const auto yardstick = [&options] { mapAndVerify(options.path.text(), 8192); };
   if (state.range(0) == 0) {
     compare(
         state, 8192, [&] { Reader reader(options); }, yardstick);
