@@ -63,9 +63,15 @@ function(tolmar_test name)
   endif()
 endfunction()
 
-# tolmar_benchmark(NAME SOURCES ... [USES target ...]): a Google Benchmark program.
+# tolmar_benchmark(NAME SOURCES ... [USES target ...]): a program of the target benchmarks, which tools/bench
+# builds.
 function(tolmar_benchmark name)
   cmake_parse_arguments(BENCH "" "" "SOURCES;USES" ${ARGN})
   add_executable(${name} ${BENCH_SOURCES})
   target_link_libraries(${name} PRIVATE tolmar ${BENCH_USES} benchmark::benchmark)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/benchmarks)
+  if(NOT TARGET benchmarks)
+    add_custom_target(benchmarks)
+  endif()
+  add_dependencies(benchmarks ${name})
 endfunction()

@@ -1,8 +1,9 @@
 // The tracker's work for one status row, from the table's notification to the write that wakes the agent,
 // beside the bare chain that it cannot do without: two lookups, one hash-map insert, one trace record, one
 // eight-byte write. Both run over the same table in shared memory, with the fast trace on and handle traces
-// off. The two are measured in turn, and the median of the ratios of neighbours is printed and held against
-// its bound; the program fails when one is over it.
+// off.
+//
+//   plugin_bench [--rounds N] [--tsv]
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 #include "P4RuntimePlugin/Trace.h"
+#include "benchmarks/rounds/Rounds.h"
 #include "orrery/EntityManager.h"
 #include "skein/Skein.h"
 
@@ -39,7 +41,6 @@ using TolmarHwLib::L3IifTH3Status;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kRows = 8192;
-constexpr int kRepetitions = 41;
 
 /// One status table in shared memory with all its rows, as the tracker reads it.
 class Table {
@@ -91,31 +92,17 @@ double pass(const Row& row) {
   return std::chrono::duration<double, std::nano>(Clock::now() - start).count() / kRows;
 }
 
-double median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
-  return values[values.size() / 2];
-}
-
-bool withinBounds = true;
-
-void compare(const char* name, const auto& bare, const auto& tracker, double bound) {
-  std::vector<double> bareTimes;
-  std::vector<double> trackerTimes;
-  std::vector<double> ratios;
-  for (int i = 0; i < kRepetitions; ++i) {
-    bareTimes.push_back(bare());
-    trackerTimes.push_back(tracker());
-    ratios.push_back(trackerTimes.back() / bareTimes.back());
-  }
-  const double ratio = median(ratios);
-  std::printf("%-28s bare %7.1f ns  tracker %7.1f ns  ratio %.2f (bound %.1f)\n", name, median(bareTimes),
-              median(trackerTimes), ratio, bound);
-  withinBounds = withinBounds && ratio <= bound;
+void compare(const Rounds::Plan& plan, Rounds::Report& report, const char* name, const auto& bare,
+             const auto& tracker) {
+  Rounds::each(plan, [&](std::size_t) {
+    report.add(0, name, "ns", bare());
+    report.add(1, name, "ns", tracker());
+  });
 }
 
 constinit const Skein::Site kSite{"PendingHwProgrammingSms", 16, "onStatusRow", "onStatusRow%s"};
 
-void statusRows() {
+void statusRows(const Rounds::Plan& plan, Rounds::Report& report) {
   const Table table;
   const auto bareBatch = Quill::allocate<P4Runtime::BatchStatus>();
   const auto batch = Quill::allocate<P4Runtime::BatchStatus>();
@@ -138,28 +125,38 @@ void statusRows() {
       table.status->notify<L3IifTH3Status::NotifieeConst>([&key](auto& reactor) { reactor.onTable(key); });
     });
   };
-  compare("status row", bare, tracked, 1.5);
+  compare(plan, report, "status row", bare, tracked);
   writesOn = false;
-  compare("status row without the write", bare, tracked, 2.0);
+  compare(plan, report, "status row without the write", bare, tracked);
   writesOn = true;
   if (batch->completedTransactionStatusCount() != kRows) throw Cairn::Exception("rows were lost");
 }
 
 /// A trace point whose handle is off, beside the fast trace's record alone.
-void traceOff() {
+void traceOff(const Rounds::Plan& plan, Rounds::Report& report) {
   static constinit const P4RuntimeTolmar::TracePoint point{9, "PendingHwProgrammingSms", 16, "onStatusRow",
                                                            "onStatusRow%s"};
   const Quill::TraceHandle handle("off");
   compare(
-      "trace point, handle off",
+      plan, report, "trace point, handle off",
       [] { return pass([](const L3IifTH3Key& key) { Skein::message(kSite, key); }); },
-      [&] { return pass([&](const L3IifTH3Key& key) { point(handle, key); }); }, 1.1);
+      [&] { return pass([&](const L3IifTH3Key& key) { point(handle, key); }); });
 }
 
 }  // namespace
 
-int main() {
-  statusRows();
-  traceOff();
-  return withinBounds ? 0 : 1;
+int main(int count, char** arguments) {
+  try {
+    Rounds::Plan usual;
+    usual.rounds = 101;
+    const Rounds::Plan plan = Rounds::planOf({arguments + 1, arguments + count}, {}, usual);
+    Rounds::Report report({"bare", "tracker"}, plan);
+    statusRows(plan, report);
+    traceOff(plan, report);
+    report.print();
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "plugin_bench: %s\n", error.what());
+    return 1;
+  }
 }

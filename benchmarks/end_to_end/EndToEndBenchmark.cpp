@@ -42,7 +42,7 @@ double rateInBatches(Contestant& contestant, std::size_t rows) {
 /// Every measure for both contestants before the next measure.
 void run(const std::vector<std::unique_ptr<Contestant>>& contestants, const Rounds::Plan& plan,
          Rounds::Report& report) {
-  for (std::size_t round = 0; round < plan.rounds; ++round) {
+  Rounds::each(plan, [&](std::size_t round) {
     if (plan.oneAtATime) {
       Rounds::inTurn(round, contestants.size(), [&](std::size_t i) {
         report.addTimes(i, "one at a time", oneAtATime(*contestants[i]));
@@ -53,7 +53,7 @@ void run(const std::vector<std::unique_ptr<Contestant>>& contestants, const Roun
         report.add(i, "batches of " + std::to_string(rows), "rows/s", rateInBatches(*contestants[i], rows));
       });
     }
-  }
+  });
 }
 
 }  // namespace

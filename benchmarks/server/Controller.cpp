@@ -1,5 +1,7 @@
 #include "Controller.h"
 
+#include <algorithm>
+
 #include "apps/p4/Pipeline.h"
 #include "cairn/Exception.h"
 
@@ -7,14 +9,16 @@ namespace {
 
 using namespace p4::v1;
 
-constexpr std::size_t kEntries = 8192;
+const Wire::Pipeline& pipeline() {
+  static const Wire::Pipeline made(Wire::outputTables());
+  return made;
+}
 
-const Wire::Table& table() {
-  static const Wire::Pipeline pipeline(Wire::outputTables());
-  for (const Wire::Table& each : pipeline.tables()) {
-    if (each.name == "l3IifTH3") return each;
+const Wire::Table& tableOf(const std::string& name) {
+  for (const Wire::Table& table : pipeline().tables()) {
+    if (table.name == name) return table;
   }
-  throw Cairn::Exception("expected a table l3IifTH3 in the pipeline, got none");
+  throw Cairn::Exception("expected a table " + name + " in the pipeline, got none");
 }
 
 std::string value(std::size_t number) {
@@ -22,28 +26,36 @@ std::string value(std::size_t number) {
   return {static_cast<char>(number >> 8), static_cast<char>(number & 0xff)};
 }
 
-void addUpdate(WriteRequest& request, Update::Type type, std::size_t key) {
+/// Entry `number`, from 1, of the table: its widest match field, or its priority, is that number.
+void addUpdate(WriteRequest& request, Update::Type type, const Wire::Table& table, std::size_t number) {
   Update& update = *request.add_updates();
   update.set_type(type);
   TableEntry& entry = *update.mutable_entity()->mutable_table_entry();
-  entry.set_table_id(table().id);
-  FieldMatch& match = *entry.add_match();
-  match.set_field_id(1);
-  match.mutable_exact()->set_value(value(key));
+  entry.set_table_id(table.id);
+  const auto narrower = [](const Wire::Field& a, const Wire::Field& b) { return a.bits < b.bits; };
+  const auto widest = std::max_element(table.matchFields.begin(), table.matchFields.end(), narrower);
+  for (const Wire::Field& field : table.matchFields) {
+    if (field.mask) continue;  // matches anything
+    FieldMatch& match = *entry.add_match();
+    match.set_field_id(field.id);
+    match.mutable_exact()->set_value(value(&field == &*widest ? number : 1));
+  }
+  if (table.priority) entry.set_priority(static_cast<std::int32_t>(number));
   Action& action = *entry.mutable_action()->mutable_action();
-  action.set_action_id(table().actionId);
-  for (const Wire::Field& field : table().parameters) {
+  action.set_action_id(table.actionId);
+  for (const Wire::Field& field : table.parameters) {
     Action::Param& parameter = *action.add_params();
     parameter.set_param_id(field.id);
-    parameter.set_value(field.name == "vrf" ? value(key % 64 + 1) : value(1));
+    parameter.set_value(value(field.name == "vrf" ? number % 64 + 1 : 1));
   }
 }
 
-WriteRequest requestOf(Update::Type type, std::size_t firstKey, std::size_t updates) {
+/// Updates of the entries from `first` on, beginning again behind the last that the table has room for.
+WriteRequest requestOf(Update::Type type, const Wire::Table& table, std::size_t first, std::size_t updates) {
   WriteRequest request;
   request.set_device_id(1);
   request.mutable_election_id()->set_low(1);
-  for (std::size_t i = 0; i < updates; ++i) addUpdate(request, type, (firstKey + i) % kEntries + 1);
+  for (std::size_t i = 0; i < updates; ++i) addUpdate(request, type, table, (first + i) % table.capacity + 1);
   return request;
 }
 
@@ -77,13 +89,23 @@ Controller::~Controller() { streamContext_.TryCancel(); }
 
 const WriteRequest& Controller::request(std::size_t updates, std::size_t place) {
   const auto [found, isNew] = requests_.try_emplace({updates, place});
-  if (isNew) found->second = requestOf(Update::MODIFY, place * updates, updates);
+  if (isNew) found->second = requestOf(Update::MODIFY, tableOf("l3IifTH3"), place * updates, updates);
   return found->second;
 }
 
-void Controller::insert(std::size_t entries) {
-  start(requestOf(Update::INSERT, 0, entries));
+void Controller::fill(const std::string& name) {
+  const Wire::Table& table = tableOf(name);
+  start(requestOf(Update::INSERT, table, 0, table.capacity));
   finish();
+}
+
+std::size_t Controller::fillAll() {
+  std::size_t entries = 0;
+  for (const Wire::Table& table : pipeline().tables()) {
+    fill(table.name);
+    entries += table.capacity;
+  }
+  return entries;
 }
 
 void Controller::modify(std::size_t count, std::size_t updates, std::size_t inFlight) {

@@ -9,7 +9,7 @@
 
 #include "p4/v1/p4runtime.grpc.pb.h"
 
-/// A client of one server, with a connection of its own. Its entries are those of l3IifTH3 with keys from 1.
+/// A client of one server, with a connection of its own. What it modifies are entries of l3IifTH3.
 class Controller {
  public:
   enum class Arbitration { none, primary };
@@ -20,8 +20,10 @@ class Controller {
   Controller(const Controller&) = delete;
   Controller& operator=(const Controller&) = delete;
 
-  /// Inserts the first `entries` entries. Throws Cairn::Exception for an answer other than OK, like the next.
-  void insert(std::size_t entries);
+  /// Fills the table of that name. Throws Cairn::Exception for an answer other than OK, like the next.
+  void fill(const std::string& table);
+  /// Fills all tables and returns the number of entries.
+  std::size_t fillAll();
   /// Sends `count` requests of `updates` modifications each, `inFlight` of which are outstanding at a time.
   /// Requests that are outstanding together have entries of their own as far as these reach.
   void modify(std::size_t count, std::size_t updates, std::size_t inFlight);

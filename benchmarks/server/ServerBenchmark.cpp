@@ -24,7 +24,6 @@
 
 namespace {
 
-constexpr std::size_t kEntries = 8192;
 constexpr std::size_t kSingles = 500;
 constexpr std::size_t kUpdatesPerRound = 16'384;
 constexpr std::size_t kRequestsPerRound = 200;
@@ -55,7 +54,7 @@ std::unique_ptr<Contestant> make(const std::string& name, const Rounds::Plan& pl
   made->start({HW_AGENT, "-r", folder, "--busy-poll", busyPoll}, "following the tables");
   made->start({P4RT_AGENT, "-r", folder, "--busy-poll", busyPoll}, "serving P4Runtime at");
   made->controller.emplace(folder + "/p4runtime.sock", Controller::Arbitration::primary);
-  made->controller->insert(kEntries);
+  made->controller->fill("l3IifTH3");
   return made;
 }
 
@@ -77,7 +76,7 @@ double rate(Controller& controller, std::size_t updates, std::size_t inFlight) {
 /// Every measure for all contestants before the next measure.
 void run(std::vector<std::pair<std::string, std::unique_ptr<Contestant>>>& contestants,
          const Rounds::Plan& plan, Rounds::Report& report) {
-  for (std::size_t round = 0; round < plan.rounds; ++round) {
+  Rounds::each(plan, [&](std::size_t round) {
     const auto each = [&](const auto& measure) {
       Rounds::inTurn(round, contestants.size(),
                      [&](std::size_t i) { measure(i, *contestants[i].second->controller); });
@@ -97,7 +96,7 @@ void run(std::vector<std::pair<std::string, std::unique_ptr<Contestant>>>& conte
         });
       }
     }
-  }
+  });
 }
 
 }  // namespace
