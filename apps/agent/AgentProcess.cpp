@@ -51,15 +51,18 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFol
   core_->start(tables_.hardwareAnswers());
   hardwareWatch_.emplace(tables_);
   failedNotifications_ = Quill::NotifieeConst::failedNotifications();
-  loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] {
-    core_->completionsReady();
-    turn();
+  loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] { takeCompletions(); });
+  // Trackers add completions when the loop's other wake hooks look at the tables: this saves a look at the
+  // descriptor.
+  completionsHook_ = loop_.wakeHookIs([this] {
+    if (batchStatus_->completedTransactionStatusCount() != 0) takeCompletions();
   });
   tickTimer_ = loop_.periodicTimerIs(kTick, [this] { tick(); });
 }
 
 AgentProcess::~AgentProcess() {
   loop_.descriptorDel(batchStatus_->notificationDescriptor());
+  loop_.wakeHookDel(completionsHook_);
   for (const auto& timer : {deadlineTimer_, turnTimer_, tickTimer_}) {
     if (timer) loop_.timerDel(*timer);
   }
@@ -79,6 +82,11 @@ void AgentProcess::run(std::string_view script, ResultTable::Output output, Resu
 void AgentProcess::submit(std::vector<Update> updates, Atomicity atomicity, AgentCore::Done done) {
   turnSoon();
   core_->submit(std::move(updates), atomicity, std::move(done), {}, AgentCore::Clock::now());
+}
+
+void AgentProcess::takeCompletions() {
+  core_->completionsReady();
+  turn();
 }
 
 void AgentProcess::tick() {

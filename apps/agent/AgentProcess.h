@@ -50,6 +50,7 @@ class AgentProcess {
     Done done;
   };
 
+  void takeCompletions();
   void tick();
   void checkTables();
   void recoverCompletions();
@@ -68,6 +69,7 @@ class AgentProcess {
   std::optional<HardwareWatch> hardwareWatch_;
   std::unique_ptr<AgentCore> core_;
   std::list<Running> running_;
+  std::uint64_t completionsHook_ = 0;
   std::optional<Quill::EventLoop::TimerId> deadlineTimer_;
   std::optional<Quill::EventLoop::TimerId> turnTimer_;
   std::optional<Quill::EventLoop::TimerId> tickTimer_;

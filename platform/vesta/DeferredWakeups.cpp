@@ -22,7 +22,7 @@ DeferredWakeups::~DeferredWakeups() {
   if (outermost != this) return;
   outermost = nullptr;
   for (std::size_t i = 0; i < count_; ++i) {
-    if (writers_[i].writer != nullptr) writers_[i].writer->wakeDeferred();
+    if (writers_[i].writer != nullptr && writers_[i].changes != 0) writers_[i].writer->wakeDeferred();
   }
 }
 
@@ -47,7 +47,7 @@ bool DeferredWakeups::forget(const SegmentWriter& writer) noexcept {
   const auto found = std::find_if(outermost->writers_.begin(), end, is);
   if (found == end) return false;
   found->writer = nullptr;
-  return true;
+  return found->changes != 0;
 }
 
 }  // namespace Vesta

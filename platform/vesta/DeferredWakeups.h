@@ -9,8 +9,8 @@ namespace Vesta {
 class SegmentWriter;
 
 /// While one exists, the table writers of its thread wake sleeping readers with the first change, with every
-/// 64th after that, and at its end; without one, with every change that finds a reader asleep. A scope within
-/// another does nothing.
+/// 64th after that, and at its end when there were more; without one, with every change that finds a reader
+/// asleep. A scope within another does nothing.
 ///
 /// A process that is killed in such a scope leaves up to 63 changes of which no reader has been woken. They
 /// are not lost: a reader looks at its tables by itself at least once a second (Orrery::EntityManager), and
