@@ -52,18 +52,16 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFol
   hardwareWatch_.emplace(tables_);
   failedNotifications_ = Quill::NotifieeConst::failedNotifications();
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] { takeCompletions(); });
-  // Trackers add completions when the loop's other wake hooks look at the tables: this saves a look at the
-  // descriptor.
-  completionsHook_ = loop_.wakeHookIs([this] {
-    if (batchStatus_->completedTransactionStatusCount() != 0) takeCompletions();
-  });
+  sleepHook_ = loop_.sleepHookIs([this] { return !turnWanted_ && !core_->hasReady(); });
+  wakeHook_ = loop_.wakeHookIs([this] { work(); });
   tickTimer_ = loop_.periodicTimerIs(kTick, [this] { tick(); });
 }
 
 AgentProcess::~AgentProcess() {
   loop_.descriptorDel(batchStatus_->notificationDescriptor());
-  loop_.wakeHookDel(completionsHook_);
-  for (const auto& timer : {deadlineTimer_, turnTimer_, tickTimer_}) {
+  loop_.sleepHookDel(sleepHook_);
+  loop_.wakeHookDel(wakeHook_);
+  for (const auto& timer : {deadlineTimer_, tickTimer_}) {
     if (timer) loop_.timerDel(*timer);
   }
   running_.clear();
@@ -76,12 +74,20 @@ void AgentProcess::run(std::string_view script, ResultTable::Output output, Resu
   running_.push_back(
       {std::make_unique<ScriptRun>(script, *core_, std::move(output), style, [this] { cleanup(); }),
        std::move(done)});
-  turnSoon();
+  turnWanted_ = true;
 }
 
 void AgentProcess::submit(std::vector<Update> updates, Atomicity atomicity, AgentCore::Done done) {
-  turnSoon();
+  turnWanted_ = true;
   core_->submit(std::move(updates), atomicity, std::move(done), {}, AgentCore::Clock::now());
+}
+
+/// After the loop's earlier wake hooks have looked at the tables: what the trackers have found is taken
+/// without a look at the descriptor.
+void AgentProcess::work() {
+  if (batchStatus_->completedTransactionStatusCount() != 0) takeCompletions();
+  if (core_->hasReady()) core_->proceed();
+  if (turnWanted_) turn();
 }
 
 void AgentProcess::takeCompletions() {
@@ -122,8 +128,7 @@ void AgentProcess::recoverCompletions() {
 /// bounded number of steps before the loop handles other events.
 void AgentProcess::turn() {
   constexpr int kSteps = 256;
-  if (turnTimer_) loop_.timerDel(*turnTimer_);
-  turnTimer_.reset();
+  turnWanted_ = false;
   bool more = true;
   bool pause = false;
   for (int step = 0; more && !pause && step < kSteps; ++step) {
@@ -131,7 +136,7 @@ void AgentProcess::turn() {
     more = core_->finish() > 0;
   }
   core_->reportProgress();
-  if (more || pause) turnSoon();
+  turnWanted_ = more || pause;
   std::list<Running> finished;
   for (auto running = running_.begin(); running != running_.end();) {
     const auto next = std::next(running);
@@ -155,10 +160,6 @@ bool AgentProcess::proceed() {
     }
   }
   return pause;
-}
-
-void AgentProcess::turnSoon() {
-  if (!turnTimer_) turnTimer_ = loop_.timerIs({}, [this] { turn(); });
 }
 
 void AgentProcess::armDeadline() {

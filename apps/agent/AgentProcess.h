@@ -50,13 +50,13 @@ class AgentProcess {
     Done done;
   };
 
+  void work();
   void takeCompletions();
   void tick();
   void checkTables();
   void recoverCompletions();
   void turn();
   bool proceed();
-  void turnSoon();
   void armDeadline();
 
   Quill::EventLoop& loop_;  // not owned
@@ -69,12 +69,13 @@ class AgentProcess {
   std::optional<HardwareWatch> hardwareWatch_;
   std::unique_ptr<AgentCore> core_;
   std::list<Running> running_;
-  std::uint64_t completionsHook_ = 0;
+  std::uint64_t sleepHook_ = 0;
+  std::uint64_t wakeHook_ = 0;
   std::optional<Quill::EventLoop::TimerId> deadlineTimer_;
-  std::optional<Quill::EventLoop::TimerId> turnTimer_;
   std::optional<Quill::EventLoop::TimerId> tickTimer_;
   std::uint64_t failedNotifications_ = 0;  // when completions were last recovered
   bool recovering_ = false;
+  bool turnWanted_ = false;  // in the loop's next step
 };
 
 }  // namespace Agent

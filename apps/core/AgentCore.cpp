@@ -20,12 +20,32 @@ namespace {
 
 constexpr std::size_t kBatchWords = 4096;
 constexpr std::size_t kLongestAddress = 16;  // bytes in a row's variable area
+constexpr std::size_t kAhead = 6;            // updates between a prefetch and its use
 constexpr const char* kNoMemory = "out of memory";
 
-void refuseDefects(Batch& batch) {
-  for (Operation& operation : batch.operations) {
-    const Update& update = operation.update();
-    if (!update.defect.ok()) batch.answer(operation, update.defect.code, update.defect.message);
+void prefetchBytes(const Lumen::BaseRow& row) {
+  if (!row.isNull()) __builtin_prefetch(row.bytes().data);
+}
+
+/// Brings near what the attempts after this one will read.
+void prefetchNext(const Operation& operation) {
+  const Operation* const next = operation.next;
+  if (next == nullptr || next->entry == nullptr) return;
+  prefetchBytes(next->entry->row);
+  if (next->next != nullptr && next->next->entry != nullptr) HeldEntries::prefetch(*next->next->entry);
+}
+
+/// Answers updates that could not be read, and hashes the keys of the others.
+void readUpdates(Batch& batch) {
+  const std::vector<Update>& updates = batch.updates;
+  for (std::size_t i = 0; i < updates.size(); ++i) {
+    if (i + kAhead < updates.size()) prefetchBytes(updates[i + kAhead].row);
+    const Update& update = updates[i];
+    if (update.defect == nullptr) {
+      batch.operations[i].hash = update.table->keyHash(update.row);
+    } else {
+      batch.answer(batch.operations[i], update.defect->code, update.defect->message);
+    }
   }
 }
 
@@ -161,7 +181,7 @@ void AgentCore::restore(BeforeImages::Image& image, const HardwareAnswers& answe
   const Lumen::BaseRow current = table.stored(image.row);
   HeldEntry& entry = entries_.add(table, hash, image.row);
   entry.image = image.place;
-  if (image.present) entry.before = std::move(image.row);
+  if (image.present) beforeIs(entry, std::move(image.row));
   entry.removed = current.isNull();
   if (entry.removed && image.present) reserve(entry, true);
   entry.entryHandle = table.handle(entry.removed ? entry.row : current);
@@ -183,9 +203,10 @@ void AgentCore::submit(std::vector<Update> updates, Atomicity atomicity, Done do
   batches_.push_back(std::move(made));
   const Vesta::DeferredWakeups wakeups;
   Batch& batch = *batches_.back();
-  refuseDefects(batch);
-  for (Operation& operation : batch.operations) {
-    if (operation.state == State::submitted) hold(operation, repeated);
+  readUpdates(batch);
+  for (std::size_t i = 0; i < batch.operations.size(); ++i) {
+    if (i + kAhead < batch.operations.size()) entries_.prefetchKey(batch.operations[i + kAhead].hash);
+    if (batch.operations[i].state == State::submitted) hold(batch.operations[i], repeated);
   }
   for (std::size_t i = 0; i < repeated.size(); ++i) {
     if (!repeated[i]) continue;
@@ -206,13 +227,11 @@ void AgentCore::hold(Operation& operation, std::vector<bool>& repeated) {
     return static_cast<std::size_t>(&of - batch.operations.data());
   };
   try {
-    const std::uint32_t hash = update.table->keyHash(update.row);
-    HeldEntry* entry = entries_.find(*update.table, hash, update.row);
+    HeldEntry* entry = entries_.find(*update.table, operation.hash, update.row);
     if (entry == nullptr) {
-      entry = &entries_.add(*update.table, hash, std::move(update.row));
+      entry = &entries_.add(*update.table, operation.hash, std::move(update.row));
       entry->holder = &operation;
-      operation.state = State::ready;
-      ready_.add(operation);
+      makeReady(operation);
     } else if (Operation* const last = entry->last(); last != nullptr && last->batch == &batch) {
       repeated[numberOf(*last)] = repeated[numberOf(operation)] = true;
       return;
@@ -229,28 +248,35 @@ void AgentCore::hold(Operation& operation, std::vector<bool>& repeated) {
   }
 }
 
-/// Attempts what holds its entry, until nothing is left that can be.
 void AgentCore::proceed() noexcept {
-  while (Operation* const operation = ready_.take()) {
-    if (operation->state != State::ready) continue;
-    Batch& batch = *operation->batch;
-    --batch.unready;
-    if (batch.atomicity == Atomicity::rollbackOnError) {
-      if (batch.unready == 0) begin(batch);
-    } else if (check(*operation) && write(*operation)) {
-      continue;
-    } else if (batch.undecided == 0) {
-      decide(batch);
+  constexpr int kAttempts = 128;
+  const Vesta::DeferredWakeups wakeups;
+  for (int i = 0; i < kAttempts && ready_.first != nullptr; ++i) {
+    Operation& operation = *ready_.take();
+    Batch& batch = *operation.batch;
+    --batch.queued;
+    if (operation.state != State::ready) continue;
+    prefetchNext(operation);
+    if (batch.atomicity == Atomicity::rollbackOnError && !batch.checked) {
+      if (--batch.unready == 0) begin(batch);
+    } else if (!(batch.checked || check(operation)) || !write(operation)) {
+      settle(batch);
     }
   }
 }
 
 /// All entries are the batch's own: checks everything before anything is written.
 void AgentCore::begin(Batch& batch) noexcept {
-  bool passed = true;
-  for (Operation& operation : batch.operations) passed = check(operation) && passed;
-  for (std::size_t i = 0; passed && i < batch.operations.size(); ++i) passed = write(batch.operations[i]);
-  if (!passed) rollBack(batch);
+  batch.checked = true;
+  for (Operation& operation : batch.operations) batch.checked = check(operation) && batch.checked;
+  if (!batch.checked) return rollBack(batch);
+  for (Operation& operation : batch.operations) makeReady(operation);
+}
+
+void AgentCore::makeReady(Operation& operation) noexcept {
+  operation.state = State::ready;
+  ready_.add(operation);
+  ++operation.batch->queued;
 }
 
 /// What can be known before anything is written; a false answers the update.
@@ -259,11 +285,10 @@ bool AgentCore::check(Operation& operation) noexcept {
     HeldEntry& entry = *operation.entry;
     ConfigTable& table = *entry.table;
     if (!table.outOfService().empty()) return refuse(operation, StatusCode::internal, table.outOfService());
-    entry.before = table.stored(entry.row);
-    const bool present = !entry.before.isNull();
+    beforeIs(entry, table.stored(entry.row));
     if (operation.update().type != UpdateType::insert) {
-      if (!present) refuse(operation, StatusCode::notFound, "there is no such entry");
-    } else if (present) {
+      if (!entry.present) refuse(operation, StatusCode::notFound, "there is no such entry");
+    } else if (entry.present) {
       refuse(operation, StatusCode::alreadyExists, "the entry exists");
     } else if (!reserve(entry, false)) {
       refuse(operation, StatusCode::resourceExhausted, table.fullText());
@@ -277,10 +302,9 @@ bool AgentCore::write(Operation& operation) noexcept {
   return guarded(operation, [&] {
     HeldEntry& entry = *operation.entry;
     ConfigTable& table = *entry.table;
-    const bool present = !entry.before.isNull();
     keepImage(operation);
     try {
-      entry.entryHandle = present ? table.handle(entry.before) : nextHandle_++;
+      entry.entryHandle = entry.present ? entry.handleBefore : nextHandle_++;
       entries_.handleIs(entry, entry.entryHandle);
       if (operation.update().type == UpdateType::remove) {
         table.remove(entry.row);
@@ -288,7 +312,7 @@ bool AgentCore::write(Operation& operation) noexcept {
         reserve(entry, true);
       } else {
         entry.genId = nextGenId_++;
-        metadata_->add(entry.entryHandle, entry.genId, operation.update().metadata);
+        metadata_->add(entry.entryHandle, entry.genId, operation.update().metadataBytes());
         table.write(entry.row, entry.genId, entry.entryHandle);
         unreserve(entry);
       }
@@ -305,17 +329,33 @@ bool AgentCore::write(Operation& operation) noexcept {
 void AgentCore::keepImage(Operation& operation) {
   Batch& batch = *operation.batch;
   HeldEntry& entry = *operation.entry;
-  const bool present = !entry.before.isNull();
   if (batch.images == BeforeImages::kNone) batch.images = images_->begin();
   if (batch.images == BeforeImages::kNone) {
     throw Cairn::ResourceExhaustedException("too many undecided batches: used " +
                                             std::to_string(kBatchWords) + " of " +
                                             std::to_string(kBatchWords));
   }
-  entry.image = images_->add(batch.images, entry.table->index(), present, present ? entry.before : entry.row);
+  entry.image = images_->add(batch.images, entry.table->index(), entry.present,
+                             entry.present ? entry.before : entry.row);
   if (entry.image == BeforeImages::kNone) {
     throw Cairn::ResourceExhaustedException("too many undecided updates: no room for another before-image");
   }
+  entry.before = Lumen::BaseRow();
+}
+
+void AgentCore::beforeIs(HeldEntry& entry, Lumen::BaseRow row) {
+  entry.present = !row.isNull();
+  entry.handleBefore = entry.present ? entry.table->handle(row) : 0;
+  entry.genIdBefore = entry.present ? entry.table->genId(row) : 0;
+  entry.before = std::move(row);
+}
+
+/// The row before the entry's update. A null row if there was none.
+Lumen::BaseRow AgentCore::rowBefore(const HeldEntry& entry) const {
+  if (!entry.present || !entry.before.isNull()) return entry.before;
+  Lumen::BaseRow row = images_->row(entry.image);
+  entry.table->adopt(row);
+  return row;
 }
 
 /// True unless `call` has answered the operation or thrown, which answers it too.
@@ -371,7 +411,12 @@ void AgentCore::completionsReady() {
   const Vesta::DeferredWakeups wakeups;
   const auto completions = batchStatus_->completedTransactionStatusDelAll();
   batchStatus_->notificationTake();
-  for (const P4Runtime::BatchStatusEntry& completion : completions) complete(completion);
+  const std::size_t count = completions.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i + 2 * kAhead < count) entries_.prefetchHandle(completions[i + 2 * kAhead].entryHandle);
+    if (i + kAhead < count) entries_.prefetchEntry(completions[i + kAhead].entryHandle);
+    complete(completions[i]);
+  }
   proceed();
 }
 
@@ -413,12 +458,21 @@ void AgentCore::answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& co
 
 void AgentCore::decide(Batch& batch) noexcept {
   if (batch.images != BeforeImages::kNone) images_->decide(std::exchange(batch.images, BeforeImages::kNone));
-  for (Operation& operation : batch.operations) {
-    if (operation.state != State::applied) continue;
+  const auto applied = [&batch](std::size_t i) {
+    return i < batch.operations.size() && batch.operations[i].state == State::applied;
+  };
+  for (std::size_t i = 0; i < batch.operations.size(); ++i) {
+    if (applied(i + 2 * kAhead)) HeldEntries::prefetch(*batch.operations[i + 2 * kAhead].entry);
+    if (applied(i + kAhead)) {
+      entries_.prefetchKey(batch.operations[i + kAhead].hash);
+      prefetchBytes(batch.operations[i + kAhead].entry->row);
+    }
+    if (!applied(i)) continue;
+    Operation& operation = batch.operations[i];
     HeldEntry& entry = *operation.entry;
     batch.answer(operation, StatusCode::ok, {});
     images_->forget(std::exchange(entry.image, BeforeImages::kNone));
-    dropMetadata(*entry.table, entry.before);
+    metadata_->remove(entry.handleBefore, entry.genIdBefore);
     release(entry);
   }
 }
@@ -468,14 +522,13 @@ void AgentCore::expire(Clock::time_point now) {
       }
       giveUp(operation, StatusCode::deadlineExceeded, text);
     }
-    endEarly(*batch);
+    settle(*batch);
   }
   proceed();
 }
 
-/// Some operations of the batch have been given up.
-void AgentCore::endEarly(Batch& batch) noexcept {
-  if (batch.isDone()) return;
+/// Some operations of the batch have their results before it is decided.
+void AgentCore::settle(Batch& batch) noexcept {
   if (batch.atomicity == Atomicity::rollbackOnError) return rollBack(batch);
   if (batch.undecided == 0) decide(batch);
 }
@@ -489,7 +542,7 @@ void AgentCore::outOfService(ConfigTable& table, const std::string& reason) {
       concerned = true;
       giveUp(operation, StatusCode::internal, reason);
     }
-    if (concerned) endEarly(*batch);
+    if (concerned) settle(*batch);
   }
   proceed();
 }
@@ -500,9 +553,9 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
   ++counters_.undos;
   try {
     const std::array written{entry.entryHandle, entry.genId};
-    const std::array before{entry.before.isNull() ? 0 : entry.table->handle(entry.before),
-                            entry.before.isNull() ? 0 : entry.table->genId(entry.before)};
-    if (!entry.before.isNull()) {
+    const std::array before{entry.handleBefore, entry.genIdBefore};
+    entry.before = rowBefore(entry);
+    if (entry.present) {
       writeBack(entry);
     } else {
       entries_.handleIs(entry, entry.entryHandle);
@@ -524,18 +577,16 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
 /// The row before, with its metadata, under a new genId; under a new handle where the entry was gone.
 void AgentCore::writeBack(HeldEntry& entry) {
   ConfigTable& table = *entry.table;
-  const std::string_view kept = metadata(table, entry.before);
+  const std::string_view kept = metadata_->of(entry.handleBefore, entry.genIdBefore);
   if (entry.removed) entry.entryHandle = nextHandle_++;
   entry.genId = nextGenId_++;
   entries_.handleIs(entry, entry.entryHandle);
   metadata_->add(entry.entryHandle, entry.genId, kept);
   table.write(entry.before, entry.genId, entry.entryHandle);
+  entry.handleBefore = entry.entryHandle;
+  entry.genIdBefore = entry.genId;
   entry.removed = false;
   unreserve(entry);
-}
-
-void AgentCore::dropMetadata(const ConfigTable& table, const Lumen::BaseRow& row) noexcept {
-  if (!row.isNull()) metadata_->remove(table.handle(row), table.genId(row));
 }
 
 void AgentCore::undone(HeldEntry& entry, std::uint16_t errorCode) noexcept {
@@ -544,8 +595,7 @@ void AgentCore::undone(HeldEntry& entry, std::uint16_t errorCode) noexcept {
     log(entry, "is not programmed: the hardware has refused its undo with code ",
         std::to_string(errorCode).c_str());
     try {
-      if (!entry.repeated && !entry.before.isNull())
-        refused_.push_back({entry.table, entry.row, entry.genId});
+      if (!entry.repeated && entry.present) refused_.push_back({entry.table, entry.row, entry.genId});
     } catch (const std::bad_alloc&) {
       // not repeated, then
     }
@@ -556,7 +606,7 @@ void AgentCore::undone(HeldEntry& entry, std::uint16_t errorCode) noexcept {
 /// A late success.
 void AgentCore::commit(HeldEntry& entry) noexcept {
   images_->remove(std::exchange(entry.image, BeforeImages::kNone));
-  dropMetadata(*entry.table, entry.before);
+  metadata_->remove(entry.handleBefore, entry.genIdBefore);
   release(entry);
 }
 
@@ -574,8 +624,7 @@ void AgentCore::release(HeldEntry& entry) noexcept {
   freed.firstWaiting = next->next;
   freed.lastWaiting = next->next == nullptr ? nullptr : entry.lastWaiting;
   entry = std::move(freed);
-  next->state = State::ready;
-  ready_.add(*next);
+  makeReady(*next);
 }
 
 bool AgentCore::reserve(HeldEntry& entry, bool forced) {
@@ -620,7 +669,7 @@ void AgentCore::hardwareRestarted() {
       case EntryState::doomed:
         return undo(entry);
       case EntryState::undoing:
-        if (!std::exchange(entry.repeated, true) && !entry.before.isNull()) return undo(entry);
+        if (!std::exchange(entry.repeated, true) && entry.present) return undo(entry);
         ++counters_.undosRefused;
         log(entry, "may not be programmed: the hardware has not answered its undo", "");
         return release(entry);
@@ -641,7 +690,7 @@ void AgentCore::repeatUndo(const Refused& refused) {
   if (current.isNull() || table.genId(current) != refused.genId) return;
   HeldEntry& entry = entries_.add(table, hash, refused.row);
   entry.entryHandle = table.handle(current);
-  entry.before = std::move(current);
+  beforeIs(entry, std::move(current));
   entry.repeated = true;
   undo(entry);
 }
@@ -656,13 +705,13 @@ void AgentCore::eachDecidedRow(const ConfigTable& table,
     if (entry == nullptr || !entry->isChanged()) visit(row);
   });
   entries_.forEach([&](const HeldEntry& entry) {
-    if (entry.table == &table && entry.isChanged() && !entry.before.isNull()) visit(entry.before);
+    if (entry.table == &table && entry.isChanged() && entry.present) visit(rowBefore(entry));
   });
 }
 
 Lumen::BaseRow AgentCore::decidedRow(const ConfigTable& table, const Lumen::BaseRow& row) {
   const HeldEntry* const entry = entries_.find(table, table.keyHash(row), row);
-  return entry != nullptr && entry->isChanged() ? entry->before : table.stored(row);
+  return entry != nullptr && entry->isChanged() ? rowBefore(*entry) : table.stored(row);
 }
 
 void AgentCore::reportProgress() const {
@@ -674,8 +723,8 @@ void AgentCore::reportProgress() const {
 std::size_t AgentCore::finish() {
   std::size_t finished = 0;
   while (true) {
-    const auto complete = [](const auto& batch) { return batch->isDone(); };
-    const auto found = std::find_if(batches_.begin(), batches_.end(), complete);
+    const auto isFree = [](const auto& batch) { return batch->isFree(); };
+    const auto found = std::find_if(batches_.begin(), batches_.end(), isFree);
     if (found == batches_.end()) return finished;
     const std::unique_ptr<Batch> batch = std::move(*found);
     batches_.erase(found);

@@ -99,10 +99,14 @@ class AgentCore {
   /// undoes what an earlier process left undecided. To be called once, before the first batch.
   void start(const HardwareAnswers& answers);
 
-  /// Starts a batch. Results come from finish(), also those that are known at once. Throws std::bad_alloc;
-  /// nothing has been attempted then.
+  /// Starts a batch, and attempts as many updates as proceed(). Results come from finish(), also those that
+  /// are known at once. Throws std::bad_alloc; nothing has been attempted then.
   void submit(std::vector<Update> updates, Atomicity atomicity, Done done, Progress progress,
               Clock::time_point now);
+  /// Attempts the next updates that hold their entries, 128 at most: so a large batch neither keeps others
+  /// waiting nor leaves the cache before its answers come. To be called while hasReady() is true.
+  void proceed() noexcept;
+  bool hasReady() const noexcept { return ready_.first != nullptr; }
   /// Takes every completion out of the batch status and answers the updates they belong to. To be called when
   /// the batch status's descriptor can be read, which it stays when std::bad_alloc is thrown.
   void completionsReady();
@@ -163,11 +167,13 @@ class AgentCore {
   void retainMetadata(const std::vector<BeforeImages::Image>& undecided);
   void restore(BeforeImages::Image& image, const HardwareAnswers& answers);
   void hold(Operation& operation, std::vector<bool>& repeated);
-  void proceed() noexcept;
   void begin(Batch& batch) noexcept;
+  void makeReady(Operation& operation) noexcept;
   bool check(Operation& operation) noexcept;
   bool write(Operation& operation) noexcept;
   void keepImage(Operation& operation);
+  static void beforeIs(HeldEntry& entry, Lumen::BaseRow row);
+  Lumen::BaseRow rowBefore(const HeldEntry& entry) const;
   template <class Call>
   bool guarded(Operation& operation, const Call& call) noexcept;
   void refuse(Operation& operation, StatusCode code, std::string_view text) noexcept;
@@ -177,12 +183,11 @@ class AgentCore {
   void decide(Batch& batch) noexcept;
   void rollBack(Batch& batch) noexcept;
   void giveUp(Operation& operation, StatusCode code, std::string_view text) noexcept;
-  void endEarly(Batch& batch) noexcept;
+  void settle(Batch& batch) noexcept;
   void undo(HeldEntry& entry) noexcept;
   void undone(HeldEntry& entry, std::uint16_t errorCode) noexcept;
   void commit(HeldEntry& entry) noexcept;
   void release(HeldEntry& entry) noexcept;
-  void dropMetadata(const ConfigTable& table, const Lumen::BaseRow& row) noexcept;
   void writeBack(HeldEntry& entry);
   static bool reserve(HeldEntry& entry, bool forced);
   static void unreserve(HeldEntry& entry) noexcept;

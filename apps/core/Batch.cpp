@@ -19,13 +19,15 @@ Batch::Batch(std::vector<Update> submitted, Atomicity wanted, Done whenDone, Pro
 
 void Batch::answer(Operation& operation, StatusCode code, std::string_view message,
                    std::uint16_t hardwareCode) noexcept {
-  UpdateStatus& result = results[static_cast<std::size_t>(&operation - operations.data())];
-  result.code = code;
-  result.hardwareCode = hardwareCode;
-  try {
-    result.message = message;
-  } catch (const std::bad_alloc&) {
-    result.message.clear();
+  if (code != StatusCode::ok) {  // which the result is until it gets another
+    UpdateStatus& result = results[static_cast<std::size_t>(&operation - operations.data())];
+    result.code = code;
+    result.hardwareCode = hardwareCode;
+    try {
+      result.message = message;
+    } catch (const std::bad_alloc&) {
+      result.message.clear();
+    }
   }
   if (operation.state != Operation::State::applied) --undecided;
   operation.state = Operation::State::answered;

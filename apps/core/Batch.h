@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,11 +40,13 @@ struct Update {
   /// Key and data columns; of a removal, the key columns count. A modification replaces all data columns.
   /// genId, entryHandle and valid are filled in by the core, which takes the row.
   Lumen::BaseRow row;
-  /// The controller's own bytes, kept with the entry; a modification replaces them, too.
-  std::string metadata;
-  /// Why the update could not be read: it is answered with this, and neither table nor row is looked at. OK
+  /// The controller's own bytes, kept with the entry; a modification replaces them, too. Null for none.
+  std::unique_ptr<const std::string> metadata;
+  /// Why the update could not be read: it is answered with this, and neither table nor row is looked at. Null
   /// for an update that is to be attempted.
-  Status defect;
+  std::unique_ptr<const Status> defect;
+
+  std::string_view metadataBytes() const noexcept { return metadata ? *metadata : std::string_view(); }
 };
 
 /// An update on its way to its result.
@@ -59,6 +62,7 @@ struct Operation {
 
   Batch* batch;  ///< not owned; holds this operation
   State state = State::submitted;
+  std::uint32_t hash = 0;      ///< of the entry's key
   HeldEntry* entry = nullptr;  ///< not owned; null before it has its place and once it has its result
   Operation* next = nullptr;   ///< not owned; in the list that the operation is in
 
@@ -85,6 +89,8 @@ struct Batch {
     --undecided;
   }
   bool isDone() const noexcept { return unanswered == 0; }
+  /// Nothing points at it any more.
+  bool isFree() const noexcept { return isDone() && queued == 0; }
 
   std::vector<Update> updates;
   std::vector<UpdateStatus> results;  ///< in the order of the updates, like
@@ -93,6 +99,8 @@ struct Batch {
   std::size_t unanswered;   ///< operations without a result
   std::size_t undecided;    ///< operations neither applied nor answered
   std::size_t unready = 0;  ///< operations that do not hold their entries yet, or are about to begin
+  std::size_t queued = 0;   ///< operations in the core's list of those to be attempted
+  bool checked = false;     ///< one that rolls back: all operations may be written
   BeforeImages::Place images = BeforeImages::kNone;
   Clock::time_point deadline;
   Done done;

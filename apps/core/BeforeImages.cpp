@@ -153,9 +153,7 @@ std::vector<BeforeImages::Image> BeforeImages::undecided() const {
   for (Place record = 0; record < capacity_.records; ++record) {
     if (!counts(record)) continue;
     const Word* const words = recordAt(record);
-    const auto* const bytes = reinterpret_cast<const std::byte*>(words + kRecordHead);
-    found.emplace_back(words[2], Image{record, tableOf(words[0]), (words[0] & kPresent) != 0,
-                                       Lumen::BaseRow::fromBytes({bytes, lengthOf(words[0])})});
+    found.emplace_back(words[2], Image{record, tableOf(words[0]), (words[0] & kPresent) != 0, row(record)});
   }
   std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
   std::vector<Image> images;
@@ -191,6 +189,12 @@ BeforeImages::Place BeforeImages::add(Place batch, std::size_t table, bool prese
   store(words[0], control);
   ++uses_[batch].records;
   return record;
+}
+
+Lumen::BaseRow BeforeImages::row(Place record) const {
+  const Word* const words = recordAt(record);
+  const auto* const bytes = reinterpret_cast<const std::byte*>(words + kRecordHead);
+  return Lumen::BaseRow::fromBytes({bytes, lengthOf(words[0])});
 }
 
 void BeforeImages::lateIs(Place record) noexcept {

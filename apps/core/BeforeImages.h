@@ -65,6 +65,8 @@ class BeforeImages {
   /// Records what an entry is before an update of `batch`. `row` is that of the table, or, if `present` is
   /// false, the update's own. kNone when the file is full.
   Place add(Place batch, std::size_t table, bool present, const Lumen::BaseRow& row) noexcept;
+  /// The row of a record that has not been given back; generic. Throws std::bad_alloc.
+  Lumen::BaseRow row(Place record) const;
   /// The record counts from now on whatever becomes of its batch.
   void lateIs(Place record) noexcept;
   /// Ends the batch: from the return on, its records that are not late no longer count. They are to be given

@@ -18,6 +18,15 @@ class FlatIndex {
     if (elements * 2 > cells_.size()) rehash(std::bit_ceil(elements * 2));
   }
 
+  /// Has the memory that a find() with this hash begins with brought near.
+  void prefetch(std::uint32_t hash) const noexcept {
+    if (size_ != 0) __builtin_prefetch(&cells_[hash & mask()]);
+  }
+  /// A place that was probably added with `hash`; kNone when there is none.
+  std::uint32_t guess(std::uint32_t hash) const noexcept {
+    return size_ == 0 ? kNone : cells_[hash & mask()].place;
+  }
+
   /// The place for which `matches(place)` holds, among those added with `hash`; kNone when there is none.
   template <class Matches>
   std::uint32_t find(std::uint32_t hash, const Matches& matches) const {

@@ -1,40 +1,54 @@
 #include "apps/core/HeldEntries.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace Agent {
 
 std::size_t HeldEntries::overdue() const noexcept {
   using State = HeldEntry::State;
-  return static_cast<std::size_t>(std::count_if(entries_.begin(), entries_.end(), [](const Placed& entry) {
-    return entry.table != nullptr && entry.state != State::untouched && entry.state != State::writing &&
-           entry.state != State::written;
-  }));
+  std::size_t overdue = 0;
+  for (std::uint32_t place = 0; place < count_; ++place) {
+    const HeldEntry& entry = at(place);
+    if (entry.table != nullptr && entry.state != State::untouched && entry.state != State::writing &&
+        entry.state != State::written) {
+      ++overdue;
+    }
+  }
+  return overdue;
 }
 
 HeldEntry* HeldEntries::find(const ConfigTable& table, std::uint32_t hash, const Lumen::BaseRow& row) {
   const std::uint32_t place = byKey_.find(hash, [&](std::uint32_t candidate) {
-    const HeldEntry& entry = entries_[candidate];
+    const HeldEntry& entry = at(candidate);
     return entry.table == &table && table.keyEquals(entry.row, row);
   });
-  return place == FlatIndex::kNone ? nullptr : &entries_[place];
+  return place == FlatIndex::kNone ? nullptr : &at(place);
 }
 
 HeldEntry* HeldEntries::find(std::uint64_t handle) {
-  const std::uint32_t place = byHandle_.find(
-      hashOf(handle), [&](std::uint32_t candidate) { return entries_[candidate].handle == handle; });
-  return place == FlatIndex::kNone ? nullptr : &entries_[place];
+  const std::uint32_t place =
+      byHandle_.find(hashOf(handle), [&](std::uint32_t candidate) { return at(candidate).handle == handle; });
+  return place == FlatIndex::kNone ? nullptr : &at(place);
+}
+
+void HeldEntries::prefetchEntry(std::uint64_t handle) const noexcept {
+  const std::uint32_t place = byHandle_.guess(hashOf(handle));
+  if (place != FlatIndex::kNone) prefetch(at(place));
+}
+
+void HeldEntries::grow() {
+  free_.reserve(count_ + kChunk);  // so that del() never allocates
+  chunks_.push_back(std::make_unique<Placed[]>(kChunk));
+  count_ += kChunk;
+  for (std::uint32_t place = count_; place-- > count_ - kChunk;) {
+    at(place).place = place;
+    free_.push_back(place);
+  }
 }
 
 HeldEntry& HeldEntries::add(ConfigTable& table, std::uint32_t hash, Lumen::BaseRow row) {
-  if (free_.empty()) {
-    const std::size_t place = entries_.size();
-    if (free_.capacity() <= place) free_.reserve(2 * place + 16);  // so that del() never allocates
-    entries_.emplace_back().place = static_cast<std::uint32_t>(place);
-    free_.push_back(entries_.back().place);
-  }
-  Placed& entry = entries_[free_.back()];
+  if (free_.empty()) grow();
+  Placed& entry = at(free_.back());
   byKey_.add(hash, entry.place);
   free_.pop_back();
   entry.table = &table;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <vector>
 
 #include "apps/core/BeforeImages.h"
@@ -30,9 +30,13 @@ struct HeldEntry {
   bool removed = false;       ///< the table has no row of it because of its update
   bool roomReserved = false;  ///< it counts as a used row of the table beside the rows that are there
   bool repeated = false;      ///< its undo is the second attempt
+  bool present = false;       ///< there was a row before that update
   Lumen::BaseRow row;         ///< of the update that holds the entry; its key is the entry's
-  Lumen::BaseRow before;      ///< the row before that update; a null row if there was none
+  /// The row before that update; a null row if there was none, and while `image` has it.
+  Lumen::BaseRow before;
   BeforeImages::Place image = BeforeImages::kNone;
+  std::uint64_t handleBefore = 0;  ///< of the row before, likewise
+  std::uint64_t genIdBefore = 0;
   std::uint64_t entryHandle = 0;      ///< of the row that its update or undo wrote or removed
   std::uint64_t genId = 0;            ///< of the row that was written
   std::uint64_t handle = 0;           ///< under which an answer is outstanding; 0 for none
@@ -65,11 +69,21 @@ class HeldEntries {
   void handleIs(HeldEntry& entry, std::uint64_t handle);
   void handleDel(HeldEntry& entry) noexcept;
 
+  // A large batch's entries do not fit the cache. These bring near what a later call will read; to be called
+  // for some update further on, in this order.
+  void prefetchKey(std::uint32_t hash) const noexcept { byKey_.prefetch(hash); }
+  void prefetchHandle(std::uint64_t handle) const noexcept { byHandle_.prefetch(hashOf(handle)); }
+  void prefetchEntry(std::uint64_t handle) const noexcept;
+  static void prefetch(const HeldEntry& entry) noexcept {
+    const char* const bytes = reinterpret_cast<const char*>(&entry);
+    for (std::size_t at = 0; at < sizeof entry; at += kCacheLine) __builtin_prefetch(bytes + at, 1);
+  }
+
   /// Calls `visit(entry)` for each; it may delete that one.
   template <class Visit>
   void forEach(const Visit& visit) {
-    for (std::size_t place = 0; place < entries_.size(); ++place) {
-      if (entries_[place].table != nullptr) visit(entries_[place]);
+    for (std::uint32_t place = 0; place < count_; ++place) {
+      if (HeldEntry& entry = at(place); entry.table != nullptr) visit(entry);
     }
   }
 
@@ -78,10 +92,17 @@ class HeldEntries {
     return static_cast<std::uint32_t>((handle ^ handle >> 32) * 0x9e3779b1u);
   }
 
-  struct Placed : HeldEntry {
+  static constexpr std::size_t kCacheLine = 64;
+  static constexpr std::uint32_t kChunk = 256;
+
+  struct alignas(kCacheLine) Placed : HeldEntry {
     std::uint32_t place = 0;
   };
-  std::deque<Placed> entries_;  // those without a table are free
+  Placed& at(std::uint32_t place) const noexcept { return chunks_[place / kChunk][place % kChunk]; }
+  void grow();
+
+  std::vector<std::unique_ptr<Placed[]>> chunks_;
+  std::uint32_t count_ = 0;  // of all chunks; entries without a table are free
   std::vector<std::uint32_t> free_;
   FlatIndex byKey_;
   FlatIndex byHandle_;

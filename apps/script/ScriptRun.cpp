@@ -78,8 +78,8 @@ Update ScriptRun::updateOf(const ScriptUpdate& from) {
   Update update;
   update.type = from.type;
   if (!from.malformed.empty()) {
-    update.defect = {StatusCode::invalidArgument,
-                     "line " + std::to_string(from.line) + ": " + from.malformed};
+    update.defect = std::make_unique<const Status>(
+        Status{StatusCode::invalidArgument, "line " + std::to_string(from.line) + ": " + from.malformed});
     return update;
   }
   update.table = core_.table(from.table);
@@ -92,8 +92,8 @@ Update ScriptRun::updateOf(const ScriptUpdate& from) {
     for (const ScriptUpdate::Field& field : from.fields) fields.push_back({field.name, field.value});
     update.row = update.table->row(fields);
   } catch (const Cairn::Exception& error) {
-    update.defect = {StatusCode::invalidArgument,
-                     "line " + std::to_string(from.line) + ": " + error.message()};
+    update.defect = std::make_unique<const Status>(
+        Status{StatusCode::invalidArgument, "line " + std::to_string(from.line) + ": " + error.message()});
   }
   return update;
 }

@@ -27,12 +27,15 @@ void WriteCall::decode() {
   Wire::DecodedUpdate decoded;
   for (const p4::v1::Update& update : request_.updates()) {
     Agent::Update& made = updates_.emplace_back();
-    made.defect = device_.decoder().decode(update, decoded);
+    Status defect = device_.decoder().decode(update, decoded);
     if (decoded.table != nullptr) made.table = &device_.table(*decoded.table);
-    if (!made.defect.ok()) continue;
+    if (!defect.ok()) {
+      made.defect = std::make_unique<const Status>(std::move(defect));
+      continue;
+    }
     made.type = decoded.type;
     made.row = std::move(decoded.row);
-    made.metadata = decoded.metadata;
+    if (!decoded.metadata.empty()) made.metadata = std::make_unique<const std::string>(decoded.metadata);
   }
 }
 
@@ -81,8 +84,9 @@ Status WriteCall::admit(Arbitration::Ticket& ticket) {
 /// Those that the pipeline config in force does not have.
 void WriteCall::refuseTablesLeftOut() {
   for (Agent::Update& update : updates_) {
-    if (update.table == nullptr || !update.defect.ok()) continue;
-    update.defect = device_.config().checkTable(device_.pipeline().tables()[update.table->index()]);
+    if (update.table == nullptr || update.defect != nullptr) continue;
+    Status status = device_.config().checkTable(device_.pipeline().tables()[update.table->index()]);
+    if (!status.ok()) update.defect = std::make_unique<const Status>(std::move(status));
   }
 }
 

@@ -53,8 +53,10 @@ EndToEnd::EndToEnd(const std::string& hwAgent, const std::string& plugin, std::c
   core_ = std::make_unique<Agent::AgentCore>(context_->lumenDb(), batchStatus_, settings);
   core_->start({});
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] { core_->completionsReady(); });
+  loop_.sleepHookIs([this] { return !core_->hasReady(); });
   loop_.wakeHookIs([this] {
     if (batchStatus_->completedTransactionStatusCount() != 0) core_->completionsReady();
+    if (core_->hasReady()) core_->proceed();
   });
 }
 

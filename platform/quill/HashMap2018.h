@@ -76,10 +76,15 @@ class HashMap2018 {
   }
 
   void clear() {
+    // A map that once was large: each heads a chain that few nodes are in.
+    if (slots_.size() < buckets_.size() / 16) {
+      forEach([this](const Key& key, const Value&) { buckets_[bucketOf(key)] = kNone; });
+    } else {
+      buckets_.assign(buckets_.size(), kNone);
+    }
     slots_.clear();
     free_ = kNone;
     size_ = 0;
-    buckets_.assign(buckets_.size(), kNone);
   }
 
   Iterator first() { return Iterator(*this, occupiedFrom(0)); }

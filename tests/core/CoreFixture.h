@@ -74,7 +74,7 @@ class CoreFixture : public testing::Test {
     made.table = core_->table("l3IifTH3");
     const std::vector<Lumen::ColumnText> fields = {{"l3Iif", number}, {"vrf", vrf}};
     made.row = made.table->row(fields);
-    if (colon != whole.size()) made.metadata = whole.substr(colon + 1);
+    if (colon != whole.size()) made.metadata = std::make_unique<const std::string>(whole.substr(colon + 1));
     return made;
   }
 
@@ -92,6 +92,7 @@ class CoreFixture : public testing::Test {
       }
     };
     core_->submit(std::move(updates), atomicity, done, {}, now_);
+    while (core_->hasReady()) core_->proceed();
     core_->finish();
     return number;
   }
