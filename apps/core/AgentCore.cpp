@@ -93,19 +93,6 @@ ConfigTable* AgentCore::table(std::string_view shortName) {
   return found == tables_.end() ? nullptr : found->get();
 }
 
-void AgentCore::Queue::add(Operation& operation) noexcept {
-  operation.next = nullptr;
-  (last == nullptr ? first : last->next) = &operation;
-  last = &operation;
-}
-
-Operation* AgentCore::Queue::take() noexcept {
-  Operation* const taken = first;
-  if (taken != nullptr) first = taken->next;
-  if (first == nullptr) last = nullptr;
-  return taken;
-}
-
 // The start.
 
 void AgentCore::start(const HardwareAnswers& answers) {
@@ -197,8 +184,8 @@ void AgentCore::restore(BeforeImages::Image& image, const HardwareAnswers& answe
 
 void AgentCore::submit(std::vector<Update> updates, Atomicity atomicity, Done done, Progress progress,
                        Clock::time_point now) {
-  auto made = std::make_unique<Batch>(std::move(updates), atomicity, std::move(done), std::move(progress),
-                                      now + settings_.timeout);
+  auto made = std::make_unique<Batch>(std::move(updates), tables_.size(), atomicity, std::move(done),
+                                      std::move(progress), now + settings_.timeout);
   std::vector<bool> repeated(made->updates.size());
   batches_.push_back(std::move(made));
   const Vesta::DeferredWakeups wakeups;
@@ -243,6 +230,7 @@ void AgentCore::hold(Operation& operation, std::vector<bool>& repeated) {
     }
     ++batch.unready;
     operation.entry = entry;
+    if (update.type == UpdateType::remove) ++batch.rooms[update.table->index()].removing;
   } catch (const std::bad_alloc&) {
     batch.answer(operation, StatusCode::resourceExhausted, kNoMemory);
   }
@@ -251,7 +239,7 @@ void AgentCore::hold(Operation& operation, std::vector<bool>& repeated) {
 void AgentCore::proceed() noexcept {
   constexpr int kAttempts = 128;
   const Vesta::DeferredWakeups wakeups;
-  for (int i = 0; i < kAttempts && ready_.first != nullptr; ++i) {
+  for (int i = 0; i < kAttempts && hasReady(); ++i) {
     Operation& operation = *ready_.take();
     Batch& batch = *operation.batch;
     --batch.queued;
@@ -259,7 +247,9 @@ void AgentCore::proceed() noexcept {
     prefetchNext(operation);
     if (batch.atomicity == Atomicity::rollbackOnError && !batch.checked) {
       if (--batch.unready == 0) begin(batch);
-    } else if (!(batch.checked || check(operation)) || !write(operation)) {
+    } else if (batch.checked || check(operation)) {
+      if (operation.state == State::ready && !write(operation)) settle(batch);
+    } else {
       settle(batch);
     }
   }
@@ -268,7 +258,12 @@ void AgentCore::proceed() noexcept {
 /// All entries are the batch's own: checks everything before anything is written.
 void AgentCore::begin(Batch& batch) noexcept {
   batch.checked = true;
-  for (Operation& operation : batch.operations) batch.checked = check(operation) && batch.checked;
+  for (const bool removals : {true, false}) {  // which make room
+    for (Operation& operation : batch.operations) {
+      const bool removes = operation.update().type == UpdateType::remove;
+      if (removes == removals) batch.checked = check(operation) && batch.checked;
+    }
+  }
   if (!batch.checked) return rollBack(batch);
   for (Operation& operation : batch.operations) makeReady(operation);
 }
@@ -286,14 +281,47 @@ bool AgentCore::check(Operation& operation) noexcept {
     ConfigTable& table = *entry.table;
     if (!table.outOfService().empty()) return refuse(operation, StatusCode::internal, table.outOfService());
     beforeIs(entry, table.stored(entry.row));
-    if (operation.update().type != UpdateType::insert) {
-      if (!entry.present) refuse(operation, StatusCode::notFound, "there is no such entry");
+    const UpdateType type = operation.update().type;
+    if (type != UpdateType::insert) {
+      if (!entry.present) return refuse(operation, StatusCode::notFound, "there is no such entry");
+      if (type == UpdateType::remove && operation.batch->atomicity == Atomicity::rollbackOnError) {
+        ++operation.batch->rooms[table.index()].made;
+      }
     } else if (entry.present) {
       refuse(operation, StatusCode::alreadyExists, "the entry exists");
-    } else if (!reserve(entry, false)) {
+    } else if (!reserve(entry, false) && !takeRoom(operation)) {
       refuse(operation, StatusCode::resourceExhausted, table.fullText());
     }
   });
+}
+
+/// Room for an insertion that the batch's own removals have made, or are about to make: then it waits.
+bool AgentCore::takeRoom(Operation& operation) {
+  Batch::Room& room = operation.batch->rooms[operation.entry->table->index()];
+  if (room.made != 0) {
+    --room.made;
+    return reserve(*operation.entry, true);
+  }
+  if (operation.batch->atomicity == Atomicity::rollbackOnError || room.removing == 0) return false;
+  operation.state = State::waiting;
+  room.waiting.add(operation);
+  return true;
+}
+
+/// Lets insertions that wait for it have the room of a removal, or learn that there will be none.
+void AgentCore::removalEnded(Operation& operation, bool removed) noexcept {
+  const bool continues = operation.batch->atomicity == Atomicity::continueOnError;
+  if (!continues || operation.entry == nullptr || operation.update().type != UpdateType::remove) return;
+  Batch::Room& room = operation.batch->rooms[operation.entry->table->index()];
+  --room.removing;
+  if (removed) ++room.made;
+  while (room.made != 0 || room.removing == 0) {
+    Operation* const waiting = room.waiting.take();
+    if (waiting == nullptr) return;
+    if (waiting->state != State::waiting) continue;
+    makeReady(*waiting);
+    if (removed && room.removing != 0) return;
+  }
 }
 
 /// The before-image is in the file and the handle is known before the table changes, so that nothing can
@@ -388,6 +416,7 @@ void AgentCore::refuse(Operation& operation, StatusCode code, std::string_view t
       // without it, then
     }
   }
+  removalEnded(operation, false);
   leave(operation);
   operation.batch->answer(operation, fault.empty() ? code : StatusCode::internal,
                           fault.empty() ? text : fault);
@@ -444,6 +473,7 @@ void AgentCore::complete(const P4Runtime::BatchStatusEntry& completion) noexcept
 void AgentCore::answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& completion) noexcept {
   Operation& operation = *entry.holder;
   Batch& batch = *operation.batch;
+  removalEnded(operation, completion.errorCode == 0);
   if (completion.errorCode == 0) {
     entry.state = EntryState::written;
     batch.applied(operation);
@@ -565,13 +595,29 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
     if (entry.image != BeforeImages::kNone) images_->remove(std::exchange(entry.image, BeforeImages::kNone));
     for (const auto& [handle, genId] : {written, before}) metadata_->remove(handle, genId);
     entry.state = EntryState::undoing;
+    if (entry.removed) retryUndos(*entry.table);
   } catch (const std::exception& failure) {
+    if (entry.removed && entry.table->isFull()) return waitForRoom(entry);
     // The before-image counts whatever becomes of the batch: the next start undoes what could not be undone.
     if (entry.image != BeforeImages::kNone) images_->lateIs(entry.image);
     ++counters_.undosRefused;
     log(entry, "could not be undone: ", failure.what());
     release(entry);
   }
+}
+
+/// An insertion of the batch has the room and is not answered yet: its own undo will give it back.
+void AgentCore::waitForRoom(HeldEntry& entry) noexcept {
+  entries_.handleDel(entry);
+  metadata_->remove(entry.entryHandle, entry.genId);
+  entry.state = EntryState::doomed;
+  entry.lacksRoom = true;
+}
+
+void AgentCore::retryUndos(const ConfigTable& table) noexcept {
+  entries_.forEach([&](HeldEntry& entry) {
+    if (entry.table == &table && std::exchange(entry.lacksRoom, false)) undo(entry);
+  });
 }
 
 /// The row before, with its metadata, under a new genId; under a new handle where the entry was gone.

@@ -36,7 +36,9 @@ using HardwareAnswers = std::unordered_map<std::uint64_t, HardwareAnswer>;
 ///               batches cannot block each other; one that rolls back begins when all entries are its own
 ///   handle      one from an entry's insertion to its removal, a new genId with every write; at most one
 ///               answer outstanding for an entry
-///   room        a row that an undecided update has removed still counts as used, so that an undo finds room
+///   room        a row that an undecided update has removed still counts as used, so that an undo finds room;
+///               an insertion of the same batch may have it: when the hardware has answered the removal, or
+///               at once in a batch that rolls back, whose undos begin with the last update
 ///   refusal     the row before is written back, or the row removed; the entry is held until the hardware
 ///               has answered that. If it refuses or does not answer, the row stays as restored; this is
 ///               repeated once when the hardware agent has restarted
@@ -106,7 +108,7 @@ class AgentCore {
   /// Attempts the next updates that hold their entries, 128 at most: so a large batch neither keeps others
   /// waiting nor leaves the cache before its answers come. To be called while hasReady() is true.
   void proceed() noexcept;
-  bool hasReady() const noexcept { return ready_.first != nullptr; }
+  bool hasReady() const noexcept { return !ready_.empty(); }
   /// Takes every completion out of the batch status and answers the updates they belong to. To be called when
   /// the batch status's descriptor can be read, which it stays when std::bad_alloc is thrown.
   void completionsReady();
@@ -148,13 +150,6 @@ class AgentCore {
   const Counters& counters() const noexcept { return counters_; }
 
  private:
-  /// A list of operations, in order, without memory of its own.
-  struct Queue {
-    Operation* first = nullptr;
-    Operation* last = nullptr;
-    void add(Operation& operation) noexcept;
-    Operation* take() noexcept;
-  };
   /// An entry whose undo the hardware has refused: repeated when the row still has this genId.
   struct Refused {
     ConfigTable* table;
@@ -169,6 +164,8 @@ class AgentCore {
   void hold(Operation& operation, std::vector<bool>& repeated);
   void begin(Batch& batch) noexcept;
   void makeReady(Operation& operation) noexcept;
+  bool takeRoom(Operation& operation);
+  void removalEnded(Operation& operation, bool removed) noexcept;
   bool check(Operation& operation) noexcept;
   bool write(Operation& operation) noexcept;
   void keepImage(Operation& operation);
@@ -189,6 +186,8 @@ class AgentCore {
   void commit(HeldEntry& entry) noexcept;
   void release(HeldEntry& entry) noexcept;
   void writeBack(HeldEntry& entry);
+  void waitForRoom(HeldEntry& entry) noexcept;
+  void retryUndos(const ConfigTable& table) noexcept;
   static bool reserve(HeldEntry& entry, bool forced);
   static void unreserve(HeldEntry& entry) noexcept;
   void log(const HeldEntry& entry, const char* what, const char* why) noexcept;
@@ -204,7 +203,7 @@ class AgentCore {
   std::optional<Metadata> metadata_;
   std::deque<std::unique_ptr<Batch>> batches_;  // in order of their deadlines
   HeldEntries entries_;
-  Queue ready_;  // hold their entries, have not been attempted
+  OperationQueue ready_;  // hold their entries, have not been attempted
   std::vector<Refused> refused_;
   Counters counters_;
 };

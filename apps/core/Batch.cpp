@@ -5,14 +5,15 @@
 
 namespace Agent {
 
-Batch::Batch(std::vector<Update> submitted, Atomicity wanted, Done whenDone, Progress whenProgressed,
-             Clock::time_point expires)
+Batch::Batch(std::vector<Update> submitted, std::size_t tables, Atomicity wanted, Done whenDone,
+             Progress whenProgressed, Clock::time_point expires)
     : updates(std::move(submitted)),
       results(updates.size()),
       operations(updates.size(), Operation{this}),
       atomicity(wanted),
       unanswered(updates.size()),
       undecided(updates.size()),
+      rooms(tables),
       deadline(expires),
       done(std::move(whenDone)),
       progress(std::move(whenProgressed)) {}

@@ -53,7 +53,7 @@ struct Update {
 struct Operation {
   enum class State : std::uint8_t {
     submitted,  ///< does not have its place behind earlier updates of its entry yet
-    waiting,    ///< behind an update that holds its entry
+    waiting,    ///< behind an update that holds its entry, or for room
     ready,      ///< holds its entry; nothing is written
     inFlight,   ///< written; the hardware's answer is outstanding
     applied,    ///< the hardware has answered with success; the batch is undecided
@@ -69,14 +69,35 @@ struct Operation {
   Update& update() const;
 };
 
+/// A list of operations, in order, without memory of its own. One is in one list at most.
+class OperationQueue {
+ public:
+  bool empty() const noexcept { return first_ == nullptr; }
+  void add(Operation& operation) noexcept {
+    operation.next = nullptr;
+    (first_ == nullptr ? first_ : last_->next) = &operation;
+    last_ = &operation;
+  }
+  /// Null when it is empty.
+  Operation* take() noexcept {
+    Operation* const taken = first_;
+    if (taken != nullptr) first_ = taken->next;
+    return taken;
+  }
+
+ private:
+  Operation* first_ = nullptr;  // not owned
+  Operation* last_ = nullptr;   // not owned; of no meaning while first_ is null
+};
+
 struct Batch {
   using Clock = std::chrono::steady_clock;
   using Done = std::function<void(std::vector<UpdateStatus>)>;
   using Progress = std::function<void(std::size_t answered)>;
 
   /// Nothing later in the batch's life allocates, save for the texts of results.
-  Batch(std::vector<Update> submitted, Atomicity wanted, Done whenDone, Progress whenProgressed,
-        Clock::time_point expires);
+  Batch(std::vector<Update> submitted, std::size_t tables, Atomicity wanted, Done whenDone,
+        Progress whenProgressed, Clock::time_point expires);
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
 
@@ -99,6 +120,13 @@ struct Batch {
   std::size_t unanswered;   ///< operations without a result
   std::size_t undecided;    ///< operations neither applied nor answered
   std::size_t unready = 0;  ///< operations that do not hold their entries yet, or are about to begin
+  /// Room in one table that the batch's own removals make, for its insertions into a full table.
+  struct Room {
+    std::size_t removing = 0;  ///< removals that the hardware has not answered
+    std::size_t made = 0;      ///< by removals, and not taken yet
+    OperationQueue waiting;    ///< insertions that hold their entries and wait for removals
+  };
+  std::vector<Room> rooms;  ///< by the tables' places
   std::size_t queued = 0;   ///< operations in the core's list of those to be attempted
   bool checked = false;     ///< one that rolls back: all operations may be written
   BeforeImages::Place images = BeforeImages::kNone;

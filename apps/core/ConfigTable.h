@@ -51,6 +51,7 @@ class ConfigTable {
   /// Counts one more row as used; false if there is no room for it, unless `forced`.
   bool reserve(bool forced = false);
   void unreserve() noexcept { --reserved_; }
+  bool isFull() const { return table_->size() >= capacity_; }
   /// "table is full: used N of M"
   std::string fullText() const;
 

@@ -30,6 +30,7 @@ struct HeldEntry {
   bool removed = false;       ///< the table has no row of it because of its update
   bool roomReserved = false;  ///< it counts as a used row of the table beside the rows that are there
   bool repeated = false;      ///< its undo is the second attempt
+  bool lacksRoom = false;     ///< its undo waits for that of an insertion which has taken its room
   bool present = false;       ///< there was a row before that update
   Lumen::BaseRow row;         ///< of the update that holds the entry; its key is the entry's
   /// The row before that update; a null row if there was none, and while `image` has it.

@@ -71,7 +71,7 @@ void Encode(benchmark::State& state) {
     google::protobuf::Arena arena;
     auto& response = *google::protobuf::Arena::CreateMessage<p4::v1::ReadResponse>(&arena);
     for (const Wire::DecodedUpdate& update : decoded) {
-      Wire::encodeEntry(*update.table, update.row, update.metadataBytes(),
+      Wire::encodeEntry(*update.table, update.row, update.metadata,
                         *response.add_entities()->mutable_table_entry());
     }
     benchmark::DoNotOptimize(&response);

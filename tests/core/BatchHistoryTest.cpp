@@ -10,7 +10,8 @@ using Strings = std::vector<std::string>;
 /// One step a line:
 ///   continue U...   submits a batch that continues on error; updates as in the fixture
 ///   rollback U...   submits one that is all or nothing
-///   ok N, no N      the hardware applies, or refuses with code 7, write number N (from 0)
+///   ok N, no N      the hardware applies, or refuses with code 7, write number N (from 0, since the fill)
+///   fill N          fills the table but for N entries, which readers are not shown here
 ///   time            the time of every batch so far runs out
 ///   hardware        the hardware agent has restarted and has answered nothing more
 ///   agent           the agent is killed and started again
@@ -36,7 +37,9 @@ class BatchHistory : public CoreFixture, public testing::WithParamInterface<Hist
     } else if (verb == "rollback") {
       submit(words, Agent::Atomicity::rollbackOnError);
     } else if (verb == "ok" || verb == "no") {
-      answer(std::stoul(words.at(0)), verb == "ok" ? 0 : 7);
+      answer(filled_ + std::stoul(words.at(0)), verb == "ok" ? 0 : 7);
+    } else if (verb == "fill") {
+      fill(std::stoul(words.at(0)));
     } else if (verb == "time") {
       expireAfter(std::chrono::seconds(1));
     } else if (verb == "hardware") {
@@ -48,7 +51,9 @@ class BatchHistory : public CoreFixture, public testing::WithParamInterface<Hist
       EXPECT_EQ(Strings(writes().begin() + static_cast<std::ptrdiff_t>(wrote_), writes().end()), words);
       wrote_ = writes().size();
     } else if (verb == "shows") {
-      EXPECT_EQ(shown(), words);
+      Strings seen = shown();
+      std::erase_if(seen, [](const std::string& text) { return std::stoul(text) >= kFiller; });
+      EXPECT_EQ(seen, words);
     } else if (verb == "gets") {
       Strings results = results_.at(std::stoul(words.at(0)));
       for (std::string& result : results) result.resize(std::min(result.find(':'), result.size()));
@@ -65,9 +70,21 @@ class BatchHistory : public CoreFixture, public testing::WithParamInterface<Hist
     complete(entry.entryHandle, code);
   }
 
+  void fill(std::size_t room) {
+    Strings updates;
+    for (std::size_t i = config().table().members(); i + room < 8192; ++i)
+      updates.push_back("+" + std::to_string(kFiller + i));
+    results_.at(submit(updates)).clear();
+    for (; wrote_ < writes().size(); ++wrote_) answer(wrote_, 0);
+    filled_ = wrote_;
+    results_.pop_back();
+  }
+
+  static constexpr std::size_t kFiller = 10'000;
   Agent::HardwareAnswers answers_;
   std::uint64_t restarts_ = kFirstHandle;
   std::size_t wrote_ = 0;
+  std::size_t filled_ = 0;
 };
 
 TEST_P(BatchHistory, Holds) {
@@ -215,6 +232,72 @@ constexpr History kHistories[] = {
         hardware
         continue +1=2
         wrote 1=2)"},
+    {"Room_OfItsOwnRemovalsIsForTheInsertionsOfABatch", R"(
+        fill 1
+        continue +1=1
+        wrote 1=1
+        ok 0
+        continue -1 +2=2 +3=3
+        continue +4=4
+        gets 2 RESOURCE_EXHAUSTED
+        wrote -1
+        ok 1
+        wrote 2=2
+        ok 2
+        gets 1 OK OK RESOURCE_EXHAUSTED
+        continue -2 +5=5
+        wrote -2
+        no 3
+        wrote 2=2
+        gets 3 REFUSED RESOURCE_EXHAUSTED
+        continue -2 +5=5
+        ok 4
+        wrote -2
+        time
+        gets 4 DEADLINE_EXCEEDED DEADLINE_EXCEEDED
+        no 5
+        wrote 2=2
+        ok 6
+        continue +7=7 -8 -2
+        wrote -2
+        gets 5 -
+        ok 7
+        wrote 7=7
+        ok 8
+        gets 5 OK NOT_FOUND OK
+        shows 7=7)"},
+    {"Room_OfItsOwnRemovalsIsGivenBackByTheUndosOfABatch", R"(
+        fill 1
+        continue +1=1
+        ok 0
+        rollback -1 +2=2 +3=3
+        gets 1 ABORTED ABORTED RESOURCE_EXHAUSTED
+        rollback -1 +2=2
+        continue +4=4
+        gets 3 RESOURCE_EXHAUSTED
+        wrote 1=1 -1 2=2
+        no 1
+        wrote
+        gets 2 REFUSED ABORTED
+        ok 2
+        wrote -2 1=1
+        ok 3
+        ok 4
+        rollback -1 +5=5
+        wrote -1 5=5
+        agent
+        ok 5
+        wrote
+        shows 1=1
+        ok 6
+        wrote -5 1=1
+        ok 7
+        ok 8
+        rollback -1 +6=6
+        ok 9
+        ok 10
+        gets 5 OK OK
+        shows 6=6)"},
     {"KilledAgent_UndoesWhatWasUndecided", R"(
         continue +1=1 +2=2
         ok 0
