@@ -71,10 +71,14 @@ class HeldEntries {
   void handleDel(HeldEntry& entry) noexcept;
 
   // A large batch's entries do not fit the cache. These bring near what a later call will read; to be called
-  // for some update further on, in this order.
+  // for the update kAhead further on, in this order.
+  static constexpr std::size_t kAhead = 6;
   void prefetchKey(std::uint32_t hash) const noexcept { byKey_.prefetch(hash); }
   void prefetchHandle(std::uint64_t handle) const noexcept { byHandle_.prefetch(hashOf(handle)); }
   void prefetchEntry(std::uint64_t handle) const noexcept;
+  static void prefetch(const Lumen::BaseRow& row) {
+    if (!row.isNull()) __builtin_prefetch(row.bytes().data);
+  }
   static void prefetch(const HeldEntry& entry) noexcept {
     const char* const bytes = reinterpret_cast<const char*>(&entry);
     for (std::size_t at = 0; at < sizeof entry; at += kCacheLine) __builtin_prefetch(bytes + at, 1);

@@ -1,0 +1,157 @@
+// From the hardware's answer, or its absence, to the decision.
+#include "apps/core/AgentCore.h"
+
+#include <utility>
+
+#include "vesta/DeferredWakeups.h"
+
+namespace Agent {
+
+using EntryState = HeldEntry::State;
+using State = Operation::State;
+
+void AgentCore::completionsReady() {
+  const Vesta::DeferredWakeups wakeups;
+  const auto completions = batchStatus_->completedTransactionStatusDelAll();
+  batchStatus_->notificationTake();
+  const std::size_t count = completions.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i + 2 * HeldEntries::kAhead < count)
+      entries_.prefetchHandle(completions[i + 2 * HeldEntries::kAhead].entryHandle);
+    if (i + HeldEntries::kAhead < count)
+      entries_.prefetchEntry(completions[i + HeldEntries::kAhead].entryHandle);
+    complete(completions[i]);
+  }
+  proceed();
+}
+
+void AgentCore::complete(const P4Runtime::BatchStatusEntry& completion) noexcept {
+  HeldEntry* const entry = entries_.find(completion.entryHandle);
+  if (entry == nullptr || entry->state == EntryState::outstanding) ++counters_.unexpectedCompletions;
+  if (entry == nullptr) return;
+  entries_.handleDel(*entry);
+  switch (entry->state) {
+    case EntryState::writing:
+      return answered(*entry, completion);
+    case EntryState::late:
+      return completion.errorCode == 0 ? commit(*entry) : undo(*entry);
+    case EntryState::doomed:
+      return undo(*entry);
+    case EntryState::undoing:
+      return undone(*entry, completion.errorCode);
+    case EntryState::outstanding:
+    case EntryState::untouched:
+    case EntryState::written:
+      return release(*entry);
+  }
+}
+
+void AgentCore::answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& completion) noexcept {
+  Operation& operation = *entry.holder;
+  Batch& batch = *operation.batch;
+  removalEnded(operation, completion.errorCode == 0);
+  if (completion.errorCode == 0) {
+    entry.state = EntryState::written;
+    batch.applied(operation);
+  } else {
+    entry.holder = nullptr;
+    batch.answer(operation, StatusCode::internal, completion.errorMessage, completion.errorCode);
+    undo(entry);
+    if (batch.atomicity == Atomicity::rollbackOnError) return rollBack(batch);
+  }
+  if (batch.undecided == 0) decide(batch);
+}
+
+void AgentCore::decide(Batch& batch) noexcept {
+  if (batch.images != BeforeImages::kNone) images_->decide(std::exchange(batch.images, BeforeImages::kNone));
+  const auto applied = [&batch](std::size_t i) {
+    return i < batch.operations.size() && batch.operations[i].state == State::applied;
+  };
+  for (std::size_t i = 0; i < batch.operations.size(); ++i) {
+    if (applied(i + 2 * HeldEntries::kAhead))
+      HeldEntries::prefetch(*batch.operations[i + 2 * HeldEntries::kAhead].entry);
+    if (applied(i + HeldEntries::kAhead)) {
+      entries_.prefetchKey(batch.operations[i + HeldEntries::kAhead].hash);
+      HeldEntries::prefetch(batch.operations[i + HeldEntries::kAhead].entry->row);
+    }
+    if (!applied(i)) continue;
+    Operation& operation = batch.operations[i];
+    HeldEntry& entry = *operation.entry;
+    batch.answer(operation, StatusCode::ok, {});
+    images_->forget(std::exchange(entry.image, BeforeImages::kNone));
+    metadata_->remove(entry.handleBefore, entry.genIdBefore);
+    release(entry);
+  }
+}
+
+/// Answers what has no result ABORTED and undoes it, the last update first.
+void AgentCore::rollBack(Batch& batch) noexcept {
+  for (std::size_t i = batch.operations.size(); i-- > 0;) {
+    Operation& operation = batch.operations[i];
+    if (operation.state == State::answered) continue;
+    giveUp(operation, StatusCode::aborted, "another update of the batch failed");
+  }
+  if (batch.images != BeforeImages::kNone) images_->abandon(std::exchange(batch.images, BeforeImages::kNone));
+}
+
+/// Answers the operation before its time. What it has written is undone, at once or when the outstanding
+/// answer has come; of a batch that continues, a late success commits it.
+void AgentCore::giveUp(Operation& operation, StatusCode code, std::string_view text) noexcept {
+  HeldEntry* const entry = operation.entry;
+  const State state = operation.state;
+  if (state == State::answered) return;
+  if (state != State::inFlight && state != State::applied) {
+    leave(operation);
+    return operation.batch->answer(operation, code, text);
+  }
+  const bool continues = operation.batch->atomicity == Atomicity::continueOnError;
+  operation.batch->answer(operation, code, text);
+  entry->holder = nullptr;
+  if (state == State::applied) return undo(*entry);
+  entry->state = continues ? EntryState::late : EntryState::doomed;
+  if (continues) images_->lateIs(entry->image);
+}
+
+void AgentCore::expire(Clock::time_point now) {
+  // What has arrived is in time, whether or not the descriptor has been handled.
+  completionsReady();
+  const ConfigTable* asked = nullptr;  // the table that `text` is about
+  const char* text = "";
+  for (const auto& batch : batches_) {
+    if (batch->deadline > now) break;
+    if (batch->isDone()) continue;
+    for (Operation& operation : batch->operations) {
+      if (operation.state != State::waiting && operation.state != State::inFlight) continue;
+      if (const ConfigTable* const table = operation.update().table; table != asked) {
+        asked = table;
+        text = settings_.hardwareRuns(table->name()) ? "no answer in time"
+                                                     : "no answer in time: no hardware agent runs";
+      }
+      giveUp(operation, StatusCode::deadlineExceeded, text);
+    }
+    settle(*batch);
+  }
+  proceed();
+}
+
+/// Some operations of the batch have their results before it is decided.
+void AgentCore::settle(Batch& batch) noexcept {
+  if (batch.atomicity == Atomicity::rollbackOnError) return rollBack(batch);
+  if (batch.undecided == 0) decide(batch);
+}
+
+void AgentCore::outOfService(ConfigTable& table, const std::string& reason) {
+  table.outOfServiceIs(reason);
+  for (const auto& batch : batches_) {
+    bool concerned = false;
+    for (Operation& operation : batch->operations) {
+      if (operation.update().table != &table || operation.state == State::answered) continue;
+      concerned = true;
+      giveUp(operation, StatusCode::internal, reason);
+    }
+    if (concerned) settle(*batch);
+  }
+  proceed();
+}
+
+}  // namespace Agent
