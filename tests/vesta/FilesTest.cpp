@@ -157,7 +157,9 @@ TEST_F(TableTest, Removal_IsNotifiedToReadersWhichSwitchToTheNextTable) {
   auto table = writer();
   const auto follower = reader();
   for (const std::uint64_t id : {1u, 2u}) put(*table, id, 1);
-  ASSERT_TRUE(sleeps(*follower));
+  ASSERT_FALSE(table->readers().at(0).asleep);
+  ASSERT_TRUE(sleeps(*follower) && table->readers().at(0).asleep);
+  mkfifo((path().folder() + "/vesta.table.3").c_str(), 0600);  // of a reader that was killed
   table->cleanup();
   EXPECT_EQ(files(), (Names{"table.lock", "vesta.table.0"})) << "the FIFO of a living reader";
   EXPECT_TRUE(woken(*follower));
