@@ -90,7 +90,7 @@ void Report::addTimes(std::size_t contestant, const std::string& name, std::vect
 }
 
 void Report::printLine(const Measure& measure) const {
-  std::printf("%-40s", (measure.name + " " + measure.unit).c_str());
+  std::printf("%-44s", (measure.name + " " + measure.unit).c_str());
   for (const auto& values : measure.values) {
     values.empty() ? std::printf(" %14s", "-") : std::printf(" %14.1f", median(values));
   }
@@ -118,7 +118,7 @@ void Report::printSamples() const {
 
 void Report::print() const {
   if (plan_.tsv) return printSamples();
-  std::printf("%-40s", ("medians of " + std::to_string(plan_.rounds) + " rounds").c_str());
+  std::printf("%-44s", ("medians of " + std::to_string(plan_.rounds) + " rounds").c_str());
   for (const std::string& name : names_) std::printf(" %14s", name.c_str());
   for (std::size_t i = 0; i + 1 < names_.size(); ++i) std::printf(" %10s", "ratio");
   std::putchar('\n');

@@ -6,10 +6,12 @@
 //
 // With --rows, batches of that size alone, for a profiler; --busy-poll is that of agent and hardware agent.
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <functional>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,6 +38,18 @@ struct Contestant {
   std::vector<std::unique_ptr<Program>> programs;
   std::optional<Controller> controller;
 
+  /// That all threads of the programs have used so far.
+  double processorSeconds() const {
+    double nanoseconds = 0;
+    for (const auto& program : programs) {
+      const std::string tasks = "/proc/" + std::to_string(program->pid()) + "/task";
+      for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+        std::uint64_t running = 0;
+        if (std::ifstream(task.path() / "schedstat") >> running) nanoseconds += static_cast<double>(running);
+      }
+    }
+    return nanoseconds / 1e9;
+  }
   void start(const std::vector<std::string>& command, const char* ready) {
     programs.push_back(std::make_unique<Program>(command));
     if (!programs.back()->says(ready)) throw Cairn::Exception(command[0] + ": " + programs.back()->output());
@@ -66,11 +80,18 @@ std::vector<double> oneAtATime(Controller& controller) {
   return times;
 }
 
-double rate(Controller& controller, std::size_t updates, std::size_t inFlight) {
+void inBatches(Contestant& contestant, std::size_t updates, std::size_t inFlight, std::size_t number,
+               Rounds::Report& report) {
   const std::size_t requests =
       std::clamp(kUpdatesPerRound / updates, std::size_t{4}, kRequestsPerRound) * inFlight;
-  return static_cast<double>(requests * updates) /
-         Rounds::secondsOf([&] { controller.modify(requests, updates, inFlight); });
+  const auto all = static_cast<double>(requests * updates);
+  const double before = contestant.processorSeconds();
+  const double seconds =
+      Rounds::secondsOf([&] { contestant.controller->modify(requests, updates, inFlight); });
+  const std::string name =
+      "batches of " + std::to_string(updates) + ", " + std::to_string(inFlight) + " in flight";
+  report.add(number, name, "updates/s", all / seconds);
+  report.add(number, name + ", processor", "ns/update", 1e9 * (contestant.processorSeconds() - before) / all);
 }
 
 /// Every measure for all contestants before the next measure.
@@ -78,21 +99,18 @@ void run(std::vector<std::pair<std::string, std::unique_ptr<Contestant>>>& conte
          const Rounds::Plan& plan, Rounds::Report& report) {
   Rounds::each(plan, [&](std::size_t round) {
     const auto each = [&](const auto& measure) {
-      Rounds::inTurn(round, contestants.size(),
-                     [&](std::size_t i) { measure(i, *contestants[i].second->controller); });
+      Rounds::inTurn(round, contestants.size(), [&](std::size_t i) { measure(i, *contestants[i].second); });
     };
     if (plan.oneAtATime) {
-      each([&](std::size_t i, Controller& controller) {
-        report.addTimes(i, "one at a time", oneAtATime(controller));
+      each([&](std::size_t i, Contestant& contestant) {
+        report.addTimes(i, "one at a time", oneAtATime(*contestant.controller));
       });
     }
     for (const std::size_t updates : plan.batches) {
       for (const std::size_t inFlight : {std::size_t{1}, std::size_t{4}}) {
-        each([&](std::size_t i, Controller& controller) {
+        each([&](std::size_t i, Contestant& contestant) {
           if (contestants[i].first == "tables" && updates != 1) return;
-          report.add(i,
-                     "batches of " + std::to_string(updates) + ", " + std::to_string(inFlight) + " in flight",
-                     "updates/s", rate(controller, updates, inFlight));
+          inBatches(contestant, updates, inFlight, i, report);
         });
       }
     }
