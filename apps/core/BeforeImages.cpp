@@ -6,12 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <utility>
 
+#include "cairn/Descriptor.h"
 #include "cairn/Exception.h"
 #include "cairn/Hash.h"
 
@@ -148,18 +150,66 @@ void BeforeImages::findFree() {
   }
 }
 
-std::vector<BeforeImages::Image> BeforeImages::undecided() const {
+std::vector<BeforeImages::Image> BeforeImages::undecided() const { return contents().undecided; }
+
+BeforeImages::Contents BeforeImages::contents() const {
+  Contents contents;
   std::vector<std::pair<Word, Image>> found;
   for (Place record = 0; record < capacity_.records; ++record) {
     if (!counts(record)) continue;
+    if (!isIntact(record)) {
+      ++contents.damaged;
+      continue;
+    }
     const Word* const words = recordAt(record);
     found.emplace_back(words[2], Image{record, tableOf(words[0]), (words[0] & kPresent) != 0, row(record)});
   }
   std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
-  std::vector<Image> images;
-  images.reserve(found.size());
-  for (auto& [order, image] : found) images.push_back(std::move(image));
-  return images;
+  contents.undecided.reserve(found.size());
+  for (auto& [order, image] : found) contents.undecided.push_back(std::move(image));
+  return contents;
+}
+
+// A record that the agent uses again while it is copied fails its check; such a copy is made again.
+BeforeImages::Contents BeforeImages::read(const std::string& path) {
+  constexpr int kAttempts = 5;
+  Contents contents;
+  for (int attempt = 0; attempt == 0 || (contents.damaged != 0 && attempt < kAttempts); ++attempt) {
+    contents = BeforeImages(path).contents();
+  }
+  return contents;
+}
+
+BeforeImages::BeforeImages(const std::string& path) : capacity_{} {
+  constexpr std::size_t kMostRecords = std::size_t{1} << 24;
+  const Cairn::Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  std::array<Word, 6> header{};
+  if (!file) throw Cairn::SystemException("open " + path, errno);
+  const auto refuse = [&path](const char* problem) {
+    throw Cairn::CorruptionDetectedException(path + ": " + problem);
+  };
+  if (::pread(file.get(), header.data(), sizeof header, 0) != sizeof header) refuse("ends early");
+  if (header[0] != kMagic) refuse("not a file of before-images");
+  if (header[1] != kLayoutVersion) refuse("unknown layout version");
+  if (header[5] != Cairn::checksum(&header[1], 4 * sizeof(Word))) refuse("damaged header");
+  if (header[2] > 0xffff || header[3] > kMostRecords || header[4] < kRecordHead * sizeof(Word) ||
+      header[4] > 0x10000 + kRecordHead * sizeof(Word)) {
+    refuse("impossible capacity");
+  }
+  capacity_ = {header[2], header[3], header[4] - kRecordHead * sizeof(Word)};
+  void* const memory =
+      ::mmap(nullptr, fileBytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) throw Cairn::SystemException("copy " + path, errno);
+  words_ = static_cast<Word*>(memory);
+  std::size_t at = 0;
+  for (ssize_t got = 1; at < fileBytes() && got > 0;
+       at += static_cast<std::size_t>(std::max<ssize_t>(got, 0))) {
+    got = ::pread(file.get(), reinterpret_cast<char*>(words_) + at, fileBytes() - at, static_cast<off_t>(at));
+  }
+  if (at < fileBytes()) {
+    ::munmap(std::exchange(words_, nullptr), fileBytes());
+    refuse("ends early");
+  }
 }
 
 BeforeImages::Place BeforeImages::begin() noexcept {

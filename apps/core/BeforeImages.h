@@ -55,6 +55,16 @@ class BeforeImages {
   BeforeImages(const BeforeImages&) = delete;
   BeforeImages& operator=(const BeforeImages&) = delete;
 
+  /// The contents of a file at one moment.
+  struct Contents {
+    std::vector<Image> undecided;  ///< the newest first
+    std::size_t damaged = 0;       ///< records that count and fail their check
+  };
+  /// For another process than the agent, which may be running; changes nothing. Throws
+  /// Cairn::SystemException, also ENOENT, and Cairn::CorruptionDetectedException for a file that is damaged
+  /// or of another layout.
+  static Contents read(const std::string& path);
+
   /// What was wrong with the file as found; empty if nothing.
   const std::string& fault() const noexcept { return fault_; }
   /// The undecided records as found, the newest first. They stay until removed.
@@ -82,6 +92,9 @@ class BeforeImages {
  private:
   using Word = std::uint64_t;
 
+  /// A private copy of the file.
+  explicit BeforeImages(const std::string& path);
+  Contents contents() const;
   void open(const std::string& path);
   bool describesItself() const noexcept;
   void format() noexcept;

@@ -66,7 +66,7 @@ Metadata::Metadata(std::string path, Capacity capacity)
     load();
     return;
   }
-  const std::vector<Record> records = size == 0 ? std::vector<Record>() : readOther(size);
+  const std::vector<Record> records = recordsIn(file_.get(), size).value_or(std::vector<Record>());
   if (size != 0 && !(isRead && found == headerOf(found[2], found[3]))) {
     fault_ = path_ + " is damaged: kept as " + path_ +
              ".damaged, the entries of the previous run have no metadata";
@@ -90,17 +90,17 @@ const Metadata::Word* Metadata::slotAt(Slot slot) const noexcept {
   return words_ + (kHeaderBytes + slot * slotBytes()) / kWord;
 }
 
-/// The records of a file with another capacity.
-std::vector<Metadata::Record> Metadata::readOther(std::size_t size) const {
-  std::vector<Record> records;
+/// The records of a file of any capacity; nothing for a damaged file.
+std::optional<std::vector<Metadata::Record>> Metadata::recordsIn(int file, std::size_t size) {
   std::vector<Word> words(size / kWord);
-  const ssize_t length = ::pread(file_.get(), words.data(), words.size() * kWord, 0);
-  if (length != static_cast<ssize_t>(words.size() * kWord) || size < kHeaderBytes) return records;
+  const ssize_t length = ::pread(file, words.data(), words.size() * kWord, 0);
+  if (length != static_cast<ssize_t>(words.size() * kWord) || size < kHeaderBytes) return std::nullopt;
   const std::size_t slotWords = words[3] / kWord;
   if (!std::equal(words.begin(), words.begin() + 5, headerOf(words[2], words[3]).begin()) ||
       slotWords < kHeadWords) {
-    return records;
+    return std::nullopt;
   }
+  std::vector<Record> records;
   for (std::size_t at = kHeaderBytes / kWord; at + slotWords <= words.size(); at += slotWords) {
     const Word* const slot = &words[at];
     if (!holdsRecord(slot, slotWords * kWord)) continue;
@@ -108,6 +108,15 @@ std::vector<Metadata::Record> Metadata::readOther(std::size_t size) const {
     records.push_back({slot[0], slot[1], std::string(bytes, lengthOf(slot))});
   }
   return records;
+}
+
+std::size_t Metadata::count(const std::string& path) {
+  const Cairn::Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0) throw Cairn::SystemException("open " + path, errno);
+  const auto records = recordsIn(file.get(), static_cast<std::size_t>(status.st_size));
+  if (!records) throw Cairn::CorruptionDetectedException(path + ": damaged header or size");
+  return records->size();
 }
 
 /// Under another name first: a kill leaves the old file or the new one.

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,6 +38,10 @@ class Metadata {
   Metadata(const Metadata&) = delete;
   Metadata& operator=(const Metadata&) = delete;
 
+  /// How many records a file holds, for another process than the agent; changes nothing. Throws
+  /// Cairn::SystemException, also ENOENT, and Cairn::CorruptionDetectedException for a damaged file.
+  static std::size_t count(const std::string& path);
+
   /// What was wrong with the file as found; empty if nothing.
   const std::string& fault() const noexcept { return fault_; }
   /// Drops the records for which `keep(handle, genId)` is false.
@@ -60,7 +65,7 @@ class Metadata {
     std::string bytes;
   };
 
-  std::vector<Record> readOther(std::size_t fileBytes) const;
+  static std::optional<std::vector<Record>> recordsIn(int file, std::size_t fileBytes);
   void create();
   void map();
   void load();

@@ -9,8 +9,6 @@ namespace Server {
 
 namespace {
 
-constexpr std::uint32_t kVersion = 1;
-
 template <class Number>
 void append(std::string& bytes, Number number) {
   bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
@@ -36,8 +34,7 @@ bool take(std::string_view& bytes, Number& number) {
 
 std::string textOf(const ElectionId& id) { return fmt::format("{{{}, {}}}", id.high, id.low); }
 
-ElectionIds::ElectionIds(const std::string& folder)
-    : file_(folder, "p4rt-agent.election", kVersion, "the highest election ids seen so far") {}
+ElectionIds::ElectionIds(const std::string& folder) : file_(folder, kElectionIdsFile) {}
 
 ElectionIds::ByRole ElectionIds::read() const {
   const std::string contents = file_.read().value_or(std::string());

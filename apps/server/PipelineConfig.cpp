@@ -16,8 +16,6 @@ using Request = p4::v1::SetForwardingPipelineConfigRequest;
 
 namespace {
 
-constexpr std::uint32_t kVersion = 1;
-
 Status notStored(const Cairn::Exception& failure) {
   return {StatusCode::internal, fmt::format("the pipeline config could not be stored: {}", failure.what())};
 }
@@ -28,7 +26,7 @@ PipelineConfig::PipelineConfig(const Wire::Pipeline& pipeline, Entries entries, 
     : pipeline_(pipeline),
       builtIn_(Wire::p4InfoOf(pipeline)),
       entries_(std::move(entries)),
-      file_(folder, "p4rt-agent.pipeline", kVersion, "the pipeline config that a controller has set") {
+      file_(folder, kPipelineConfigFile) {
   const std::optional<std::string> stored = file_.read();
   Config config;
   *config.mutable_p4info() = builtIn_;

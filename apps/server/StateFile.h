@@ -19,8 +19,22 @@
 
 namespace Server {
 
+/// One of the agent's state files.
+struct StateFileKind {
+  const char* name;
+  std::uint32_t version;
+  const char* loss;  ///< what starting without the file costs, for messages
+};
+inline constexpr StateFileKind kElectionIdsFile{"p4rt-agent.election", 1,
+                                                "the highest election ids seen so far"};
+inline constexpr StateFileKind kPipelineConfigFile{"p4rt-agent.pipeline", 1,
+                                                   "the pipeline config that a controller has set"};
+
 class StateFile {
  public:
+  /// Throws as below.
+  StateFile(const std::string& folder, const StateFileKind& kind)
+      : StateFile(folder, kind.name, kind.version, kind.loss) {}
   /// `loss` is what starting without the file costs, for messages: "the pipeline config". Throws
   /// Cairn::SystemException when there is no such folder.
   StateFile(const std::string& folder, std::string name, std::uint32_t version, std::string loss);

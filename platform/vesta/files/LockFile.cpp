@@ -29,6 +29,8 @@ LockFile::LockFile(int folderDescriptor, const std::string& name, const std::str
   file_ = openPrivateFile(folderDescriptor, name, O_RDWR | O_CREAT, path);
 }
 
+LockFile::LockFile(const std::string& path) : path_(path), file_(openToRead(path)) {}
+
 bool LockFile::tryLock(long byte) {
   struct flock lock = lockOf(F_WRLCK, byte);
   if (fcntl(file_.get(), F_OFD_SETLK, &lock) == 0) return true;

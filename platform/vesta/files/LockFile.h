@@ -20,6 +20,8 @@ class LockFile {
 
   /// Opens or creates `name` in the folder `folderDescriptor`; `path` is for messages.
   LockFile(int folderDescriptor, const std::string& name, const std::string& path);
+  /// Opens an existing file for queries alone. Throws Cairn::SystemException, also ENOENT.
+  explicit LockFile(const std::string& path);
 
   bool tryLock(long byte);
   /// False when another object has held it for longer than `bound`.

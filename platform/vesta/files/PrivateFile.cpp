@@ -84,4 +84,12 @@ Cairn::Descriptor openPrivateFile(int folder, const std::string& name, int flags
   return file;
 }
 
+Cairn::Descriptor openToRead(const std::string& path) {
+  Cairn::Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) throw Cairn::SystemException("open " + path, errno);
+  if (!S_ISREG(status.st_mode)) throw Cairn::Exception(path + ": expected a regular file");
+  return file;
+}
+
 }  // namespace Vesta

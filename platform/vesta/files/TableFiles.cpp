@@ -48,9 +48,14 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
     if (failure.error() == ENOENT) return {nullptr, true, {}};
     throw;
   }
-  const std::size_t size = sizeOf(file.get(), path_.text());
+  return inspect(file.get(), layout, access, path_.text());
+}
+
+TableFiles::Found TableFiles::inspect(int file, const Layout& layout, Access access,
+                                      const std::string& path) {
+  const std::size_t size = sizeOf(file, path);
   std::array<Word, kHeaderWords> header{};
-  if (pread(file.get(), header.data(), sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
+  if (pread(file, header.data(), sizeof header, 0) != static_cast<ssize_t>(sizeof header)) {
     return {nullptr, false, {SegmentFault::Kind::damaged, wrongSize(layout.bytes(), size)}};
   }
   SegmentFault fault = headerFault(header.data(), layout);
@@ -60,9 +65,9 @@ TableFiles::Found TableFiles::open(const Layout& layout, Access access) const {
   }
   std::shared_ptr<Segment> segment;
   if (wholeFile || (access == Access::reader && size >= kTablesAt * sizeof(Word))) {
-    segment = std::make_shared<Segment>(file.get(), layout, access);
-  } else if (access == Access::writer && fault.rowsUsable()) {
-    segment = Segment::copyOf(file.get(), layout);
+    segment = std::make_shared<Segment>(file, layout, access);
+  } else if (access != Access::reader && fault.rowsUsable()) {
+    segment = Segment::copyOf(file, layout);
   }
   return {std::move(segment), false, std::move(fault)};
 }

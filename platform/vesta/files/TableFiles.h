@@ -25,14 +25,16 @@ class TableFiles {
 
   /// The file under the table's name. Without a fault, its header and size are right.
   struct Found {
-    /// Mapped when the size is right. Otherwise there is no memory beyond the end of the file: writers get a
-    /// copy if the rows are usable, readers a mapping of which they may access only the readers' page. May be
-    /// null when there is a fault.
+    /// Mapped when the size is right. Otherwise there is no memory beyond the end of the file: writers and
+    /// passive readers get a copy if the rows are usable, readers a mapping of which they may access only the
+    /// readers' page. May be null when there is a fault.
     std::shared_ptr<Segment> segment;
     bool missing = false;
     SegmentFault fault{};
   };
   Found open(const Layout& layout, Access access) const;
+  /// The same for a file that is open; `path` is for messages.
+  static Found inspect(int file, const Layout& layout, Access access, const std::string& path);
 
   /// Whether the table's name is that of the file which `segment` maps.
   bool isNamed(const Segment& segment) const noexcept;
