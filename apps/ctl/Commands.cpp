@@ -1,0 +1,19 @@
+#include "apps/ctl/Commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+#include "apps/process/Log.h"
+
+namespace Ctl {
+
+void addTables(CLI::App& command, std::vector<std::string>& tables) {
+  command.add_option("TABLE", tables, "tables such as l3IifTH3 (default: all)")->type_name("");
+}
+
+void warn(const std::string& text) {
+  std::fprintf(stderr, "tolmarctl: %s\n", Process::printable(text).c_str());
+}
+
+}  // namespace Ctl

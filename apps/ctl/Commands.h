@@ -1,0 +1,36 @@
+// The commands, each in a source file of its own: it declares its options and what is run with them.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace Ctl {
+
+/// How a command ends.
+enum ExitCode : int {
+  kFine = 0,
+  kFound = 1,   ///< what the command looks for is there: an entry that does not match, a fault
+  kFailed = 2,  ///< the command could not do its work
+};
+
+/// What the command line says beside the options of the command.
+struct CommandLine {
+  std::string runtimeFolder;
+  std::function<int()> command;  ///< the one that was chosen; returns an ExitCode
+};
+
+void addShow(CLI::App& app, CommandLine& line);
+void addDiff(CLI::App& app, CommandLine& line);
+
+/// Adds the operand TABLE.
+void addTables(CLI::App& command, std::vector<std::string>& tables);
+
+/// Writes one line to standard error.
+void warn(const std::string& text);
+
+}  // namespace Ctl
