@@ -286,6 +286,18 @@ TEST_F(P4RuntimeTest, Refusal_IsUndoneAndFaultsChangeWhileTheHardwareAgentRuns) 
   }
 }
 
+TEST_F(P4RuntimeTest, Example_ControllerInPythonRunsAgainAndAgain) {
+  startHardware();
+  startAgent();
+  for (int i = 0; i < 2; ++i) {
+    Program example(
+        {"/usr/bin/env", "PYTHONPATH=" PYTHON_STUBS, "/usr/bin/python3", CONTROLLER, "unix:" + socket()});
+    EXPECT_EQ(example.exitCode(), 0);
+    EXPECT_THAT(example.output(), testing::MatchesRegex("update 4: error 11: .*vrf.*\n"
+                                                        "4 of 4 entries were read back as written\n"));
+  }
+}
+
 // No hardware agent: the update stays undecided until the agent is stopped or its time has run out.
 TEST_F(P4RuntimeTest, Stop_AnswersWhatIsInFlight) {
   startAgent({"--timeout", "3"});
