@@ -37,6 +37,7 @@ const char* const kHelp =
       --tls-client-ca FILE    clients must have a certificate of this authority
       --insecure              no TLS, on any address
 
+      --client-timeout SECONDS  for a client to take what is sent to it, 0.001 to 3600 (default: 30)
       --max-message-bytes N   of one request (default: 16777216, 4194304 at least)
       --max-requests N        in flight (default: 256)
       --max-request-bytes N   of all requests in flight (default: 67108864)
@@ -136,6 +137,9 @@ void addLimits(CommandLine& line, Options& options) {
   constexpr std::size_t kMegabyte = std::size_t{1} << 20;
   Server::Device::Settings& device = options.device;
   number<std::uint64_t>(line, "-d,--device-id", 1, UINT64_MAX, device.arbitration.device);
+  line.number<double>("--client-timeout", "seconds", 0.001, 3600, [&device](double seconds) {
+    device.clientTimeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+  });
   number<std::size_t>(line, "--max-streams", 256, 65'536, device.arbitration.maxStreams);
   number<std::size_t>(line, "--max-roles", 1024, 1'048'576, device.arbitration.maxRoles);
   number<std::size_t>(line, "--max-requests", 1, 65'536, device.maxRequests);

@@ -15,7 +15,7 @@ Inbox::Inbox() : descriptor_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
   if (!descriptor_) throw Cairn::SystemException("eventfd", errno);
 }
 
-void Inbox::Closed::run() {}
+void Inbox::Closed::run() noexcept {}
 
 bool Inbox::post(Work& work) noexcept {
   Work* newest = newest_.load(std::memory_order_relaxed);

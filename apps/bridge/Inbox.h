@@ -12,7 +12,7 @@ namespace Bridge {
 /// is called, which may destroy it.
 class Work {
  public:
-  virtual void run() = 0;
+  virtual void run() noexcept = 0;
 
  protected:
   Work() = default;
@@ -58,7 +58,7 @@ class Inbox {
   std::size_t runTaken(std::size_t limit);
 
   struct Closed final : Work {
-    void run() override;
+    void run() noexcept override;
   };
 
   Closed closed_;

@@ -2,22 +2,40 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace Bridge {
 
 Agent::Status Quota::take(std::size_t bytes, Share& share) {
-  std::size_t requestsInFlight = 0;
-  std::size_t bytesInFlight = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    if (requests_ < maxRequests_ && bytes <= maxBytes_ - bytes_) {
-      ++requests_;
-      bytes_ += bytes;
-      share = Share(this, bytes);
-      return {};
-    }
-    requestsInFlight = requests_;
-    bytesInFlight = bytes_;
+  std::unique_lock lock(mutex_);
+  if (requests_ >= maxRequests_ || bytes > maxBytes_ - std::min(bytes_, maxBytes_)) {
+    const std::size_t requestsInFlight = requests_;
+    const std::size_t bytesInFlight = bytes_;
+    lock.unlock();
+    return refusal(bytes, requestsInFlight, bytesInFlight);
   }
+  ++requests_;
+  bytes_ += bytes;
+  lock.unlock();
+  share = Share(this, bytes);
+  return {};
+}
+
+Agent::Status Quota::grow(Share& share, std::size_t bytes) {
+  std::unique_lock lock(mutex_);
+  if (requests_ > 1 && bytes > maxBytes_ - std::min(bytes_, maxBytes_)) {
+    const std::size_t requestsInFlight = requests_;
+    const std::size_t bytesInFlight = bytes_;
+    lock.unlock();
+    return refusal(bytes, requestsInFlight, bytesInFlight);
+  }
+  bytes_ += bytes;
+  share.bytes_ += bytes;
+  return {};
+}
+
+Agent::Status Quota::refusal(std::size_t bytes, std::size_t requestsInFlight,
+                             std::size_t bytesInFlight) const {
   return {Agent::StatusCode::resourceExhausted,
           fmt::format(
               "expected room for a request of {} bytes, got {} of {} requests and {} of {} bytes in flight",

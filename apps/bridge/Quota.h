@@ -39,6 +39,9 @@ class Quota {
     std::size_t bytes_ = 0;
   };
 
+  /// Adds to a part what its request has come to hold. Refused likewise; a request that is alone is not,
+  /// since what it holds is bounded by the tables.
+  Agent::Status grow(Share& share, std::size_t bytes);
   /// Gives `share` its part, or refuses with RESOURCE_EXHAUSTED and the numbers. A request of more bytes than
   /// the whole quota is never granted, so the quota has to be larger than the longest message.
   Agent::Status take(std::size_t bytes, Share& share);
@@ -47,6 +50,7 @@ class Quota {
   std::size_t bytes() const;
 
  private:
+  Agent::Status refusal(std::size_t bytes, std::size_t requestsInFlight, std::size_t bytesInFlight) const;
   void give(std::size_t bytes) noexcept;
 
   const std::size_t maxRequests_;

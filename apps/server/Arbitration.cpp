@@ -134,23 +134,23 @@ Arbitration::Role& Arbitration::join(StreamId id, Stream& stream, const std::str
 /// Makes `id` the highest, in the file too.
 Status Arbitration::raise(Role& role, const ElectionId& id) {
   if (role.highest == id) return {};
-  const auto before = std::exchange(role.highest, id);
   ElectionIds::ByRole ids;
   for (const auto& [name, each] : roles_) {
     if (each.highest) ids.emplace(name, *each.highest);
   }
+  ids[role.name] = id;
   try {
     ids_.replace(ids);
-    return {};
   } catch (const Cairn::Exception& failure) {
-    role.highest = before;
     return {StatusCode::internal, fmt::format("the election id could not be stored: {}", failure.what())};
   }
+  role.highest = id;
+  return {};
 }
 
 /// The order is what controllers rely on: nobody may write, backups know, writes are finished, the new
 /// primary knows.
-void Arbitration::lead(StreamId id, Role& role, Clock::time_point now) {
+void Arbitration::lead(StreamId id, Role& role, Clock::time_point now) noexcept {
   if (!role.isWaiting()) role.deadline = now + settings_.takeoverTimeout;
   role.leader = id;
   role.isPrimary = false;
@@ -158,28 +158,29 @@ void Arbitration::lead(StreamId id, Role& role, Clock::time_point now) {
   if (role.writesInFlight == 0) makePrimary(role);
 }
 
-void Arbitration::makePrimary(Role& role) {
+void Arbitration::makePrimary(Role& role) noexcept {
   role.isPrimary = true;
+  ++role.term;
   notify(role.leader, role);
 }
 
-void Arbitration::loseLeader(Role& role) {
+void Arbitration::loseLeader(Role& role) noexcept {
   role.leader = 0;
   role.isPrimary = false;
   notifyAll(role, 0);
 }
 
-void Arbitration::notify(StreamId id, const Role& role) {
-  Notice notice{{StatusCode::notFound, nameOf(role.name) + ": no controller is primary"}, role.highest};
+void Arbitration::notify(StreamId id, const Role& role) noexcept {
+  StatusCode code = StatusCode::notFound;
   if (role.leader == id) {
-    notice.status = {StatusCode::ok, {}};
+    code = StatusCode::ok;
   } else if (role.leader != 0) {
-    notice.status = {StatusCode::alreadyExists, nameOf(role.name) + ": another controller is primary"};
+    code = StatusCode::alreadyExists;
   }
-  sink_.notify(id, notice);
+  sink_.notify(id, {code, role.highest});
 }
 
-void Arbitration::notifyAll(const Role& role, StreamId except) {
+void Arbitration::notifyAll(const Role& role, StreamId except) noexcept {
   for (const StreamId id : role.streams) {
     if (id != except) notify(id, role);
   }
@@ -202,7 +203,8 @@ Status Arbitration::admit(std::uint64_t device, std::string_view role, const std
   Role& known = found->second;
   if (known.isPrimary && id == known.highest) {
     ++known.writesInFlight;
-    ticket = &known;
+    ticket.role_ = &known;
+    ticket.term_ = known.term;
     return status;
   }
   if (!known.isPrimary) {
@@ -215,9 +217,16 @@ Status Arbitration::admit(std::uint64_t device, std::string_view role, const std
                                                     nameOf(role), textOf(known.highest), textOf(id))};
 }
 
-void Arbitration::finished(Ticket ticket) {
-  --ticket->writesInFlight;
-  if (ticket->isWaiting() && ticket->writesInFlight == 0) makePrimary(*ticket);
+Status Arbitration::checkTerm(const Ticket& ticket) const {
+  if (ticket.role_->term == ticket.term_) return {};
+  return {StatusCode::permissionDenied,
+          nameOf(ticket.role_->name) + ": another controller has become primary while the request waited"};
+}
+
+void Arbitration::finished(const Ticket& ticket) noexcept {
+  Role& role = *ticket.role_;
+  --role.writesInFlight;
+  if (role.isWaiting() && role.writesInFlight == 0) makePrimary(role);
 }
 
 std::optional<Arbitration::Clock::time_point> Arbitration::nextDeadline() const {

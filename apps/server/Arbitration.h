@@ -32,14 +32,15 @@ struct ArbitrationRequest {
 /// OK for the primary, ALREADY_EXISTS for a backup, NOT_FOUND for every controller of a role without primary.
 /// Device and role are those that the controller has given.
 struct Notice {
-  Agent::Status status;
+  Agent::StatusCode code = Agent::StatusCode::ok;
   std::optional<ElectionId> highest;  ///< election id ever seen; none when there has been none
 };
 
 /// The streams of the server. Called from within the arbitration, so neither may call back into it.
 class StreamSink {
  public:
-  virtual void notify(StreamId stream, const Notice& notice) = 0;
+  /// A stream that finds no memory for the notice ends.
+  virtual void notify(StreamId stream, const Notice& notice) noexcept = 0;
   /// Ends the stream with that status; the arbitration has forgotten it.
   virtual void end(StreamId stream, const Agent::Status& status) = 0;
 
@@ -82,13 +83,20 @@ class Arbitration {
   Agent::Status checkDevice(std::uint64_t device) const;
 
   /// A write in flight.
-  using Ticket = Role*;
+  class Ticket {
+    friend class Arbitration;
+    Role* role_ = nullptr;  // not owned
+    std::uint64_t term_ = 0;
+  };
   /// Whether a controller may write now: NOT_FOUND for another device or a role that no controller has named,
   /// PERMISSION_DENIED unless the id is the primary's. With OK, the write is in flight until finished().
   Agent::Status admit(std::uint64_t device, std::string_view role, const std::optional<ElectionId>& id,
                       Ticket& ticket);
+  /// Whether an admitted write that has waited may still be attempted: PERMISSION_DENIED when another
+  /// controller, or the same with another id, has become primary since.
+  Agent::Status checkTerm(const Ticket& ticket) const;
   /// Once for each write admitted.
-  void finished(Ticket ticket);
+  void finished(const Ticket& ticket) noexcept;
 
   /// When expire() is next needed; none while no takeover waits.
   std::optional<Clock::time_point> nextDeadline() const;
@@ -105,6 +113,7 @@ class Arbitration {
     std::optional<ElectionId> highest;
     StreamId leader = 0;         // its id is the highest; 0 for none
     bool isPrimary = false;      // the leader is
+    std::uint64_t term = 0;      // counts the primaries
     Clock::time_point deadline;  // of a leader that is not
     std::size_t writesInFlight = 0;
     std::vector<StreamId> streams;  // in the order of their first requests
@@ -116,11 +125,11 @@ class Arbitration {
   Agent::Status check(StreamId id, const Stream& stream, const ArbitrationRequest& request) const;
   Role& join(StreamId id, Stream& stream, const std::string& roleName);
   Agent::Status raise(Role& role, const ElectionId& id);
-  void lead(StreamId id, Role& role, Clock::time_point now);
-  void loseLeader(Role& role);
-  void makePrimary(Role& role);
-  void notify(StreamId id, const Role& role);
-  void notifyAll(const Role& role, StreamId except);
+  void lead(StreamId id, Role& role, Clock::time_point now) noexcept;
+  void loseLeader(Role& role) noexcept;
+  void makePrimary(Role& role) noexcept;
+  void notify(StreamId id, const Role& role) noexcept;
+  void notifyAll(const Role& role, StreamId except) noexcept;
 
   Settings settings_;
   StreamSink& sink_;

@@ -10,23 +10,27 @@ class SetConfigCall final : public UnaryCall {
   SetConfigCall(Device& device, const p4::v1::SetForwardingPipelineConfigRequest& request);
 
  private:
-  void run() override;
+  void run() noexcept override;
+  void set();
+  void release() noexcept;
 
   const p4::v1::SetForwardingPipelineConfigRequest& request_;
   CheckedPipeline checked_;
+  std::optional<Arbitration::Ticket> ticket_;  // the loop's; set while the call counts as a write in flight
 };
 
 class GetConfigCall final : public UnaryCall {
  public:
-  GetConfigCall(Device& device, const p4::v1::GetForwardingPipelineConfigRequest& request,
+  GetConfigCall(Device& device, grpc_call* call, const p4::v1::GetForwardingPipelineConfigRequest& request,
                 p4::v1::GetForwardingPipelineConfigResponse& response);
 
  private:
-  void run() override;
+  void run() noexcept override;
   void OnSendInitialMetadataDone(bool sent) override;
 
   const p4::v1::GetForwardingPipelineConfigRequest& request_;
   p4::v1::GetForwardingPipelineConfigResponse& response_;
+  StalledCalls::Watch watch_;
   std::shared_ptr<const PipelineConfig::Config> config_;
 };
 

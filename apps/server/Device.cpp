@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "apps/server/OutOfMemory.h"
+
 namespace Server {
 
 using Agent::Status;
@@ -10,8 +12,8 @@ using Agent::StatusCode;
 
 namespace {
 
-constexpr std::size_t kWorksAtOnce = 64;  // between other events of the loop
-constexpr std::chrono::milliseconds kTakeoverCheck{50};
+constexpr std::size_t kWorksAtOnce = 64;        // between other events of the loop
+constexpr std::chrono::milliseconds kTick{50};  // takeovers and stalled clients are checked so often
 
 }  // namespace
 
@@ -24,6 +26,7 @@ Device::Device(Quill::EventLoop& loop, Agent::AgentCore& core, Submit submit, co
       settings_(settings),
       decoder_(pipeline_, settings.maxMetadata),
       quota_(settings.maxRequests, settings.maxRequestBytes),
+      stalledCalls_(settings.clientTimeout),
       electionIds_(settings.runtimeFolder),
       arbitration_(settings.arbitration, *this, electionIds_),
       config_(pipeline_,
@@ -31,12 +34,14 @@ Device::Device(Quill::EventLoop& loop, Agent::AgentCore& core, Submit submit, co
                [this](std::size_t table) { return hasEntries(table); }},
               settings.runtimeFolder) {
   loop_.descriptorIs(inbox_.descriptor(), [this] { inbox_.run(kWorksAtOnce); });
-  takeoverTimer_ =
-      loop_.periodicTimerIs(kTakeoverCheck, [this] { arbitration_.expire(Arbitration::Clock::now()); });
+  timer_ = loop_.periodicTimerIs(kTick, [this] {
+    arbitration_.expire(Arbitration::Clock::now());
+    stalledCalls_.check(StalledCalls::Clock::now());
+  });
 }
 
 Device::~Device() {
-  loop_.timerDel(takeoverTimer_);
+  loop_.timerDel(timer_);
   loop_.descriptorDel(inbox_.descriptor());
 }
 
@@ -71,22 +76,35 @@ void Device::removeAll(PipelineConfig::Done done) {
   if (writesInFlight_ == 0) removeNow();
 }
 
-void Device::removeNow() {
-  std::vector<Agent::Update> removals;
-  for (const auto& table : core_.tables()) {
-    table->eachRow([&](const Lumen::BaseRow& row) {
-      removals.push_back({Agent::UpdateType::remove, table.get(), row, {}, {}});
+void Device::removeNow() noexcept {
+  const auto failureOf = [](const std::vector<Agent::UpdateStatus>& results) {
+    const auto failed = std::find_if(results.begin(), results.end(), [](const Agent::UpdateStatus& result) {
+      return !result.ok() && result.code != StatusCode::aborted;
     });
-  }
-  submit_(std::move(removals), Agent::Atomicity::rollbackOnError,
-          [this](const std::vector<Agent::UpdateStatus>& results) { removalEnded(results); });
+    return failed == results.end() ? Status() : Status(*failed);
+  };
+  withMemory(
+      [&] {
+        std::vector<Agent::Update> removals;
+        for (const auto& table : core_.tables()) {
+          table->eachRow([&](const Lumen::BaseRow& row) {
+            removals.push_back({Agent::UpdateType::remove, table.get(), row, {}, {}});
+          });
+        }
+        submit_(std::move(removals), Agent::Atomicity::rollbackOnError,
+                [this, failureOf](const auto& results) { removalEnded(failureOf(results)); });
+      },
+      [this] {
+        removalEnded({StatusCode::resourceExhausted, "out of memory"});
+      });
 }
 
-void Device::removalEnded(const std::vector<Agent::UpdateStatus>& results) {
-  const auto failed = std::find_if(results.begin(), results.end(), [](const Agent::UpdateStatus& result) {
-    return !result.ok() && result.code != StatusCode::aborted;
-  });
-  std::exchange(removal_, nullptr)(failed == results.end() ? Status() : Status(*failed));
+void Device::removalEnded(const Status& status) noexcept {
+  std::exchange(removal_, nullptr)(status);
+  runPostponed();
+}
+
+void Device::runPostponed() noexcept {
   for (Bridge::Work* const write : std::exchange(postponed_, {})) write->run();
 }
 
@@ -106,7 +124,7 @@ void Device::close(StreamId id) {
   streams_.erase(id);
 }
 
-void Device::notify(StreamId stream, const Notice& notice) {
+void Device::notify(StreamId stream, const Notice& notice) noexcept {
   const auto found = streams_.find(stream);
   if (found != streams_.end()) found->second->notify(notice);
 }
@@ -120,10 +138,19 @@ void Device::end(StreamId stream, const Status& status) {
 }
 
 void Device::stop() {
+  isStopping_ = true;
   inbox_.close();
   for (const auto& [id, stream] : std::exchange(streams_, {})) {
     stream->end({StatusCode::unavailable, "the agent is stopping"});
   }
+  runPostponed();
+}
+
+void Device::abandon() {
+  core_.expire(Agent::AgentCore::Clock::time_point::max());
+  while (core_.finish() != 0) {
+  }
+  stalledCalls_.endAll();
 }
 
 }  // namespace Server

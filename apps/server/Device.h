@@ -1,6 +1,7 @@
 // What the calls of all clients share: the agent's core, who may write, the pipeline config, the limits.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -17,6 +18,7 @@
 #include "apps/p4/ErrorDetails.h"
 #include "apps/server/Arbitration.h"
 #include "apps/server/PipelineConfig.h"
+#include "apps/server/StalledCalls.h"
 #include "quill/EventLoop.h"
 
 namespace Server {
@@ -25,8 +27,8 @@ namespace Server {
 class Stream {
  public:
   virtual ~Stream();
-  virtual void notify(const Notice& notice) = 0;
-  virtual void end(const Agent::Status& status) = 0;
+  virtual void notify(const Notice& notice) noexcept = 0;
+  virtual void end(const Agent::Status& status) noexcept = 0;
 };
 
 /// Thread safety: the const members on any thread, everything else on the loop's.
@@ -40,6 +42,7 @@ class Device final : private StreamSink {
     std::string runtimeFolder;  ///< of the files that outlive the agent
     std::size_t maxRequests = 256;
     std::size_t maxRequestBytes = std::size_t{64} << 20;  ///< of all requests in flight
+    std::chrono::milliseconds clientTimeout{30'000};      ///< for a client to take what is sent to it
     std::size_t maxMetadata = Wire::Decoder::kDefaultMaxMetadata;
     Wire::DetailsBudget details;
   };
@@ -59,6 +62,7 @@ class Device final : private StreamSink {
   /// To be told of works and requests; both take any thread.
   Bridge::Inbox& inbox() noexcept { return inbox_; }
   Bridge::Quota& quota() noexcept { return quota_; }
+  StalledCalls& stalledCalls() noexcept { return stalledCalls_; }
   /// The core's table that belongs to one of the pipeline's. Neither changes.
   Agent::ConfigTable& table(const Wire::Table& table) const { return *core_.tables()[table.index]; }
 
@@ -68,22 +72,27 @@ class Device final : private StreamSink {
   PipelineConfig& config() noexcept { return config_; }
   /// True when `write` has to wait for a commit that removes all entries; it is run again after that.
   bool postponed(Bridge::Work& write);
+  bool isStopping() const noexcept { return isStopping_; }
   /// Starts a batch. Throws std::bad_alloc.
   void submit(std::vector<Agent::Update> updates, Agent::Atomicity atomicity, Agent::AgentCore::Done done);
   /// A new stream takes part; refused with RESOURCE_EXHAUSTED when there are too many.
   Agent::Status open(std::shared_ptr<Stream> stream, StreamId& id);
   void arbitrate(StreamId id, const ArbitrationRequest& request);
   void close(StreamId id);
-  /// Takes no more work, ends all streams with UNAVAILABLE. Batches that have begun go on.
+  /// Takes no more work, ends all streams with UNAVAILABLE, and with it the writes that wait for a commit.
+  /// Batches that have begun continue.
   void stop();
-  std::size_t writesInFlight() const noexcept { return writesInFlight_; }
+  std::size_t requestsInFlight() const { return quota_.requests(); }
+  /// Answers what is still in flight after stop(), whether or not the hardware has answered.
+  void abandon();
 
  private:
-  void notify(StreamId stream, const Notice& notice) override;
+  void notify(StreamId stream, const Notice& notice) noexcept override;
   void end(StreamId stream, const Agent::Status& status) override;
   void removeAll(PipelineConfig::Done done);
-  void removeNow();
-  void removalEnded(const std::vector<Agent::UpdateStatus>& results);
+  void removeNow() noexcept;
+  void removalEnded(const Agent::Status& status) noexcept;
+  void runPostponed() noexcept;
   void writeEnded();
   bool hasEntries(std::size_t table) const;
 
@@ -95,12 +104,14 @@ class Device final : private StreamSink {
   Wire::Decoder decoder_;
   Bridge::Inbox inbox_;
   Bridge::Quota quota_;
+  StalledCalls stalledCalls_;
   ElectionIds electionIds_;
   Arbitration arbitration_;
   PipelineConfig config_;
   std::unordered_map<StreamId, std::shared_ptr<Stream>> streams_;
   StreamId nextStream_ = 1;
-  Quill::EventLoop::TimerId takeoverTimer_;
+  Quill::EventLoop::TimerId timer_;
+  bool isStopping_ = false;
   std::size_t writesInFlight_ = 0;
   PipelineConfig::Done removal_;         // set while a commit removes entries
   std::deque<Bridge::Work*> postponed_;  // not owned

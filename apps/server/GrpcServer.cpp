@@ -103,7 +103,8 @@ void GrpcServer::stop(std::chrono::steady_clock::time_point deadline) {
   acceptors_.clear();
   server_->GetHealthCheckService()->SetServingStatus(false);
   device_.stop();
-  while (device_.writesInFlight() != 0 && std::chrono::steady_clock::now() < deadline) loop_.step(20ms);
+  while (device_.requestsInFlight() != 0 && std::chrono::steady_clock::now() < deadline) loop_.step(20ms);
+  device_.abandon();
   server_->Shutdown(std::chrono::system_clock::now() + 500ms);
 }
 

@@ -6,6 +6,7 @@
 
 #include "apps/p4/P4Info.h"
 #include "apps/p4/P4InfoDifference.h"
+#include "apps/server/OutOfMemory.h"
 #include "cairn/Exception.h"
 
 namespace Server {
@@ -103,12 +104,20 @@ Status PipelineConfig::reconcile(CheckedPipeline next) {
 void PipelineConfig::commitAfterRemoval(CheckedPipeline next, const Done& done) {
   const Status status = stage(next);
   if (!status.ok()) return done(status);
-  isRemoving_ = true;
-  entries_.removeAll([this, next = std::move(next), done](const Status& removed) mutable {
+  Done whenRemoved = [this, next = std::move(next), done](const Status& removed) mutable {
     isRemoving_ = false;
-    if (removed.ok()) return done(publish(std::move(next)));
-    done({removed.code, fmt::format("the entries could not be removed: {}", removed.message)});
-  });
+    Status outcome{StatusCode::resourceExhausted, "out of memory"};
+    withMemory(
+        [&] {
+          outcome = removed.ok()
+                        ? publish(std::move(next))
+                        : Status{removed.code, "the entries could not be removed: " + removed.message};
+        },
+        [] {});
+    done(outcome);
+  };
+  isRemoving_ = true;
+  entries_.removeAll(std::move(whenRemoved));
 }
 
 Status PipelineConfig::stage(const CheckedPipeline& next) {

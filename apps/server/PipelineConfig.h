@@ -39,8 +39,8 @@ class PipelineConfig {
 
   /// What has to be known of the entries, tables by their index in the pipeline.
   struct Entries {
-    /// Removes all entries through the hardware, all or none, and calls `done`, which is not to outlive the
-    /// pipeline config, with the outcome. Writes that arrive meanwhile must wait.
+    /// Removes all entries through the hardware, all or none, and calls `done`, which does not throw and is
+    /// not to outlive the pipeline config, with the outcome. Writes that arrive meanwhile must wait.
     std::function<void(Done done)> removeAll;
     std::function<bool(std::size_t table)> hasAny;
   };

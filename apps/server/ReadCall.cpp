@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "apps/p4/Encoder.h"
+#include "apps/server/OutOfMemory.h"
 #include "apps/server/UnaryCall.h"
 #include "cairn/Exception.h"
 
@@ -25,16 +26,23 @@ std::string_view textOf(const Lumen::BaseRow& row) {
 
 }  // namespace
 
-ReadCall::ReadCall(Device& device, const p4::v1::ReadRequest& request)
-    : device_(device), deviceId_(request.device_id()) {
-  Status status = device_.checkDevice(deviceId_);
-  if (status.ok()) status = device_.quota().take(request.ByteSizeLong(), share_);
-  if (status.ok()) {
-    decode(request);
-    if (device_.inbox().post(*this)) return;
-    status = {StatusCode::unavailable, "the agent is stopping"};
-  }
-  Finish(grpcStatus(status));
+template <class Step>
+void ReadCall::attempt(const Step& step) noexcept {
+  withMemory(step, [this] { Finish(outOfMemory()); });
+}
+
+ReadCall::ReadCall(Device& device, grpc_call* call, const p4::v1::ReadRequest& request)
+    : device_(device), watch_(device.stalledCalls(), call), deviceId_(request.device_id()) {
+  attempt([&] {
+    Status status = device_.checkDevice(deviceId_);
+    if (status.ok()) status = device_.quota().take(request.ByteSizeLong(), share_);
+    if (status.ok()) {
+      decode(request);
+      if (device_.inbox().post(*this)) return;
+      status = {StatusCode::unavailable, "the agent is stopping"};
+    }
+    Finish(grpcStatus(status));
+  });
 }
 
 void ReadCall::decode(const p4::v1::ReadRequest& request) {
@@ -47,16 +55,15 @@ void ReadCall::decode(const p4::v1::ReadRequest& request) {
   }
 }
 
-void ReadCall::run() {
-  if (isCancelled_)
-    return Finish(grpcStatus({StatusCode::cancelled, "the client has cancelled the request"}));
-  try {
+void ReadCall::run() noexcept {
+  attempt([this] {
+    if (isCancelled_) return Finish(grpc::Status::CANCELLED);
     refuseTablesLeftOut();
     copyAll();
-  } catch (const std::bad_alloc&) {
-    return Finish(grpcStatus({StatusCode::resourceExhausted, "out of memory"}));
-  }
-  StartSendInitialMetadata();  // brings the call back to a gRPC thread
+    const Status status = device_.quota().grow(share_, bytes_.size());
+    if (!status.ok()) return Finish(grpcStatus(status));
+    StartSendInitialMetadata();  // brings the call back to a gRPC thread
+  });
 }
 
 void ReadCall::refuseTablesLeftOut() {
@@ -103,27 +110,35 @@ void ReadCall::OnSendInitialMetadataDone(bool sent) {
 }
 
 void ReadCall::OnWriteDone(bool written) {
+  watch_.sent();
   if (!written) return Finish(grpc::Status::CANCELLED);
   sendNext();
 }
 
-void ReadCall::sendNext() {
-  if (nextCopy_ == copies_.size()) return finishAll();
+void ReadCall::sendNext() noexcept {
+  attempt([this] {
+    if (nextCopy_ == copies_.size()) return finishAll();
+    try {
+      encodeNext();
+    } catch (const Cairn::Exception& failure) {
+      return Finish(grpcStatus({StatusCode::internal, failure.what()}));
+    }
+    watch_.sending();
+    StartWrite(&response_);
+  });
+}
+
+void ReadCall::encodeNext() {
   response_.Clear();
   const std::size_t end = nextByte_ + kRowBytesAtOnce;
-  try {
-    while (nextCopy_ < copies_.size() && nextByte_ < end) {
-      const Copy& copy = copies_[nextCopy_++];
-      const char* const at = bytes_.data() + nextByte_;
-      nextByte_ += copy.rowBytes + copy.metadataBytes;
-      const auto row = Lumen::BaseRow::fromBytes({reinterpret_cast<const std::byte*>(at), copy.rowBytes});
-      Wire::encodeEntry(*copy.table, row, {at + copy.rowBytes, copy.metadataBytes},
-                        *response_.add_entities()->mutable_table_entry());
-    }
-  } catch (const std::exception& failure) {
-    return Finish(grpcStatus({StatusCode::internal, failure.what()}));
+  while (nextCopy_ < copies_.size() && nextByte_ < end) {
+    const Copy& copy = copies_[nextCopy_++];
+    const char* const at = bytes_.data() + nextByte_;
+    nextByte_ += copy.rowBytes + copy.metadataBytes;
+    const auto row = Lumen::BaseRow::fromBytes({reinterpret_cast<const std::byte*>(at), copy.rowBytes});
+    Wire::encodeEntry(*copy.table, row, {at + copy.rowBytes, copy.metadataBytes},
+                      *response_.add_entities()->mutable_table_entry());
   }
-  StartWrite(&response_);
 }
 
 void ReadCall::finishAll() {

@@ -14,7 +14,7 @@ namespace Server {
 /// ones.
 class ReadCall final : public grpc::ServerWriteReactor<p4::v1::ReadResponse>, Bridge::Work {
  public:
-  ReadCall(Device& device, const p4::v1::ReadRequest& request);
+  ReadCall(Device& device, grpc_call* call, const p4::v1::ReadRequest& request);
 
  private:
   /// One row, in copies_, its metadata behind it.
@@ -24,7 +24,7 @@ class ReadCall final : public grpc::ServerWriteReactor<p4::v1::ReadResponse>, Br
     std::uint32_t metadataBytes;
   };
 
-  void run() override;
+  void run() noexcept override;
   void OnSendInitialMetadataDone(bool sent) override;
   void OnWriteDone(bool written) override;
   void OnCancel() override { isCancelled_.store(true, std::memory_order_relaxed); }
@@ -34,10 +34,14 @@ class ReadCall final : public grpc::ServerWriteReactor<p4::v1::ReadResponse>, Br
   void refuseTablesLeftOut();
   void copyAll();
   void copyRow(const Wire::Table& table, const Lumen::BaseRow& row);
-  void sendNext();
+  void sendNext() noexcept;
+  void encodeNext();
   void finishAll();
+  template <class Step>
+  void attempt(const Step& step) noexcept;
 
   Device& device_;
+  StalledCalls::Watch watch_;
   Bridge::Quota::Share share_;
   std::uint64_t deviceId_;
   std::vector<Wire::ReadFilter> filters_;

@@ -44,9 +44,9 @@ grpc::ServerUnaryReactor* Service::Write(grpc::CallbackServerContext*, const p4:
   return new WriteCall(device_, *request);
 }
 
-grpc::ServerWriteReactor<p4::v1::ReadResponse>* Service::Read(grpc::CallbackServerContext*,
+grpc::ServerWriteReactor<p4::v1::ReadResponse>* Service::Read(grpc::CallbackServerContext* context,
                                                               const p4::v1::ReadRequest* request) {
-  return new ReadCall(device_, *request);
+  return new ReadCall(device_, context->c_call(), *request);
 }
 
 grpc::ServerUnaryReactor* Service::SetForwardingPipelineConfig(
@@ -56,14 +56,14 @@ grpc::ServerUnaryReactor* Service::SetForwardingPipelineConfig(
 }
 
 grpc::ServerUnaryReactor* Service::GetForwardingPipelineConfig(
-    grpc::CallbackServerContext*, const p4::v1::GetForwardingPipelineConfigRequest* request,
+    grpc::CallbackServerContext* context, const p4::v1::GetForwardingPipelineConfigRequest* request,
     p4::v1::GetForwardingPipelineConfigResponse* response) {
-  return new GetConfigCall(device_, *request, *response);
+  return new GetConfigCall(device_, context->c_call(), *request, *response);
 }
 
 grpc::ServerBidiReactor<p4::v1::StreamMessageRequest, p4::v1::StreamMessageResponse>* Service::StreamChannel(
-    grpc::CallbackServerContext*) {
-  return StreamCall::make(device_);
+    grpc::CallbackServerContext* context) {
+  return StreamCall::make(device_, context->c_call());
 }
 
 grpc::ServerUnaryReactor* Service::Capabilities(grpc::CallbackServerContext* context,

@@ -1,8 +1,11 @@
 #include "apps/server/StreamCall.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 #include "apps/p4/StreamErrors.h"
+#include "apps/server/OutOfMemory.h"
 #include "apps/server/UnaryCall.h"
 
 namespace Server {
@@ -15,31 +18,52 @@ namespace {
 constexpr std::size_t kUnreadAnswers = 16;    // beyond, nothing more is read from the client
 constexpr std::size_t kUnreadNotices = 1024;  // beyond, the stream ends
 
+std::string textOf(StatusCode code, const std::string& role) {
+  const std::string name = role.empty() ? "the default role" : fmt::format("role \"{}\"", role);
+  if (code == StatusCode::ok) return {};
+  return name +
+         (code == StatusCode::notFound ? ": no controller is primary" : ": another controller is primary");
+}
+
 }  // namespace
 
-StreamCall* StreamCall::make(Device& device) {
-  const std::shared_ptr<StreamCall> made(new StreamCall(device));
+StreamCall* StreamCall::make(Device& device, grpc_call* call) {
+  const std::shared_ptr<StreamCall> made(new StreamCall(device, call));
   made->self_ = made;
-  made->post();
+  made->post(Step::open);
   return made.get();
 }
 
-/// Has run() called on the loop's thread.
-void StreamCall::post() {
-  posted_ = self_;
+/// Has take() called on the loop's thread; instead of an earlier step that it has not come to.
+void StreamCall::post(Step step) noexcept {
+  {
+    const std::lock_guard lock(mutex_);
+    step_ = step;
+    if (posted_) return;
+    posted_ = self_;
+  }
   if (device_.inbox().post(*this)) return;
-  posted_.reset();
   end({StatusCode::unavailable, "the agent is stopping"});
+  const std::lock_guard lock(mutex_);
+  posted_.reset();
 }
 
-void StreamCall::run() {
-  const std::shared_ptr<StreamCall> keep = std::move(posted_);
-  switch (step_) {
+void StreamCall::run() noexcept {
+  std::shared_ptr<StreamCall> keep;
+  Step step{};
+  {
+    const std::lock_guard lock(mutex_);
+    keep = std::move(posted_);
+    step = step_;
+  }
+  withMemory([&] { take(step, keep); }, [this] { endWith(outOfMemory()); });
+}
+
+void StreamCall::take(Step step, const std::shared_ptr<StreamCall>& self) {
+  switch (step) {
     case Step::open: {
-      const Status status = device_.open(keep, id_);
-      if (!status.ok()) return end(status);
-      isOpen_ = true;
-      return readNext();
+      const Status status = device_.open(self, id_);
+      return status.ok() ? readNext() : end(status);
     }
     case Step::message:
       arbitrate();
@@ -64,14 +88,12 @@ void StreamCall::arbitrate() {
 }
 
 void StreamCall::OnReadDone(bool isRead) {
-  if (!isRead) {
-    step_ = Step::close;
-    return post();
-  }
-  if (request_.has_arbitration()) {
-    step_ = Step::message;
-    return post();
-  }
+  if (!isRead) return post(Step::close);
+  if (request_.has_arbitration()) return post(Step::message);
+  withMemory([this] { refuseMessage(); }, [this] { endWith(outOfMemory()); });
+}
+
+void StreamCall::refuseMessage() {
   p4::v1::StreamMessageResponse response;
   *response.mutable_error() = Wire::streamErrorFor(request_);
   send(std::move(response));
@@ -88,59 +110,79 @@ void StreamCall::readNext() {
   StartRead(&request_);
 }
 
-void StreamCall::notify(const Notice& notice) {
-  p4::v1::StreamMessageResponse response;
-  p4::v1::MasterArbitrationUpdate& update = *response.mutable_arbitration();
-  update = identity_;
-  if (notice.highest) {
-    update.mutable_election_id()->set_high(notice.highest->high);
-    update.mutable_election_id()->set_low(notice.highest->low);
-  }
-  update.mutable_status()->set_code(static_cast<int>(notice.status.code));
-  update.mutable_status()->set_message(notice.status.message);
-  send(std::move(response));
+void StreamCall::notify(const Notice& notice) noexcept {
+  withMemory(
+      [&] {
+        p4::v1::StreamMessageResponse response;
+        p4::v1::MasterArbitrationUpdate& update = *response.mutable_arbitration();
+        update = identity_;
+        if (notice.highest) {
+          update.mutable_election_id()->set_high(notice.highest->high);
+          update.mutable_election_id()->set_low(notice.highest->low);
+        }
+        update.mutable_status()->set_code(static_cast<int>(notice.code));
+        update.mutable_status()->set_message(textOf(notice.code, identity_.role().name()));
+        send(std::move(response));
+      },
+      [this] { endWith(outOfMemory()); });
 }
 
 void StreamCall::send(p4::v1::StreamMessageResponse response) {
-  const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   if (isFinished_ || finish_) return;
   if (unsent_.size() >= kUnreadNotices) {
-    isFinished_ = true;
-    return Finish(grpcStatus({StatusCode::resourceExhausted,
-                              "expected the client to read its notices, got none of the last 1024 read"}));
+    lock.unlock();
+    return end({StatusCode::resourceExhausted,
+                "expected the client to read its notices, got none of the last 1024 read"});
   }
   unsent_.push_back(std::move(response));
-  if (unsent_.size() == 1) StartWrite(&unsent_.front());
+  if (unsent_.size() > 1) return;
+  watch_.sending();
+  StartWrite(&unsent_.front());
 }
 
 void StreamCall::OnWriteDone(bool isWritten) {
   bool isReadDue = false;
   {
     const std::lock_guard lock(mutex_);
+    watch_.sent();
     unsent_.pop_front();
     if (!isWritten) unsent_.clear();
-    if (isFinished_) return;
     if (!unsent_.empty()) {
+      watch_.sending();
       StartWrite(&unsent_.front());
     } else if (finish_) {
       isFinished_ = true;
-      return Finish(*finish_);
+      return Finish(*std::exchange(finish_, std::nullopt));
     }
     isReadDue = isReadDue_ && unsent_.size() <= kUnreadAnswers;
   }
   if (isReadDue) readNext();
 }
 
-/// After what is still to be sent.
-void StreamCall::end(const Status& status) {
-  const std::lock_guard lock(mutex_);
-  if (isFinished_ || finish_) return;
-  finish_ = grpcStatus(status);
-  if (!unsent_.empty()) return;
-  isFinished_ = true;
-  Finish(*finish_);
+void StreamCall::end(const Status& status) noexcept {
+  withMemory([&] { endWith(grpcStatus(status)); }, [this] { endWith(outOfMemory()); });
 }
 
-void StreamCall::OnDone() { const std::shared_ptr<StreamCall> self = std::move(self_); }
+/// After what is still to be sent.
+void StreamCall::endWith(grpc::Status status) noexcept {
+  const std::lock_guard lock(mutex_);
+  if (isFinished_ || finish_) return;
+  if (!unsent_.empty()) {
+    finish_ = std::move(status);
+    return;
+  }
+  isFinished_ = true;
+  Finish(std::move(status));
+}
+
+/// The stream may have ended without a last message to the loop.
+void StreamCall::OnDone() {
+  watch_.end();
+  const std::shared_ptr<StreamCall> self = self_;
+  post(Step::close);
+  const std::lock_guard lock(mutex_);
+  self_.reset();
+}
 
 }  // namespace Server

@@ -18,36 +18,39 @@ class StreamCall final
       public Stream,
       Bridge::Work {
  public:
-  static StreamCall* make(Device& device);
+  static StreamCall* make(Device& device, grpc_call* call);
 
-  void notify(const Notice& notice) override;
-  void end(const Agent::Status& status) override;
+  void notify(const Notice& notice) noexcept override;
+  void end(const Agent::Status& status) noexcept override;
 
  private:
-  explicit StreamCall(Device& device) : device_(device) {}
+  StreamCall(Device& device, grpc_call* call) : device_(device), watch_(device.stalledCalls(), call) {}
 
-  void run() override;
+  void run() noexcept override;
   void OnReadDone(bool isRead) override;
   void OnWriteDone(bool isWritten) override;
   void OnDone() override;
 
-  void post();
-  void arbitrate();
-  void readNext();
-  void send(p4::v1::StreamMessageResponse response);
-
   enum class Step { open, message, close };
 
+  void post(Step step) noexcept;
+  void take(Step step, const std::shared_ptr<StreamCall>& self);
+  void arbitrate();
+  void readNext();
+  void refuseMessage();
+  void send(p4::v1::StreamMessageResponse response);
+  void endWith(grpc::Status status) noexcept;
+
   Device& device_;
-  std::shared_ptr<StreamCall> self_;    // gRPC's
-  std::shared_ptr<StreamCall> posted_;  // the inbox's
-  Step step_ = Step::open;              // of the work that is posted
-  StreamId id_ = 0;                     // the loop's, as the next two
-  bool isOpen_ = false;
+  StalledCalls::Watch watch_;
+  StreamId id_ = 0;                           // the loop's, as the next
   p4::v1::MasterArbitrationUpdate identity_;  // device and role as the client has given them
   p4::v1::StreamMessageRequest request_;
 
   std::mutex mutex_;                                  // guards what follows
+  std::shared_ptr<StreamCall> self_;                  // gRPC's
+  std::shared_ptr<StreamCall> posted_;                // the inbox's, set while there is work in it
+  Step step_ = Step::open;                            // of that work
   std::deque<p4::v1::StreamMessageResponse> unsent_;  // the first is being written
   std::optional<grpc::Status> finish_;                // when all is sent
   bool isFinished_ = false;

@@ -6,10 +6,13 @@
 #include <optional>
 
 #include "apps/server/Device.h"
+#include "apps/server/OutOfMemory.h"
 
 namespace Server {
 
 grpc::Status grpcStatus(const Agent::Status& status);
+/// The status of a request without memory. Its text is short, so that it takes none.
+inline grpc::Status outOfMemory() { return {grpc::StatusCode::RESOURCE_EXHAUSTED, "out of memory"}; }
 std::optional<ElectionId> electionIdOf(bool isSet, const p4::v1::Uint128& id);
 
 /// A call with one request and one answer, which goes to the loop in between. Made on a gRPC thread; gone
@@ -22,6 +25,11 @@ class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
   bool reserve(const google::protobuf::MessageLite& request);
   /// Has run() called on the loop's thread, or finishes the call when the loop takes no more work.
   void post();
+  /// Runs `step`, whose last action may be to finish the call; without memory for it, the call ends.
+  template <class Step>
+  void attempt(const Step& step) noexcept {
+    withMemory(step, [this] { Finish(outOfMemory()); });
+  }
   void finish(const Agent::Status& status) { Finish(grpcStatus(status)); }
   /// The client has cancelled the call or is gone.
   bool isCancelled() const noexcept { return isCancelled_.load(std::memory_order_relaxed); }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 namespace Server {
@@ -13,13 +12,11 @@ using Agent::StatusCode;
 using p4::v1::WriteRequest;
 
 WriteCall::WriteCall(Device& device, const WriteRequest& request) : UnaryCall(device), request_(request) {
-  if (!reserve(request)) return;
-  try {
+  attempt([this] {
+    if (!reserve(request_)) return;
     decode();
     post();
-  } catch (const std::bad_alloc&) {
-    finish({StatusCode::resourceExhausted, "out of memory"});
-  }
+  });
 }
 
 void WriteCall::decode() {
@@ -39,46 +36,64 @@ void WriteCall::decode() {
   }
 }
 
-void WriteCall::run() {
-  if (isCancelled()) return finish({StatusCode::cancelled, "the client has cancelled the request"});
-  if (device_.postponed(*this)) return;
-  Arbitration::Ticket ticket = nullptr;
-  const Status status = admit(ticket);
-  if (!status.ok()) return finish(status);
-  try {
-    refuseTablesLeftOut();
-    const auto atomicity = request_.atomicity() == WriteRequest::ROLLBACK_ON_ERROR
-                               ? Agent::Atomicity::rollbackOnError
-                               : Agent::Atomicity::continueOnError;
-    device_.submit(std::move(updates_), atomicity, [this, ticket](std::vector<Agent::UpdateStatus> results) {
-      device_.arbitration().finished(ticket);
-      decided(std::move(results));
-    });
-  } catch (const std::bad_alloc&) {
-    device_.arbitration().finished(ticket);
-    finish({StatusCode::resourceExhausted, "out of memory"});
-  }
+/// Judged when it arrives; then it may have to wait for a commit, and be run again.
+void WriteCall::run() noexcept {
+  withMemory(
+      [this] {
+        const Status status = ticket_ ? checkAgain() : admit();
+        if (status.ok() && device_.postponed(*this)) return;
+        if (status.ok()) return enter();
+        release();
+        finish(status);
+      },
+      [this] {
+        release();
+        Finish(outOfMemory());
+      });
 }
 
-Status WriteCall::admit(Arbitration::Ticket& ticket) {
+Status WriteCall::admit() {
+  if (isCancelled()) return {StatusCode::cancelled, "the client has cancelled the request"};
   Status status = device_.checkDevice(request_.device_id());
   if (!status.ok()) return status;
   if (request_.role_id() != 0) {
     return {StatusCode::notFound,
             fmt::format("expected a role's name, got the number {}", request_.role_id())};
   }
+  Arbitration::Ticket ticket;
   status =
       device_.arbitration().admit(request_.device_id(), request_.role(),
                                   electionIdOf(request_.has_election_id(), request_.election_id()), ticket);
   if (!status.ok()) return status;
+  ticket_ = ticket;
   if (request_.atomicity() == WriteRequest::CONTINUE_ON_ERROR ||
       request_.atomicity() == WriteRequest::ROLLBACK_ON_ERROR) {
     return status;
   }
-  device_.arbitration().finished(ticket);
   return {StatusCode::unimplemented,
           fmt::format("expected CONTINUE_ON_ERROR or ROLLBACK_ON_ERROR, got atomicity {}",
                       static_cast<int>(request_.atomicity()))};
+}
+
+/// A takeover waits for writes in flight, but not for ever: a new primary must not see its predecessor's.
+Status WriteCall::checkAgain() {
+  if (isCancelled()) return {StatusCode::cancelled, "the client has cancelled the request"};
+  if (device_.isStopping()) return {StatusCode::unavailable, "the agent is stopping"};
+  return device_.arbitration().checkTerm(*ticket_);
+}
+
+void WriteCall::enter() {
+  refuseTablesLeftOut();
+  const auto atomicity = request_.atomicity() == WriteRequest::ROLLBACK_ON_ERROR
+                             ? Agent::Atomicity::rollbackOnError
+                             : Agent::Atomicity::continueOnError;
+  device_.submit(std::move(updates_), atomicity,
+                 [this](std::vector<Agent::UpdateStatus> results) { decided(std::move(results)); });
+}
+
+void WriteCall::release() noexcept {
+  if (ticket_) device_.arbitration().finished(*ticket_);
+  ticket_.reset();
 }
 
 /// Those that the pipeline config in force does not have.
@@ -90,7 +105,8 @@ void WriteCall::refuseTablesLeftOut() {
   }
 }
 
-void WriteCall::decided(std::vector<Agent::UpdateStatus> results) {
+void WriteCall::decided(std::vector<Agent::UpdateStatus> results) noexcept {
+  release();
   if (std::all_of(results.begin(), results.end(), [](const auto& result) { return result.ok(); })) {
     return Finish(grpc::Status::OK);
   }
@@ -98,9 +114,16 @@ void WriteCall::decided(std::vector<Agent::UpdateStatus> results) {
   StartSendInitialMetadata();  // brings the call back to a gRPC thread
 }
 
+/// Without memory for the details the client knows no more than that updates have failed.
 void WriteCall::OnSendInitialMetadataDone(bool) {
-  const Wire::ErrorDetails details = Wire::packErrors(results_, device_.details());
-  Finish({static_cast<grpc::StatusCode>(details.status.code), details.status.message, details.bytes});
+  withMemory(
+      [this] {
+        const Wire::ErrorDetails details = Wire::packErrors(results_, device_.details());
+        Finish({static_cast<grpc::StatusCode>(details.status.code), details.status.message, details.bytes});
+      },
+      [this] {
+        Finish({grpc::StatusCode::UNKNOWN, "no memory left"});
+      });
 }
 
 }  // namespace Server

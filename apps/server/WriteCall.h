@@ -12,14 +12,18 @@ class WriteCall final : public UnaryCall {
   WriteCall(Device& device, const p4::v1::WriteRequest& request);
 
  private:
-  void run() override;
+  void run() noexcept override;
   void OnSendInitialMetadataDone(bool sent) override;
   void decode();
-  Agent::Status admit(Arbitration::Ticket& ticket);
+  Agent::Status admit();
+  Agent::Status checkAgain();
+  void enter();
   void refuseTablesLeftOut();
-  void decided(std::vector<Agent::UpdateStatus> results);
+  void release() noexcept;
+  void decided(std::vector<Agent::UpdateStatus> results) noexcept;
 
   const p4::v1::WriteRequest& request_;
+  std::optional<Arbitration::Ticket> ticket_;  // the loop's; set while the call counts as a write in flight
   std::vector<Agent::Update> updates_;
   std::vector<Agent::UpdateStatus> results_;
 };

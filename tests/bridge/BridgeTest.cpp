@@ -25,7 +25,7 @@ bool isReadable(const Inbox& inbox, int timeout) {
 /// Notes its number; gone once it has run, so that the sanitizers see anybody who still looks at it.
 struct Note final : Bridge::Work {
   Note(std::vector<std::size_t>& runs, std::size_t number_) : log(runs), number(number_) {}
-  void run() override {
+  void run() noexcept override {
     log.push_back(number);
     delete this;
   }
@@ -80,7 +80,7 @@ TEST(Inbox, KeepsEachThreadsOrderAndIsReadableWhileThereIsWork) {
 
 /// Hands itself back to the thread that has posted it.
 struct Call final : Bridge::Work {
-  void run() override { isDone.store(true, std::memory_order_release), isDone.notify_one(); }
+  void run() noexcept override { isDone.store(true, std::memory_order_release), isDone.notify_one(); }
   std::atomic<bool> isDone{false};
 };
 

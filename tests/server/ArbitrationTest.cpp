@@ -66,6 +66,8 @@ class Controllers final : public StreamSink {
     if (subject == "W") {
       write(what);
     } else if (subject == "done") {
+      // What has waited may be attempted only while no other controller has become primary.
+      if (!arbitration_->checkTerm(writes_.front()).ok()) hear("outlived");
       arbitration_->finished(writes_.front());
       writes_.pop_front();
     } else if (subject == "late") {
@@ -131,9 +133,9 @@ class Controllers final : public StreamSink {
     arbitration_->arbitrate(stream, request, now_);
   }
 
-  void notify(StreamId stream, const Notice& notice) override {
-    hear(std::string(1, static_cast<char>(stream)) + "=" + std::string(statusCodeName(notice.status.code)) +
-         "/" + idText(notice.highest));
+  void notify(StreamId stream, const Notice& notice) noexcept override {
+    hear(std::string(1, static_cast<char>(stream)) + "=" + std::string(statusCodeName(notice.code)) + "/" +
+         idText(notice.highest));
   }
   void end(StreamId stream, const Agent::Status& status) override {
     EXPECT_FALSE(status.message.empty());
@@ -218,7 +220,7 @@ const History kHistories[] = {
       {"B 6", "A=ALREADY_EXISTS/6"},
       {"late", "B=OK/6"},
       {"W 6", "ok"},
-      {"done", ""},
+      {"done", "outlived"},
       {"W 6", "ok"}}},
     {"HigherBidWhileOneWaits",
      {{"A 5", "A=OK/5"},

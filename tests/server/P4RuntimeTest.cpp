@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "apps/p4/P4Info.h"
 #include "google/rpc/status.pb.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 #include "tests/RuntimeFolder.h"
@@ -100,17 +101,44 @@ class P4RuntimeTest : public testing::Test {
   }
   std::string socket() const { return folder_.path() + "/p4runtime.sock"; }
 
+  static WriteRequest request(const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
+                              std::uint64_t device = 1) {
+    WriteRequest made;
+    made.set_device_id(device);
+    made.mutable_election_id()->set_low(id);
+    made.set_atomicity(static_cast<WriteRequest::Atomicity>(atomicity));
+    for (const std::string& text : updates) *made.add_updates() = update(text);
+    return made;
+  }
+  /// Becomes primary and writes more than fits in the buffers between agent and client.
+  Strings fill(Controller& controller) {
+    controller.say(1);
+    EXPECT_EQ(controller.hear(), "0 1");
+    Strings updates;
+    for (int key = 1000; key < 9192; ++key) {
+      updates.push_back("+" + std::to_string(key) + "=1:" + std::string(900, 'm'));
+    }
+    EXPECT_EQ(write(controller, updates), "0");
+    return updates;
+  }
+  using Reader = grpc::ClientReader<ReadResponse>;
+  static std::unique_ptr<Reader> startRead(Controller& controller, grpc::ClientContext& context) {
+    ReadRequest all;
+    all.set_device_id(1);
+    all.add_entities()->mutable_table_entry();
+    return controller.stub->Read(&context, all);
+  }
+  static std::string endOf(Reader& reader) {
+    for (ReadResponse response; reader.Read(&response);) continue;
+    return outcome(reader.Finish());
+  }
+
   /// The call's code, then, if it has details, the code of each update ("13/7" with the hardware's).
   std::string write(Controller& controller, const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
                     std::uint64_t device = 1) {
-    WriteRequest request;
-    request.set_device_id(device);
-    request.mutable_election_id()->set_low(id);
-    request.set_atomicity(static_cast<WriteRequest::Atomicity>(atomicity));
-    for (const std::string& text : updates) *request.add_updates() = update(text);
     grpc::ClientContext context;
     WriteResponse response;
-    return outcome(controller.stub->Write(&context, request, &response));
+    return outcome(controller.stub->Write(&context, request(updates, id, atomicity, device), &response));
   }
   static std::string outcome(const grpc::Status& status) {
     std::string text = std::to_string(status.error_code());
@@ -298,30 +326,87 @@ TEST_F(P4RuntimeTest, Example_ControllerInPythonRunsAgainAndAgain) {
   }
 }
 
-// No hardware agent: the update stays undecided until the agent is stopped or its time has run out.
-TEST_F(P4RuntimeTest, Stop_AnswersWhatIsInFlight) {
-  startAgent({"--timeout", "3"});
+/// A call that is in progress while the test does something else.
+template <class Response>
+struct Pending {
+  template <class Start>
+  explicit Pending(const Start& start) : call(start(&context, &queue)) {
+    call->Finish(&response, &status, nullptr);
+  }
+  grpc::Status wait() {
+    void* tag = nullptr;
+    bool done = false;
+    EXPECT_TRUE(queue.Next(&tag, &done) && done);
+    return status;
+  }
+  grpc::ClientContext context;
+  grpc::CompletionQueue queue;
+  Response response;
+  grpc::Status status;
+  std::unique_ptr<grpc::ClientAsyncResponseReader<Response>> call;
+};
+
+// The hardware agent is stopped: the commit waits for it, and the primary's Write for the commit.
+TEST_F(P4RuntimeTest, Commit_DelaysWritesOfThePrimaryAndNoRefusals) {
+  startHardware();
+  startAgent({"--timeout", "30"});
   Controller controller(socket());
   controller.say(1);
   EXPECT_EQ(controller.hear(), "0 1");
-  WriteRequest request;
-  request.set_device_id(1);
-  request.mutable_election_id()->set_low(1);
-  *request.add_updates() = update("+1=1");
+  EXPECT_EQ(write(controller, {"+1=1"}), "0");
+  hardware_->signal(SIGSTOP);
+  SetForwardingPipelineConfigRequest commit;
+  commit.set_device_id(1);
+  commit.mutable_election_id()->set_low(1);
+  commit.set_action(SetForwardingPipelineConfigRequest::VERIFY_AND_COMMIT);
+  *commit.mutable_config()->mutable_p4info() = Wire::p4InfoOf(Entries::pipeline());
+  Pending<SetForwardingPipelineConfigResponse> committing([&](auto* context, auto* queue) {
+    return controller.stub->AsyncSetForwardingPipelineConfig(context, commit, queue);
+  });
+  const WriteRequest insertion = request({"+2=2"});
+  Pending<WriteResponse> waiting(
+      [&](auto* context, auto* queue) { return controller.stub->AsyncWrite(context, insertion, queue); });
+  EXPECT_EQ(write(controller, {"+2=2"}, 2), "7");
+  EXPECT_EQ(write(controller, {"+2=2"}, 1, 2), "12");
+  hardware_->signal(SIGCONT);
+  EXPECT_EQ(outcome(committing.wait()), "0");
+  EXPECT_EQ(outcome(waiting.wait()), "0");
+  EXPECT_EQ(read(controller), "2=2 0");
+}
+
+// One request at a time: another is refused until the Read whose client does not read has been given up.
+TEST_F(P4RuntimeTest, Stalled_ReaderIsGivenUpAndHoldsNobodyUp) {
+  startHardware();
+  startAgent({"--timeout", "30", "--client-timeout", "0.5", "--max-requests", "1"});
+  Controller controller(socket());
+  fill(controller);
   grpc::ClientContext context;
-  grpc::CompletionQueue queue;
-  WriteResponse response;
-  grpc::Status status;
-  const auto call = controller.stub->AsyncWrite(&context, request, &queue);
-  call->Finish(&response, &status, nullptr);
-  EXPECT_EQ(read(controller), "0") << "before the undecided update";
+  const auto stalled = startRead(controller, context);
+  while (read(controller, {"-1"}) != "8") continue;
+  while (read(controller, {"-1"}) == "8") continue;
+  EXPECT_EQ(endOf(*stalled), "4");
+}
+
+// The hardware agent does not answer and a client does not read: an update stays undecided until its time has
+// run out, the rest of an answer unsent.
+TEST_F(P4RuntimeTest, Stop_AnswersWhatIsInFlight) {
+  startHardware();
+  startAgent({"--timeout", "3"});
+  Controller controller(socket());
+  fill(controller);
+  hardware_->signal(SIGSTOP);
+  const WriteRequest removal = request({"-1000"});
+  Pending<WriteResponse> pending(
+      [&](auto* context, auto* queue) { return controller.stub->AsyncWrite(context, removal, queue); });
+  EXPECT_EQ(read(controller, {"-1000"}), "1000=1:" + std::string(900, 'm') + " 0") << "undecided";
+  grpc::ClientContext context;
+  const auto stalled = startRead(controller, context);
+  stalled->WaitForInitialMetadata();
   agent_->signal(SIGTERM);
   EXPECT_EQ(controller.hear(), "end 14");
-  void* tag = nullptr;
-  bool done = false;
-  EXPECT_TRUE(queue.Next(&tag, &done) && done);
-  EXPECT_EQ(outcome(status), "2 4");
+  EXPECT_EQ(outcome(pending.wait()), "2 4");
   EXPECT_EQ(agent_->exitCode(), 0) << agent_->output();
+  EXPECT_EQ(endOf(*stalled), "14");
 }
 
 // One request's error details and many entries' answers exceed what fits in one message or trailer.
@@ -329,13 +414,7 @@ TEST_F(P4RuntimeTest, Large_RequestsAndAnswersAreWhole) {
   startHardware();
   startAgent({"--timeout", "30"});
   Controller controller(socket());
-  controller.say(1);
-  EXPECT_EQ(controller.hear(), "0 1");
-  Strings updates;
-  for (int key = 1000; key < 9192; ++key) {
-    updates.push_back("+" + std::to_string(key) + "=1:" + std::string(900, 'm'));
-  }
-  EXPECT_EQ(write(controller, updates), "0");
+  const Strings updates = fill(controller);
   std::string refused = "2";
   for (std::size_t i = 0; i < updates.size(); ++i) refused += " 6";
   EXPECT_EQ(write(controller, updates), refused);
