@@ -120,6 +120,8 @@ void ReadCall::sendNext() noexcept {
     if (nextCopy_ == copies_.size()) return finishAll();
     try {
       encodeNext();
+    } catch (const Cairn::MemoryResourceException&) {
+      throw;
     } catch (const Cairn::Exception& failure) {
       return Finish(grpcStatus({StatusCode::internal, failure.what()}));
     }

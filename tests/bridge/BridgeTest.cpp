@@ -146,6 +146,13 @@ TEST(Quota, RefusesWithNumbers) {
   shares[3] = {};
   EXPECT_EQ(quota.requests(), 1u);
   EXPECT_TRUE(quota.take(60, shares[2]).ok());
+  EXPECT_FALSE(quota.grow(shares[2], 1).ok());
+  shares[1] = {};
+  EXPECT_TRUE(quota.grow(shares[2], 1000).ok()) << "alone";
+  EXPECT_EQ(quota.bytes(), 1060u);
+  EXPECT_FALSE(quota.take(1, shares[1]).ok());
+  shares[2] = {};
+  EXPECT_EQ(quota.bytes(), 0u);
   EXPECT_FALSE(Quota(9, 100).take(101, shares[0]).ok());
 }
 

@@ -1,0 +1,229 @@
+// Both agents and the calls of one controller in one thread, without gRPC's part: each allocation of the
+// calls can be made to fail.
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <new>
+
+#include "apps/agent/AgentProcess.h"
+#include "apps/hw/Tables.h"
+#include "apps/p4/P4Info.h"
+#include "apps/server/ConfigCalls.h"
+#include "apps/server/ReadCall.h"
+#include "apps/server/StreamCall.h"
+#include "apps/server/WriteCall.h"
+#include "cairn/Exception.h"
+#include "tests/AllocationCount.h"
+#include "tests/RuntimeFolder.h"
+#include "tests/p4/Entries.h"
+
+namespace {
+
+using namespace Server;
+using namespace p4::v1;
+using namespace std::chrono_literals;
+
+/// What gRPC does with a call: keeps what the reactor asks for until the test has it happen.
+template <class Base, class Reactor>
+class Fake : public Base {
+ public:
+  explicit Fake(Reactor* made) : made_(made) { this->BindReactor(made); }
+  void Finish(grpc::Status status) override { end = std::move(status); }
+  void SendInitialMetadata() override { isMetadataWanted = true; }
+
+  std::optional<grpc::Status> end;
+  bool isMetadataWanted = false;
+
+ protected:
+  void done() {
+    if (end && !std::exchange(isDone_, true)) made_->OnDone();
+  }
+
+  Reactor* made_;  // not owned; gone with done()
+
+ private:
+  bool isDone_ = false;
+  grpc::internal::ServerReactor* reactor() override { return made_; }
+  void CallOnDone() override {}
+};
+
+struct Unary : Fake<grpc::ServerCallbackUnary, grpc::ServerUnaryReactor> {
+  using Fake::Fake;
+  void proceed() {
+    if (std::exchange(isMetadataWanted, false)) made_->OnSendInitialMetadataDone(true);
+    done();
+  }
+};
+struct Reading : Fake<grpc::ServerCallbackWriter<ReadResponse>, grpc::ServerWriteReactor<ReadResponse>> {
+  using Fake::Fake;
+  void Write(const ReadResponse*, grpc::WriteOptions) override { isWritten = true; }
+  void WriteAndFinish(const ReadResponse*, grpc::WriteOptions, grpc::Status) override {}
+  void proceed() {
+    if (std::exchange(isMetadataWanted, false)) made_->OnSendInitialMetadataDone(true);
+    while (std::exchange(isWritten, false)) made_->OnWriteDone(true);
+    done();
+  }
+  bool isWritten = false;
+};
+using StreamReactor = grpc::ServerBidiReactor<StreamMessageRequest, StreamMessageResponse>;
+struct Streaming
+    : Fake<grpc::ServerCallbackReaderWriter<StreamMessageRequest, StreamMessageResponse>, StreamReactor> {
+  using Fake::Fake;
+  void Read(StreamMessageRequest* place) override { wanted = place; }
+  void Write(const StreamMessageResponse* response, grpc::WriteOptions) override {
+    heard = response->arbitration().status().code();
+    isWritten = true;
+  }
+  void WriteAndFinish(const StreamMessageResponse*, grpc::WriteOptions, grpc::Status) override {}
+  void proceed() {
+    while (std::exchange(isWritten, false)) made_->OnWriteDone(true);
+    if (end && wanted != nullptr) wanted = nullptr, made_->OnReadDone(false);
+    done();
+  }
+  void say(std::uint64_t id) {
+    wanted->Clear();
+    wanted->mutable_arbitration()->set_device_id(1);
+    wanted->mutable_arbitration()->mutable_election_id()->set_low(id);
+    wanted = nullptr;
+    made_->OnReadDone(true);
+  }
+  StreamMessageRequest* wanted = nullptr;
+  std::optional<int> heard;
+  bool isWritten = false;
+};
+
+class Calls {
+ public:
+  /// Lets the `nth` allocation during calls fail.
+  explicit Calls(std::size_t nth) : failing_(nth) {}
+  ~Calls() {
+    device_.stop();
+    for (Streaming& stream : streams_) stream.proceed();
+  }
+
+  /// The call's code. One that could not be made at all is RESOURCE_EXHAUSTED: gRPC answers it then.
+  template <class Call, class Make>
+  int code(const Make& make) {
+    Armed armed(*this);
+    decltype(make()) reactor = nullptr;
+    try {
+      reactor = make();
+    } catch (const std::bad_alloc&) {
+      return 8;
+    }
+    Call call(reactor);
+    while (!call.end) step([&] { call.proceed(); });
+    call.proceed();
+    return call.end->error_code();
+  }
+  /// Becomes primary with that id; false when the stream has ended instead.
+  bool lead(std::uint64_t id) {
+    Armed armed(*this);
+    StreamReactor* reactor = nullptr;
+    try {
+      reactor = StreamCall::make(device_, nullptr);
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+    auto& stream = streams_.emplace_back(reactor);
+    while (!stream.end && stream.wanted == nullptr) step([&] { stream.proceed(); });
+    if (stream.end) return false;
+    try {
+      stream.say(id);
+    } catch (const std::bad_alloc&) {  // for the message, which is gRPC's
+      stream.say(id);
+    }
+    while (!stream.end && !stream.heard) step([&] { stream.proceed(); });
+    return !stream.end;
+  }
+  Device& device() { return device_; }
+  bool failed() const { return failing_ == 0; }
+
+ private:
+  /// For as long as it lives, allocations count.
+  struct Armed {
+    explicit Armed(Calls& of) : calls(of), before(allocationCount()) { allocationFailureIs(calls.failing_); }
+    ~Armed() {
+      allocationFailureIs(0);
+      calls.failing_ -= std::min(calls.failing_, allocationCount() - before);
+    }
+    Calls& calls;
+    std::size_t before;
+  };
+  template <class Proceed>
+  void step(const Proceed& proceed) {
+    proceed();
+    try {
+      loop_.step(10ms);
+    } catch (const std::bad_alloc&) {
+      agent_.recover();
+    } catch (const Cairn::MemoryResourceException&) {
+      agent_.recover();
+    }
+  }
+
+  std::size_t failing_;
+  RuntimeFolder folder_{"/dev/shm"};
+  Quill::EventLoop loop_;
+  HwAgent::Tables hardware_{Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_), {}};
+  Agent::AgentProcess agent_{loop_, folder_.path(), PLUGIN, 60s};
+  Device device_{
+      loop_, agent_.core(),
+      [this](std::vector<Agent::Update> updates, Agent::Atomicity atomicity, Agent::AgentCore::Done done) {
+        agent_.submit(std::move(updates), atomicity, std::move(done));
+      },
+      [this] {
+        Device::Settings settings;
+        settings.runtimeFolder = folder_.path();
+        return settings;
+      }()};
+  std::deque<Streaming> streams_;
+};
+
+// For each allocation of the calls: at most one of them fails, all are ended, and nothing is left of them.
+TEST(CallsOutOfMemory, EndOneRequestAndNoMore) {
+  WriteRequest write;
+  ReadRequest read;
+  SetForwardingPipelineConfigRequest set;
+  GetForwardingPipelineConfigRequest get;
+  GetForwardingPipelineConfigResponse got;
+  write.set_device_id(1), read.set_device_id(1), set.set_device_id(1), get.set_device_id(1);
+  Entries::Random random;
+  for (const Wire::Table& table : Entries::pipeline().tables()) {
+    *write.add_updates() = Entries::updateOf(Entries::randomEntry(table, random));
+  }
+  write.add_updates();
+  read.add_entities()->mutable_table_entry();
+  set.set_action(SetForwardingPipelineConfigRequest::VERIFY_AND_COMMIT);
+  *set.mutable_config()->mutable_p4info() = Wire::p4InfoOf(Entries::pipeline());
+  bool failed = true;
+  for (std::size_t nth = 1; failed; nth += 1 + nth / 12) {
+    SCOPED_TRACE(nth);
+    Calls calls(nth);
+    Device& device = calls.device();
+    int refused = 0;
+    std::uint64_t id = 1;
+    for (; !calls.lead(id); ++id) ++refused;
+    write.mutable_election_id()->set_low(id);
+    set.mutable_election_id()->set_low(id);
+    const auto expect = [&refused](int code, int expected) {
+      refused += code == expected ? 0 : 1;
+      EXPECT_TRUE(code == expected || code == 8) << code;
+    };
+    expect(calls.code<Unary>([&]() -> grpc::ServerUnaryReactor* { return new WriteCall(device, write); }), 2);
+    expect(calls.code<Reading>([&]() -> grpc::ServerWriteReactor<ReadResponse>* {
+      return new ReadCall(device, nullptr, read);
+    }),
+           0);
+    expect(calls.code<Unary>([&]() -> grpc::ServerUnaryReactor* { return new SetConfigCall(device, set); }),
+           0);
+    expect(calls.code<Unary>(
+               [&]() -> grpc::ServerUnaryReactor* { return new GetConfigCall(device, nullptr, get, got); }),
+           0);
+    EXPECT_EQ(device.requestsInFlight(), 0u);
+    EXPECT_LE(refused, 1);
+    failed = calls.failed();
+  }
+}
+
+}  // namespace
