@@ -29,14 +29,10 @@ namespace {
 
 using namespace Server;
 
-struct Step {
-  const char* text;
-  const char* heard;
-};
-
+/// Steps, "done > heard" each.
 struct History {
   const char* name;
-  std::vector<Step> steps;
+  const char* steps;
 };
 
 std::string idText(const std::optional<ElectionId>& id) {
@@ -155,191 +151,89 @@ class Controllers final : public StreamSink {
 
 const History kHistories[] = {
     {"FirstIsPrimary",
-     {{"W 5", "PERMISSION_DENIED"},
-      {"A 5", "A=OK/5"},
-      {"W 5", "ok"},
-      {"W 4", "PERMISSION_DENIED"},
-      {"W -", "PERMISSION_DENIED"},
-      {"A 5", "A=OK/5"}}},
-    {"ZeroIsAnId",
-     {{"A 0", "A=OK/0"}, {"W 0", "ok"}, {"B -", "B=ALREADY_EXISTS/0"}, {"W -", "PERMISSION_DENIED"}}},
+     "W 5 > PERMISSION_DENIED; A 5 > A=OK/5; W 5 > ok; W 4 > PERMISSION_DENIED; W - > PERMISSION_DENIED; "
+     "A 5 > A=OK/5"},
+    {"ZeroIsAnId", "A 0 > A=OK/0; W 0 > ok; B - > B=ALREADY_EXISTS/0; W - > PERMISSION_DENIED"},
     {"UnsetNeverWins",
-     {{"A -", "A=NOT_FOUND/-"},
-      {"B -", "B=NOT_FOUND/-"},
-      {"W -", "PERMISSION_DENIED"},
-      {"C 1", "A=ALREADY_EXISTS/1 B=ALREADY_EXISTS/1 C=OK/1"}}},
+     "A - > A=NOT_FOUND/-; B - > B=NOT_FOUND/-; W - > PERMISSION_DENIED; "
+     "C 1 > A=ALREADY_EXISTS/1 B=ALREADY_EXISTS/1 C=OK/1"},
     {"IdsAre128Bits",
-     {{"A 18446744073709551615", "A=OK/18446744073709551615"},
-      {"B 1.0", "A=ALREADY_EXISTS/1.0 B=OK/1.0"},
-      {"A 5.0", "B=ALREADY_EXISTS/5.0 A=OK/5.0"}}},
+     "A 18446744073709551615 > A=OK/18446744073709551615; B 1.0 > A=ALREADY_EXISTS/1.0 B=OK/1.0; "
+     "A 5.0 > B=ALREADY_EXISTS/5.0 A=OK/5.0"},
     {"LowerIsBackup",
-     {{"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"W 4", "PERMISSION_DENIED"},
-      {"B 3", "B=ALREADY_EXISTS/5"},
-      {"B gone", ""},
-      {"W 5", "ok"}}},
+     "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; W 4 > PERMISSION_DENIED; B 3 > B=ALREADY_EXISTS/5; B gone; "
+     "W 5 > ok"},
     {"BackupsDoNotInherit",
-     {{"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"A gone", "B=NOT_FOUND/5"},
-      {"W 5", "PERMISSION_DENIED"},
-      {"W 4", "PERMISSION_DENIED"},
-      {"B 4", "B=NOT_FOUND/5"},
-      {"C 3", "C=NOT_FOUND/5"},
-      {"B 5", "C=ALREADY_EXISTS/5 B=OK/5"},
-      {"W 5", "ok"}}},
+     "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; A gone > B=NOT_FOUND/5; W 5 > PERMISSION_DENIED; "
+     "W 4 > PERMISSION_DENIED; B 4 > B=NOT_FOUND/5; C 3 > C=NOT_FOUND/5; "
+     "B 5 > C=ALREADY_EXISTS/5 B=OK/5; W 5 > ok"},
     {"SameIdComesBack",
-     {{"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"A gone", "B=NOT_FOUND/5"},
-      {"A 5", "B=ALREADY_EXISTS/5 A=OK/5"},
-      {"W 5", "ok"}}},
+     "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; A gone > B=NOT_FOUND/5; A 5 > B=ALREADY_EXISTS/5 A=OK/5; "
+     "W 5 > ok"},
     {"TakeOverAtOnce",
-     {{"A 5", "A=OK/5"},
-      {"W 5", "ok"},
-      {"done", ""},
-      {"B 6", "A=ALREADY_EXISTS/6 B=OK/6"},
-      {"W 5", "PERMISSION_DENIED"},
-      {"W 6", "ok"}}},
+     "A 5 > A=OK/5; W 5 > ok; done; B 6 > A=ALREADY_EXISTS/6 B=OK/6; W 5 > PERMISSION_DENIED; W 6 > ok"},
     {"TakeOverWaitsForWrites",
-     {{"A 5", "A=OK/5"},
-      {"W 5", "ok"},
-      {"W 5", "ok"},
-      {"B 6", "A=ALREADY_EXISTS/6"},
-      {"W 5", "PERMISSION_DENIED"},
-      {"W 6", "PERMISSION_DENIED"},
-      {"done", ""},
-      {"B 6", ""},
-      {"C 1", "C=ALREADY_EXISTS/6"},
-      {"done", "B=OK/6"},
-      {"W 6", "ok"}}},
+     "A 5 > A=OK/5; W 5 > ok; W 5 > ok; B 6 > A=ALREADY_EXISTS/6; W 5 > PERMISSION_DENIED; "
+     "W 6 > PERMISSION_DENIED; done; B 6; C 1 > C=ALREADY_EXISTS/6; done > B=OK/6; W 6 > ok"},
     {"TakeOverWaitsNoLongerThanTheTimeOut",
-     {{"A 5", "A=OK/5"},
-      {"W 5", "ok"},
-      {"B 6", "A=ALREADY_EXISTS/6"},
-      {"late", "B=OK/6"},
-      {"W 6", "ok"},
-      {"done", "outlived"},
-      {"W 6", "ok"}}},
+     "A 5 > A=OK/5; W 5 > ok; B 6 > A=ALREADY_EXISTS/6; late > B=OK/6; W 6 > ok; done > outlived; "
+     "W 6 > ok"},
     {"HigherBidWhileOneWaits",
-     {{"A 5", "A=OK/5"},
-      {"W 5", "ok"},
-      {"B 6", "A=ALREADY_EXISTS/6"},
-      {"C 7", "A=ALREADY_EXISTS/7 B=ALREADY_EXISTS/7"},
-      {"late", "C=OK/7"}}},
+     "A 5 > A=OK/5; W 5 > ok; B 6 > A=ALREADY_EXISTS/6; C 7 > A=ALREADY_EXISTS/7 B=ALREADY_EXISTS/7; "
+     "late > C=OK/7"},
     {"WaitingLeaderGoes",
-     {{"A 5", "A=OK/5"},
-      {"W 5", "ok"},
-      {"B 6", "A=ALREADY_EXISTS/6"},
-      {"B gone", "A=NOT_FOUND/6"},
-      {"done", ""},
-      {"W 5", "PERMISSION_DENIED"},
-      {"A 5", "A=NOT_FOUND/6"},
-      {"A 7", "A=OK/7"}}},
+     "A 5 > A=OK/5; W 5 > ok; B 6 > A=ALREADY_EXISTS/6; B gone > A=NOT_FOUND/6; done; "
+     "W 5 > PERMISSION_DENIED; A 5 > A=NOT_FOUND/6; A 7 > A=OK/7"},
     {"PrimaryReturnsOverItsOwnWrites",
-     {{"A 5", "A=OK/5"},
-      {"W 5", "ok"},
-      {"A gone", ""},
-      {"A 5", ""},
-      {"W 5", "PERMISSION_DENIED"},
-      {"done", "A=OK/5"}}},
+     "A 5 > A=OK/5; W 5 > ok; A gone; A 5; W 5 > PERMISSION_DENIED; done > A=OK/5"},
     {"PrimaryRaisesItsId",
-     {{"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"A 7", "B=ALREADY_EXISTS/7 A=OK/7"},
-      {"W 5", "PERMISSION_DENIED"},
-      {"W 7", "ok"},
-      {"B 6", "B=ALREADY_EXISTS/7"}}},
+     "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; A 7 > B=ALREADY_EXISTS/7 A=OK/7; W 5 > PERMISSION_DENIED; "
+     "W 7 > ok; B 6 > B=ALREADY_EXISTS/7"},
     {"PrimaryStepsDownByALowerId",
-     {{"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"A 3", "A=NOT_FOUND/5 B=NOT_FOUND/5"},
-      {"W 3", "PERMISSION_DENIED"},
-      {"W 5", "PERMISSION_DENIED"},
-      {"A 5", "B=ALREADY_EXISTS/5 A=OK/5"}}},
-    {"PrimaryStepsDownByNone",
-     {{"A 5", "A=OK/5"}, {"B 4", "B=ALREADY_EXISTS/5"}, {"A -", "A=NOT_FOUND/5 B=NOT_FOUND/5"}}},
+     "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; A 3 > A=NOT_FOUND/5 B=NOT_FOUND/5; "
+     "W 3 > PERMISSION_DENIED; W 5 > PERMISSION_DENIED; A 5 > B=ALREADY_EXISTS/5 A=OK/5"},
+    {"PrimaryStepsDownByNone", "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; A - > A=NOT_FOUND/5 B=NOT_FOUND/5"},
     {"EqualIds",
-     {{"A 5", "A=OK/5"},
-      {"B 5", "B!INVALID_ARGUMENT"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"C 4", "C!INVALID_ARGUMENT"},
-      {"B 5", "B!INVALID_ARGUMENT"},
-      {"W 5", "ok"},
-      {"done", ""},
-      {"A 4", "A=NOT_FOUND/5"},
-      {"C 5", "A=ALREADY_EXISTS/5 C=OK/5"}}},
+     "A 5 > A=OK/5; B 5 > B!INVALID_ARGUMENT; B 4 > B=ALREADY_EXISTS/5; C 4 > C!INVALID_ARGUMENT; "
+     "B 5 > B!INVALID_ARGUMENT; W 5 > ok; done; A 4 > A=NOT_FOUND/5; C 5 > A=ALREADY_EXISTS/5 C=OK/5"},
     {"PrimaryWithAnothersIdIsEnded",
-     {{"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"A 4", "B=NOT_FOUND/5 A!INVALID_ARGUMENT"},
-      {"W 5", "PERMISSION_DENIED"}}},
+     "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; A 4 > B=NOT_FOUND/5 A!INVALID_ARGUMENT; "
+     "W 5 > PERMISSION_DENIED"},
     {"Device",
-     {{"A 5 @2", "A!NOT_FOUND"},
-      {"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"A 5 @2", "B=NOT_FOUND/5 A!FAILED_PRECONDITION"}}},
+     "A 5 @2 > A!NOT_FOUND; A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; "
+     "A 5 @2 > B=NOT_FOUND/5 A!FAILED_PRECONDITION"},
     {"RolesAreApart",
-     {{"A 5", "A=OK/5"},
-      {"W red/5", "NOT_FOUND"},
-      {"B red/5", "B=OK/5"},
-      {"C red/4", "C=ALREADY_EXISTS/5"},
-      {"W red/5", "ok"},
-      {"A gone", ""},
-      {"W 5", "PERMISSION_DENIED"},
-      {"W red/5", "ok"}}},
+     "A 5 > A=OK/5; W red/5 > NOT_FOUND; B red/5 > B=OK/5; C red/4 > C=ALREADY_EXISTS/5; W red/5 > ok; "
+     "A gone; W 5 > PERMISSION_DENIED; W red/5 > ok"},
     {"RoleChange",
-     {{"A 5", "A=OK/5"},
-      {"A red/5", "A!FAILED_PRECONDITION"},
-      {"W 5", "PERMISSION_DENIED"},
-      {"A red/5", "A=OK/5"},
-      {"A 5", "A!FAILED_PRECONDITION"}}},
+     "A 5 > A=OK/5; A red/5 > A!FAILED_PRECONDITION; W 5 > PERMISSION_DENIED; A red/5 > A=OK/5; "
+     "A 5 > A!FAILED_PRECONDITION"},
     {"RolesByNumberOrWithConfig",
-     {{"A #7/5", "A!INVALID_ARGUMENT"}, {"A red+/5", "A!UNIMPLEMENTED"}, {"A +/5", "A!INVALID_ARGUMENT"}}},
+     "A #7/5 > A!INVALID_ARGUMENT; A red+/5 > A!UNIMPLEMENTED; A +/5 > A!INVALID_ARGUMENT"},
     {"TooManyRoles",
-     {{"A red/5", "A=OK/5"},
-      {"B blue/5", "B=OK/5"},
-      {"C green/5", "C!RESOURCE_EXHAUSTED"},
-      {"B gone", ""},
-      {"C green/5", "C!RESOURCE_EXHAUSTED"},
-      {"C blue/4", "C=NOT_FOUND/5"}}},
+     "A red/5 > A=OK/5; B blue/5 > B=OK/5; C green/5 > C!RESOURCE_EXHAUSTED; B gone; "
+     "C green/5 > C!RESOURCE_EXHAUSTED; C blue/4 > C=NOT_FOUND/5"},
     {"TooManyStreams",
-     {{"A 5", "A=OK/5"},
-      {"B 4", "B=ALREADY_EXISTS/5"},
-      {"C 3", "C=ALREADY_EXISTS/5"},
-      {"D 9", "D!RESOURCE_EXHAUSTED"},
-      {"C gone", ""},
-      {"D 9", "A=ALREADY_EXISTS/9 B=ALREADY_EXISTS/9 D=OK/9"}}},
+     "A 5 > A=OK/5; B 4 > B=ALREADY_EXISTS/5; C 3 > C=ALREADY_EXISTS/5; D 9 > D!RESOURCE_EXHAUSTED; "
+     "C gone; D 9 > A=ALREADY_EXISTS/9 B=ALREADY_EXISTS/9 D=OK/9"},
     {"HighestIdsSurviveARestart",
-     {{"A 5", "A=OK/5"},
-      {"B red/2.1", "B=OK/2.1"},
-      {"C red/1", "C=ALREADY_EXISTS/2.1"},
-      {"restart", ""},
-      {"W 5", "PERMISSION_DENIED"},
-      {"W red/2.1", "PERMISSION_DENIED"},
-      {"A 4", "A=NOT_FOUND/5"},
-      {"B red/2.0", "B=NOT_FOUND/2.1"},
-      {"A 5", "A=OK/5"},
-      {"C red/2.1", "B=ALREADY_EXISTS/2.1 C=OK/2.1"}}},
+     "A 5 > A=OK/5; B red/2.1 > B=OK/2.1; C red/1 > C=ALREADY_EXISTS/2.1; restart; "
+     "W 5 > PERMISSION_DENIED; W red/2.1 > PERMISSION_DENIED; A 4 > A=NOT_FOUND/5; "
+     "B red/2.0 > B=NOT_FOUND/2.1; A 5 > A=OK/5; C red/2.1 > B=ALREADY_EXISTS/2.1 C=OK/2.1"},
     {"IdThatCannotBeStored",
-     {{"A 5", "A=OK/5"},
-      {"full", ""},
-      {"B 6", "B!INTERNAL"},
-      {"W 5", "ok"},
-      {"A 5", "A=OK/5"},
-      {"room", ""},
-      {"B 6", "A=ALREADY_EXISTS/6"},
-      {"done", "B=OK/6"}}},
+     "A 5 > A=OK/5; full; B 6 > B!INTERNAL; W 5 > ok; A 5 > A=OK/5; room; B 6 > A=ALREADY_EXISTS/6; "
+     "done > B=OK/6"},
 };
 
 TEST(Arbitration, IsHeardByEveryController) {
   for (const History& history : kHistories) {
     SCOPED_TRACE(history.name);
     Controllers controllers;
-    for (std::size_t i = 0; i < history.steps.size(); ++i) {
-      const Step& step = history.steps[i];
-      EXPECT_EQ(controllers.play(step.text), step.heard) << "step " << i << ": " << step.text;
+    std::istringstream steps(history.steps);
+    for (std::string step; std::getline(steps >> std::ws, step, ';');) {
+      const std::string text = step.substr(0, step.find(" > "));
+      const std::string heard = controllers.play(text);
+      EXPECT_EQ(text + (heard.empty() ? "" : " > " + heard), step);
     }
   }
 }
