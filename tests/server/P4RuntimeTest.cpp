@@ -1,13 +1,16 @@
 // What controllers see of an agent, with real processes and real gRPC.
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "apps/p4/P4Info.h"
+#include "cairn/Descriptor.h"
 #include "google/rpc/status.pb.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 #include "tests/RuntimeFolder.h"
@@ -121,6 +124,27 @@ class P4RuntimeTest : public testing::Test {
     EXPECT_EQ(write(controller, updates), "0");
     return updates;
   }
+  static int freePort() {
+    const Cairn::Descriptor any(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(::bind(any.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(::getsockname(any.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    return ntohs(address.sin_port);
+  }
+  /// The code of a call on a connection of its own.
+  static int ask(const std::string& address, const std::shared_ptr<grpc::ChannelCredentials>& credentials) {
+    grpc::ChannelArguments arguments;
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+    const auto stub = P4Runtime::NewStub(grpc::CreateCustomChannel(address, credentials, arguments));
+    grpc::ClientContext context;
+    CapabilitiesRequest request;
+    request.set_device_id(1);
+    CapabilitiesResponse response;
+    return stub->Capabilities(&context, request, &response).error_code();
+  }
   using Reader = grpc::ClientReader<ReadResponse>;
   static std::unique_ptr<Reader> startRead(Controller& controller, grpc::ClientContext& context) {
     ReadRequest all;
@@ -136,9 +160,12 @@ class P4RuntimeTest : public testing::Test {
   /// The call's code, then, if it has details, the code of each update ("13/7" with the hardware's).
   std::string write(Controller& controller, const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
                     std::uint64_t device = 1) {
+    return write(controller, request(updates, id, atomicity, device));
+  }
+  static std::string write(Controller& controller, const WriteRequest& request) {
     grpc::ClientContext context;
     WriteResponse response;
-    return outcome(controller.stub->Write(&context, request(updates, id, atomicity, device), &response));
+    return outcome(controller.stub->Write(&context, request, &response));
   }
   static std::string outcome(const grpc::Status& status) {
     std::string text = std::to_string(status.error_code());
@@ -407,6 +434,95 @@ TEST_F(P4RuntimeTest, Stop_AnswersWhatIsInFlight) {
   EXPECT_EQ(outcome(pending.wait()), "2 4");
   EXPECT_EQ(agent_->exitCode(), 0) << agent_->output();
   EXPECT_EQ(endOf(*stalled), "14");
+}
+
+TEST_F(P4RuntimeTest, Entries_AreReadAsWrittenAlsoAfterARestart) {
+  startHardware();
+  startAgent({"--timeout", "30"});
+  WriteRequest insertions = request({});
+  Entries::Random random;
+  std::set<std::string> keys;
+  std::set<std::string> written;
+  for (const Wire::Table& table : Entries::pipeline().tables()) {
+    for (int i = 0; i < 100; ++i) {
+      TableEntry entry = Entries::randomEntry(table, random);
+      TableEntry key = entry;
+      key.clear_action();
+      key.clear_metadata();
+      if (!keys.insert(key.SerializeAsString()).second) continue;
+      written.insert(entry.SerializeAsString());
+      *insertions.add_updates() = Entries::updateOf(entry);
+    }
+  }
+  for (const bool isFirst : {true, false}) {
+    Controller controller(socket());
+    if (isFirst) {
+      controller.say(1);
+      EXPECT_EQ(controller.hear(), "0 1");
+      EXPECT_EQ(write(controller, insertions), "0");
+    }
+    grpc::ClientContext context;
+    const auto reader = startRead(controller, context);
+    std::set<std::string> found;
+    for (ReadResponse response; reader->Read(&response);) {
+      for (const Entity& entity : response.entities()) found.insert(entity.table_entry().SerializeAsString());
+    }
+    EXPECT_EQ(outcome(reader->Finish()), "0");
+    EXPECT_EQ(found, written);
+    agent_->signal(SIGTERM);
+    EXPECT_EQ(agent_->exitCode(), 0) << agent_->output();
+    if (isFirst) startAgent();
+  }
+}
+
+TEST_F(P4RuntimeTest, Connections_AreServedUpToTheLimit) {
+  startAgent({"--max-connections", "2"});
+  Controller first(socket());
+  auto second = std::make_unique<Controller>(socket());
+  for (Controller* const each : {&first, second.get()}) EXPECT_EQ(read(*each), "0");
+  const auto another = [this] { return ask("unix:" + socket(), grpc::InsecureChannelCredentials()); };
+  EXPECT_EQ(another(), 14);
+  second.reset();
+  while (another() != 0) continue;
+  EXPECT_EQ(read(first), "0");
+}
+
+// One self-signed certificate is the server's, the client's and the authority of both.
+TEST_F(P4RuntimeTest, Tls_OverTcpWithAndWithoutClientCertificate) {
+  const std::string cert = folder_.path() + "/cert.pem";
+  const std::string key = folder_.path() + "/key.pem";
+  Program openssl({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key,
+                   "-out", cert, "-subj", "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1"});
+  ASSERT_EQ(openssl.exitCode(), 0) << openssl.output();
+  const std::string address = "127.0.0.1:" + std::to_string(freePort());
+  const auto contents = [](const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+  };
+  const grpc::SslCredentialsOptions server{contents(cert), {}, {}};
+  const grpc::SslCredentialsOptions mutual{contents(cert), contents(key), contents(cert)};
+  const struct {
+    Strings options;
+    int plain;
+    int withoutCertificate;
+    int withCertificate;
+  } rows[] = {{{}, 0, 14, 14},
+              {{"--tls-cert", cert, "--tls-key", key}, 14, 0, 0},
+              {{"--tls-cert", cert, "--tls-key", key, "--tls-client-ca", cert}, 14, 14, 0}};
+  for (const auto& row : rows) {
+    Strings options = row.options;
+    options.insert(options.end(), {"--listen", address});
+    agent_.reset();
+    startAgent(options);
+    EXPECT_EQ(ask(address, grpc::InsecureChannelCredentials()), row.plain);
+    EXPECT_EQ(ask(address, grpc::SslCredentials(server)), row.withoutCertificate);
+    EXPECT_EQ(ask(address, grpc::SslCredentials(mutual)), row.withCertificate);
+    const RuntimeFolder other("/dev/shm");
+    Program second({P4RT_AGENT, "-r", other.path(), "--listen", address});
+    EXPECT_EQ(second.exitCode(), 1);
+    EXPECT_THAT(second.output(), testing::HasSubstr(address + ": Address already in use"));
+  }
 }
 
 // One request's error details and many entries' answers exceed what fits in one message or trailer.
