@@ -1,0 +1,218 @@
+// An agent, a hardware agent and controllers over gRPC, and short texts for updates, entries and outcomes.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <grpcpp/grpcpp.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+
+#include "cairn/Descriptor.h"
+#include "google/rpc/status.pb.h"
+#include "p4/v1/p4runtime.grpc.pb.h"
+#include "tests/RuntimeFolder.h"
+#include "tests/end_to_end/Program.h"
+#include "tests/p4/Entries.h"
+
+using namespace p4::v1;
+using Strings = std::vector<std::string>;
+
+/// A controller on a connection and a stream of its own.
+class Controller {
+ public:
+  explicit Controller(const std::string& socket) {
+    grpc::ChannelArguments arguments;
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+    arguments.SetInt(GRPC_ARG_MAX_METADATA_SIZE, 4 << 20);
+    stub = P4Runtime::NewStub(
+        grpc::CreateCustomChannel("unix:" + socket, grpc::InsecureChannelCredentials(), arguments));
+    stream = stub->StreamChannel(&streamContext);
+  }
+  ~Controller() { streamContext.TryCancel(); }
+
+  void say(std::uint64_t id, std::uint64_t device = 1) {
+    StreamMessageRequest request;
+    request.mutable_arbitration()->set_device_id(device);
+    request.mutable_arbitration()->mutable_election_id()->set_low(id);
+    stream->Write(request);
+  }
+  /// The next notice: its code and the highest id; or "end" and the stream's code.
+  std::string hear() {
+    StreamMessageResponse response;
+    if (!stream->Read(&response)) return "end " + std::to_string(stream->Finish().error_code());
+    const auto& notice = response.arbitration();
+    if (response.has_error()) return "error " + std::to_string(response.error().canonical_code());
+    return std::to_string(notice.status().code()) + " " + std::to_string(notice.election_id().low());
+  }
+
+  std::unique_ptr<P4Runtime::Stub> stub;
+  grpc::ClientContext streamContext;
+  std::unique_ptr<grpc::ClientReaderWriter<StreamMessageRequest, StreamMessageResponse>> stream;
+};
+
+/// "+5=9" inserts entry 5 of l3IifTH3 with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text" has that
+/// metadata. "?" has no entity.
+inline Update update(const std::string& text) {
+  Update made;
+  made.set_type(text[0] == '+' ? Update::INSERT : text[0] == '~' ? Update::MODIFY : Update::DELETE);
+  if (text[0] == '?') return made;
+  std::istringstream in(text.substr(1));
+  std::uint16_t key = 0;
+  std::uint16_t vrf = 1;
+  char sign = 0;
+  in >> key >> sign >> vrf;
+  const auto value = [](std::uint16_t number) {
+    return std::string{static_cast<char>(number >> 8), static_cast<char>(number & 0xff)};
+  };
+  const Wire::Table& table = Entries::pipeline().tables()[3];
+  TableEntry& entry = *made.mutable_entity()->mutable_table_entry();
+  entry.set_table_id(table.id);
+  FieldMatch& match = *entry.add_match();
+  match.set_field_id(1);
+  match.mutable_exact()->set_value(value(key));
+  if (text[0] == '-') return made;
+  entry.mutable_action()->mutable_action()->set_action_id(table.actionId);
+  for (const Wire::Field& field : table.parameters) {
+    auto& parameter = *entry.mutable_action()->mutable_action()->add_params();
+    parameter.set_param_id(field.id);
+    parameter.set_value(field.name == "vrf" ? value(vrf) : "\1");
+  }
+  if (const std::size_t colon = text.find(':'); colon != std::string::npos) {
+    entry.set_metadata(text.substr(colon + 1));
+  }
+  return made;
+}
+
+class P4RuntimeTest : public testing::Test {
+ protected:
+  void startHardware(const Strings& more = {}) {
+    Strings all = {HW_AGENT, "-r", folder_.path(), "--fail", "l3IifTH3:l3Iif=99:7"};
+    all.insert(all.end(), more.begin(), more.end());
+    hardware_ = std::make_unique<Program>(all);
+    ASSERT_TRUE(hardware_->says("following the tables"));
+  }
+  void startAgent(const Strings& more = {}) {
+    Strings all = {P4RT_AGENT, "-r", folder_.path(), "--timeout", "0.5"};
+    all.insert(all.end(), more.begin(), more.end());
+    agent_ = std::make_unique<Program>(all);
+    ASSERT_TRUE(agent_->says("serving P4Runtime at " + socket()));
+  }
+  std::string socket() const { return folder_.path() + "/p4runtime.sock"; }
+
+  static WriteRequest request(const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
+                              std::uint64_t device = 1) {
+    WriteRequest made;
+    made.set_device_id(device);
+    made.mutable_election_id()->set_low(id);
+    made.set_atomicity(static_cast<WriteRequest::Atomicity>(atomicity));
+    for (const std::string& text : updates) *made.add_updates() = update(text);
+    return made;
+  }
+  /// Becomes primary and writes more than fits in the buffers between agent and client.
+  Strings fill(Controller& controller) {
+    controller.say(1);
+    EXPECT_EQ(controller.hear(), "0 1");
+    Strings updates;
+    for (int key = 1000; key < 9192; ++key) {
+      updates.push_back("+" + std::to_string(key) + "=1:" + std::string(900, 'm'));
+    }
+    EXPECT_EQ(write(controller, updates), "0");
+    return updates;
+  }
+  static int freePort() {
+    const Cairn::Descriptor any(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    EXPECT_EQ(::bind(any.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+    EXPECT_EQ(::getsockname(any.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    return ntohs(address.sin_port);
+  }
+  /// The code of a call on a connection of its own.
+  static int ask(const std::string& address, const std::shared_ptr<grpc::ChannelCredentials>& credentials) {
+    grpc::ChannelArguments arguments;
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+    const auto stub = P4Runtime::NewStub(grpc::CreateCustomChannel(address, credentials, arguments));
+    grpc::ClientContext context;
+    CapabilitiesRequest request;
+    request.set_device_id(1);
+    CapabilitiesResponse response;
+    return stub->Capabilities(&context, request, &response).error_code();
+  }
+  using Reader = grpc::ClientReader<ReadResponse>;
+  static std::unique_ptr<Reader> startRead(Controller& controller, grpc::ClientContext& context) {
+    ReadRequest all;
+    all.set_device_id(1);
+    all.add_entities()->mutable_table_entry();
+    return controller.stub->Read(&context, all);
+  }
+  static std::string endOf(Reader& reader) {
+    for (ReadResponse response; reader.Read(&response);) continue;
+    return outcome(reader.Finish());
+  }
+
+  /// The call's code, then, if it has details, the code of each update ("13/7" with the hardware's).
+  std::string write(Controller& controller, const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
+                    std::uint64_t device = 1) {
+    return write(controller, request(updates, id, atomicity, device));
+  }
+  static std::string write(Controller& controller, const WriteRequest& request) {
+    grpc::ClientContext context;
+    WriteResponse response;
+    return outcome(controller.stub->Write(&context, request, &response));
+  }
+  static std::string outcome(const grpc::Status& status) {
+    std::string text = std::to_string(status.error_code());
+    google::rpc::Status details;
+    details.ParseFromString(status.error_details());
+    for (const auto& detail : details.details()) {
+      Error error;
+      EXPECT_TRUE(detail.UnpackTo(&error));
+      EXPECT_EQ(error.canonical_code() == 0, error.message().empty());
+      EXPECT_EQ(error.code() == 0, error.space().empty());
+      text += " " + std::to_string(error.canonical_code());
+      if (error.code() != 0) text += "/" + std::to_string(error.code());
+    }
+    return text;
+  }
+  /// Of l3IifTH3: "5=9:text" for each entry in order of the keys, then the outcome.
+  std::string read(Controller& controller, const Strings& keys = {}) {
+    ReadRequest request;
+    request.set_device_id(1);
+    for (const std::string& key : keys) *request.add_entities() = update(key).entity();
+    if (keys.empty()) request.add_entities()->mutable_table_entry();
+    grpc::ClientContext context;
+    const auto reader = controller.stub->Read(&context, request);
+    std::map<int, std::string> entries;
+    for (ReadResponse response; reader->Read(&response);) {
+      for (const Entity& entity : response.entities()) {
+        const TableEntry& entry = entity.table_entry();
+        const auto number = [](const std::string& bytes) {
+          int value = 0;
+          for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
+          return value;
+        };
+        const int key = number(entry.match(0).exact().value());
+        std::string& text = entries[key];
+        EXPECT_EQ(text, "") << "each entry once";
+        const auto& parameters = entry.action().action().params();
+        for (const Wire::Field& field : Entries::pipeline().tables()[3].parameters) {
+          if (field.name != "vrf") continue;
+          text = std::to_string(key) + "=" +
+                 std::to_string(number(parameters[static_cast<int>(field.id) - 1].value()));
+        }
+        if (!entry.metadata().empty()) text += ":" + entry.metadata();
+      }
+    }
+    std::string all;
+    for (const auto& [key, text] : entries) all += text + " ";
+    return all + outcome(reader->Finish());
+  }
+
+  RuntimeFolder folder_{"/dev/shm"};
+  std::unique_ptr<Program> hardware_;
+  std::unique_ptr<Program> agent_;
+};
