@@ -199,9 +199,16 @@ std::string TraceRecord::text() const {
 }
 
 std::vector<TraceRecord> readTrace(const std::string& path) {
+  TraceProgress none;
+  return readTrace(path, none);
+}
+
+std::vector<TraceRecord> readTrace(const std::string& path, TraceProgress& progress) {
   const RingFile file(path);
   const Header before = file.header();
   file.check(before);
+  std::uint64_t& from = progress.of(before.pid, before.first.ticks);
+  if (before.head == from) return {};
   const std::uint64_t size = before.ringBytes;
   // The beginning is repeated behind the end, because records may wrap.
   std::vector<char> area(size + Braid::kMaxRecordBytes);
@@ -220,7 +227,8 @@ std::vector<TraceRecord> readTrace(const std::string& path) {
   std::vector<TraceRecord> records;
   std::uint64_t latest = 0;
   const std::uint64_t overwritten = after.head + kInProgress;
-  std::uint64_t position = overwritten > size ? overwritten - size : 0;
+  std::uint64_t position = std::max(overwritten > size ? overwritten - size : 0, from);
+  from = before.head;
   while (position < before.head && before.head - position >= sizeof(RecordHeader)) {
     const char* const at = area.data() + (position & (size - 1));
     RecordHeader header;

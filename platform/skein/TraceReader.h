@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Skein {
@@ -38,6 +40,19 @@ struct TraceRecord {
 /// writer can have written are skipped. Throws Cairn::SystemException for a file that cannot be read (or is a
 /// symbolic link), Cairn::CorruptionDetectedException for a file that is not an intact trace ring.
 std::vector<TraceRecord> readTrace(const std::string& path);
+
+/// How far rings have been read, whatever their files are called by now.
+class TraceProgress {
+ public:
+  /// The position after the last record read of the ring with this pid and first anchor.
+  std::uint64_t& of(std::uint32_t pid, std::uint64_t ticks) { return positions_[{pid, ticks}]; }
+
+ private:
+  std::map<std::pair<std::uint32_t, std::uint64_t>, std::uint64_t> positions_;
+};
+
+/// The same, without the records that an earlier call with this `progress` has returned.
+std::vector<TraceRecord> readTrace(const std::string& path, TraceProgress& progress);
 
 /// The records of several files, merged by time. Records of one file keep their order.
 std::vector<TraceRecord> readTraces(std::span<const std::string> paths);
