@@ -8,6 +8,8 @@
 
 namespace Ctl {
 
+const char* const kVersion = TOLMAR_VERSION;
+
 void addTables(CLI::App& command, std::vector<std::string>& tables) {
   command.add_option("TABLE", tables, "tables such as l3IifTH3 (default: all)")->type_name("");
 }

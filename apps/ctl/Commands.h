@@ -26,6 +26,13 @@ struct CommandLine {
 
 void addShow(CLI::App& app, CommandLine& line);
 void addDiff(CLI::App& app, CommandLine& line);
+void addCheck(CLI::App& app, CommandLine& line);
+void addTrace(CLI::App& app, CommandLine& line);
+void addWatch(CLI::App& app, CommandLine& line);
+void addReport(CLI::App& app, CommandLine& line);
+void addClean(CLI::App& app, CommandLine& line);
+
+extern const char* const kVersion;
 
 /// Adds the operand TABLE.
 void addTables(CLI::App& command, std::vector<std::string>& tables);

@@ -162,6 +162,7 @@ std::string textOf(Writer::State state) {
 
 std::string textOf(const Writer& writer, std::string_view program) {
   if (writer.state == Writer::State::none) return fmt::format("{} not running", program);
+  if (writer.process == 0) return fmt::format("{} {}", program, textOf(writer.state));
   return fmt::format("{} {} {}", program, writer.process, textOf(writer.state));
 }
 

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <string>
 
 #include "apps/ctl/Commands.h"
 #include "apps/process/RuntimeFolder.h"
@@ -31,12 +32,17 @@ int main(int count, char** arguments) {
       "may run, hang or be dead; only report and clean write anything.",
       "tolmarctl");
   app.add_option("-r,--runtime-folder", line.runtimeFolder, "default: /dev/shm/tolmar-UID")->type_name("DIR");
-  app.set_version_flag("-V,--version", "tolmarctl " TOLMAR_VERSION);
+  app.set_version_flag("-V,--version", std::string("tolmarctl ") + Ctl::kVersion);
   app.require_subcommand(1);
   app.fallthrough();
   app.footer("tolmarctl COMMAND --help lists the options of a command.");
   Ctl::addShow(app, line);
   Ctl::addDiff(app, line);
+  Ctl::addCheck(app, line);
+  Ctl::addTrace(app, line);
+  Ctl::addWatch(app, line);
+  Ctl::addReport(app, line);
+  Ctl::addClean(app, line);
   try {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

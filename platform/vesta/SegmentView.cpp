@@ -1,5 +1,8 @@
 #include "vesta/SegmentView.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <utility>
 
@@ -41,12 +44,13 @@ void SegmentView::open() {
 
 SegmentView::Writer SegmentView::writer() const {
   Writer writer;
-  if (reads_) {
-    const Word word = reads_->sharedSegment()->load(kWriterProcessAt);
-    if (isSealed(word, kWriterProcessAt))
-      writer.process = static_cast<pid_t>(static_cast<std::uint32_t>(word));
-  }
   try {
+    const Cairn::Descriptor file = openToRead(path_.text());
+    Word word = 0;
+    const auto at = static_cast<off_t>(kWriterProcessAt * sizeof word);
+    const bool read = pread(file.get(), &word, sizeof word, at) == sizeof word;
+    if (read && isSealed(word, kWriterProcessAt))
+      writer.process = static_cast<pid_t>(static_cast<std::uint32_t>(word));
     writer.living = LockFile(path_.text() + ".lock").heldElsewhere(LockFile::kWriter);
   } catch (const Cairn::SystemException& failure) {
     if (failure.error() != ENOENT) throw;

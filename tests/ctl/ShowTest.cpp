@@ -162,12 +162,6 @@ TEST_F(ShowTest, Arguments_AreCheckedAndExplained) {
     EXPECT_EQ(result.code, 2);
     EXPECT_THAT(result.text, HasSubstr(row.text));
   }
-  for (const Strings& command : {Strings{"--help"}, {"show", "--help"}, {"diff", "--help"}}) {
-    const auto help = run(command);
-    EXPECT_EQ(help.code, 0);
-    EXPECT_LE(std::count(help.text.begin(), help.text.end(), '\n'), 24) << help.text;
-    EXPECT_FALSE(std::regex_search(help.text, std::regex("[^\n]{81}"))) << help.text;
-  }
 }
 
 // Words of both segments, zeroed, set to their maximum and with a bit flipped: an answer or an error.

@@ -1,0 +1,269 @@
+// tolmarctl check: every file of a runtime folder, and what to do about what is wrong.
+#include "apps/ctl/Checks.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <map>
+
+#include "P4RuntimeTolmar/OutputTables.h"
+#include "apps/core/Metadata.h"
+#include "apps/ctl/Commands.h"
+#include "apps/ctl/Tables.h"
+#include "apps/ctl/Traces.h"
+#include "apps/server/StateFile.h"
+#include "cairn/Exception.h"
+#include "vesta/EncodedRow.h"
+#include "vesta/SegmentView.h"
+
+namespace Ctl {
+
+namespace {
+
+using Findings = std::vector<Finding>;
+using Kind = Finding::Kind;
+
+// Folder and files.
+
+void checkModes(const Folder& folder, Findings& findings) {
+  struct stat root {};
+  ::stat(folder.path().c_str(), &root);
+  if ((root.st_mode & 07777u) != 0700u) {
+    findings.push_back({Kind::fault, ".",
+                        fmt::format("mode: expected 0700, found {:04o}", root.st_mode & 07777u),
+                        "chmod 700 the folder; the programs refuse it"});
+  }
+  for (const std::string& file : folder.files()) {
+    struct stat status {};
+    if (::lstat(folder.file(file).c_str(), &status) != 0) continue;  // removed meanwhile
+    if ((status.st_mode & 07777u) != 0600u) {
+      findings.push_back({Kind::fault, file,
+                          fmt::format("mode: expected 0600, found {:04o}", status.st_mode & 07777u),
+                          "chmod 600 the file; the programs refuse it"});
+    }
+    if (status.st_uid != root.st_uid) {
+      findings.push_back({Kind::fault, file,
+                          fmt::format("owner: expected user {}, found {}", root.st_uid, status.st_uid),
+                          "chown the file; the programs refuse it"});
+    }
+  }
+}
+
+// Segments.
+
+std::string adviceFor(const Writer& writer, std::string_view program) {
+  switch (writer.state) {
+    case Writer::State::running:
+      return fmt::format("{} {} replaces the segment within a second; check again", program, writer.process);
+    case Writer::State::stopped:
+      return fmt::format("kill -CONT {}: {} then replaces the segment", writer.process, program);
+    default:
+      return fmt::format("start {}: it replaces the segment and keeps the intact rows", program);
+  }
+}
+
+Finding segmentFinding(Vesta::SegmentView& segment, std::string_view program) {
+  const std::string file = segment.path().path() + "/" + segment.path().collection();
+  const Vesta::SegmentView::Writer process = segment.writer();
+  const Writer writer = writerOf(process.process, process.living);
+  if (segment.missing()) {
+    return {Kind::fault, file, "missing", fmt::format("start {}, which creates it", program)};
+  }
+  if (const Vesta::SegmentFault& fault = segment.fault()) {
+    const bool other = fault.kind == Vesta::SegmentFault::Kind::incompatible;
+    return {
+        Kind::fault, file, fault.text,
+        other ? fmt::format("start the {} of this version: it replaces the segment by an empty one", program)
+              : adviceFor(writer, program)};
+  }
+  try {
+    segment.reads()->validate();
+    const std::string rows =
+        fmt::format("{} of {} rows", segment.reads()->segment().members(), segment.layout().shape.capacity);
+    std::string advice;
+    if (writer.state == Writer::State::stopped)
+      advice = fmt::format("kill -CONT {} continues it", writer.process);
+    if (writer.state == Writer::State::gone) advice = fmt::format("start {}", program);
+    return {advice.empty() ? Kind::fine : Kind::note, file, rows + ", " + textOf(writer, program), advice};
+  } catch (const Cairn::CorruptionDetectedException& damage) {
+    return {Kind::fault, file, damage.message(), adviceFor(writer, program)};
+  } catch (const Cairn::Exception& problem) {
+    return {Kind::note, file, problem.message(), "check again: its writer was changing it"};
+  }
+}
+
+void checkSegments(const Folder& folder, Findings& findings) {
+  TolmarHwLib::forEachOutputTable([&]<std::size_t, class T>(const TolmarHwLib::OutputTable<T>& table) {
+    const auto check = [&]<class Entry>(const std::string& path, std::string_view program) {
+      const auto shape = Vesta::shapeOf<typename T::Key, Entry>(table.capacity);
+      try {
+        Vesta::SegmentView segment(Vesta::RootPath(folder.path(), path, "table"), shape);
+        findings.push_back(segmentFinding(segment, program));
+      } catch (const Cairn::Exception& problem) {
+        findings.push_back(
+            {Kind::fault, path + "/table", problem.message(), fmt::format("start {} again", program)});
+      }
+    };
+    const std::string_view prefix = TolmarHwLib::kOutputTablePrefix;
+    check.template operator()<typename T::ConfigEntry>(TolmarHwLib::configPath(prefix, table.name), kAgent);
+    check.template operator()<typename T::StatusEntry>(TolmarHwLib::statusPath(prefix, table.name),
+                                                       kHardwareAgent);
+  });
+}
+
+// The agent's other files. `read` returns a text, throws what is wrong.
+
+template <class Read>
+void checkFile(const Folder& folder, const std::string& name, const std::string& advice, Findings& findings,
+               const Read& read) {
+  struct stat status {};
+  if (::lstat(folder.file(name).c_str(), &status) != 0) return;
+  try {
+    findings.push_back({Kind::fine, name, read()});
+  } catch (const Cairn::Exception& problem) {
+    findings.push_back({Kind::fault, name, problem.message(), advice});
+  }
+}
+
+void checkAgentFiles(const Folder& folder, Findings& findings) {
+  checkFile(folder, "p4rt-agent.undo", "restart the agent: what it cannot undo stays as it is in the tables",
+            findings, [&] {
+              const auto contents = folder.beforeImages();
+              if (contents.damaged != 0) {
+                throw Cairn::CorruptionDetectedException(
+                    fmt::format("{} undecided updates have a damaged record", contents.damaged));
+              }
+              return fmt::format("{} undecided updates", contents.undecided.size());
+            });
+  checkFile(
+      folder, "p4rt-agent.metadata", "restart the agent: it begins without the entries' metadata", findings,
+      [&] { return fmt::format("{} records", Agent::Metadata::count(folder.file("p4rt-agent.metadata"))); });
+  struct stat owner {};
+  ::stat(folder.path().c_str(), &owner);
+  if (owner.st_uid != ::geteuid()) {
+    findings.push_back(
+        {Kind::note, "p4rt-agent.election, p4rt-agent.pipeline", "another user's: not checked"});
+    return;
+  }
+  for (const Server::StateFileKind& kind : {Server::kElectionIdsFile, Server::kPipelineConfigFile}) {
+    checkFile(folder, kind.name, "", findings, [&] {
+      const auto contents = Server::StateFile(folder.path(), kind).read();
+      return fmt::format("{} bytes", contents.value_or("").size());
+    });
+  }
+}
+
+// Traces.
+
+void checkTraces(const Folder& folder, Findings& findings) {
+  for (const std::string& path : folder.traces()) {
+    const std::string name = std::filesystem::path(path).filename().string();
+    checkFile(folder, name, "remove it, or restart the program, which begins another", findings, [&] {
+      const auto records = Skein::readTrace(path);
+      return records.empty()
+                 ? std::string("no messages")
+                 : fmt::format("{} messages since {}", records.size(), timeText(records.front().wall));
+    });
+  }
+}
+
+// What the programs have left after damage.
+
+void checkLeftovers(const Folder& folder, Findings& findings) {
+  for (const std::string& file : folder.files()) {
+    const std::string kind = leftoverKind(file);
+    if (kind == "damaged") {
+      findings.push_back(
+          {Kind::note, file, "was damaged and is kept aside", "tolmarctl report, then remove it"});
+    } else if (!kind.empty()) {
+      findings.push_back({Kind::note, file, kind == "retired" ? "a retired segment" : "a report of damage",
+                          "tolmarctl report, then tolmarctl clean"});
+    }
+  }
+}
+
+// A sort of files that is added gets its function here.
+constexpr void (*kChecks[])(const Folder&, Findings&) = {checkModes, checkSegments, checkAgentFiles,
+                                                         checkTraces, checkLeftovers};
+
+std::string_view textOf(Kind kind) {
+  return kind == Kind::fine ? "ok   " : kind == Kind::note ? "note " : "FAULT";
+}
+
+int check(const std::string& path) {
+  const Folder folder(path);
+  const Findings findings = checkAll(folder);
+  const auto faults = std::count_if(findings.begin(), findings.end(),
+                                    [](const Finding& finding) { return finding.kind == Kind::fault; });
+  fmt::print("{}{}{} faults\n", textOf(findings), vrfText(folder), faults);
+  return faults == 0 ? kFine : kFound;
+}
+
+}  // namespace
+
+std::vector<Finding> checkAll(const Folder& folder) {
+  Findings findings;
+  for (const auto each : kChecks) each(folder, findings);
+  return findings;
+}
+
+std::string textOf(const Findings& findings) {
+  std::string text;
+  for (const Finding& finding : findings) {
+    text += fmt::format("{} {}: {}\n", textOf(finding.kind), finding.file, finding.text);
+    if (!finding.advice.empty()) text += fmt::format("      {}\n", finding.advice);
+  }
+  return text;
+}
+
+// The agent counts the references for itself; its count joins this one when it keeps it in a file.
+std::string vrfText(const Folder& folder) {
+  std::map<unsigned long, std::size_t> references;
+  try {
+    for (const Table& table : readTables(folder)) {
+      for (const Entry& entry : table.entries) {
+        if (!entry.config) continue;
+        for (const Field& field : entry.config->data) {
+          if (field.name == "vrf") ++references[std::stoul(field.text)];
+        }
+      }
+    }
+  } catch (const Cairn::Exception&) {
+    return {};  // there are no tables, which is a finding
+  }
+  std::string text;
+  for (const auto& [vrf, count] : references)
+    text += fmt::format("VRF {}: {} references by rows\n", vrf, count);
+  return text;
+}
+
+std::string leftoverKind(const std::string& file) {
+  const std::string name = std::filesystem::path(file).filename().string();
+  if (name.ends_with(".damaged")) return "damaged";
+  for (const char* const kind : {"retired", "report"}) {
+    const std::string middle = fmt::format(".{}.", kind);
+    const std::size_t at = name.rfind(middle);
+    if (at == std::string::npos || at == 0) continue;
+    const std::string number = name.substr(at + middle.size());
+    if (!number.empty() && number.find_first_not_of("0123456789") == std::string::npos) return kind;
+  }
+  return {};
+}
+
+void addCheck(CLI::App& app, CommandLine& line) {
+  CLI::App& command = *app.add_subcommand("check", "every file of the folder, and what to do");
+  command.footer(
+      "Checks segments, files of the agent, traces, and what is left of damage; a\n"
+      "FAULT or a note has a second line that says what to do. Counts the rows that\n"
+      "refer to each VRF.\n"
+      "Exit code: 0 without a fault, 1 with one, 2 on error.");
+  command.callback([&line] { line.command = [&line] { return check(line.runtimeFolder); }; });
+}
+
+}  // namespace Ctl

@@ -1,0 +1,43 @@
+# Completion of tolmarctl for bash. To be sourced, or installed as /usr/share/bash-completion/completions/tolmarctl.
+
+_tolmarctl() {
+  local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+  local commands="show diff check trace watch report clean"
+  local tables="l3TunnelIpv4TH3 l3TunnelIpv6TH3 myStationTcamTH3 l3IifTH3"
+  local options="--help --runtime-folder" command="" each
+  for each in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+    [[ " $commands " == *" $each "* ]] && command=$each
+  done
+  case $before in
+    -r | --runtime-folder)
+      mapfile -t COMPREPLY < <(compgen -d -- "$word")
+      return
+      ;;
+    -o | --output)
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      return
+      ;;
+    --since)
+      mapfile -t COMPREPLY < <(compgen -W "90s 5m 2h 1d" -- "$word")
+      return
+      ;;
+    --key)
+      compopt -o nospace
+      mapfile -t COMPREPLY < <(compgen -S = -W "l3Iif sip dip protocol l4DestPort l4SrcPort macAddr vlanId priority" -- "$word")
+      return
+      ;;
+    --handle) return ;;
+  esac
+  case $command in
+    "") options+=" --version $commands" ;;
+    show) options+=" --key --json $tables" ;;
+    diff) options+=" --key $tables" ;;
+    watch) options+=" $tables" ;;
+    trace) options+=" --follow --since --handle" ;;
+    report) options+=" --output" ;;
+    clean) options+=" --dry-run" ;;
+  esac
+  mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+}
+
+complete -F _tolmarctl tolmarctl
