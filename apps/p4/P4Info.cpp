@@ -20,6 +20,14 @@ void nameIs(Config::Preamble& preamble, std::uint32_t id, const std::string& nam
   preamble.set_alias(name);
 }
 
+/// So that clients can print addresses as such: 32 bits may also be a number.
+template <class Described>
+void formatIs(Described& described, Format format) {
+  constexpr const char* kAnnotations[] = {"", "@format(MAC_ADDRESS)", "@format(IPV4_ADDRESS)",
+                                          "@format(IPV6_ADDRESS)"};
+  if (format != Format::number) described.add_annotations(kAnnotations[static_cast<std::size_t>(format)]);
+}
+
 void fillTable(Config::Table& message, const Table& table) {
   nameIs(*message.mutable_preamble(), table.id, table.name);
   for (const Field& field : table.matchFields) {
@@ -27,6 +35,7 @@ void fillTable(Config::Table& message, const Table& table) {
     match.set_id(field.id);
     match.set_name(field.name);
     match.set_bitwidth(field.bits);
+    formatIs(match, field.format);
     match.set_match_type(field.mask ? Config::MatchField::TERNARY : Config::MatchField::EXACT);
   }
   Config::ActionRef& action = *message.add_action_refs();
@@ -42,6 +51,7 @@ void fillAction(Config::Action& message, const Table& table) {
     parameter.set_id(field.id);
     parameter.set_name(field.name);
     parameter.set_bitwidth(field.bits);
+    formatIs(parameter, field.format);
   }
 }
 

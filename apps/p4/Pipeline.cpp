@@ -109,7 +109,14 @@ class TableBuilder {
     const Place place = placeOf(column);
     const int bits = column.type == Lumen::ColumnType::boolean ? 1 : place.bytes * 8;
     const auto id = static_cast<std::uint32_t>(fields.size() + 1);
-    return fields.emplace_back(Field{column.name, id, static_cast<std::uint16_t>(bits), place, std::nullopt});
+    return fields.emplace_back(
+        Field{column.name, id, static_cast<std::uint16_t>(bits), formatOf(column), place, std::nullopt});
+  }
+
+  Format formatOf(const Lumen::LmColumn& column) const {
+    if (column.type == Lumen::ColumnType::ethAddr) return Format::macAddress;
+    if (column.type != Lumen::ColumnType::ipGenAddr) return Format::number;
+    return source_.family == AddressFamily::ipv4 ? Format::ipv4Address : Format::ipv6Address;
   }
 
   Place placeOf(const Lumen::LmColumn& column) const {

@@ -41,11 +41,15 @@ struct Place {
   bool littleEndian = false;
 };
 
+/// What the bytes of a value are, where the width does not say it.
+enum class Format { number, macAddress, ipv4Address, ipv6Address };
+
 /// A match field or an action parameter.
 struct Field {
   std::string name;
   std::uint32_t id = 0;
   std::uint16_t bits = 0;
+  Format format = Format::number;
   Place value;
   std::optional<Place> mask;  ///< set for a ternary match field
 };
