@@ -64,17 +64,8 @@ AgentProcess::~AgentProcess() {
   for (const auto& timer : {deadlineTimer_, tickTimer_}) {
     if (timer) loop_.timerDel(*timer);
   }
-  running_.clear();
   core_.reset();  // holds operations that are the library's code
   library_->unload();
-}
-
-void AgentProcess::run(std::string_view script, ResultTable::Output output, ResultTable::Style style,
-                       Done done) {
-  running_.push_back(
-      {std::make_unique<ScriptRun>(script, *core_, std::move(output), style, [this] { cleanup(); }),
-       std::move(done)});
-  turnWanted_ = true;
 }
 
 void AgentProcess::submit(std::vector<Update> updates, Atomicity atomicity, AgentCore::Done done) {
@@ -124,42 +115,14 @@ void AgentProcess::recoverCompletions() {
   failedNotifications_ = failed;
 }
 
-/// Runs every script as far as possible without waiting. Scripts whose updates are all answered at once get a
-/// bounded number of steps before the loop handles other events.
+/// Hands out results and what follows from them. Updates that are answered at once get a bounded number of
+/// steps before the loop handles other events.
 void AgentProcess::turn() {
   constexpr int kSteps = 256;
-  turnWanted_ = false;
   bool more = true;
-  bool pause = false;
-  for (int step = 0; more && !pause && step < kSteps; ++step) {
-    pause = proceed();
-    more = core_->finish() > 0;
-  }
-  core_->reportProgress();
-  turnWanted_ = more || pause;
-  std::list<Running> finished;
-  for (auto running = running_.begin(); running != running_.end();) {
-    const auto next = std::next(running);
-    if (running->run->finished()) finished.splice(finished.end(), running_, running);
-    running = next;
-  }
+  for (int step = 0; more && step < kSteps; ++step) more = core_->finish() > 0;
+  turnWanted_ = more;
   armDeadline();
-  for (const Running& running : finished) running.done(running.run->asExpected());
-}
-
-/// Whether some script has more to do at once. One that finds no memory is ended.
-bool AgentProcess::proceed() {
-  bool pause = false;
-  for (const Running& running : running_) {
-    try {
-      pause = running.run->proceed() || pause;
-    } catch (const std::bad_alloc&) {
-      running.run->abandon();
-    } catch (const Cairn::MemoryResourceException&) {
-      running.run->abandon();
-    }
-  }
-  return pause;
 }
 
 void AgentProcess::armDeadline() {

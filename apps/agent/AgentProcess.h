@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,7 +8,6 @@
 #include "apps/agent/HardwareWatch.h"
 #include "apps/agent/MountedTables.h"
 #include "apps/core/AgentCore.h"
-#include "apps/script/ScriptRun.h"
 #include "orrery/EntityManager.h"
 #include "p4runtime/PluginLibrary.h"
 #include "quill/EventLoop.h"
@@ -29,10 +27,6 @@ class AgentProcess {
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
 
-  /// Runs `script` from the event loop. `done` receives whether every result was as expected.
-  using Done = std::function<void(bool asExpected)>;
-  void run(std::string_view script, ResultTable::Output output, ResultTable::Style style, Done done);
-
   AgentCore& core() noexcept { return *core_; }
   /// Submits a batch and has its results handed out from the event loop. Throws std::bad_alloc; nothing has
   /// been attempted then.
@@ -45,18 +39,12 @@ class AgentProcess {
   void recover() noexcept { recovering_ = true; }
 
  private:
-  struct Running {
-    std::unique_ptr<ScriptRun> run;
-    Done done;
-  };
-
   void work();
   void takeCompletions();
   void tick();
   void checkTables();
   void recoverCompletions();
   void turn();
-  bool proceed();
   void armDeadline();
 
   Quill::EventLoop& loop_;  // not owned
@@ -68,7 +56,6 @@ class AgentProcess {
   MountedTables tables_;
   std::optional<HardwareWatch> hardwareWatch_;
   std::unique_ptr<AgentCore> core_;
-  std::list<Running> running_;
   std::uint64_t sleepHook_ = 0;
   std::uint64_t wakeHook_ = 0;
   std::optional<Quill::EventLoop::TimerId> deadlineTimer_;

@@ -1,7 +1,5 @@
 #include "apps/agent/Options.h"
 
-#include <unistd.h>
-
 #include <filesystem>
 #include <string_view>
 
@@ -16,8 +14,6 @@ const char* const kHelp =
   p4rt-agent [options]                 serves controllers until SIGTERM
   p4rt-agent --p4info [FORMAT]         prints the P4Info: text (default), binary or json
   p4rt-agent [options] --cleanup       removes the tables, with all entries
-  p4rt-agent [options] SCRIPT...       runs the scripts ("-": standard input); with --socket, then serves
-  p4rt-agent --send SOCKET SCRIPT...   sends the scripts to a running agent and prints its answers
 
   -p, --plugin PATH           plugin library (default: TolmarP4RuntimePlugin.so beside this program)
   -r, --runtime-folder DIR    folder of the shared-memory tables: this user's own, mode 0700, no link;
@@ -47,15 +43,11 @@ const char* const kHelp =
       --max-metadata BYTES    of one entry (default: 1024)
       --details-per-update N  bytes of error details for each update, beside 8192 (default: 100)
 
-  -s, --socket PATH           Unix socket on which scripts are accepted
-  -S, --send SOCKET           send the scripts to the agent that serves this socket
-  -c, --color WHEN            colours and progress in place: always, never or auto (default: auto, which means
-                              on a terminal)
   -h, --help                  this text
   -V, --version               the version
 
 SIGTERM and SIGINT stop the agent and keep the tables.
-Exit code: 0 when every result was as expected, 1 when not or when something failed, 2 for wrong usage.
+Exit code: 0 when stopped, 1 when something failed, 2 for wrong usage.
 )";
 
 namespace {
@@ -69,13 +61,6 @@ std::string pluginBesideProgram() {
 /// A name without a slash is looked for by the loader elsewhere than in the current folder.
 std::string pluginPath(const std::string& path) {
   return path.find('/') == std::string::npos ? "./" + path : path;
-}
-
-bool colourOf(const std::string& when) {
-  if (when != "always" && when != "never" && when != "auto") {
-    throw Cairn::Exception("expected always, never or auto, got \"" + when + "\"");
-  }
-  return when == "always" || (when == "auto" && ::isatty(STDOUT_FILENO) != 0);
 }
 
 std::pair<std::string, int> traceOf(const std::string& text) {
@@ -101,18 +86,14 @@ void number(CommandLine& line, const std::string& names, Number low, Number high
 }
 
 void addGeneral(CommandLine& line, Options& options) {
-  line.operands(options.scripts);
   line.take("-p,--plugin", [&](const std::string& value) { options.plugin = pluginPath(value); });
   line.take("-r,--runtime-folder", [&](const std::string& value) { options.runtimeFolder = value; });
-  line.take("-s,--socket", [&](const std::string& value) { options.serveAt = value; });
-  line.take("-S,--send", [&](const std::string& value) { options.sendTo = value; });
   line.number<double>("-t,--timeout", "seconds", 0.001, 3600, [&](double seconds) {
     options.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
   });
   line.number<std::uint32_t>("-b,--busy-poll", "microseconds", 0, 1'000'000, [&](std::uint32_t value) {
     options.busyPoll = std::chrono::microseconds(value);
   });
-  line.take("-c,--color", [&](const std::string& value) { options.colour = colourOf(value); });
   line.take("-T,--trace", [&](const std::string& value) { options.traces.push_back(traceOf(value)); });
   line.flag("--cleanup", options.cleanup);
   line.take("--p4info", "text", [&](const std::string& value) { options.p4info = formatOf(value); });
@@ -151,12 +132,6 @@ void addLimits(CommandLine& line, Options& options) {
 }
 
 void check(const Options& options) {
-  if (!options.serveAt.empty() && !options.sendTo.empty()) {
-    throw Cairn::Exception("expected --socket or --send, got both");
-  }
-  if (!options.sendTo.empty() && options.scripts.empty()) {
-    throw Cairn::Exception("expected a script (\"-\" for standard input) to --send, got none");
-  }
   const auto& tls = options.listening.tls;
   if (tls && (tls->certificate.empty() || tls->key.empty())) {
     throw Cairn::Exception("expected --tls-cert and --tls-key, got one of them");
@@ -171,7 +146,6 @@ void check(const Options& options) {
 Process::Action readOptions(int count, char* const* arguments, Options& options) {
   options.plugin = pluginBesideProgram();
   options.runtimeFolder = Process::defaultRuntimeFolder();
-  options.colour = colourOf("auto");
   CommandLine line;
   addGeneral(line, options);
   addListening(line, options.listening);

@@ -14,19 +14,15 @@
 namespace Agent {
 
 struct Options {
-  std::string plugin;                ///< path of the plugin library
-  std::string runtimeFolder;         ///< of the shared-memory tables
-  std::string serveAt;               ///< Unix socket on which scripts are taken; empty: none
-  std::string sendTo;                ///< Unix socket of the agent that the scripts are sent to; empty: none
-  std::vector<std::string> scripts;  ///< files in order, "-" for standard input
+  std::string plugin;         ///< path of the plugin library
+  std::string runtimeFolder;  ///< of the shared-memory tables
   std::chrono::milliseconds timeout{10'000};
   std::chrono::microseconds busyPoll{0};
   std::vector<std::pair<std::string, int>> traces;  ///< handles ("*": all) and levels whose lines are printed
-  Server::Listening listening;  ///< without scripts; the Unix socket is in the runtime folder unless given
+  Server::Listening listening;                      ///< the Unix socket is in the runtime folder unless given
   Server::Device::Settings device;
   std::optional<Wire::P4InfoFormat> p4info;  ///< printed instead of anything else
   bool cleanup = false;                      ///< the tables are removed instead of anything else
-  bool colour = false;                       ///< results in colour and progress in place, as on a terminal
 };
 
 /// Reads the command line into `options`. Throws Cairn::Exception saying what was expected and what came.

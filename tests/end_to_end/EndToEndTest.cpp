@@ -7,6 +7,10 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <thread>
 
 #include "Program.h"
 #include "tests/RuntimeFolder.h"
@@ -35,27 +39,28 @@ class EndToEnd : public testing::Test {
     EXPECT_TRUE(program->says("following the tables")) << program->output();
     return program;
   }
-  /// An agent that serves scripts until it is stopped.
-  Running agent(const char* timeout = kPatience) const {
-    auto program = start(P4RT_AGENT, {"--socket", socket(), "--timeout", timeout});
+  /// An agent that serves until it is stopped.
+  Running agent(const char* timeout = kPatience, const Strings& more = {}) const {
+    Strings options = {"--p4runtime-socket", socket(), "--timeout", timeout};
+    options.insert(options.end(), more.begin(), more.end());
+    auto program = start(P4RT_AGENT, options);
     EXPECT_TRUE(program->says("serving")) << program->output();
     return program;
   }
-  /// Begins to send a script to the agent.
-  Running sending(const std::string& script) const {
-    return std::make_unique<Program>(Strings{P4RT_AGENT, "--send", socket(), "-"}, script);
+  /// Begins to run a script against the agent.
+  Running sending(const std::string& script) const { return client({"run", "-"}, script); }
+  Running client(const Strings& words, const std::string& input = "") const {
+    Strings arguments = {P4RT_CLIENT, "--address", socket()};
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    return std::make_unique<Program>(arguments, input);
   }
   /// Expects a program to end as it should; what it printed.
   static std::string ended(const Running& program, int exitCode = 0) {
     EXPECT_EQ(program->exitCode(), exitCode) << program->output();
     return program->output();
   }
-  /// Sends a script and expects every result to be as written in it.
+  /// Runs a script and expects every result to be as written in it.
   std::string send(const std::string& script) const { return ended(sending(script)); }
-  /// Runs an agent for one script.
-  std::string run(const std::string& script, int exitCode = 0) const {
-    return ended(start(P4RT_AGENT, {"--timeout", kPatience, "-"}, script), exitCode);
-  }
   static std::string stop(const Running& program, int signal = SIGTERM) {
     program->signal(signal);
     return ended(program, signal == SIGKILL ? 128 + SIGKILL : 0);
@@ -75,6 +80,18 @@ class EndToEnd : public testing::Test {
     for (char& byte : bytes) byte ^= 0x5a;
     std::fstream(table(side), std::ios::in | std::ios::out | std::ios::binary).seekp(8192) << bytes;
   }
+  /// Changes that a table of l3IifTH3 has seen.
+  std::uint64_t changes(const std::string& side) const {
+    std::uint64_t first = 0;
+    std::uint64_t last = 0;
+    std::ifstream file(table(side), std::ios::binary);
+    file.seekg(40).read(reinterpret_cast<char*>(&first), sizeof first);
+    file.seekg(4096).read(reinterpret_cast<char*>(&last), sizeof last);
+    return last - first;
+  }
+  void waitForChanges(const std::string& side, std::uint64_t count) const {
+    while (changes(side) < count) std::this_thread::yield();
+  }
   static constexpr const char* kPatience = "50";  // seconds; a busy machine is no failure
 
   RuntimeFolder folder_;
@@ -86,9 +103,15 @@ int occurrences(const std::string& text, const std::string& part) {
   return count;
 }
 
+std::multiset<std::string> sortedLines(const std::string& text) {
+  std::istringstream in(text);
+  std::multiset<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.insert(line);
+  return lines;
+}
+
 std::string inserts(int first, int last) {
-  return "batch\nfor i in " + std::to_string(first) + ".." + std::to_string(last) +
-         "\ninsert l3IifTH3 l3Iif={i} vrf=7\nend\nend\n";
+  return "load insert l3IifTH3 " + std::to_string(first) + ".." + std::to_string(last) + " vrf=7\n";
 }
 
 TEST_F(EndToEnd, AllFourTables_AreAnsweredFilledChangedAndFilledAgain) {
@@ -96,21 +119,37 @@ TEST_F(EndToEnd, AllFourTables_AreAnsweredFilledChangedAndFilledAgain) {
                             "l3TunnelIpv6TH3:sip=2001:DB8::1,l4DestPort=6081:65535"});
   const std::string tunnel =
       "l3TunnelIpv6TH3 sip=2001:db8::1 dip=2001:db8::2 protocol=17 l4DestPort=6081 l4SrcPort=0";
-  EXPECT_THAT(run(example("failures.script") + example("basic.script") + "insert " + tunnel +
-                  " expect HARDWARE_ERROR 65535\ndelete " + tunnel + " expect NOT_FOUND\n"),
-              AllOf(HasSubstr("line 13: column \"vrf\": expected a decimal or 0x number from 0 to 65535"),
+  const auto served = agent();
+  const std::string results = folder_.path() + "/results";
+  EXPECT_THAT(ended(client({"run", "-", "--results", results},
+                           example("failures.script") + example("basic.script") + "insert " + tunnel +
+                               " expect HARDWARE_ERROR 65535\ndelete " + tunnel + " expect NOT_FOUND\n")),
+              AllOf(HasSubstr("OUT_OF_RANGE: "),
                     HasSubstr("expected each key once in a batch, got it more than once"),
-                    HasSubstr("line 15: expected every key field of l3IifTH3, got none for l3Iif")));
-  EXPECT_THAT(run(example("capacity.script")),
+                    HasSubstr("standard input:14: field \"colour\" of l3IifTH3: expected one of l3Iif, ")));
+  EXPECT_THAT(contents(results),
+              HasSubstr(R"({"script":"standard input","line":8,"update":"insert","table":)"
+                        R"("l3IifTH3","key":{"l3Iif":"99"},"code":"INTERNAL","hardwareCode":7,)"));
+  EXPECT_THAT(send(example("capacity.script")),
               AllOf(HasSubstr("passed: 34573 updates, 34573 answered, 13 failed as scripted, 0 lost"),
                     HasSubstr("RESOURCE_EXHAUSTED: table is full: used 8192 of 8192")));
-  EXPECT_THAT(stop(hw), HasSubstr("stopped after 34588 answers"));
+  EXPECT_THAT(stop(hw), HasSubstr("stopped after 34592 answers"));
 }
 
 TEST_F(EndToEnd, FaultsAndDelay_EveryUpdateIsAnsweredOnceWithItsOwnCode) {
   const auto hw = hardware({"--fail-every", "10:3", "--delay", "20"});
-  EXPECT_THAT(run(inserts(1, 1000), 1),
-              HasSubstr("batch of 1000: 100 HARDWARE_ERROR, 900 OK, 100 NOT as expected"));
+  const auto served = agent();
+  const std::string loaded = ended(client({"load", "insert", "l3IifTH3", "1..1000", "--batch", "300"}), 1);
+  EXPECT_THAT(loaded, HasSubstr("1000 updates: 100 HARDWARE_ERROR, 900 OK, "));
+  EXPECT_EQ(occurrences(loaded, ": HARDWARE_ERROR 3: "), 20);
+  stop(hw);
+  // What is read can be run again.
+  const auto again = hardware();
+  const std::string saved = ended(client({"read"}));
+  EXPECT_EQ(occurrences(saved, "insert l3IifTH3 l3Iif="), 900);
+  send("batch\n" + std::regex_replace(saved, std::regex("insert"), "delete") + "end\n");
+  send("batch\n" + saved + "end\n");
+  EXPECT_EQ(sortedLines(ended(client({"read"}))), sortedLines(saved));
 }
 
 class Restart : public EndToEnd, public testing::WithParamInterface<int> {};
@@ -119,15 +158,13 @@ TEST_P(Restart, Hardware_LosesNoAnswerAndLeavesEqualRowsAlone) {
   const auto served = agent();
   auto hw = hardware();
   const auto inserting = sending(inserts(1, 8000));
-  EXPECT_TRUE(inserting->says("of 8000 answered"));
+  waitForChanges("status", 4000);
   stop(hw, GetParam());
   hw = hardware();
   ended(inserting);
   stop(hw, GetParam());
   const auto changing = sending(
-      "batch\nfor i in 1..100\nmodify l3IifTH3 l3Iif={i} vrf=8\nend\nfor i in 101..200\ndelete l3IifTH3 "
-      "l3Iif={i}\nend\nend\n" +
-      inserts(9001, 9100));
+      "batch\nload modify l3IifTH3 1..100 vrf=8\nload delete l3IifTH3 101..200\nend\n" + inserts(9001, 9100));
   hw = hardware();
   ended(changing);
   send(inserts(101, 200) + "delete l3IifTH3 l3Iif=1 expect OK\n");
@@ -139,13 +176,19 @@ TEST_P(Restart, Agent_KeepsWhatWasDecidedAndUndoesTheRest) {
   {
     const auto served = agent();
     send(inserts(1, 100));
-    const auto client = sending(inserts(101, 8192));
-    EXPECT_TRUE(client->says("of 8092 answered")) << client->output();
-    stop(served, GetParam());
+    const auto writing = sending(inserts(101, 8192));
+    waitForChanges("status", 300);
+    hw->signal(SIGSTOP);  // with some of the answers given
+    served->signal(GetParam());
+    hw->signal(SIGCONT);
+    ended(served, GetParam() == SIGKILL ? 128 + SIGKILL : 0);
+    EXPECT_THAT(ended(writing, GetParam() == SIGKILL ? 1 : 0),
+                HasSubstr(GetParam() == SIGKILL ? "batch of 8092: 8092 LOST" : "batch of 8092: 8092 OK"));
   }
   const auto served = agent();  // on the socket that a killed agent leaves behind
-  EXPECT_THAT(send("show l3IifTH3\n"), HasSubstr("100 rows in l3IifTH3"));
-  send("insert l3IifTH3 l3Iif=1 expect ALREADY_EXISTS\n" + inserts(101, 8192));
+  const int rows = GetParam() == SIGKILL ? 100 : 8192;
+  EXPECT_THAT(send("read l3IifTH3\n"), HasSubstr("  " + std::to_string(rows) + " entries\n"));
+  send("load delete l3IifTH3 1.." + std::to_string(rows) + "\n" + inserts(1, 8192));
 }
 
 INSTANTIATE_TEST_SUITE_P(By, Restart, testing::Values(SIGTERM, SIGKILL),
@@ -160,9 +203,9 @@ TEST_F(EndToEnd, AgentFirst_IsDeadlineExceededAndGoesOnWhenTheHardwareComes) {
   EXPECT_EQ(occurrences(late, "no answer in time: no hardware agent runs"), 2);
   stop(served);
   const auto again = agent();
-  const auto client = sending("modify l3IifTH3 l3Iif=1 vrf=3 expect NOT_FOUND\n" + example("basic.script"));
+  const auto changing = sending("modify l3IifTH3 l3Iif=1 vrf=3 expect NOT_FOUND\n" + example("basic.script"));
   const auto hw = hardware();
-  ended(client);
+  ended(changing);
   EXPECT_THAT(stop(hw), HasSubstr("stopped after 20 answers"));
 }
 
@@ -220,9 +263,9 @@ TEST_F(EndToEnd, TruncatedTables_EndNeitherProcess) {
       send(inserts(first, first + 99));
       for (int i = 0; i < 2; ++i, first += 200) {
         std::filesystem::resize_file(table(side), size);
-        const auto client = sending(inserts(first + 100, first + 199));
-        EXPECT_LE(client->exitCode(), 1);
-        EXPECT_THAT(client->output(), HasSubstr("batch of 100: ")) << served->output();
+        const auto writing = sending(inserts(first + 100, first + 199));
+        EXPECT_LE(writing->exitCode(), 1);
+        EXPECT_THAT(writing->output(), HasSubstr("batch of 100: ")) << served->output();
       }
       stop(served);
       const auto again = agent();
@@ -250,11 +293,14 @@ TEST_P(RemovedFiles, AreRefusedUntilARestartAndSecondProcessesAlways) {
   std::filesystem::remove_all(runtime() + GetParam().removed);
   EXPECT_TRUE(hw->says(": the file " + runtime())) << hw->output();
   EXPECT_TRUE(served->says("l3IifTH3: the file " + runtime())) << served->output();
-  EXPECT_THAT(send("modify l3IifTH3 l3Iif=1 vrf=8 expect INTERNAL\n"),
-              AllOf(HasSubstr("INTERNAL: l3IifTH3: the file " + runtime()),
-                    HasSubstr("was removed or replaced; start the agent again")));
-  if (*GetParam().removed != '\0') {
-    EXPECT_THAT(run("", 1), HasSubstr("is in use by process " + std::to_string(served->pid())));
+  const std::string modify = "modify l3IifTH3 l3Iif=1 vrf=8 expect INTERNAL\n";
+  if (*GetParam().removed == '\0') {
+    EXPECT_THAT(ended(sending(modify), 1), HasSubstr("the election id could not be stored: "));
+  } else {
+    EXPECT_THAT(send(modify), AllOf(HasSubstr("INTERNAL: l3IifTH3: the file " + runtime()),
+                                    HasSubstr("was removed or replaced; start the agent again")));
+    EXPECT_THAT(ended(start(P4RT_AGENT, {}), 1),
+                HasSubstr("is in use by process " + std::to_string(served->pid())));
   }
   stop(served);
   served = agent();
@@ -272,20 +318,24 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(EndToEnd, NoSpace_IsNoReasonNotToStartAndLoggedOnce) {
   {
     const auto hw = hardware();
-    run(inserts(1, 3));
+    const auto served = agent();
+    send(inserts(1, 3));
+    stop(served);
   }
   // No file can become longer than 256 KiB, as if there was no space left for a trace ring.
-  const auto withoutSpace = [this](const std::string& command, const std::string& script) {
+  const auto withoutSpace = [this](const std::string& command, const char* ready) {
     const std::string limited = "ulimit -f 512; trap '' XFSZ; exec " + command;
-    return std::make_unique<Program>(Strings{"/bin/sh", "-c", limited, HW_AGENT, P4RT_AGENT, runtime()},
-                                     script);
-  };
-  const auto hw = withoutSpace("$0 -r $2", "");
-  EXPECT_TRUE(hw->says("following the tables")) << hw->output();
-  const auto changing = withoutSpace("$1 -r $2 -", "modify l3IifTH3 l3Iif=1 vrf=8\n");
-  ended(changing);
-  for (const Program* program : {hw.get(), changing.get()}) {
+    auto program = std::make_unique<Program>(
+        Strings{"/bin/sh", "-c", limited, HW_AGENT, P4RT_AGENT, runtime(), socket()});
+    EXPECT_TRUE(program->says(ready)) << program->output();
     EXPECT_THAT(program->output(), HasSubstr("continuing without a trace file: "));
+    return program;
+  };
+  const auto hw = withoutSpace("$0 -r $2", "following the tables");
+  {
+    const auto served = withoutSpace("$1 -r $2 --p4runtime-socket $3", "serving");
+    send("modify l3IifTH3 l3Iif=1 vrf=8\n");
+    stop(served);
   }
   const auto again = agent("1");
   damage("status");  // which cannot be replaced either, however often the hardware agent tries it
@@ -295,19 +345,23 @@ TEST_F(EndToEnd, NoSpace_IsNoReasonNotToStartAndLoggedOnce) {
 
 TEST_F(EndToEnd, TracesAndCleanup_TheRingsRemainAndTheTablesDoNot) {
   const auto hw = hardware();
-  const std::string script =
-      "insert l3IifTH3 l3Iif=4711 vrf=12\ncleanup\ninsert l3IifTH3 l3Iif=2 expect INTERNAL\n"
-      "delete l3IifTH3 l3Iif=4711 expect INTERNAL\nprint \x9b\x1b[31m\n";
-  EXPECT_THAT(
-      ended(start(P4RT_AGENT, {"--trace", "VrfSm:7", "--trace", "PendingHwPogrammingSm:9", "-"}, script)),
-      AllOf(HasSubstr("handleL3IifTH3ConfigEntry add vrf 12 refCount 1"), HasSubstr("onStatusRow4711"),
-            HasSubstr("\n??[31m\n"), ContainsRegex("[0-9-]{10}T[0-9:.]{12}Z p4rt-agent: VrfSm/7 ")));
+  const auto served = agent(kPatience, {"--trace", "VrfSm:7", "--trace", "PendingHwPogrammingSm:9"});
+  EXPECT_THAT(send("insert l3IifTH3 l3Iif=4711 vrf=12\nprint \x9b\x1b[31m\n"), HasSubstr("\n??[31m\n"));
+  EXPECT_THAT(ended(start(P4RT_AGENT, {"--cleanup"}), 1), HasSubstr("is in use by process "));
+  EXPECT_THAT(stop(served), AllOf(HasSubstr("handleL3IifTH3ConfigEntry add vrf 12 refCount 1"),
+                                  HasSubstr("onStatusRow4711"),
+                                  ContainsRegex("[0-9-]{10}T[0-9:.]{12}Z p4rt-agent: VrfSm/7 ")));
   EXPECT_THAT(contents(runtime() + "/p4rt-agent.trace"),
               AllOf(HasSubstr("pluginInit"), HasSubstr("doMountsComplete"), HasSubstr("onStatusRow"),
                     HasSubstr("4711")));
+  EXPECT_THAT(ended(start(P4RT_AGENT, {"--cleanup"})), HasSubstr("removed the tables in "));
   EXPECT_THAT(contents(runtime() + "/hw-agent.trace"), HasSubstr("answerPresent"));
   EXPECT_EQ(contents(table("config")), "");
   EXPECT_NE(contents(table("status")), "");
+  for (const char* const file : {"undo", "metadata"}) {
+    EXPECT_FALSE(std::filesystem::exists(runtime() + "/p4rt-agent." + file));
+  }
+  EXPECT_TRUE(std::filesystem::exists(runtime() + "/p4rt-agent.election"));
 }
 
 struct Refusal {
@@ -316,14 +370,15 @@ struct Refusal {
   const char* says;
 };
 const std::vector<Refusal> kFailures = {  // exit code 1
-    {P4RT_AGENT, "-r @/open -", "expected mode 0700, got 0755"},
+    {P4RT_AGENT, "-r @/open", "expected mode 0700, got 0755"},
     {HW_AGENT, "-r @/link/", "runtime folder @/link: expected a directory, got a link"},
-    {P4RT_AGENT, "-r @/link//./ -", "runtime folder @/link: expected a directory, got a link"},
-    {P4RT_AGENT, "-r @ -p @/file -", "plugin library \"@/file\": "},
-    {P4RT_AGENT, "-r @ -p lib.so -", "plugin library \"./lib.so\": expected a plugin, found none in it"},
-    {P4RT_AGENT, "-r @ @", ": Is a directory"},
-    {P4RT_AGENT, "-r @ -s @/file", "expected a socket, got another file"},
-    {P4RT_AGENT, "--send @/none.sock -", "none.sock: No such file or directory"},
+    {P4RT_AGENT, "-r @/link//./", "runtime folder @/link: expected a directory, got a link"},
+    {P4RT_AGENT, "-r @ -p @/file", "plugin library \"@/file\": "},
+    {P4RT_AGENT, "-r @ -p lib.so", "plugin library \"./lib.so\": expected a plugin, found none in it"},
+    {P4RT_AGENT, "-r @ --p4runtime-socket @/file", "expected a socket or nothing, got another file"},
+    {P4RT_CLIENT, "run @", "script @: Is a directory"},
+    {P4RT_CLIENT, "-r @ read", "socket @/p4runtime.sock: No such file or directory"},
+    {P4RT_CLIENT, "-a @/file read", "socket @/file: Connection refused"},
     {P4RT_AGENT, "-r @ -l here", "expected ADDRESS:PORT such as 127.0.0.1:9559 or [::1]:9559, got \"here\""},
     {P4RT_AGENT, "-r @ -l 0.0.0.0:0", "expected a loopback address, TLS or --insecure, got 0.0.0.0:0"}};
 const std::vector<Refusal> kWrongUsage = {  // exit code 2
@@ -336,13 +391,17 @@ const std::vector<Refusal> kWrongUsage = {  // exit code 2
     {P4RT_AGENT, "--tls-cert a", "expected --tls-cert and --tls-key, got one of them"},
     {P4RT_AGENT, "--plugin=", "--plugin"},
     {P4RT_AGENT, "-d 0", "--device-id: expected a number from 1 to 18446744073709551615, got \"0\""},
-    {P4RT_AGENT, "-s a -S b -", "expected --socket or --send, got both"},
-    {P4RT_AGENT, "-t 0 -", "--timeout: expected seconds from 0.001 to 3600, got \"0\""},
-    {P4RT_AGENT, "--trace VrfSm:32 -", "with a level from 0 to 31, got \"VrfSm:32\""},
-    {P4RT_AGENT, "-r @ --trace VrfSM:7 -",
+    {P4RT_AGENT, "-t 0", "--timeout: expected seconds from 0.001 to 3600, got \"0\""},
+    {P4RT_AGENT, "--trace VrfSm:32", "with a level from 0 to 31, got \"VrfSm:32\""},
+    {P4RT_AGENT, "-r @ --trace VrfSM:7",
      "expected a trace handle (PendingHwPogrammingSm, VrfSm, TolmarP4RuntimePlugin) or \"*\", got"},
-    {P4RT_AGENT, "--fast -", "expected options of --help: The following argument was not expected: --fast"},
-    {P4RT_AGENT, "-xr -", "expected options of --help: The following argument was not expected: -xr"},
+    {P4RT_AGENT, "--fast", "expected options of --help: The following argument was not expected: --fast"},
+    {P4RT_AGENT, "-xr", "expected options of --help: The following argument was not expected: -xr"},
+    {P4RT_CLIENT, "", "expected run, write, read or load, got nothing"},
+    {P4RT_CLIENT, "send x", "expected run, write, read or load, got \"send\""},
+    {P4RT_CLIENT, "load insert l3IifTH3", "expected VERB TABLE FIRST..LAST after load, got 2 words"},
+    {P4RT_CLIENT, "-a '' read", "--address: expected a value, got an empty one"},
+    {P4RT_CLIENT, "--tls-cert a read", "expected --tls-cert and --tls-key, got one of them"},
     {HW_AGENT, "--delay", "expected options of --help: --delay: 1 required"},
     {HW_AGENT, "--fail=", "--fail"},
     {HW_AGENT, "--busy-poll -1", "--busy-poll: expected microseconds from 0 to 1000000, got \"-1\""},
