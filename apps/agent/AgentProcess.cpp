@@ -70,7 +70,7 @@ AgentProcess::~AgentProcess() {
 
 void AgentProcess::submit(std::vector<Update> updates, Atomicity atomicity, AgentCore::Done done) {
   turnWanted_ = true;
-  core_->submit(std::move(updates), atomicity, std::move(done), {}, AgentCore::Clock::now());
+  core_->submit(std::move(updates), atomicity, std::move(done), AgentCore::Clock::now());
 }
 
 /// After the loop's earlier wake hooks have looked at the tables: what the trackers have found is taken

@@ -80,10 +80,9 @@ ConfigTable* AgentCore::table(std::string_view shortName) {
 
 // From submission to the table.
 
-void AgentCore::submit(std::vector<Update> updates, Atomicity atomicity, Done done, Progress progress,
-                       Clock::time_point now) {
+void AgentCore::submit(std::vector<Update> updates, Atomicity atomicity, Done done, Clock::time_point now) {
   auto made = std::make_unique<Batch>(std::move(updates), tables_.size(), atomicity, std::move(done),
-                                      std::move(progress), now + settings_.timeout);
+                                      now + settings_.timeout);
   std::vector<bool> repeated(made->updates.size());
   batches_.push_back(std::move(made));
   const Vesta::DeferredWakeups wakeups;
@@ -350,12 +349,6 @@ void AgentCore::eachDecidedRow(const ConfigTable& table,
 Lumen::BaseRow AgentCore::decidedRow(const ConfigTable& table, const Lumen::BaseRow& row) {
   const HeldEntry* const entry = entries_.find(table, table.keyHash(row), row);
   return entry != nullptr && entry->isChanged() ? rowBefore(*entry) : table.stored(row);
-}
-
-void AgentCore::reportProgress() const {
-  for (const auto& batch : batches_) {
-    if (batch->progress) batch->progress(batch->updates.size() - batch->undecided);
-  }
 }
 
 std::size_t AgentCore::finish() {

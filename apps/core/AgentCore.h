@@ -56,8 +56,6 @@ class AgentCore {
   /// Called once for each batch, with one result per update in the order of the updates; never from within
   /// submit().
   using Done = Batch::Done;
-  /// Called periodically with the number of updates of a batch that have their results; may be empty.
-  using Progress = Batch::Progress;
 
   struct Settings {
     /// Handles and genIds count up from here: the wall clock in nanoseconds. Should the clock have been set
@@ -103,8 +101,7 @@ class AgentCore {
 
   /// Starts a batch, and attempts as many updates as proceed(). Results come from finish(), also those that
   /// are known at once. Throws std::bad_alloc; nothing has been attempted then.
-  void submit(std::vector<Update> updates, Atomicity atomicity, Done done, Progress progress,
-              Clock::time_point now);
+  void submit(std::vector<Update> updates, Atomicity atomicity, Done done, Clock::time_point now);
   /// Attempts the next updates that hold their entries, 128 at most: so a large batch neither keeps others
   /// waiting nor leaves the cache before its answers come. To be called while hasReady() is true.
   void proceed() noexcept;
@@ -141,8 +138,6 @@ class AgentCore {
 
   /// When expire() is next needed; none while no batch is in progress.
   std::optional<Clock::time_point> nextDeadline() const;
-  /// Calls the Progress of every batch that is in progress.
-  void reportProgress() const;
   /// Entries that are held.
   std::size_t held() const noexcept { return entries_.size(); }
   /// Entries whose outstanding answer no update waits for.

@@ -6,7 +6,7 @@
 namespace Agent {
 
 Batch::Batch(std::vector<Update> submitted, std::size_t tables, Atomicity wanted, Done whenDone,
-             Progress whenProgressed, Clock::time_point expires)
+             Clock::time_point expires)
     : updates(std::move(submitted)),
       results(updates.size()),
       operations(updates.size(), Operation{this}),
@@ -15,8 +15,7 @@ Batch::Batch(std::vector<Update> submitted, std::size_t tables, Atomicity wanted
       undecided(updates.size()),
       rooms(tables),
       deadline(expires),
-      done(std::move(whenDone)),
-      progress(std::move(whenProgressed)) {}
+      done(std::move(whenDone)) {}
 
 void Batch::answer(Operation& operation, StatusCode code, std::string_view message,
                    std::uint16_t hardwareCode) noexcept {

@@ -93,11 +93,10 @@ class OperationQueue {
 struct Batch {
   using Clock = std::chrono::steady_clock;
   using Done = std::function<void(std::vector<UpdateStatus>)>;
-  using Progress = std::function<void(std::size_t answered)>;
 
   /// Nothing later in the batch's life allocates, save for the texts of results.
   Batch(std::vector<Update> submitted, std::size_t tables, Atomicity wanted, Done whenDone,
-        Progress whenProgressed, Clock::time_point expires);
+        Clock::time_point expires);
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
 
@@ -132,7 +131,6 @@ struct Batch {
   BeforeImages::Place images = BeforeImages::kNone;
   Clock::time_point deadline;
   Done done;
-  Progress progress;
 };
 
 inline Update& Operation::update() const {

@@ -87,7 +87,7 @@ void EndToEnd::batch() {
   std::vector<Agent::UpdateStatus> results;
   core_->submit(
       std::move(updates_), Agent::Atomicity::continueOnError,
-      [&results](std::vector<Agent::UpdateStatus> all) { results = std::move(all); }, {}, begin);
+      [&results](std::vector<Agent::UpdateStatus> all) { results = std::move(all); }, begin);
   while (core_->finish() == 0) {
     loop_.step(kAnswerTime);
     if (Agent::AgentCore::Clock::now() - begin > kAnswerTime) core_->expire(Agent::AgentCore::Clock::now());

@@ -91,7 +91,7 @@ class CoreFixture : public testing::Test {
         if (!result.message.empty()) results_[number].back() += ": " + result.message;
       }
     };
-    core_->submit(std::move(updates), atomicity, done, {}, now_);
+    core_->submit(std::move(updates), atomicity, done, now_);
     while (core_->hasReady()) core_->proceed();
     core_->finish();
     return number;
