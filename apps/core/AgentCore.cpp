@@ -9,6 +9,7 @@
 #include "P4RuntimeTolmar/Names.h"
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
+#include "skein/Ring.h"
 #include "vesta/DeferredWakeups.h"
 
 namespace Agent {
@@ -31,7 +32,7 @@ void prefetchNext(const Operation& operation) {
 }
 
 /// Answers updates that could not be read, and hashes the keys of the others.
-void readUpdates(Batch& batch) {
+void readUpdates(Batch& batch, CoreCounters& counters) {
   const std::vector<Update>& updates = batch.updates;
   for (std::size_t i = 0; i < updates.size(); ++i) {
     if (i + HeldEntries::kAhead < updates.size()) HeldEntries::prefetch(updates[i + HeldEntries::kAhead].row);
@@ -39,6 +40,7 @@ void readUpdates(Batch& batch) {
     if (update.defect == nullptr) {
       batch.operations[i].hash = update.table->keyHash(update.row);
     } else {
+      counters.failed(update.table, update.defect->code, 0, 0);
       batch.answer(batch.operations[i], update.defect->code, update.defect->message);
     }
   }
@@ -52,7 +54,8 @@ AgentCore::AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runti
       batchStatus_(std::move(batchStatus)),
       settings_(std::move(settings)),
       nextHandle_(settings_.firstHandle),
-      nextGenId_(settings_.firstHandle) {
+      nextGenId_(settings_.firstHandle),
+      counters_(settings_.counters) {
   std::size_t rows = 0;
   std::size_t rowBytes = 0;
   TolmarHwLib::forEachOutputTable([&]<std::size_t number>(const auto& table) {
@@ -61,6 +64,7 @@ AgentCore::AgentCore(std::shared_ptr<Lumen::LumenDB> lumenDb, Quill::Ptr<P4Runti
     if (!registered) throw Cairn::Exception("no row table " + rowTable + " is registered");
     tables_.push_back(
         std::make_unique<ConfigTable>(std::string(table.name), registered, number, table.capacity));
+    counters_.add(*tables_.back());
     rows += table.capacity;
     const Lumen::LmClass& rowClass = tables_.back()->rowClass();
     rowBytes =
@@ -87,7 +91,7 @@ void AgentCore::submit(std::vector<Update> updates, Atomicity atomicity, Done do
   batches_.push_back(std::move(made));
   const Vesta::DeferredWakeups wakeups;
   Batch& batch = *batches_.back();
-  readUpdates(batch);
+  readUpdates(batch, counters_);
   for (std::size_t i = 0; i < batch.operations.size(); ++i) {
     if (i + HeldEntries::kAhead < batch.operations.size())
       entries_.prefetchKey(batch.operations[i + HeldEntries::kAhead].hash);
@@ -188,6 +192,7 @@ bool AgentCore::check(Operation& operation) noexcept {
     } else if (entry.present) {
       refuse(operation, StatusCode::alreadyExists, "the entry exists");
     } else if (!reserve(entry, false) && !takeRoom(operation)) {
+      table.counters().capacityRefusals.add();
       refuse(operation, StatusCode::resourceExhausted, table.fullText());
     }
   });
@@ -228,11 +233,13 @@ bool AgentCore::write(Operation& operation) noexcept {
   return guarded(operation, [&] {
     HeldEntry& entry = *operation.entry;
     ConfigTable& table = *entry.table;
+    const UpdateType type = operation.update().type;
     keepImage(operation);
     try {
       entry.entryHandle = entry.present ? entry.handleBefore : nextHandle_++;
+      entry.writtenAt = Braid::ticks();
       entries_.handleIs(entry, entry.entryHandle);
-      if (operation.update().type == UpdateType::remove) {
+      if (type == UpdateType::remove) {
         table.remove(entry.row);
         entry.removed = true;
         reserve(entry, true);
@@ -249,6 +256,7 @@ bool AgentCore::write(Operation& operation) noexcept {
     }
     entry.state = EntryState::writing;
     operation.state = State::inFlight;
+    CoreCounters::written(table, type);
   });
 }
 
@@ -315,9 +323,11 @@ void AgentCore::refuse(Operation& operation, StatusCode code, std::string_view t
     }
   }
   removalEnded(operation, false);
+  if (!fault.empty()) code = StatusCode::internal;
+  const HeldEntry* const entry = operation.entry;
+  counters_.failed(operation.update().table, code, 0, entry == nullptr ? 0 : entry->handleBefore);
   leave(operation);
-  operation.batch->answer(operation, fault.empty() ? code : StatusCode::internal,
-                          fault.empty() ? text : fault);
+  operation.batch->answer(operation, code, fault.empty() ? text : fault);
 }
 
 /// Takes an operation that has written nothing away from its entry.
@@ -361,6 +371,13 @@ std::size_t AgentCore::finish() {
     batches_.erase(found);
     ++finished;
     batch->done(std::move(batch->results));
+  }
+}
+
+void AgentCore::count() {
+  counters_.correctTimes();
+  for (const auto& table : tables_) {
+    if (table->outOfService().empty()) table->counters().used.set(table->used());
   }
 }
 

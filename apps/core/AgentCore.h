@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "apps/core/Batch.h"
+#include "apps/core/CoreCounters.h"
 #include "apps/core/HeldEntries.h"
 #include "apps/core/Metadata.h"
 #include "p4runtime/BatchStatus.h"
@@ -72,13 +73,8 @@ class AgentCore {
     std::function<bool(const std::string& table)> hardwareRuns = [](const auto&) { return true; };
     /// Takes lines for the operator.
     std::function<void(const std::string& line)> log = [](const auto&) {};
-  };
-
-  /// What has happened since the start.
-  struct Counters {
-    std::uint64_t unexpectedCompletions = 0;  ///< for handles that no update was waiting for
-    std::uint64_t undos = 0;                  ///< rows written back or removed again
-    std::uint64_t undosRefused = 0;           ///< refused by the hardware, or never answered
+    /// Where the core counts; not owned. Null: in memory of its own.
+    Counters::AgentCounters* counters = nullptr;
   };
 
   /// Serves the output tables. Throws Cairn::Exception for one that `lumenDb` does not have, and what
@@ -142,7 +138,9 @@ class AgentCore {
   std::size_t held() const noexcept { return entries_.size(); }
   /// Entries whose outstanding answer no update waits for.
   std::size_t overdue() const noexcept { return entries_.overdue(); }
-  const Counters& counters() const noexcept { return counters_; }
+  const Counters::AgentCounters& counters() const noexcept { return counters_.words(); }
+  /// Brings those of the counters up to date that no event does; to be called periodically.
+  void count();
 
  private:
   /// An entry whose undo the hardware has refused: repeated when the row still has this genId.
@@ -170,7 +168,9 @@ class AgentCore {
   bool guarded(Operation& operation, const Call& call) noexcept;
   void refuse(Operation& operation, StatusCode code, std::string_view text) noexcept;
   void leave(Operation& operation) noexcept;
-  void complete(const P4Runtime::BatchStatusEntry& completion) noexcept;
+  void complete(const P4Runtime::BatchStatusEntry& completion, std::uint64_t ticks) noexcept;
+  void count(const HeldEntry* entry, const P4Runtime::BatchStatusEntry& completion,
+             std::uint64_t ticks) noexcept;
   void answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& completion) noexcept;
   void decide(Batch& batch) noexcept;
   void rollBack(Batch& batch) noexcept;
@@ -200,7 +200,7 @@ class AgentCore {
   HeldEntries entries_;
   OperationQueue ready_;  // hold their entries, have not been attempted
   std::vector<Refused> refused_;
-  Counters counters_;
+  CoreCounters counters_;
 };
 
 }  // namespace Agent

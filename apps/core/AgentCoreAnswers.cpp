@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "skein/Ring.h"
 #include "vesta/DeferredWakeups.h"
 
 namespace Agent {
@@ -15,19 +16,20 @@ void AgentCore::completionsReady() {
   const auto completions = batchStatus_->completedTransactionStatusDelAll();
   batchStatus_->notificationTake();
   const std::size_t count = completions.size();
+  const std::uint64_t ticks = Braid::ticks();
   for (std::size_t i = 0; i < count; ++i) {
     if (i + 2 * HeldEntries::kAhead < count)
       entries_.prefetchHandle(completions[i + 2 * HeldEntries::kAhead].entryHandle);
     if (i + HeldEntries::kAhead < count)
       entries_.prefetchEntry(completions[i + HeldEntries::kAhead].entryHandle);
-    complete(completions[i]);
+    complete(completions[i], ticks);
   }
   proceed();
 }
 
-void AgentCore::complete(const P4Runtime::BatchStatusEntry& completion) noexcept {
+void AgentCore::complete(const P4Runtime::BatchStatusEntry& completion, std::uint64_t ticks) noexcept {
   HeldEntry* const entry = entries_.find(completion.entryHandle);
-  if (entry == nullptr || entry->state == EntryState::outstanding) ++counters_.unexpectedCompletions;
+  count(entry, completion, ticks);
   if (entry == nullptr) return;
   entries_.handleDel(*entry);
   switch (entry->state) {
@@ -46,6 +48,15 @@ void AgentCore::complete(const P4Runtime::BatchStatusEntry& completion) noexcept
   }
 }
 
+void AgentCore::count(const HeldEntry* entry, const P4Runtime::BatchStatusEntry& completion,
+                      std::uint64_t ticks) noexcept {
+  if (entry == nullptr || entry->state == EntryState::outstanding) {
+    counters_.unexpected(entry == nullptr ? nullptr : entry->table, completion.errorCode);
+  } else {
+    counters_.completed(*entry->table, completion.errorCode, ticks - entry->writtenAt);
+  }
+}
+
 void AgentCore::answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& completion) noexcept {
   Operation& operation = *entry.holder;
   Batch& batch = *operation.batch;
@@ -55,6 +66,7 @@ void AgentCore::answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& co
     batch.applied(operation);
   } else {
     entry.holder = nullptr;
+    counters_.failed(entry.table, StatusCode::internal, completion.errorCode, completion.entryHandle);
     batch.answer(operation, StatusCode::internal, completion.errorMessage, completion.errorCode);
     undo(entry);
     if (batch.atomicity == Atomicity::rollbackOnError) return rollBack(batch);
@@ -100,6 +112,7 @@ void AgentCore::giveUp(Operation& operation, StatusCode code, std::string_view t
   HeldEntry* const entry = operation.entry;
   const State state = operation.state;
   if (state == State::answered) return;
+  counters_.failed(operation.update().table, code, 0, entry == nullptr ? 0 : entry->entryHandle);
   if (state != State::inFlight && state != State::applied) {
     leave(operation);
     return operation.batch->answer(operation, code, text);

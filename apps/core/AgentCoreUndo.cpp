@@ -6,13 +6,14 @@
 #include <utility>
 
 #include "cairn/Exception.h"
+#include "skein/Ring.h"
 
 namespace Agent {
 
 using EntryState = HeldEntry::State;
 
 void AgentCore::undo(HeldEntry& entry) noexcept {
-  ++counters_.undos;
+  entry.table->counters().undos.add();
   try {
     const std::array written{entry.entryHandle, entry.genId};
     const std::array before{entry.handleBefore, entry.genIdBefore};
@@ -20,6 +21,7 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
     if (entry.present) {
       writeBack(entry);
     } else {
+      entry.writtenAt = Braid::ticks();
       entries_.handleIs(entry, entry.entryHandle);
       entry.table->remove(entry.row);
       entry.removed = true;
@@ -32,7 +34,7 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
     if (entry.removed && entry.table->isFull()) return waitForRoom(entry);
     // The before-image counts whatever becomes of the batch: the next start undoes what could not be undone.
     if (entry.image != BeforeImages::kNone) images_->lateIs(entry.image);
-    ++counters_.undosRefused;
+    entry.table->counters().undosRefused.add();
     log(entry, "could not be undone: ", failure.what());
     release(entry);
   }
@@ -58,6 +60,7 @@ void AgentCore::writeBack(HeldEntry& entry) {
   const std::string_view kept = metadata_->of(entry.handleBefore, entry.genIdBefore);
   if (entry.removed) entry.entryHandle = nextHandle_++;
   entry.genId = nextGenId_++;
+  entry.writtenAt = Braid::ticks();
   entries_.handleIs(entry, entry.entryHandle);
   metadata_->add(entry.entryHandle, entry.genId, kept);
   table.write(entry.before, entry.genId, entry.entryHandle);
@@ -69,7 +72,7 @@ void AgentCore::writeBack(HeldEntry& entry) {
 
 void AgentCore::undone(HeldEntry& entry, std::uint16_t errorCode) noexcept {
   if (errorCode != 0) {
-    ++counters_.undosRefused;
+    entry.table->counters().undosRefused.add();
     log(entry, "is not programmed: the hardware has refused its undo with code ",
         std::to_string(errorCode).c_str());
     try {
@@ -133,7 +136,7 @@ void AgentCore::recoverCompletions(const HardwareAnswers& answers) {
     P4Runtime::BatchStatusEntry completion{
         entry.handle, present ? answer->second.errorCode : std::uint16_t{0}, {}};
     completion.setErrorMessage();
-    complete(completion);
+    complete(completion, Braid::ticks());
   });
   proceed();
 }
@@ -148,7 +151,7 @@ void AgentCore::hardwareRestarted() {
         return undo(entry);
       case EntryState::undoing:
         if (!std::exchange(entry.repeated, true) && entry.present) return undo(entry);
-        ++counters_.undosRefused;
+        entry.table->counters().undosRefused.add();
         log(entry, "may not be programmed: the hardware has not answered its undo", "");
         return release(entry);
       default:

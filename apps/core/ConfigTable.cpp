@@ -90,15 +90,19 @@ void ConfigTable::adopt(Lumen::BaseRow& row) const {
   row.rowTypeIs(class_->oid());
 }
 
+// Nothing else makes more rows used than there were.
 bool ConfigTable::reserve(bool forced) {
-  if (!forced && table_->size() + reserved_ >= capacity_) return false;
+  if (!forced) {
+    const std::size_t before = used();
+    if (before >= capacity_) return false;
+    counters_->highWater.raise(before + 1);
+  }
   ++reserved_;
   return true;
 }
 
 std::string ConfigTable::fullText() const {
-  return "table is full: used " + std::to_string(table_->size() + reserved_) + " of " +
-         std::to_string(capacity_);
+  return "table is full: used " + std::to_string(used()) + " of " + std::to_string(capacity_);
 }
 
 void ConfigTable::eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const {

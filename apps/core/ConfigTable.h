@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "apps/counters/Layout.h"
 #include "lumen/LumenDB.h"
 #include "lumen/RowOps.h"
 #include "lumen/RowText.h"
@@ -52,6 +53,12 @@ class ConfigTable {
   bool reserve(bool forced = false);
   void unreserve() noexcept { --reserved_; }
   bool isFull() const { return table_->size() >= capacity_; }
+  /// Rows in the table, and those that count as used beside them.
+  std::size_t used() const { return table_->size() + reserved_; }
+  /// Where the core counts what becomes of the table's updates. Set before anything else is called.
+  using Words = Counters::AgentTableWords<Counters::Counter>;
+  Words& counters() const noexcept { return *counters_; }
+  void countersAre(Words& counters) noexcept { counters_ = &counters; }
   /// "table is full: used N of M"
   std::string fullText() const;
 
@@ -77,7 +84,8 @@ class ConfigTable {
   Lumen::len_t validOffset_;
   std::size_t index_;
   std::size_t capacity_;
-  std::size_t reserved_ = 0;  // rows that count as used beside those in the table
+  std::size_t reserved_ = 0;   // rows that count as used beside those in the table
+  Words* counters_ = nullptr;  // not owned
   std::string outOfService_;
 };
 

@@ -41,6 +41,7 @@ struct HeldEntry {
   std::uint64_t entryHandle = 0;      ///< of the row that its update or undo wrote or removed
   std::uint64_t genId = 0;            ///< of the row that was written
   std::uint64_t handle = 0;           ///< under which an answer is outstanding; 0 for none
+  std::uint64_t writtenAt = 0;        ///< Braid::ticks() of the write whose answer is outstanding
   Operation* holder = nullptr;        ///< not owned; null once it has its result
   Operation* firstWaiting = nullptr;  ///< not owned
   Operation* lastWaiting = nullptr;   ///< not owned

@@ -40,7 +40,7 @@ class Allocations : public testing::Test {
 
  private:
   /// No update waits for them.
-  std::uint64_t completions() { return agent_.core().counters().unexpectedCompletions; }
+  std::uint64_t completions() { return agent_.core().counters().unknownCompletions.value(); }
 
   RuntimeFolder folder_{"/dev/shm"};
   Quill::EventLoop loop_;

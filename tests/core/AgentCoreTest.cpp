@@ -28,11 +28,42 @@ TEST_F(AgentCoreTest, Completions_AreAllTakenOutAndAnswerTheirOwnUpdateOnce) {
   EXPECT_EQ(results_[failing], (Strings{"REFUSED: hardware error 7"}));
   complete(handle(1));  // of the undo
   complete(handle(1));
-  EXPECT_EQ(core_->counters().unexpectedCompletions, 3u);
+  EXPECT_EQ(core_->counters().unknownCompletions.value(), 3u);
   const std::size_t next = submit({"+1"});
   EXPECT_EQ(batchStatus_->completedTransactionStatusCount(), 0u) << "the next success would become a failure";
   complete(handle(2));
   EXPECT_EQ(results_[next], (Strings{"OK"}));
+}
+
+TEST_F(AgentCoreTest, Counters_FollowEveryUpdateOfATable) {
+  const auto& words = core_->counters().tables[3];
+  submit({"+1", "+2", "+3", "-9"});
+  for (std::size_t write = 0; write < 3; ++write) complete(handle(write), write == 2 ? 31 : 0);
+  complete(handle(3), 32);  // of the undo
+  submit({"~1=5", "-2"});
+  complete(handle(4));
+  expireAfter(1s);
+  complete(handle(5), 7);
+  core_->count();
+  const auto value = [](const auto&... counters) { return std::vector<std::uint64_t>{counters.value()...}; };
+  EXPECT_EQ(value(words.capacity, words.used, words.highWater), (std::vector<std::uint64_t>{8192, 2, 3}));
+  EXPECT_EQ(value(words.writes[0], words.writes[1], words.writes[2], words.timeouts),
+            (std::vector<std::uint64_t>{3, 1, 1, 1}));
+  EXPECT_EQ(value(words.completions[0], words.completions[31], words.completions[32], words.completions[7]),
+            (std::vector<std::uint64_t>{3, 1, 1, 1}));
+  EXPECT_EQ(value(words.undos, words.undosRefused), (std::vector<std::uint64_t>{2, 1}));
+  std::uint64_t answers = 0;
+  for (const auto& bucket : words.answerTimes.buckets) answers += bucket.value();
+  EXPECT_EQ(answers, 6u);
+  // Not found, refused with 31, out of time.
+  std::vector<std::string> failures;
+  for (std::size_t place = 1; place <= core_->counters().failures.value(); ++place) {
+    const auto& failure = core_->counters().lastFailures[place];
+    const std::uint64_t what = failure.what.value();
+    failures.push_back(std::to_string(what >> 32) + "/" + std::to_string(what >> 16 & 255) + "/" +
+                       std::to_string(what & 0xffff));
+  }
+  EXPECT_EQ(failures, (Strings{"4/5/0", "4/13/31", "4/4/0"}));
 }
 
 TEST_F(AgentCoreTest, Handles_LastFromInsertToDeleteAndNeverComeBack) {
