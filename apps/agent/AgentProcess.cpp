@@ -24,7 +24,7 @@ std::uint64_t wallClockNanoseconds() {
 
 AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFolder,
                            const std::string& plugin, std::chrono::milliseconds timeout,
-                           std::size_t maxMetadata)
+                           std::size_t maxMetadata, Counters::AgentCounters* counters)
     : loop_(loop),
       entityManager_(
           Quill::allocate<Orrery::EntityManager>(runtimeFolder, loop, Process::tableLog(), kDamagePatience)),
@@ -46,10 +46,12 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFol
   settings.maxMetadata = maxMetadata;
   settings.fault = [this](const std::string& table) { return tables_.fault(table); };
   settings.hardwareRuns = [this](const std::string& table) { return tables_.hardwareRuns(table); };
+  settings.counters = counters;
   settings.log = [](const std::string& line) { Process::log(line); };
   core_ = std::make_unique<AgentCore>(lumenDb_, batchStatus_, std::move(settings));
   core_->start(tables_.hardwareAnswers());
   hardwareWatch_.emplace(tables_);
+  if (counters != nullptr) counters_.emplace(*counters, tables_, context_->vrfIdCollection());
   failedNotifications_ = Quill::NotifieeConst::failedNotifications();
   loop_.descriptorIs(batchStatus_->notificationDescriptor(), [this] { takeCompletions(); });
   sleepHook_ = loop_.sleepHookIs([this] { return !turnWanted_ && !core_->hasReady(); });
@@ -92,6 +94,8 @@ void AgentProcess::tick() {
   recoverCompletions();
   core_->expire(AgentCore::Clock::now());
   turn();
+  core_->count();
+  if (counters_) counters_->copy();
 }
 
 void AgentProcess::checkTables() {

@@ -7,6 +7,7 @@
 
 #include "apps/agent/HardwareWatch.h"
 #include "apps/agent/MountedTables.h"
+#include "apps/agent/PeriodicCounters.h"
 #include "apps/core/AgentCore.h"
 #include "orrery/EntityManager.h"
 #include "p4runtime/PluginLibrary.h"
@@ -19,9 +20,11 @@ namespace Agent {
 class AgentProcess {
  public:
   /// Loads and starts the plugin over the tables in `runtimeFolder`. Throws when it cannot be loaded, a table
-  /// cannot be mounted or another agent writes the tables. `loop` is not owned.
+  /// cannot be mounted or another agent writes the tables. `loop` and `counters`, which may be null, are not
+  /// owned.
   AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFolder, const std::string& plugin,
-               std::chrono::milliseconds timeout, std::size_t maxMetadata = 1024);
+               std::chrono::milliseconds timeout, std::size_t maxMetadata = 1024,
+               Counters::AgentCounters* counters = nullptr);
   /// Unloads the plugin; the tables stay.
   ~AgentProcess();
   AgentProcess(const AgentProcess&) = delete;
@@ -55,6 +58,7 @@ class AgentProcess {
   std::unique_ptr<P4Runtime::PluginLibrary> library_;
   MountedTables tables_;
   std::optional<HardwareWatch> hardwareWatch_;
+  std::optional<PeriodicCounters> counters_;
   std::unique_ptr<AgentCore> core_;
   std::uint64_t sleepHook_ = 0;
   std::uint64_t wakeHook_ = 0;

@@ -4,7 +4,9 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/core/AgentCore.h"
 #include "orrery/EntityManager.h"
 
@@ -24,6 +26,14 @@ class MountedTables {
   std::string fault(const std::string& name) const;
   /// Every status row. A table found damaged on the way is left out from there on.
   HardwareAnswers hardwareAnswers() const;
+
+  /// Config and status side of `table`; null for one that is not mounted.
+  template <class Kind>
+  std::pair<Quill::Ptr<typename Kind::Config>, Quill::Ptr<typename Kind::Status>> sides(
+      const TolmarHwLib::OutputTable<Kind>& table) const {
+    return {Quill::ptrCast<typename Kind::Config>(configTable(table.name)),
+            Quill::ptrCast<typename Kind::Status>(statusTable(table.name))};
+  }
 
  private:
   /// A mounted side of the output table with this short name; null if it is not mounted.

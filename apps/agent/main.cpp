@@ -10,6 +10,7 @@
 
 #include "apps/agent/AgentProcess.h"
 #include "apps/agent/Options.h"
+#include "apps/counters/CounterFile.h"
 #include "apps/p4/P4Info.h"
 #include "apps/process/Log.h"
 #include "apps/process/MainLoop.h"
@@ -69,15 +70,17 @@ void cleanUp(Agent::AgentProcess& agent, const std::string& folder) {
   Process::log("removed the tables in " + folder);
 }
 
-void runAgent(const Options& options) {
+void runAgent(const Options& options, const std::string& commandLine) {
   Process::MainLoop mainLoop;
   mainLoop.busyPollIs(options.busyPoll);
   Process::RuntimeFolder folder(options.runtimeFolder);
   folder.lock();
   Process::logLibraries();
+  const auto counters =
+      Counters::makeCounters<Counters::AgentCounters>(folder.path() + "/p4rt-agent.counters", commandLine);
   for (const auto& [handle, level] : options.traces) Quill::TraceHandle::levelIs(handle, level, true);
   Agent::AgentProcess agent(mainLoop.loop(), folder.path(), options.plugin, options.timeout,
-                            options.device.maxMetadata);
+                            options.device.maxMetadata, counters ? &counters->words() : nullptr);
   requireKnownHandles(options);  // those of the plugin exist now
   // Not before the tables are this process's own: another agent's trace would be moved aside.
   folder.trace("p4rt-agent");
@@ -97,7 +100,7 @@ int main(int count, char** arguments) {
         if (options.p4info) {
           print(Wire::formatted(Wire::p4InfoOf(Wire::Pipeline(Wire::outputTables())), *options.p4info));
         } else {
-          runAgent(options);
+          runAgent(options, Counters::optionsText(count, arguments));
         }
         return true;
       });

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "apps/counters/SegmentTally.h"
 #include "apps/hw/Programmer.h"
 #include "apps/hw/TablePair.h"
 #include "apps/hw/Tables.h"
@@ -22,7 +23,8 @@ class EntityFollower final : public TableFollower {
         name_(place.name),
         pair_(place),
         programmer_(pair_, Faults<typename Pair::Config>(place.name, settings.faults, settings.failEvery),
-                    settings.delay),
+                    settings.delay, place.counters),
+        counters_(place.counters),
         delayed_(settings.delay.count() != 0),
         reactor_(Quill::allocate<Reactor>(*this)),
         generation_(pair_.statusGeneration()) {
@@ -47,6 +49,7 @@ class EntityFollower final : public TableFollower {
     if (generation != generation_ || changesMissed) programmer_.reconcile(Clock::now());
     generation_ = generation;
     arm();
+    count();
   }
 
  private:
@@ -63,6 +66,13 @@ class EntityFollower final : public TableFollower {
   void changed(const Key& key) {
     programmer_.changed(key, delayed_ ? Clock::now() : Clock::time_point{});
     arm();
+  }
+
+  void count() {
+    AnswerCounters::Words& words = counters_.words();
+    words.used.set(pair_.statusEntity()->table().members());
+    words.blocked.set(programmer_.blocked());
+    segments_.copy(*pair_.statusEntity(), *pair_.configEntity(), words.segments);
   }
 
   /// Sees to it that advance() is called while something waits.
@@ -89,6 +99,8 @@ class EntityFollower final : public TableFollower {
   std::string name_;
   Pair pair_;
   Programmer<Pair> programmer_;
+  AnswerCounters counters_;
+  Counters::SegmentTally segments_;
   bool delayed_;
   Quill::Ptr<Reactor> reactor_;
   Clock::duration pause_ = kShortestPause;

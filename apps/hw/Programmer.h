@@ -6,6 +6,7 @@
 #include <deque>
 #include <optional>
 
+#include "apps/hw/AnswerCounters.h"
 #include "apps/hw/Faults.h"
 #include "cairn/Exception.h"
 #include "skein/Skein.h"
@@ -28,8 +29,8 @@ class Programmer {
   using Clock = std::chrono::steady_clock;
 
   /// `tables` is not owned. Each answer is given `delay` after its change.
-  Programmer(Pair& tables, Faults<Config> faults, Clock::duration delay)
-      : tables_(tables), faults_(std::move(faults)), delay_(delay) {}
+  Programmer(Pair& tables, Faults<Config> faults, Clock::duration delay, AnswerCounters counters = {})
+      : tables_(tables), faults_(std::move(faults)), delay_(delay), counters_(std::move(counters)) {}
 
   /// Answers from now on follow the faults of `table` among these.
   void faultsAre(std::string_view table, std::span<const Fault> faults) { faults_.replace(table, faults); }
@@ -50,10 +51,11 @@ class Programmer {
 
   /// A config row was written or removed.
   void changed(const Key& key, Clock::time_point now) {
+    const std::uint64_t seen = counters_.seen();
     if (delay_ == Clock::duration::zero()) {
-      answer(key);
+      answer(key, seen);
     } else {
-      delayed_.push_back({key, now + delay_});
+      delayed_.push_back({key, seen, now + delay_});
     }
   }
 
@@ -61,15 +63,15 @@ class Programmer {
   bool advance(Clock::time_point now) {
     const std::uint64_t before = moves_;
     while (!delayed_.empty() && delayed_.front().due <= now) {
-      const Key key = delayed_.front().key;
+      const Delayed delayed = delayed_.front();
       delayed_.pop_front();
-      answer(key);
+      answer(delayed.key, delayed.seen);
     }
     const bool room = removeHandled();
     for (std::size_t i = room ? blocked_.size() : 0; i > 0; --i) {
-      const Key key = blocked_.front();
+      const Blocked blocked = blocked_.front();
       blocked_.pop_front();
-      answer(key);
+      answer(blocked.key, blocked.seen);
     }
     return moves_ != before;
   }
@@ -86,8 +88,13 @@ class Programmer {
   std::uint64_t answers() const { return answers_; }
 
  private:
+  struct Blocked {
+    Key key;
+    std::uint64_t seen;
+  };
   struct Delayed {
     Key key;
+    std::uint64_t seen;  // Braid::ticks()
     Clock::time_point due;
   };
   struct Removal {
@@ -96,20 +103,20 @@ class Programmer {
     std::uint64_t sequence;  // of the status row that reported the removal
   };
 
-  void answer(const Key& key) {
+  void answer(const Key& key, std::uint64_t seen) {
     const std::optional<Config> config = tables_.config(key);
     const std::optional<Status> status = tables_.status(key);
     if (!tables_.readable()) return;  // checked after the reads, which may detect the damage
     if (config) {
       const bool answered = status && !status->deleted && status->entryHandle == config->entryHandle &&
                             status->genId == config->genId;
-      if (!answered) answerPresent(*config);
+      if (!answered) answerPresent(*config, seen);
     } else if (status && !status->deleted) {
-      answerDeleted(*status);
+      answerDeleted(*status, seen);
     }
   }
 
-  void answerPresent(const Config& config) {
+  void answerPresent(const Config& config, std::uint64_t seen) {
     Status status{};
     static_cast<Key&>(status) = config.key();
     status.genId = config.genId;
@@ -121,20 +128,22 @@ class Programmer {
                                               "handle %s genId %s error %s"};
       Skein::message(site, status.entryHandle, status.genId, status.errorCode);
       if (config.valid) faults_.answered();
+      counters_.answered(status.errorCode, seen);
       ++answers_;
       ++moves_;
     } catch (const Cairn::ResourceExhaustedException&) {
-      blocked_.push_back(config.key());
+      blocked_.push_back({config.key(), seen});
     }
   }
 
-  void answerDeleted(Status status) {
+  void answerDeleted(Status status, std::uint64_t seen) {
     status.errorCode = 0;
     status.deleted = true;
     tables_.statusIs(status);
     static constinit const Skein::Site site{"./apps/hw/Programmer", 143, "answerDeleted", "handle %s"};
     Skein::message(site, status.entryHandle);
     removals_.push_back({status.key(), status.entryHandle, tables_.statusSequence()});
+    counters_.removed(seen);
     ++answers_;
     ++moves_;
   }
@@ -160,7 +169,8 @@ class Programmer {
   Clock::duration delay_;
   std::deque<Delayed> delayed_;
   std::deque<Removal> removals_;  // in order of their sequence
-  std::deque<Key> blocked_;
+  std::deque<Blocked> blocked_;
+  AnswerCounters counters_;
   std::uint64_t answers_ = 0;
   std::uint64_t moves_ = 0;
 };

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "apps/hw/AnswerCounters.h"
 #include "orrery/Mount.h"
 #include "vesta/VestaWriter.h"
 
@@ -18,6 +19,7 @@ struct TablePlace {
   std::string configPath;
   std::string statusPath;
   unsigned capacity;
+  AnswerCounters counters{};
 };
 
 template <class ConfigEntity, class StatusEntity>
@@ -58,6 +60,7 @@ class TablePair {
     auto* const attached = status_->table().writer();
     return attached == nullptr ? 0 : attached->segmentId();
   }
+  const Quill::Ptr<StatusEntity>& statusEntity() const { return status_; }
   /// The number of the status table's last change.
   std::uint64_t statusSequence() const { return writer().sequence(); }
   /// Whether every living reader has handled the status table's changes up to `sequence`. While answers wait

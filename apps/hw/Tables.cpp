@@ -45,9 +45,11 @@ std::string statusPathOf(std::size_t index) {
 
 }  // namespace
 
-Tables::Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings)
+Tables::Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings,
+               Counters::HardwareCounters* counters)
     : entityManager_(std::move(entityManager)),
       settings_(std::move(settings)),
+      counters_(counters),
       followed_(kTables.size()),
       failedNotifications_(Quill::NotifieeConst::failedNotifications()) {
   followAll(false);
@@ -77,6 +79,14 @@ void Tables::tick() {
   followAll(changesMissed_ || failed != failedNotifications_);
   changesMissed_ = false;
   failedNotifications_ = failed;
+  scale_.correct();
+  if (counters_ != nullptr) counters_->heartbeat.set(Counters::monotonicNanoseconds());
+}
+
+AnswerCounters Tables::countersOf(std::size_t index) {
+  if (counters_ == nullptr) return {};
+  counters_->tables[index].capacity.set(kTables[index].capacity);
+  return {counters_->tables[index], scale_};
 }
 
 void Tables::followAll(bool changesMissed) {
@@ -96,6 +106,7 @@ bool Tables::intact(std::size_t index) {
   const std::string displaced = follower->attached() ? follower->displacedFile() : std::string();
   if (follower->attached() && displaced.empty()) return true;
   answersBefore_ += follower->answers();
+  if (!follower->attached()) countersOf(index).words().segments.damageReports.add();
   follower.reset();
   if (displaced.empty()) return false;
   Process::log(nameOf(index) + ": the file " + displaced + " was removed or replaced");
@@ -106,8 +117,8 @@ bool Tables::intact(std::size_t index) {
 
 void Tables::follow(std::size_t index) {
   const Table& table = kTables[index];
-  const TablePlace place{entityManager_, nameOf(index), configPathOf(index), statusPathOf(index),
-                         table.capacity};
+  const TablePlace place{entityManager_,      nameOf(index),  configPathOf(index),
+                         statusPathOf(index), table.capacity, countersOf(index)};
   auto& [follower, waitedFor] = followed_[index];
   try {
     follower = table.follow(place, settings_);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/hw/AnswerCounters.h"
 #include "apps/hw/Options.h"
 #include "orrery/Mount.h"
 
@@ -32,8 +33,9 @@ class TableFollower {
 /// table is replaced by its writer, the status table by this process. Both are logged.
 class Tables {
  public:
-  /// Throws what mounting throws, save for damage.
-  Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings);
+  /// Throws what mounting throws, save for damage. `counters`, which may be null, is not owned.
+  Tables(Quill::Ptr<const Orrery::EntityManager> entityManager, Settings settings,
+         Counters::HardwareCounters* counters = nullptr);
   ~Tables();
   Tables(const Tables&) = delete;
   Tables& operator=(const Tables&) = delete;
@@ -52,6 +54,7 @@ class Tables {
     bool waitedFor = false;
   };
 
+  AnswerCounters countersOf(std::size_t index);
   void tick();
   void followAll(bool changesMissed);
   void follow(std::size_t index);
@@ -60,6 +63,8 @@ class Tables {
 
   Quill::Ptr<const Orrery::EntityManager> entityManager_;
   Settings settings_;
+  Counters::HardwareCounters* counters_;  // not owned
+  Counters::TickScale scale_;
   std::vector<Followed> followed_;   // in mount order
   std::uint64_t answersBefore_ = 0;  // of followers that are gone
   bool started_ = false;

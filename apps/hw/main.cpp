@@ -1,5 +1,6 @@
 // The hardware agent's process.
 
+#include "apps/counters/CounterFile.h"
 #include "apps/hw/Options.h"
 #include "apps/hw/Tables.h"
 #include "apps/process/Log.h"
@@ -28,15 +29,18 @@ void readAgain(const HwAgent::Options& options, HwAgent::Tables& tables) {
   }
 }
 
-bool follow(const HwAgent::Options& options) {
+bool follow(const HwAgent::Options& options, const std::string& commandLine) {
   Process::MainLoop mainLoop;
   mainLoop.busyPollIs(options.busyPoll);
   const Process::RuntimeFolder folder(options.runtimeFolder);
   Process::logLibraries();
   HwAgent::Settings settings = options.settings;
   settings.faults = faultsOf(options);
+  const auto counters =
+      Counters::makeCounters<Counters::HardwareCounters>(folder.path() + "/hw-agent.counters", commandLine);
   HwAgent::Tables tables(
-      Quill::allocate<Orrery::EntityManager>(folder.path(), mainLoop.loop(), Process::tableLog()), settings);
+      Quill::allocate<Orrery::EntityManager>(folder.path(), mainLoop.loop(), Process::tableLog()), settings,
+      counters ? &counters->words() : nullptr);
   if (!options.faultsFile.empty()) mainLoop.hangUpIs([&] { readAgain(options, tables); });
   // Not before the tables are this process's own: another one's trace would be moved aside.
   folder.trace("hw-agent");
@@ -53,5 +57,5 @@ int main(int count, char** arguments) {
   HwAgent::Options options;
   return Process::run(
       "hw-agent", HwAgent::kHelp, [&] { return HwAgent::readOptions(count, arguments, options); },
-      [&] { return follow(options); });
+      [&] { return follow(options, Counters::optionsText(count, arguments)); });
 }
