@@ -96,11 +96,13 @@ void AgentCore::restore(BeforeImages::Image& image, const HardwareAnswers& answe
   const std::uint32_t hash = table.keyHash(image.row);
   if (entries_.find(table, hash, image.row) != nullptr) return images_->remove(image.place);
   const Lumen::BaseRow current = table.stored(image.row);
+  // An insertion that was not written yet, or is undone: the hardware has nothing to answer.
+  if (current.isNull() && !image.present) return images_->remove(image.place);
   HeldEntry& entry = entries_.add(table, hash, image.row);
   entry.image = image.place;
   if (image.present) beforeIs(entry, std::move(image.row));
   entry.removed = current.isNull();
-  if (entry.removed && image.present) reserve(entry, true);
+  if (entry.removed) reserve(entry, true);
   entry.entryHandle = table.handle(entry.removed ? entry.row : current);
   if (!entry.removed) entry.genId = table.genId(current);
   const bool awaited =

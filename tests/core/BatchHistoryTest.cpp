@@ -15,6 +15,7 @@ using Strings = std::vector<std::string>;
 ///   time            the time of every batch so far runs out
 ///   hardware        the hardware agent has restarted and has answered nothing more
 ///   agent           the agent is killed and started again
+///   unwritten E     it is killed before it has written the row of entry E, and started again
 /// and what is expected:
 ///   wrote W...      the writes since the last such line
 ///   shows E...      what a reader is shown
@@ -45,7 +46,10 @@ class BatchHistory : public CoreFixture, public testing::WithParamInterface<Hist
     } else if (verb == "hardware") {
       core_->hardwareRestarted();
       core_->finish();
-    } else if (verb == "agent") {
+    } else if (verb == "agent" || verb == "unwritten") {
+      Config::Key key{};
+      if (!words.empty()) key.l3Iif = std::stoul(words.at(0));
+      if (!words.empty()) config().tableDel(key);
       start(restarts_ += 1'000'000, answers_);
     } else if (verb == "wrote") {
       EXPECT_EQ(Strings(writes().begin() + static_cast<std::ptrdiff_t>(wrote_), writes().end()), words);
@@ -317,7 +321,13 @@ constexpr History kHistories[] = {
         shows 1=1 2=2
         agent
         shows 1=1 2=2
-        wrote)"},
+        wrote
+        continue +5=5
+        unwritten 5
+        wrote 5=5 -5
+        shows 1=1 2=2
+        continue +5=6
+        wrote 5=6)"},
     {"KilledAgent_KeepsWhatWasDecided", R"(
         continue +1=1 +2=2
         ok 0
