@@ -18,6 +18,7 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
     const std::array written{entry.entryHandle, entry.genId};
     const std::array before{entry.handleBefore, entry.genIdBefore};
     entry.before = rowBefore(entry);
+    if (entry.present && entry.removed && entry.table->isFull()) return waitForRoom(entry);
     if (entry.present) {
       writeBack(entry);
     } else {
@@ -31,7 +32,6 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
     entry.state = EntryState::undoing;
     if (entry.removed) retryUndos(*entry.table);
   } catch (const std::exception& failure) {
-    if (entry.removed && entry.table->isFull()) return waitForRoom(entry);
     // The before-image counts whatever becomes of the batch: the next start undoes what could not be undone.
     if (entry.image != BeforeImages::kNone) images_->lateIs(entry.image);
     entry.table->counters().undosRefused.add();
@@ -43,7 +43,6 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
 /// An insertion of the batch has the room and is not answered yet: its own undo will give it back.
 void AgentCore::waitForRoom(HeldEntry& entry) noexcept {
   entries_.handleDel(entry);
-  metadata_->remove(entry.entryHandle, entry.genId);
   entry.state = EntryState::doomed;
   entry.lacksRoom = true;
 }
