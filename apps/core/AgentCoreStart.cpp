@@ -30,11 +30,19 @@ void AgentCore::start(const HardwareAnswers& answers) {
     if (!fault.empty()) settings_.log(fault);
   }
   std::vector<BeforeImages::Image> undecided = images_->undecided();
-  const auto above = [this](const ConfigTable& table, const Lumen::BaseRow& row) {
+  bool anyRow = false;
+  const auto above = [&](const ConfigTable& table, const Lumen::BaseRow& row) {
+    anyRow = true;
     nextHandle_ = std::max({nextHandle_, table.handle(row) + 1, table.genId(row) + 1});
   };
   for (const auto& table : tables_) {
     table->eachRow([&](const Lumen::BaseRow& row) { above(*table, row); });
+  }
+  if (anyRow && images_->isNew()) {
+    settings_.log(settings_.beforeImages + " is gone: the rows are taken as they are, undecided ones too");
+  }
+  if (anyRow && metadata_->isNew()) {
+    settings_.log(settings_.metadata + " is gone: the entries of the previous run have no metadata");
   }
   std::erase_if(undecided, [&](BeforeImages::Image& image) { return !restorable(image, above); });
   nextGenId_ = nextHandle_;

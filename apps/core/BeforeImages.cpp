@@ -49,6 +49,7 @@ BeforeImages::BeforeImages(std::string path, Capacity capacity) : capacity_(capa
     munmap(std::exchange(words_, nullptr), fileBytes());
     if (std::rename(path.c_str(), kept.c_str()) != 0) throw Cairn::SystemException("rename " + path, errno);
     open(path);
+    isNew_ = false;
   }
   findFree();
 }
@@ -77,8 +78,9 @@ void BeforeImages::open(const std::string& path) {
   if (file < 0) throw Cairn::SystemException("open " + path, errno);
   struct stat status {};
   int error = fstat(file, &status) != 0 ? errno : 0;
-  const bool isNew = status.st_size == 0;
   const auto bytes = static_cast<off_t>(fileBytes());
+  isNew_ = status.st_size == 0;
+  isWhole_ = isNew_ || status.st_size == bytes;
   // A file of another size is mapped as far as it would be needed, but only its header is read.
   if (error == 0 && status.st_size < bytes) error = posix_fallocate(file, 0, bytes);
   void* const memory =
@@ -87,7 +89,7 @@ void BeforeImages::open(const std::string& path) {
   close(file);
   if (error != 0) throw Cairn::SystemException("map " + path, error);
   words_ = static_cast<Word*>(memory);
-  if (isNew) format();
+  if (isNew_) format();
 }
 
 void BeforeImages::format() noexcept {
@@ -100,7 +102,7 @@ void BeforeImages::format() noexcept {
 }
 
 bool BeforeImages::describesItself() const noexcept {
-  return words_[0] == kMagic && words_[1] == kLayoutVersion && words_[2] == capacity_.batches &&
+  return isWhole_ && words_[0] == kMagic && words_[1] == kLayoutVersion && words_[2] == capacity_.batches &&
          words_[3] == capacity_.records && words_[4] == recordWords() * sizeof(Word) &&
          words_[5] == Cairn::checksum(words_ + 1, 4 * sizeof(Word));
 }

@@ -67,6 +67,8 @@ class BeforeImages {
 
   /// What was wrong with the file as found; empty if nothing.
   const std::string& fault() const noexcept { return fault_; }
+  /// There was no file, or an empty one.
+  bool isNew() const noexcept { return isNew_; }
   /// The undecided records as found, the newest first. They stay until removed.
   std::vector<Image> undecided() const;
 
@@ -109,6 +111,8 @@ class BeforeImages {
 
   Capacity capacity_;
   std::string fault_;
+  bool isNew_ = false;
+  bool isWhole_ = true;    // the file as found has the size that belongs to the capacity
   Word* words_ = nullptr;  // the mapping; owned
   /// A batch word in use.
   struct Use {

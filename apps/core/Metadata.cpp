@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "cairn/Exception.h"
@@ -50,34 +52,67 @@ bool holdsRecord(const std::uint64_t* slot, std::size_t slotBytes) {
          slot[2] >> 32 == checkOf(slot, lengthOf(slot));
 }
 
+std::size_t sizeOf(int file, const std::string& path) {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) throw Cairn::SystemException("open " + path, errno);
+  return static_cast<std::size_t>(status.st_size);
+}
+
+/// Of a file of any capacity; nothing for one that is damaged.
+std::optional<Header> headerIn(int file, std::size_t size) {
+  Header found{};
+  const bool isIntact = ::pread(file, found.data(), sizeof found, 0) == sizeof found &&
+                        found == headerOf(found[2], found[3]) && found[3] > kHeadWords * kWord &&
+                        size == kHeaderBytes + found[2] * found[3];
+  return isIntact ? std::optional(found) : std::nullopt;
+}
+
+/// Calls `visit(slot)` for each record, by reads: a mapping would give the holes of the file pages.
+template <class Visit>
+void eachRecordIn(int file, const Header& header, const Visit& visit) {
+  const std::size_t slotBytes = header[3];
+  std::vector<std::uint64_t> words(slotBytes / kWord);
+  for (std::size_t slot = 0; slot < header[2]; ++slot) {
+    const auto at = static_cast<off_t>(kHeaderBytes + slot * slotBytes);
+    if (::pread(file, words.data(), kHeadWords * kWord, at) < 0 || words[0] == 0) continue;
+    if (::pread(file, words.data(), slotBytes, at) != static_cast<ssize_t>(slotBytes)) continue;
+    if (holdsRecord(words.data(), slotBytes)) visit(words.data());
+  }
+}
+
 }  // namespace
 
-Metadata::Metadata(std::string path, Capacity capacity)
-    : path_(std::move(path)), capacity_(capacity), scratch_(slotBytes()) {
+Metadata::Metadata(std::string path, Capacity capacity) : path_(std::move(path)), capacity_(capacity) {
   file_ = Cairn::Descriptor(::open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-  struct stat status {};
-  if (!file_ || ::fstat(file_.get(), &status) != 0) throw Cairn::SystemException("open " + path_, errno);
-  const auto size = static_cast<std::size_t>(status.st_size);
-  Header found{};
-  const Header wanted = headerOf(capacity_.records, slotBytes());
-  const bool isRead = ::pread(file_.get(), found.data(), sizeof found, 0) == sizeof found;
-  if (isRead && found == wanted && size == fileBytes()) {
+  if (!file_) throw Cairn::SystemException("open " + path_, errno);
+  const std::size_t size = sizeOf(file_.get(), path_);
+  const std::optional<Header> found = headerIn(file_.get(), size);
+  isNew_ = size == 0;
+  if (found) {
+    capacity_.records = std::max(capacity_.records, (*found)[2]);
+    capacity_.bytes = std::max(capacity_.bytes, (*found)[3] - kHeadWords * kWord);
+  }
+  scratch_.resize(slotBytes());
+  if (found == headerOf(capacity_.records, slotBytes())) {
     map();
     load();
     return;
   }
-  const std::vector<Record> records = recordsIn(file_.get(), size).value_or(std::vector<Record>());
-  if (size != 0 && !(isRead && found == headerOf(found[2], found[3]))) {
+  if (!isNew_ && !found) {
     fault_ = path_ + " is damaged: kept as " + path_ +
              ".damaged, the entries of the previous run have no metadata";
     if (std::rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0) {
       throw Cairn::SystemException("rename " + path_, errno);
     }
   }
-  create();
-  for (const Record& record : records) {
-    if (record.bytes.size() <= capacity_.bytes) add(record.handle, record.genId, record.bytes);
+  const Cairn::Descriptor old = std::move(file_);
+  stage();
+  if (found) {
+    eachRecordIn(old.get(), *found, [this](const Word* slot) {
+      add(slot[0], slot[1], {reinterpret_cast<const char*>(slot + kHeadWords), lengthOf(slot)});
+    });
   }
+  publish();
 }
 
 Metadata::~Metadata() {
@@ -90,47 +125,33 @@ const Metadata::Word* Metadata::slotAt(Slot slot) const noexcept {
   return words_ + (kHeaderBytes + slot * slotBytes()) / kWord;
 }
 
-/// The records of a file of any capacity; nothing for a damaged file.
-std::optional<std::vector<Metadata::Record>> Metadata::recordsIn(int file, std::size_t size) {
-  std::vector<Word> words(size / kWord);
-  const ssize_t length = ::pread(file, words.data(), words.size() * kWord, 0);
-  if (length != static_cast<ssize_t>(words.size() * kWord) || size < kHeaderBytes) return std::nullopt;
-  const std::size_t slotWords = words[3] / kWord;
-  if (!std::equal(words.begin(), words.begin() + 5, headerOf(words[2], words[3]).begin()) ||
-      slotWords < kHeadWords) {
-    return std::nullopt;
-  }
-  std::vector<Record> records;
-  for (std::size_t at = kHeaderBytes / kWord; at + slotWords <= words.size(); at += slotWords) {
-    const Word* const slot = &words[at];
-    if (!holdsRecord(slot, slotWords * kWord)) continue;
-    const char* const bytes = reinterpret_cast<const char*>(slot + kHeadWords);
-    records.push_back({slot[0], slot[1], std::string(bytes, lengthOf(slot))});
-  }
-  return records;
-}
-
-std::size_t Metadata::count(const std::string& path) {
-  const Cairn::Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0) throw Cairn::SystemException("open " + path, errno);
-  const auto records = recordsIn(file.get(), static_cast<std::size_t>(status.st_size));
-  if (!records) throw Cairn::CorruptionDetectedException(path + ": damaged header or size");
-  return records->size();
-}
-
-/// Under another name first: a kill leaves the old file or the new one.
-void Metadata::create() {
+/// Under another name first: a kill leaves the old file or the new one with all that was in the old.
+void Metadata::stage() {
   const std::string staged = path_ + ".new";
   ::unlink(staged.c_str());
   file_ = Cairn::Descriptor(::open(staged.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   const Header header = headerOf(capacity_.records, slotBytes());
   const bool isMade = file_ && ::pwrite(file_.get(), header.data(), sizeof header, 0) == sizeof header &&
-                      ::ftruncate(file_.get(), static_cast<off_t>(fileBytes())) == 0 &&
-                      std::rename(staged.c_str(), path_.c_str()) == 0;
+                      ::ftruncate(file_.get(), static_cast<off_t>(fileBytes())) == 0;
   if (!isMade) throw Cairn::SystemException("create " + path_, errno);
   map();
   load();
+}
+
+void Metadata::publish() {
+  if (std::rename((path_ + ".new").c_str(), path_.c_str()) != 0) {
+    throw Cairn::SystemException("create " + path_, errno);
+  }
+}
+
+std::size_t Metadata::count(const std::string& path) {
+  const Cairn::Descriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file) throw Cairn::SystemException("open " + path, errno);
+  const std::optional<Header> header = headerIn(file.get(), sizeOf(file.get(), path));
+  if (!header) throw Cairn::CorruptionDetectedException(path + ": damaged header or size");
+  std::size_t count = 0;
+  eachRecordIn(file.get(), *header, [&count](const std::uint64_t*) { ++count; });
+  return count;
 }
 
 void Metadata::map() {

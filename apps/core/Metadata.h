@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,9 +29,9 @@ class Metadata {
     std::size_t bytes;  ///< of the longest record
   };
 
-  /// Maps the file at `path`, creating it if missing; one of another capacity is rewritten. One that is
-  /// damaged is renamed to `path`.damaged and replaced by an empty one; fault() then says so. Throws
-  /// Cairn::SystemException.
+  /// Maps the file at `path`, creating it if missing; one of a smaller capacity is rewritten, one of a larger
+  /// keeps its own, so that no record is lost. One that is damaged is renamed to `path`.damaged and replaced
+  /// by an empty one; fault() then says so. Throws Cairn::SystemException, and what add() throws.
   Metadata(std::string path, Capacity capacity);
   ~Metadata();
   Metadata(const Metadata&) = delete;
@@ -44,6 +43,8 @@ class Metadata {
 
   /// What was wrong with the file as found; empty if nothing.
   const std::string& fault() const noexcept { return fault_; }
+  /// There was no file, or an empty one.
+  bool isNew() const noexcept { return isNew_; }
   /// Drops the records for which `keep(handle, genId)` is false.
   void retain(const std::function<bool(std::uint64_t handle, std::uint64_t genId)>& keep);
 
@@ -59,14 +60,9 @@ class Metadata {
  private:
   using Word = std::uint64_t;
   using Slot = std::uint32_t;
-  struct Record {
-    Word handle;
-    Word genId;
-    std::string bytes;
-  };
 
-  static std::optional<std::vector<Record>> recordsIn(int file, std::size_t fileBytes);
-  void create();
+  void stage();
+  void publish();
   void map();
   void load();
   Slot find(std::uint64_t handle, std::uint64_t genId) const noexcept;
@@ -77,6 +73,7 @@ class Metadata {
   std::string path_;
   Capacity capacity_;
   std::string fault_;
+  bool isNew_ = false;
   Cairn::Descriptor file_;
   Word* words_ = nullptr;  // the mapping; owned
   FlatIndex index_;

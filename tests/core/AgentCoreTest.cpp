@@ -1,3 +1,7 @@
+#include <unistd.h>
+
+#include <fstream>
+
 #include "CoreFixture.h"
 
 namespace {
@@ -174,17 +178,45 @@ TEST_F(AgentCoreTest, UnusableTable_IsOneTextForEveryUpdate) {
 }
 
 TEST_F(AgentCoreTest, DamagedFile_IsReportedAndTheRowsTakenAsTheyAre) {
-  const std::pair<const char*, const char*> files[] = {{"before-images", "1=1:a"}, {"metadata", "1=1"}};
-  submit({"+1:a"});
-  for (const auto& [name, rows] : files) {
-    core_.reset();
-    std::FILE* const file = std::fopen((folder_.path() + "/" + name).c_str(), "r+");
-    ASSERT_NE(file, nullptr);
-    std::fputs("damage", file);
-    std::fclose(file);
+  struct Case {
+    const char* name;
+    off_t size;  // to which the file is cut; -1: something is written over its start, -2: it is removed
+    const char* said;
+    const char* rows;
+  };
+  const Case cases[] = {
+      {"before-images", -1, " is damaged", "1=1:a"}, {"before-images", 5000, " is damaged", "1=1:a"},
+      {"before-images", -2, " is gone", "1=1:a"},    {"metadata", -1, " is damaged", "1=1"},
+      {"metadata", 5000, " is damaged", "1=1"},      {"metadata", -2, " is gone", "1=1"}};
+  for (const Case& damage : cases) {
+    SCOPED_TRACE(std::string(damage.name) + " " + std::to_string(damage.size));
     start(kFirstHandle);
-    EXPECT_NE(log_.find(std::string(name) + " is damaged"), std::string::npos) << log_;
-    EXPECT_EQ(shown(), Strings{rows});
+    submit({"-1"});
+    completeAll();
+    submit({"+1:a"});
+    core_.reset();
+    log_.clear();
+    const std::string path = folder_.path() + "/" + damage.name;
+    if (damage.size == -1) {
+      std::ofstream(path, std::ios::in) << "damage";
+    } else {
+      ASSERT_EQ(damage.size == -2 ? ::unlink(path.c_str()) : ::truncate(path.c_str(), damage.size), 0);
+    }
+    start(kFirstHandle);
+    EXPECT_NE(log_.find(damage.name + std::string(damage.said)), std::string::npos) << log_;
+    EXPECT_EQ(shown(), Strings{damage.rows});
+    completeAll();
+  }
+}
+
+TEST(MetadataTest, Records_SurviveAnotherLimit) {
+  const RuntimeFolder folder("/dev/shm");
+  const std::string path = folder.path() + "/metadata";
+  const std::string longest(1000, 'x');
+  Metadata(path, {4, 1000}).add(1, 2, longest);
+  for (const std::size_t bytes : {10u, 2000u, 1000u}) {
+    const Metadata metadata(path, {4, bytes});
+    EXPECT_EQ(metadata.of(1, 2), longest) << bytes;
   }
 }
 
