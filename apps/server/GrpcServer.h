@@ -28,7 +28,7 @@ struct Listening {
   std::vector<std::string> addresses;  ///< "ADDRESS:PORT"
   std::optional<TlsFiles> tls;         ///< of the addresses
   bool isInsecureAllowed = false;      ///< without TLS on other addresses than loopback
-  std::size_t maxConnections = 256;    ///< of each socket
+  std::size_t maxConnections = 512;    ///< of each socket; more than streams, for clients without one
   int maxMessageBytes = 16 << 20;
 };
 
