@@ -15,6 +15,17 @@ namespace {
 constexpr std::size_t kWorksAtOnce = 64;        // between other events of the loop
 constexpr std::chrono::milliseconds kTick{50};  // takeovers and stalled clients are checked so often
 
+/// The reason why a batch that rolls back has failed. That some entry is missing is the last one to be told.
+Status failureOf(const std::vector<Agent::UpdateStatus>& results) {
+  Status missing;
+  for (const Agent::UpdateStatus& result : results) {
+    if (result.ok() || result.code == StatusCode::aborted) continue;
+    if (result.code != StatusCode::notFound) return result;
+    missing = result;
+  }
+  return missing;
+}
+
 }  // namespace
 
 Stream::~Stream() = default;
@@ -64,9 +75,12 @@ void Device::writeEnded() {
   if (--writesInFlight_ == 0 && removal_) removeNow();
 }
 
+/// An undecided removal counts as well as an undecided insertion: either may be undone.
 bool Device::hasEntries(std::size_t table) const {
   bool any = false;
-  core_.tables()[table]->eachRow([&any](const Lumen::BaseRow&) { any = true; });
+  const auto found = [&any](const Lumen::BaseRow&) { any = true; };
+  core_.tables()[table]->eachRow(found);
+  core_.eachDecidedRow(*core_.tables()[table], found);
   return any;
 }
 
@@ -76,23 +90,26 @@ void Device::removeAll(PipelineConfig::Done done) {
   if (writesInFlight_ == 0) removeNow();
 }
 
+/// Entries whose removal is out of time but undecided are removed, too, in case that one fails.
 void Device::removeNow() noexcept {
-  const auto failureOf = [](const std::vector<Agent::UpdateStatus>& results) {
-    const auto failed = std::find_if(results.begin(), results.end(), [](const Agent::UpdateStatus& result) {
-      return !result.ok() && result.code != StatusCode::aborted;
-    });
-    return failed == results.end() ? Status() : Status(*failed);
-  };
   withMemory(
       [&] {
         std::vector<Agent::Update> removals;
         for (const auto& table : core_.tables()) {
-          table->eachRow([&](const Lumen::BaseRow& row) {
+          const auto remove = [&](const Lumen::BaseRow& row) {
             removals.push_back({Agent::UpdateType::remove, table.get(), row, {}, {}});
+          };
+          table->eachRow(remove);
+          core_.eachDecidedRow(*table, [&](const Lumen::BaseRow& row) {
+            if (table->stored(row).isNull()) remove(row);
           });
         }
-        submit_(std::move(removals), Agent::Atomicity::rollbackOnError,
-                [this, failureOf](const auto& results) { removalEnded(failureOf(results)); });
+        submit_(std::move(removals), Agent::Atomicity::rollbackOnError, [this](const auto& results) {
+          const Status status = failureOf(results);
+          // An entry that was undecided is gone now: once more, for those that are there.
+          if (status.code == StatusCode::notFound) return removeNow();
+          removalEnded(status);
+        });
       },
       [this] {
         removalEnded({StatusCode::resourceExhausted, "out of memory"});
