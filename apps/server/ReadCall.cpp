@@ -35,7 +35,7 @@ ReadCall::ReadCall(Device& device, grpc_call* call, const p4::v1::ReadRequest& r
     : device_(device), watch_(device.stalledCalls(), call), deviceId_(request.device_id()) {
   attempt([&] {
     Status status = device_.checkDevice(deviceId_);
-    if (status.ok()) status = device_.quota().take(request.ByteSizeLong(), share_);
+    if (status.ok()) status = device_.quota().take(bytesOf(request, request.entities_size()), share_);
     if (status.ok()) {
       decode(request);
       if (device_.inbox().post(*this)) return;

@@ -12,8 +12,13 @@ std::optional<ElectionId> electionIdOf(bool isSet, const p4::v1::Uint128& id) {
   return ElectionId{id.high(), id.low()};
 }
 
-bool UnaryCall::reserve(const google::protobuf::MessageLite& request) {
-  const Agent::Status status = device_.quota().take(request.ByteSizeLong(), share_);
+std::size_t bytesOf(const google::protobuf::MessageLite& request, int elements) {
+  constexpr std::size_t kElementBytes = 512;
+  return request.ByteSizeLong() + static_cast<std::size_t>(elements) * kElementBytes;
+}
+
+bool UnaryCall::reserve(const google::protobuf::MessageLite& request, int updates) {
+  const Agent::Status status = device_.quota().take(bytesOf(request, updates), share_);
   if (!status.ok()) finish(status);
   return status.ok();
 }

@@ -13,6 +13,9 @@ namespace Server {
 grpc::Status grpcStatus(const Agent::Status& status);
 /// The status of a request without memory. Its text is short, so that it takes none.
 inline grpc::Status outOfMemory() { return {grpc::StatusCode::RESOURCE_EXHAUSTED, "out of memory"}; }
+/// What a request of so many updates or other elements takes of the bytes in flight. An element takes memory
+/// of its own, as a message and as what is made of it: 8 million in 16 MB would take 4.6 GB.
+std::size_t bytesOf(const google::protobuf::MessageLite& request, int elements);
 std::optional<ElectionId> electionIdOf(bool isSet, const p4::v1::Uint128& id);
 
 /// A call with one request and one answer, which goes to the loop in between. Made on a gRPC thread; gone
@@ -21,8 +24,9 @@ class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
  protected:
   explicit UnaryCall(Device& device) : device_(device) {}
 
-  /// False when the request finds no room among those in flight; the call is finished then.
-  bool reserve(const google::protobuf::MessageLite& request);
+  /// False when the request, of so many updates, finds no room among those in flight; the call is finished
+  /// then.
+  bool reserve(const google::protobuf::MessageLite& request, int updates = 0);
   /// Has run() called on the loop's thread, or finishes the call when the loop takes no more work.
   void post();
   /// Runs `step`, whose last action may be to finish the call; without memory for it, the call ends.

@@ -13,7 +13,7 @@ using p4::v1::WriteRequest;
 
 WriteCall::WriteCall(Device& device, const WriteRequest& request) : UnaryCall(device), request_(request) {
   attempt([this] {
-    if (!reserve(request_)) return;
+    if (!reserve(request_, request_.updates_size())) return;
     decode();
     post();
   });
