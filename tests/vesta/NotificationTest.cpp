@@ -35,6 +35,20 @@ TEST_F(Notify, PollHonoursLimitAndPublishesProgressWhateverHandlersDo) {
   EXPECT_TRUE(table->readers().empty());
 }
 
+TEST_F(Notify, MissContinuesInTheNextSegmentButNotWithinAHandler) {
+  const auto table = writer();
+  const auto follower = reader();
+  put(*table, 1, 1);
+  follower->onChangeIs([&](const TestKey& key) {
+    if (key.id != 1) return;
+    replaceSegment(*table);
+    put(*table, 3, 1);
+    EXPECT_EQ(stampOf(*follower, 3), 0u) << "the handler is called for the segment before";
+  });
+  EXPECT_EQ(follower->poll(1), 1u);
+  EXPECT_EQ(stampOf(*follower, 3), 1u);
+}
+
 TEST_F(Notify, LateReaderIsNotifiedOfPresentRowsUnlessItSkips) {
   auto table = writer();
   for (std::uint64_t id = 1; id <= 4; ++id) put(*table, id, 1);
