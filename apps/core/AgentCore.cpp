@@ -10,6 +10,7 @@
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "cairn/Exception.h"
 #include "skein/Ring.h"
+#include "skein/Skein.h"
 #include "vesta/DeferredWakeups.h"
 
 namespace Agent {
@@ -29,6 +30,17 @@ void prefetchNext(const Operation& operation) {
   if (next == nullptr || next->entry == nullptr) return;
   HeldEntries::prefetch(next->entry->row);
   if (next->next != nullptr && next->next->entry != nullptr) HeldEntries::prefetch(*next->next->entry);
+}
+
+// What an operator asks for later: when the batch of an entry's handle came, was written and was decided.
+constexpr std::string_view kSource = "./apps/core/AgentCore";
+constinit const Skein::Site kSubmitted{kSource, 1, "submit", "batch %s of %s updates"};
+constinit const Skein::Site kInserted{kSource, 2, "write", "batch %s insert handle %s"};
+constinit const Skein::Site kModified{kSource, 3, "write", "batch %s modify handle %s"};
+constinit const Skein::Site kRemoved{kSource, 4, "write", "batch %s delete handle %s"};
+
+const Skein::Site& siteOf(UpdateType type) {
+  return type == UpdateType::insert ? kInserted : type == UpdateType::modify ? kModified : kRemoved;
 }
 
 /// Answers updates that could not be read, and hashes the keys of the others.
@@ -88,6 +100,8 @@ void AgentCore::submit(std::vector<Update> updates, Atomicity atomicity, Done do
   auto made = std::make_unique<Batch>(std::move(updates), tables_.size(), atomicity, std::move(done),
                                       now + settings_.timeout);
   std::vector<bool> repeated(made->updates.size());
+  made->number = ++lastBatch_;
+  Skein::message(kSubmitted, made->number, made->updates.size());
   batches_.push_back(std::move(made));
   const Vesta::DeferredWakeups wakeups;
   Batch& batch = *batches_.back();
@@ -257,6 +271,7 @@ bool AgentCore::write(Operation& operation) noexcept {
     entry.state = EntryState::writing;
     operation.state = State::inFlight;
     CoreCounters::written(table, type);
+    Skein::message(siteOf(type), operation.batch->number, entry.entryHandle);
   });
 }
 

@@ -201,6 +201,7 @@ class AgentCore {
   OperationQueue ready_;  // hold their entries, have not been attempted
   std::vector<Refused> refused_;
   CoreCounters counters_;
+  std::uint64_t lastBatch_ = 0;
 };
 
 }  // namespace Agent

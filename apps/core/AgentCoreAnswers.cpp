@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "skein/Ring.h"
+#include "skein/Skein.h"
 #include "vesta/DeferredWakeups.h"
 
 namespace Agent {
@@ -75,6 +76,8 @@ void AgentCore::answered(HeldEntry& entry, const P4Runtime::BatchStatusEntry& co
 }
 
 void AgentCore::decide(Batch& batch) noexcept {
+  static constinit const Skein::Site site{"./apps/core/AgentCore", 5, "decide", "batch %s"};
+  Skein::message(site, batch.number);
   if (batch.images != BeforeImages::kNone) images_->decide(std::exchange(batch.images, BeforeImages::kNone));
   const auto applied = [&batch](std::size_t i) {
     return i < batch.operations.size() && batch.operations[i].state == State::applied;
@@ -98,6 +101,8 @@ void AgentCore::decide(Batch& batch) noexcept {
 
 /// Answers what has no result ABORTED and undoes it, the last update first.
 void AgentCore::rollBack(Batch& batch) noexcept {
+  static constinit const Skein::Site site{"./apps/core/AgentCore", 6, "rollBack", "batch %s"};
+  Skein::message(site, batch.number);
   for (std::size_t i = batch.operations.size(); i-- > 0;) {
     Operation& operation = batch.operations[i];
     if (operation.state == State::answered) continue;

@@ -7,12 +7,15 @@
 
 #include "cairn/Exception.h"
 #include "skein/Ring.h"
+#include "skein/Skein.h"
 
 namespace Agent {
 
 using EntryState = HeldEntry::State;
 
 void AgentCore::undo(HeldEntry& entry) noexcept {
+  static constinit const Skein::Site site{"./apps/core/AgentCore", 7, "undo", "handle %s"};
+  Skein::message(site, entry.entryHandle);
   entry.table->counters().undos.add();
   try {
     const std::array written{entry.entryHandle, entry.genId};

@@ -112,6 +112,7 @@ struct Batch {
   /// Nothing points at it any more.
   bool isFree() const noexcept { return isDone() && queued == 0; }
 
+  std::uint64_t number = 0;  ///< counts up from 1; names the batch in traces
   std::vector<Update> updates;
   std::vector<UpdateStatus> results;  ///< in the order of the updates, like
   std::vector<Operation> operations;  ///< these, which never become more: they are pointed at

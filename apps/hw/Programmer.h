@@ -51,6 +51,7 @@ class Programmer {
 
   /// A config row was written or removed.
   void changed(const Key& key, Clock::time_point now) {
+    traceSeen(key);
     const std::uint64_t seen = counters_.seen();
     if (delay_ == Clock::duration::zero()) {
       answer(key, seen);
@@ -102,6 +103,15 @@ class Programmer {
     std::uint64_t entryHandle;
     std::uint64_t sequence;  // of the status row that reported the removal
   };
+
+  void traceSeen(const Key& key) {
+    static constinit const Skein::Site site{"./apps/hw/Programmer", 88, "changed", "handle %s"};
+    if (const std::optional<Config> config = tables_.config(key)) {
+      Skein::message(site, config->entryHandle);
+    } else if (const std::optional<Status> status = tables_.status(key)) {
+      Skein::message(site, status->entryHandle);
+    }
+  }
 
   void answer(const Key& key, std::uint64_t seen) {
     const std::optional<Config> config = tables_.config(key);
