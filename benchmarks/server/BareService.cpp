@@ -82,7 +82,7 @@ class Call final : public grpc::ServerUnaryReactor, private Bridge::Work {
   }
 
  private:
-  void run() override {
+  void run() noexcept override {
     if (tables_ != nullptr) {
       tables_->prepare(entries_.size());
       tables_->batch();
