@@ -133,7 +133,7 @@ TEST_F(ShowTest, Show_SaysWhatIsWrongWithTheFolder) {
   EXPECT_THAT(run({"show"}).text,
               StartsWith("tolmarctl: runtime folder FOLDER: no table in it, expected p4runtime/"));
   std::filesystem::remove_all(path() + "/p4runtime");
-  for (const char* const file : {"hw-agent.trace", "p4rt-agent.undo"})
+  for (const char* const file : {"hw-agent.counters", "hw-agent.trace", "p4rt-agent.undo"})
     std::filesystem::remove(path() + "/" + file);
   EXPECT_THAT(run({"show"}).text, StartsWith("tolmarctl: runtime folder FOLDER: neither tables (p4runtime/"));
   EXPECT_EQ(run({"show"}).code, 2);

@@ -122,7 +122,7 @@ TEST_F(ToolsTest, Check_SaysWhatIsWrongAndWhatToDo) {
   const auto fine = run({"check"});
   EXPECT_THAT(fine.text,
               AllOf(HasSubstr("ok    " + l3Iif("config") + "/table: 3 of 8192 rows, p4rt-agent PID running"),
-                    HasSubstr("ok    hw-agent.trace: 3 messages since TIME\n"),
+                    HasSubstr("ok    hw-agent.trace: 6 messages since TIME\n"),
                     HasSubstr("ok    p4rt-agent.undo: 0 undecided updates\n"),
                     HasSubstr("ok    p4rt-agent.election: 0 bytes\n"),
                     HasSubstr("VRF 10: 2 references by rows\nVRF 20: 1 references by rows\n")));
