@@ -35,13 +35,9 @@ void prefetchNext(const Operation& operation) {
 // What an operator asks for later: when the batch of an entry's handle came, was written and was decided.
 constexpr std::string_view kSource = "./apps/core/AgentCore";
 constinit const Skein::Site kSubmitted{kSource, 1, "submit", "batch %s of %s updates"};
-constinit const Skein::Site kInserted{kSource, 2, "write", "batch %s insert handle %s"};
-constinit const Skein::Site kModified{kSource, 3, "write", "batch %s modify handle %s"};
+constinit const Skein::Site kInserted{kSource, 2, "write", "batch %s insert handle %s genId %s"};
+constinit const Skein::Site kModified{kSource, 3, "write", "batch %s modify handle %s genId %s"};
 constinit const Skein::Site kRemoved{kSource, 4, "write", "batch %s delete handle %s"};
-
-const Skein::Site& siteOf(UpdateType type) {
-  return type == UpdateType::insert ? kInserted : type == UpdateType::modify ? kModified : kRemoved;
-}
 
 /// Answers updates that could not be read, and hashes the keys of the others.
 void readUpdates(Batch& batch, CoreCounters& counters) {
@@ -254,12 +250,15 @@ bool AgentCore::write(Operation& operation) noexcept {
       entry.writtenAt = Braid::ticks();
       entries_.handleIs(entry, entry.entryHandle);
       if (type == UpdateType::remove) {
+        Skein::message(kRemoved, operation.batch->number, entry.entryHandle);
         table.remove(entry.row);
         entry.removed = true;
         reserve(entry, true);
       } else {
         entry.genId = nextGenId_++;
         metadata_->add(entry.entryHandle, entry.genId, operation.update().metadataBytes());
+        Skein::message(entry.present ? kModified : kInserted, operation.batch->number, entry.entryHandle,
+                       entry.genId);
         table.write(entry.row, entry.genId, entry.entryHandle);
         unreserve(entry);
       }
@@ -271,7 +270,6 @@ bool AgentCore::write(Operation& operation) noexcept {
     entry.state = EntryState::writing;
     operation.state = State::inFlight;
     CoreCounters::written(table, type);
-    Skein::message(siteOf(type), operation.batch->number, entry.entryHandle);
   });
 }
 

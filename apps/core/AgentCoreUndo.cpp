@@ -13,9 +13,14 @@ namespace Agent {
 
 using EntryState = HeldEntry::State;
 
+namespace {
+
+constinit const Skein::Site kRestored{"./apps/core/AgentCore", 7, "undo", "handle %s genId %s"};
+constinit const Skein::Site kRemoved{"./apps/core/AgentCore", 8, "undo", "delete handle %s"};
+
+}  // namespace
+
 void AgentCore::undo(HeldEntry& entry) noexcept {
-  static constinit const Skein::Site site{"./apps/core/AgentCore", 7, "undo", "handle %s"};
-  Skein::message(site, entry.entryHandle);
   entry.table->counters().undos.add();
   try {
     const std::array written{entry.entryHandle, entry.genId};
@@ -27,6 +32,7 @@ void AgentCore::undo(HeldEntry& entry) noexcept {
     } else {
       entry.writtenAt = Braid::ticks();
       entries_.handleIs(entry, entry.entryHandle);
+      Skein::message(kRemoved, entry.entryHandle);
       entry.table->remove(entry.row);
       entry.removed = true;
     }
@@ -65,6 +71,7 @@ void AgentCore::writeBack(HeldEntry& entry) {
   entry.writtenAt = Braid::ticks();
   entries_.handleIs(entry, entry.entryHandle);
   metadata_->add(entry.entryHandle, entry.genId, kept);
+  Skein::message(kRestored, entry.entryHandle, entry.genId);
   table.write(entry.before, entry.genId, entry.entryHandle);
   entry.handleBefore = entry.entryHandle;
   entry.genIdBefore = entry.genId;

@@ -27,6 +27,7 @@ struct CommandLine {
 void addShow(CLI::App& app, CommandLine& line);
 void addDiff(CLI::App& app, CommandLine& line);
 void addCheck(CLI::App& app, CommandLine& line);
+void addExplain(CLI::App& app, CommandLine& line);
 void addTrace(CLI::App& app, CommandLine& line);
 void addWatch(CLI::App& app, CommandLine& line);
 void addReport(CLI::App& app, CommandLine& line);

@@ -107,6 +107,7 @@ WallTime timeOf(const std::string& text, WallTime now) {
 
 std::string durationText(std::uint64_t nanoseconds) {
   const double seconds = static_cast<double>(nanoseconds) / 1e9;
+  if (seconds < 1e-3) return fmt::format("{:.1f} us", seconds * 1e6);
   if (seconds < 1) return fmt::format("{:.0f} ms", seconds * 1e3);
   if (seconds < 100) return fmt::format("{:.1f} s", seconds);
   if (seconds < 7200) return fmt::format("{:.0f} min", seconds / 60);

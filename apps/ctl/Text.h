@@ -19,7 +19,7 @@ std::string timeText(WallTime time);
 /// Reads a time in the form of timeText, of which the end may be missing from the seconds or their fraction
 /// on, or how long ago it is, as "90s", "5m", "2h" or "1d". Throws Cairn::Exception for another form.
 WallTime timeOf(const std::string& text, WallTime now);
-/// "850 ms", "3.2 s", "5 min", "3 h", "2 d"
+/// "12.5 us", "850 ms", "3.2 s", "5 min", "3 h", "2 d"
 std::string durationText(std::uint64_t nanoseconds);
 
 /// For at most how long a row of this generation has been there: generations count up from the time at which

@@ -38,6 +38,7 @@ int main(int count, char** arguments) {
   app.footer("tolmarctl COMMAND --help lists the options of a command.");
   Ctl::addShow(app, line);
   Ctl::addDiff(app, line);
+  Ctl::addExplain(app, line);
   Ctl::addCheck(app, line);
   Ctl::addTrace(app, line);
   Ctl::addWatch(app, line);

@@ -105,11 +105,12 @@ class Programmer {
   };
 
   void traceSeen(const Key& key) {
-    static constinit const Skein::Site site{"./apps/hw/Programmer", 88, "changed", "handle %s"};
+    static constinit const Skein::Site written{"./apps/hw/Programmer", 88, "changed", "handle %s genId %s"};
+    static constinit const Skein::Site removed{"./apps/hw/Programmer", 89, "changed", "removed handle %s"};
     if (const std::optional<Config> config = tables_.config(key)) {
-      Skein::message(site, config->entryHandle);
+      Skein::message(written, config->entryHandle, config->genId);
     } else if (const std::optional<Status> status = tables_.status(key)) {
-      Skein::message(site, status->entryHandle);
+      Skein::message(removed, status->entryHandle);
     }
   }
 
