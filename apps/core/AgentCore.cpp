@@ -394,6 +394,15 @@ void AgentCore::count() {
   }
 }
 
+bool AgentCore::hasUpdates(const ConfigTable& table) const {
+  return std::any_of(batches_.begin(), batches_.end(), [&table](const auto& batch) {
+    const auto& operations = batch->operations;
+    return std::any_of(operations.begin(), operations.end(), [&table](const Operation& operation) {
+      return operation.state != State::answered && operation.update().table == &table;
+    });
+  });
+}
+
 std::optional<AgentCore::Clock::time_point> AgentCore::nextDeadline() const {
   if (batches_.empty()) return std::nullopt;
   return batches_.front()->deadline;

@@ -132,6 +132,8 @@ class AgentCore {
     return metadata_->of(table.handle(row), table.genId(row));
   }
 
+  /// Whether some update of the table has no result yet.
+  bool hasUpdates(const ConfigTable& table) const;
   /// When expire() is next needed; none while no batch is in progress.
   std::optional<Clock::time_point> nextDeadline() const;
   /// Entries that are held.

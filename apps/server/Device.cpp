@@ -75,9 +75,9 @@ void Device::writeEnded() {
   if (--writesInFlight_ == 0 && removal_) removeNow();
 }
 
-/// An undecided removal counts as well as an undecided insertion: either may be undone.
+/// An undecided removal counts as well as an undecided insertion, and so does what is not written yet.
 bool Device::hasEntries(std::size_t table) const {
-  bool any = false;
+  bool any = core_.hasUpdates(*core_.tables()[table]);
   const auto found = [&any](const Lumen::BaseRow&) { any = true; };
   core_.tables()[table]->eachRow(found);
   core_.eachDecidedRow(*core_.tables()[table], found);

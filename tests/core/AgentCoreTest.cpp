@@ -28,7 +28,10 @@ TEST_F(AgentCoreTest, Completions_AreAllTakenOutAndAnswerTheirOwnUpdateOnce) {
   complete(12345);
   complete(kFirstHandle - 1, 3);
   EXPECT_TRUE(results_[failing].empty());
+  EXPECT_TRUE(core_->hasUpdates(*core_->table("l3IifTH3")));
+  EXPECT_FALSE(core_->hasUpdates(*core_->table("myStationTcamTH3")));
   complete(handle(0), 7);
+  EXPECT_FALSE(core_->hasUpdates(*core_->table("l3IifTH3")));
   EXPECT_EQ(results_[failing], (Strings{"REFUSED: hardware error 7"}));
   complete(handle(1));  // of the undo
   complete(handle(1));
