@@ -40,7 +40,8 @@ void requireKnownHandles(const Options& options) {
 
 /// Serves P4Runtime until the loop is stopped, and answers then what is in flight.
 void serve(Process::MainLoop& mainLoop, Agent::AgentProcess& agent, const Options& options,
-           const std::string& folder, const std::function<void()>& abandoned) {
+           const std::string& folder, const std::function<void()>& abandoned,
+           Counters::AgentCounters* counters) {
   Server::Device::Settings settings = options.device;
   settings.runtimeFolder = folder;
   settings.arbitration.takeoverTimeout = options.timeout;
@@ -55,7 +56,14 @@ void serve(Process::MainLoop& mainLoop, Agent::AgentProcess& agent, const Option
   Server::GrpcServer server(mainLoop.loop(), device, listening);
   Process::log("serving P4Runtime at " + listening.unixSocket);
   for (const std::string& address : listening.addresses) Process::log("serving P4Runtime at " + address);
+  constexpr std::chrono::milliseconds kCountEvery{400};
+  const auto timer = mainLoop.loop().periodicTimerIs(kCountEvery, [&] {
+    if (counters == nullptr) return;
+    device.count(counters->server);
+    server.count(counters->server);
+  });
   mainLoop.run(abandoned);
+  mainLoop.loop().timerDel(timer);
   constexpr std::chrono::seconds kGrace{1};  // beside the time-out of what is in flight
   server.stop(std::chrono::steady_clock::now() + options.timeout + kGrace);
 }
@@ -85,7 +93,9 @@ void runAgent(const Options& options, const std::string& commandLine) {
   // Not before the tables are this process's own: another agent's trace would be moved aside.
   folder.trace("p4rt-agent");
   if (options.cleanup) return cleanUp(agent, folder.path());
-  serve(mainLoop, agent, options, folder.path(), [&agent] { agent.recover(); });
+  serve(
+      mainLoop, agent, options, folder.path(), [&agent] { agent.recover(); },
+      counters ? &counters->words() : nullptr);
 }
 
 }  // namespace

@@ -8,6 +8,8 @@ namespace Bridge {
 
 Agent::Status Quota::take(std::size_t bytes, Share& share) {
   std::unique_lock lock(mutex_);
+  ++counts_.requests;
+  counts_.bytes += bytes;
   if (requests_ >= maxRequests_ || bytes > maxBytes_ - std::min(bytes_, maxBytes_)) {
     const std::size_t requestsInFlight = requests_;
     const std::size_t bytesInFlight = bytes_;
@@ -46,6 +48,16 @@ void Quota::give(std::size_t bytes) noexcept {
   const std::lock_guard lock(mutex_);
   --requests_;
   bytes_ -= bytes;
+}
+
+void Quota::rejected() noexcept {
+  const std::lock_guard lock(mutex_);
+  ++counts_.rejected;
+}
+
+Quota::Counts Quota::counts() const {
+  const std::lock_guard lock(mutex_);
+  return counts_;
 }
 
 std::size_t Quota::requests() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <utility>
 
@@ -46,8 +47,18 @@ class Quota {
   /// the whole quota is never granted, so the quota has to be larger than the longest message.
   Agent::Status take(std::size_t bytes, Share& share);
 
+  /// A request is answered with an error as a whole.
+  void rejected() noexcept;
+
   std::size_t requests() const;
   std::size_t bytes() const;
+  /// Since the start.
+  struct Counts {
+    std::uint64_t requests = 0;  ///< that asked for their part
+    std::uint64_t bytes = 0;     ///< of these
+    std::uint64_t rejected = 0;
+  };
+  Counts counts() const;
 
  private:
   Agent::Status refusal(std::size_t bytes, std::size_t requestsInFlight, std::size_t bytesInFlight) const;
@@ -56,8 +67,9 @@ class Quota {
   const std::size_t maxRequests_;
   const std::size_t maxBytes_;
   mutable std::mutex mutex_;
-  std::size_t requests_ = 0;  // guarded by mutex_, as the next
+  std::size_t requests_ = 0;  // guarded by mutex_, as the next two
   std::size_t bytes_ = 0;
+  Counts counts_;
 };
 
 }  // namespace Bridge

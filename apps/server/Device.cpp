@@ -154,6 +154,17 @@ void Device::end(StreamId stream, const Status& status) {
   ended->end(status);
 }
 
+void Device::count(Counters::ServerWords<Counters::Counter>& counters) const {
+  const Bridge::Quota::Counts counts = quota_.counts();
+  counters.requests.set(counts.requests);
+  counters.requestBytes.set(counts.bytes);
+  counters.rejections.set(counts.rejected);
+  counters.requestsInFlight.set(quota_.requests());
+  counters.bytesInFlight.set(quota_.bytes());
+  counters.batchesInFlight.set(writesInFlight_);
+  counters.streams.set(streams_.size());
+}
+
 void Device::stop() {
   isStopping_ = true;
   inbox_.close();

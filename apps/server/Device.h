@@ -83,6 +83,8 @@ class Device final : private StreamSink {
   /// Batches that have begun continue.
   void stop();
   std::size_t requestsInFlight() const { return quota_.requests(); }
+  /// Copies what is known here to the counters; to be called periodically.
+  void count(Counters::ServerWords<Counters::Counter>& counters) const;
   /// Answers what is still in flight after stop(), whether or not the hardware has answered.
   void abandon();
 

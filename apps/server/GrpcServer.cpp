@@ -99,6 +99,17 @@ void GrpcServer::accept(Quill::EventLoop& loop, const Endpoint& endpoint, std::s
 
 GrpcServer::~GrpcServer() = default;
 
+void GrpcServer::count(Counters::ServerWords<Counters::Counter>& counters) const {
+  std::uint64_t accepted = 0;
+  std::uint64_t refused = 0;
+  for (const auto& acceptor : acceptors_) {
+    accepted += acceptor->counts().accepted;
+    refused += acceptor->counts().overLimit + acceptor->counts().otherUsers;
+  }
+  counters.connections.set(accepted);
+  counters.connectionsRefused.set(refused);
+}
+
 void GrpcServer::stop(std::chrono::steady_clock::time_point deadline) {
   acceptors_.clear();
   server_->GetHealthCheckService()->SetServingStatus(false);

@@ -42,6 +42,8 @@ class GrpcServer {
   GrpcServer(const GrpcServer&) = delete;
   GrpcServer& operator=(const GrpcServer&) = delete;
 
+  /// Copies what is known of connections to the counters; to be called periodically.
+  void count(Counters::ServerWords<Counters::Counter>& counters) const;
   /// Takes no more connections and calls, answers what is in flight, running the loop for that, and ends
   /// what is left at the deadline.
   void stop(std::chrono::steady_clock::time_point deadline);

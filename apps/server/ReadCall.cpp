@@ -41,8 +41,13 @@ ReadCall::ReadCall(Device& device, grpc_call* call, const p4::v1::ReadRequest& r
       if (device_.inbox().post(*this)) return;
       status = {StatusCode::unavailable, "the agent is stopping"};
     }
-    Finish(grpcStatus(status));
+    reject(status);
   });
+}
+
+void ReadCall::reject(const Status& status) {
+  device_.quota().rejected();
+  Finish(grpcStatus(status));
 }
 
 void ReadCall::decode(const p4::v1::ReadRequest& request) {
@@ -61,7 +66,7 @@ void ReadCall::run() noexcept {
     refuseTablesLeftOut();
     copyAll();
     const Status status = device_.quota().grow(share_, bytes_.size());
-    if (!status.ok()) return Finish(grpcStatus(status));
+    if (!status.ok()) return reject(status);
     StartSendInitialMetadata();  // brings the call back to a gRPC thread
   });
 }
@@ -123,7 +128,7 @@ void ReadCall::sendNext() noexcept {
     } catch (const Cairn::MemoryResourceException&) {
       throw;
     } catch (const Cairn::Exception& failure) {
-      return Finish(grpcStatus({StatusCode::internal, failure.what()}));
+      return reject({StatusCode::internal, failure.what()});
     }
     watch_.sending();
     StartWrite(&response_);

@@ -30,6 +30,7 @@ class ReadCall final : public grpc::ServerWriteReactor<p4::v1::ReadResponse>, Br
   void OnCancel() override { isCancelled_.store(true, std::memory_order_relaxed); }
   void OnDone() override { delete this; }
 
+  void reject(const Agent::Status& status);
   void decode(const p4::v1::ReadRequest& request);
   void refuseTablesLeftOut();
   void copyAll();

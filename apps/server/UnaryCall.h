@@ -34,7 +34,10 @@ class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
   void attempt(const Step& step) noexcept {
     withMemory(step, [this] { Finish(outOfMemory()); });
   }
-  void finish(const Agent::Status& status) { Finish(grpcStatus(status)); }
+  void finish(const Agent::Status& status) {
+    if (!status.ok()) device_.quota().rejected();
+    Finish(grpcStatus(status));
+  }
   /// The client has cancelled the call or is gone.
   bool isCancelled() const noexcept { return isCancelled_.load(std::memory_order_relaxed); }
 

@@ -2,6 +2,7 @@
 #include <fstream>
 #include <set>
 
+#include "apps/counters/CounterView.h"
 #include "apps/p4/P4Info.h"
 #include "tests/server/P4RuntimeFixture.h"
 
@@ -217,6 +218,31 @@ TEST_F(P4RuntimeTest, Commit_CountsEntriesWhoseRemovalIsUndecided) {
   EXPECT_EQ(set(configOf(SetForwardingPipelineConfigRequest::VERIFY_AND_COMMIT)), "0");
   EXPECT_EQ(set(narrow), "0");
   EXPECT_EQ(read(controller), "0");
+}
+
+TEST_F(P4RuntimeTest, Counters_FollowRequestsAndTheirUpdates) {
+  startHardware();
+  startAgent();
+  Controller controller(socket());
+  controller.say(1);
+  EXPECT_EQ(controller.hear(), "0 1");
+  EXPECT_EQ(write(controller, {"+1=9", "+99=9"}), "2 0 13/7");
+  EXPECT_EQ(write(controller, {"-1"}, 2), "7");
+  EXPECT_EQ(read(controller), "1=9 0");
+  Counters::CounterView<Counters::AgentCounts> view(folder_.path() + "/p4rt-agent.counters");
+  while (view.words().server.requests < 3 || view.words().vrfs == 0) view.read();
+  const auto& server = view.words().server;
+  const auto& table = view.words().tables[3];
+  EXPECT_EQ(server.requests, 3u);
+  EXPECT_EQ(server.rejections, 1u);
+  EXPECT_EQ(server.streams, 1u);
+  EXPECT_EQ(server.connections, 1u);
+  EXPECT_GT(server.requestBytes, 100u);
+  EXPECT_EQ(server.requestsInFlight + server.bytesInFlight + server.batchesInFlight, 0u);
+  EXPECT_EQ(table.completions[0] + table.completions[7], 3u) << "that of the undo, too";
+  EXPECT_EQ(table.highWater, 2u);
+  EXPECT_EQ(view.words().hardwareProcess, static_cast<std::uint64_t>(hardware_->pid()));
+  EXPECT_EQ(view.words().vrfReferences[0], std::uint64_t{9} << 32 | 1);
 }
 
 // One request at a time: another is refused until the Read whose client does not read has been given up.
