@@ -2,7 +2,7 @@
 
 _tolmarctl() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands="show diff explain check trace watch report clean"
+  local commands="show diff explain check trace watch report clean top metrics"
   local tables="l3TunnelIpv4TH3 l3TunnelIpv6TH3 myStationTcamTH3 l3IifTH3"
   local options="--help --runtime-folder" command="" each
   for each in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -26,7 +26,7 @@ _tolmarctl() {
       mapfile -t COMPREPLY < <(compgen -S = -W "l3Iif sip dip protocol l4DestPort l4SrcPort macAddr vlanId priority" -- "$word")
       return
       ;;
-    --handle) return ;;
+    --handle | --interval | --listen) return ;;
   esac
   case $command in
     "") options+=" --version $commands" ;;
@@ -37,6 +37,8 @@ _tolmarctl() {
     trace) options+=" --follow --since --handle" ;;
     report) options+=" --output" ;;
     clean) options+=" --dry-run" ;;
+    top) options+=" --once --interval" ;;
+    metrics) options+=" --listen" ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
 }

@@ -32,6 +32,8 @@ void addTrace(CLI::App& app, CommandLine& line);
 void addWatch(CLI::App& app, CommandLine& line);
 void addReport(CLI::App& app, CommandLine& line);
 void addClean(CLI::App& app, CommandLine& line);
+void addTop(CLI::App& app, CommandLine& line);
+void addMetrics(CLI::App& app, CommandLine& line);
 
 extern const char* const kVersion;
 

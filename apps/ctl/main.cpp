@@ -44,6 +44,8 @@ int main(int count, char** arguments) {
   Ctl::addWatch(app, line);
   Ctl::addReport(app, line);
   Ctl::addClean(app, line);
+  Ctl::addTop(app, line);
+  Ctl::addMetrics(app, line);
   try {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

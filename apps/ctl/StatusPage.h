@@ -1,0 +1,8 @@
+#pragma once
+
+namespace Ctl {
+
+/// The status page: HTML that needs nothing but /data.json.
+extern const char* const kStatusPage;
+
+}  // namespace Ctl
