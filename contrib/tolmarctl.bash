@@ -2,7 +2,7 @@
 
 _tolmarctl() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands="show diff explain check trace watch report clean top metrics"
+  local commands="show diff explain check trace watch top metrics report clean"
   local tables="l3TunnelIpv4TH3 l3TunnelIpv6TH3 myStationTcamTH3 l3IifTH3"
   local options="--help --runtime-folder" command="" each
   for each in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do

@@ -42,10 +42,10 @@ int main(int count, char** arguments) {
   Ctl::addCheck(app, line);
   Ctl::addTrace(app, line);
   Ctl::addWatch(app, line);
-  Ctl::addReport(app, line);
-  Ctl::addClean(app, line);
   Ctl::addTop(app, line);
   Ctl::addMetrics(app, line);
+  Ctl::addReport(app, line);
+  Ctl::addClean(app, line);
   try {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
