@@ -47,7 +47,7 @@ AgentProcess::AgentProcess(Quill::EventLoop& loop, const std::string& runtimeFol
   settings.fault = [this](const std::string& table) { return tables_.fault(table); };
   settings.hardwareRuns = [this](const std::string& table) { return tables_.hardwareRuns(table); };
   settings.counters = counters;
-  settings.log = [](const std::string& line) { Process::log(line); };
+  settings.log = [](const std::string& line) { Process::log(Process::LogLevel::warning, line); };
   core_ = std::make_unique<AgentCore>(lumenDb_, batchStatus_, std::move(settings));
   core_->start(tables_.hardwareAnswers());
   hardwareWatch_.emplace(tables_);
@@ -103,7 +103,7 @@ void AgentProcess::checkTables() {
     if (!table->outOfService().empty()) continue;
     const std::string fault = tables_.fault(table->name());
     if (fault.empty()) continue;
-    Process::log(fault);
+    Process::log(Process::LogLevel::error, fault, {{"table", table->name()}});
     core_->outOfService(*table, fault);
   }
 }

@@ -10,8 +10,12 @@ HardwareWatch::HardwareWatch(const MountedTables& tables)
 }
 
 void HardwareWatch::log() const {
-  Process::log(process_ == 0 ? "no hardware agent runs: updates wait for one until they run out of time"
-                             : "the hardware agent is process " + std::to_string(process_));
+  if (process_ == 0) {
+    return Process::log(Process::LogLevel::warning,
+                        "no hardware agent runs: updates wait for one until they run out of time");
+  }
+  const std::string process = std::to_string(process_);
+  Process::log(Process::LogLevel::info, "the hardware agent is process " + process, {{"pid", process}});
 }
 
 bool HardwareWatch::check(bool overdue) {

@@ -43,6 +43,8 @@ const char* const kHelp =
       --max-metadata BYTES    of one entry (default: 1024)
       --details-per-update N  bytes of error details for each update, beside 8192 (default: 100)
 
+      --log-level LEVEL       least level of the lines on standard error: error, warning, info (default) or
+                              debug
   -h, --help                  this text
   -V, --version               the version
 

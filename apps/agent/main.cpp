@@ -23,6 +23,7 @@
 namespace {
 
 using Agent::Options;
+using Process::LogLevel;
 
 void print(std::string_view text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -54,8 +55,9 @@ void serve(Process::MainLoop& mainLoop, Agent::AgentProcess& agent, const Option
   Server::Listening listening = options.listening;
   if (listening.unixSocket.empty()) listening.unixSocket = folder + "/p4runtime.sock";
   Server::GrpcServer server(mainLoop.loop(), device, listening);
-  Process::log("serving P4Runtime at " + listening.unixSocket);
-  for (const std::string& address : listening.addresses) Process::log("serving P4Runtime at " + address);
+  Process::log(LogLevel::info, "serving P4Runtime at " + listening.unixSocket);
+  for (const std::string& address : listening.addresses)
+    Process::log(LogLevel::info, "serving P4Runtime at " + address);
   constexpr std::chrono::milliseconds kCountEvery{400};
   const auto timer = mainLoop.loop().periodicTimerIs(kCountEvery, [&] {
     if (counters == nullptr) return;
@@ -75,7 +77,7 @@ void cleanUp(Agent::AgentProcess& agent, const std::string& folder) {
     const std::string path = folder + "/" + name;
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) throw Cairn::SystemException("remove " + path, errno);
   }
-  Process::log("removed the tables in " + folder);
+  Process::log(LogLevel::info, "removed the tables in " + folder);
 }
 
 void runAgent(const Options& options, const std::string& commandLine) {

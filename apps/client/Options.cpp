@@ -32,6 +32,8 @@ const char* const kHelp =
   -c, --color WHEN            run: always, never or auto (default: auto, which means on a terminal)
       --batch N               load: updates in a Write, 1 to 100000 (default: 1000)
       --in-flight N           load: Writes at a time, 1 to 64 (default: 4)
+      --log-level LEVEL       least level of the lines on standard error: error, warning, info (default) or
+                              debug
   -h, --help                  this text
   -V, --version               the version
 

@@ -58,7 +58,7 @@ std::unique_ptr<CounterFile<Words>> makeCounters(const std::string& path, const 
   try {
     return std::make_unique<CounterFile<Words>>(path, options);
   } catch (const Cairn::Exception& failure) {
-    Process::log("continuing without a counter file: " + failure.message());
+    Process::log(Process::LogLevel::warning, "continuing without a counter file: " + failure.message());
     return nullptr;
   }
 }

@@ -21,6 +21,8 @@ const char* const kHelp =
   -b, --busy-poll MICROSECONDS
                               after work, look for more for so long before sleeping, 0 to 1000000 (default: 0):
                               answers come sooner, and a processor is busy
+      --log-level LEVEL       least level of the lines on standard error: error, warning, info (default) or
+                              debug
   -h, --help                  this text
   -V, --version               the version
 

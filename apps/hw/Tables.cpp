@@ -109,7 +109,9 @@ bool Tables::intact(std::size_t index) {
   if (!follower->attached()) countersOf(index).words().segments.damageReports.add();
   follower.reset();
   if (displaced.empty()) return false;
-  Process::log(nameOf(index) + ": the file " + displaced + " was removed or replaced");
+  Process::log(Process::LogLevel::error,
+               nameOf(index) + ": the file " + displaced + " was removed or replaced",
+               {{"table", kTables[index].name}});
   entityManager_->unmount(configPathOf(index));
   entityManager_->unmount(statusPathOf(index));
   return false;
@@ -122,7 +124,10 @@ void Tables::follow(std::size_t index) {
   auto& [follower, waitedFor] = followed_[index];
   try {
     follower = table.follow(place, settings_);
-    if (std::exchange(waitedFor, false)) Process::log(nameOf(index) + ": followed again");
+    if (std::exchange(waitedFor, false)) {
+      Process::log(Process::LogLevel::info, nameOf(index) + ": followed again",
+                   {{"table", kTables[index].name}});
+    }
   } catch (const Cairn::CorruptionDetectedException& damage) {
     // The table's writer has been notified and replaces it at its next write.
     wait(index, damage.message());
@@ -134,7 +139,8 @@ void Tables::follow(std::size_t index) {
 
 void Tables::wait(std::size_t index, const std::string& reason) {
   if (std::exchange(followed_[index].waitedFor, true)) return;
-  Process::log(nameOf(index) + ": waiting for an intact table: " + reason);
+  Process::log(Process::LogLevel::warning, nameOf(index) + ": waiting for an intact table: " + reason,
+               {{"table", kTables[index].name}});
 }
 
 }  // namespace HwAgent

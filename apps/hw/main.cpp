@@ -11,6 +11,8 @@
 
 namespace {
 
+using Process::LogLevel;
+
 /// Those of the command line, then those of the file.
 std::vector<HwAgent::Fault> faultsOf(const HwAgent::Options& options) {
   std::vector<HwAgent::Fault> faults = options.settings.faults;
@@ -23,9 +25,9 @@ std::vector<HwAgent::Fault> faultsOf(const HwAgent::Options& options) {
 void readAgain(const HwAgent::Options& options, HwAgent::Tables& tables) {
   try {
     tables.faultsAre(faultsOf(options));
-    Process::log("read the faults file again");
+    Process::log(LogLevel::info, "read the faults file again");
   } catch (const Cairn::Exception& error) {
-    Process::log("the faults stay as they were: " + error.message());
+    Process::log(LogLevel::error, "the faults stay as they were: " + error.message());
   }
 }
 
@@ -44,9 +46,9 @@ bool follow(const HwAgent::Options& options, const std::string& commandLine) {
   if (!options.faultsFile.empty()) mainLoop.hangUpIs([&] { readAgain(options, tables); });
   // Not before the tables are this process's own: another one's trace would be moved aside.
   folder.trace("hw-agent");
-  Process::log("following the tables");
+  Process::log(LogLevel::info, "following the tables");
   mainLoop.run([&tables] { tables.recover(); });
-  Process::log("stopped after " + std::to_string(tables.answers()) + " answers");
+  Process::log(LogLevel::info, "stopped after " + std::to_string(tables.answers()) + " answers");
   return true;
 }
 

@@ -35,6 +35,7 @@ auto taker(const std::string& names, const CommandLine::Take& take) {
 CommandLine::CommandLine() : app_(std::make_unique<CLI::App>()) {
   app_->set_help_flag("-h,--help");
   app_->set_version_flag("-V,--version", std::string());
+  take("--log-level", [](const std::string& value) { logLevelIs(logLevelOf(value)); });
 }
 
 CommandLine::~CommandLine() = default;
@@ -98,7 +99,7 @@ int run(const char* name, const char* help, const std::function<Action()>& readO
     return wrongUsage(error);
   } catch (const std::exception& error) {
     if (reading) return wrongUsage(error);
-    log(error.what());
+    log(LogLevel::error, error.what());
     return 1;
   }
 }

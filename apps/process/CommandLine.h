@@ -39,7 +39,8 @@ std::optional<Number> numberIn(std::string_view text, Number low, Number high) {
   return number;
 }
 
-/// The options of one program. --help (-h) and --version (-V) are every program's own. Names are given as
+/// The options of one program. --help (-h), --version (-V) and --log-level are every program's own. Names are
+/// given as
 /// "-d,--delay"; an option without value, or with an empty one, is refused.
 class CommandLine {
  public:

@@ -1,6 +1,8 @@
 // The lines that a program writes for its operator.
 #pragma once
 
+#include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,9 +11,23 @@
 
 namespace Process {
 
-/// Writes one line to standard error: the time in UTC, the program's name and `text`, made printable and cut
-/// at 4 KiB. Allocates nothing.
-void log(std::string_view text) noexcept;
+/// With the priorities of the system's journal.
+enum class LogLevel : std::uint8_t { error = 3, warning = 4, info = 6, debug = 7 };
+
+struct LogField {
+  std::string_view name;
+  std::string_view value;
+};
+
+/// Writes one line to standard error: the time in UTC, the level, the program's name, `text`, then the fields
+/// as name="value". What is not printable is replaced, and the line cut at 4 KiB. When standard error is the
+/// journal's, its priority is put before the line. Allocates nothing.
+void log(LogLevel level, std::string_view text, std::initializer_list<LogField> fields = {}) noexcept;
+
+/// Less important lines are left out from now on; info unless called.
+void logLevelIs(LogLevel level) noexcept;
+/// "error", "warning", "info" or "debug". Throws Cairn::Exception for another name.
+LogLevel logLevelOf(std::string_view name);
 
 /// `text` with every byte outside printable ASCII replaced by "?": what came from outside may hold control
 /// sequences for the terminal.

@@ -54,7 +54,7 @@ MainLoop::~MainLoop() { ::close(signals_); }
 
 void MainLoop::busyPollIs(std::chrono::microseconds duration) {
   if (duration.count() != 0 && std::thread::hardware_concurrency() == 1) {
-    return log("--busy-poll is ignored: this machine has a single processor");
+    return log(LogLevel::warning, "--busy-poll is ignored: this machine has a single processor");
   }
   loop_.busyPollIs(duration);
 }
@@ -76,7 +76,7 @@ void MainLoop::logAbandoned() {
   const auto now = Quill::EventLoop::Clock::now();
   if (now < logAgain_) return;
   logAgain_ = now + std::chrono::seconds(1);
-  log("out of memory: a step was abandoned");
+  log(LogLevel::error, "out of memory: a step was abandoned");
 }
 
 }  // namespace Process

@@ -85,7 +85,7 @@ void RuntimeFolder::trace(const std::string& program) const {
   try {
     Skein::ringIs(path_ + "/" + program + ".trace", kBytes);
   } catch (const Cairn::Exception& failure) {
-    log("continuing without a trace file: " + failure.message());
+    log(LogLevel::warning, "continuing without a trace file: " + failure.message());
   }
 }
 

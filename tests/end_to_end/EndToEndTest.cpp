@@ -350,7 +350,7 @@ TEST_F(EndToEnd, TracesAndCleanup_TheRingsRemainAndTheTablesDoNot) {
   EXPECT_THAT(ended(start(P4RT_AGENT, {"--cleanup"}), 1), HasSubstr("is in use by process "));
   EXPECT_THAT(stop(served), AllOf(HasSubstr("handleL3IifTH3ConfigEntry add vrf 12 refCount 1"),
                                   HasSubstr("onStatusRow4711"),
-                                  ContainsRegex("[0-9-]{10}T[0-9:.]{12}Z p4rt-agent: VrfSm/7 ")));
+                                  ContainsRegex("[0-9-]{10}T[0-9:.]{12}Z info p4rt-agent: VrfSm/7 ")));
   EXPECT_THAT(contents(runtime() + "/p4rt-agent.trace"),
               AllOf(HasSubstr("pluginInit"), HasSubstr("doMountsComplete"), HasSubstr("onStatusRow"),
                     HasSubstr("4711")));
