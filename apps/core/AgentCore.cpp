@@ -129,7 +129,7 @@ void AgentCore::hold(Operation& operation, std::vector<bool>& repeated) {
     HeldEntry* entry = entries_.find(*update.table, operation.hash, update.row);
     if (entry == nullptr) {
       entry = &entries_.add(*update.table, operation.hash, std::move(update.row));
-      entry->holder = &operation;
+      holderIs(*entry, operation);
       makeReady(operation);
     } else if (Operation* const last = entry->last(); last != nullptr && last->batch == &batch) {
       repeated[numberOf(*last)] = repeated[numberOf(operation)] = true;
@@ -348,6 +348,7 @@ void AgentCore::leave(Operation& operation) noexcept {
   HeldEntry* const entry = operation.entry;
   if (entry == nullptr) return;
   if (entry->holder == &operation) return release(*entry);
+  operation.entry = nullptr;
   --operation.batch->unready;
   Operation* before = nullptr;
   for (Operation* at = entry->firstWaiting; at != &operation; at = at->next) before = at;

@@ -182,6 +182,8 @@ class AgentCore {
   void undone(HeldEntry& entry, std::uint16_t errorCode) noexcept;
   void commit(HeldEntry& entry) noexcept;
   void release(HeldEntry& entry) noexcept;
+  void settleEntry(HeldEntry& entry) noexcept;
+  static void holderIs(HeldEntry& entry, Operation& operation) noexcept;
   void writeBack(HeldEntry& entry);
   void waitForRoom(HeldEntry& entry) noexcept;
   void retryUndos(const ConfigTable& table) noexcept;

@@ -89,13 +89,19 @@ void AgentCore::decide(Batch& batch) noexcept {
       entries_.prefetchKey(batch.operations[i + HeldEntries::kAhead].hash);
       HeldEntries::prefetch(batch.operations[i + HeldEntries::kAhead].entry->row);
     }
-    if (!applied(i)) continue;
     Operation& operation = batch.operations[i];
-    HeldEntry& entry = *operation.entry;
-    batch.answer(operation, StatusCode::ok, {});
-    images_->forget(std::exchange(entry.image, BeforeImages::kNone));
-    metadata_->remove(entry.handleBefore, entry.genIdBefore);
-    release(entry);
+    if (operation.state != State::applied && batch.atomicity == Atomicity::rollbackOnError) continue;
+    HeldEntry* const entry = std::exchange(operation.entry, nullptr);
+    if (entry == nullptr) continue;
+    entry->undecided = nullptr;
+    if (operation.state == State::applied) {
+      batch.answer(operation, StatusCode::ok, {});
+      images_->forget(std::exchange(entry->image, BeforeImages::kNone));
+      metadata_->remove(entry->handleBefore, entry->genIdBefore);
+      release(*entry);
+    } else if (entry->settled) {
+      release(*entry);
+    }
   }
 }
 

@@ -103,6 +103,7 @@ void AgentCore::commit(HeldEntry& entry) noexcept {
 /// The entry is free: for the update that has waited longest, if there is one.
 void AgentCore::release(HeldEntry& entry) noexcept {
   unreserve(entry);
+  if (entry.undecided != nullptr) return settleEntry(entry);
   Operation* const next = entry.firstWaiting;
   if (next == nullptr) return entries_.del(entry);
   entries_.handleDel(entry);
@@ -110,11 +111,26 @@ void AgentCore::release(HeldEntry& entry) noexcept {
   freed.table = entry.table;
   freed.hash = entry.hash;
   freed.row = std::move(next->update().row);
-  freed.holder = next;
+  holderIs(freed, *next);
   freed.firstWaiting = next->next;
   freed.lastWaiting = next->next == nullptr ? nullptr : entry.lastWaiting;
   entry = std::move(freed);
   makeReady(*next);
+}
+
+/// Nothing more is to be done for the entry, but others have to wait until its batch is decided: so a batch
+/// happens at one moment for all of them, also with updates that fail.
+void AgentCore::settleEntry(HeldEntry& entry) noexcept {
+  entries_.handleDel(entry);
+  entry.state = EntryState::untouched;
+  entry.holder = nullptr;
+  entry.settled = true;
+}
+
+/// A batch that rolls back ends as a whole.
+void AgentCore::holderIs(HeldEntry& entry, Operation& operation) noexcept {
+  entry.holder = &operation;
+  entry.undecided = operation.batch->atomicity == Atomicity::continueOnError ? operation.batch : nullptr;
 }
 
 bool AgentCore::reserve(HeldEntry& entry, bool forced) {

@@ -31,7 +31,6 @@ void Batch::answer(Operation& operation, StatusCode code, std::string_view messa
   }
   if (operation.state != Operation::State::applied) --undecided;
   operation.state = Operation::State::answered;
-  operation.entry = nullptr;
   --unanswered;
 }
 

@@ -63,7 +63,7 @@ struct Operation {
   Batch* batch;  ///< not owned; holds this operation
   State state = State::submitted;
   std::uint32_t hash = 0;      ///< of the entry's key
-  HeldEntry* entry = nullptr;  ///< not owned; null before it has its place and once it has its result
+  HeldEntry* entry = nullptr;  ///< not owned; null before it has its place and once its batch is decided
   Operation* next = nullptr;   ///< not owned; in the list that the operation is in
 
   Update& update() const;

@@ -10,6 +10,7 @@
 
 namespace Agent {
 
+struct Batch;
 struct Operation;
 
 /// An entry that an undecided update holds. Later updates of the entry wait in a list of their own, in order.
@@ -30,6 +31,7 @@ struct HeldEntry {
   bool removed = false;       ///< the table has no row of it because of its update
   bool roomReserved = false;  ///< it counts as a used row of the table beside the rows that are there
   bool repeated = false;      ///< its undo is the second attempt
+  bool settled = false;       ///< nothing is to be done for it, but `undecided` is not decided yet
   bool lacksRoom = false;     ///< its undo waits for that of an insertion which has taken its room
   bool present = false;       ///< there was a row before that update
   Lumen::BaseRow row;         ///< of the update that holds the entry; its key is the entry's
@@ -42,6 +44,7 @@ struct HeldEntry {
   std::uint64_t genId = 0;            ///< of the row that was written
   std::uint64_t handle = 0;           ///< under which an answer is outstanding; 0 for none
   std::uint64_t writtenAt = 0;        ///< Braid::ticks() of the write whose answer is outstanding
+  Batch* undecided = nullptr;         ///< that of the update, if it continues on error; until it is decided
   Operation* holder = nullptr;        ///< not owned; null once it has its result
   Operation* firstWaiting = nullptr;  ///< not owned
   Operation* lastWaiting = nullptr;   ///< not owned

@@ -236,6 +236,23 @@ constexpr History kHistories[] = {
         hardware
         continue +1=2
         wrote 1=2)"},
+    {"FailedUpdate_KeepsItsEntryUntilItsBatchIsDecided", R"(
+        continue +1=1
+        ok 0
+        continue -1 ~2=5 +3=3
+        continue +2=2
+        continue +3=4
+        wrote 1=1 -1 3=3
+        no 2
+        wrote -3
+        ok 3
+        wrote
+        ok 1
+        gets 1 OK NOT_FOUND REFUSED
+        wrote 2=2 3=4
+        ok 4
+        ok 5
+        shows 2=2 3=4)"},
     {"Room_OfItsOwnRemovalsIsForTheInsertionsOfABatch", R"(
         fill 1
         continue +1=1

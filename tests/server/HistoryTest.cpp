@@ -91,9 +91,6 @@ Exchange randomExchange(Entries::Random& random) {
     if (text[0] != '-') text += "=" + std::to_string(refuse ? 4095 : 1 + random() % 9);
     made.updates.push_back(text);
   }
-  // A refused update of a batch that continues releases its entry before the batch is decided, so that such a
-  // batch need not have happened at one moment.
-  if (made.atomicity == 0 && !made.updates.empty()) made.updates.resize(1);
   return made;
 }
 
