@@ -138,6 +138,9 @@ void check(const Options& options) {
   if (tls && (tls->certificate.empty() || tls->key.empty())) {
     throw Cairn::Exception("expected --tls-cert and --tls-key, got one of them");
   }
+  if (tls && options.listening.addresses.empty()) {
+    throw Cairn::Exception("expected --listen beside --tls-cert: the Unix socket is not encrypted");
+  }
   if (static_cast<std::size_t>(options.listening.maxMessageBytes) > options.device.maxRequestBytes) {
     throw Cairn::Exception("expected --max-request-bytes to be --max-message-bytes at least, got less");
   }

@@ -92,12 +92,13 @@ std::size_t affordableLength(std::span<const UpdateStatus> outcomes, std::size_t
 
 }  // namespace
 
-ErrorDetails packErrors(std::span<const UpdateStatus> outcomes, const DetailsBudget& budget) {
+ErrorDetails packErrors(std::span<const UpdateStatus> outcomes, const DetailsBudget& budget,
+                        std::string_view what) {
   const auto isFailed = [](const UpdateStatus& outcome) { return !outcome.ok(); };
   const auto failed = std::count_if(outcomes.begin(), outcomes.end(), isFailed);
   ErrorDetails details;
   details.status = {Agent::StatusCode::unknown,
-                    fmt::format("{} of {} updates failed; see the details", failed, outcomes.size())};
+                    fmt::format("{} of {} {} failed; see the details", failed, outcomes.size(), what)};
   google::rpc::Status head;
   head.set_code(static_cast<int>(details.status.code));
   head.set_message(details.status.message);

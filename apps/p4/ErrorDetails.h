@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "apps/core/Status.h"
 
@@ -28,7 +29,8 @@ struct ErrorDetails {
 
 /// Of at least one outcome that is not OK, in the order of the updates. Texts are cut where they would exceed
 /// the budget, the longest first; no entry is ever left out, so a budget that is too small for the codes
-/// alone is exceeded.
-ErrorDetails packErrors(std::span<const Agent::UpdateStatus> outcomes, const DetailsBudget& budget);
+/// alone is exceeded. `what` they are of: "updates" or "entities".
+ErrorDetails packErrors(std::span<const Agent::UpdateStatus> outcomes, const DetailsBudget& budget,
+                        std::string_view what = "updates");
 
 }  // namespace Wire

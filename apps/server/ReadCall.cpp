@@ -152,7 +152,7 @@ void ReadCall::finishAll() {
   if (std::all_of(outcomes_.begin(), outcomes_.end(), [](const auto& outcome) { return outcome.ok(); })) {
     return Finish(grpc::Status::OK);
   }
-  const Wire::ErrorDetails details = Wire::packErrors(outcomes_, device_.details());
+  const Wire::ErrorDetails details = Wire::packErrors(outcomes_, device_.details(), "entities");
   Finish({static_cast<grpc::StatusCode>(details.status.code), details.status.message, details.bytes});
 }
 

@@ -389,6 +389,8 @@ const std::vector<Refusal> kWrongUsage = {  // exit code 2
     {HW_AGENT, "-r @/new -f l3IifTH3:l3Iif=x:7",
      "column \"l3Iif\": expected a decimal or 0x number from 0 to 18446744073709551615"},
     {P4RT_AGENT, "--tls-cert a", "expected --tls-cert and --tls-key, got one of them"},
+    {P4RT_AGENT, "--tls-cert a --tls-key b",
+     "expected --listen beside --tls-cert: the Unix socket is not encrypted"},
     {P4RT_AGENT, "--plugin=", "--plugin"},
     {P4RT_AGENT, "-d 0", "--device-id: expected a number from 1 to 18446744073709551615, got \"0\""},
     {P4RT_AGENT, "-t 0", "--timeout: expected seconds from 0.001 to 3600, got \"0\""},
