@@ -81,7 +81,9 @@ int report(const std::string& path, const std::string& to) {
   archive.add(name + "/tables.json", jsonText(folder.path(), tables, now()) + "\n");
   archive.add(name + "/trace.txt", traceText(folder));
   for (const std::string& each : folder.files()) {
-    if (!archive.addCopy(name + "/files/" + each, folder.file(each))) warn(each + " could not be read");
+    if (!archive.addCopy(fmt::format("{}/files/{}", name, each), folder.file(each))) {
+      warn(each + " could not be read");
+    }
   }
   archive.finish();
   fmt::print("{}\n", file);
