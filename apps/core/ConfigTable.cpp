@@ -102,7 +102,9 @@ bool ConfigTable::reserve(bool forced) {
 }
 
 std::string ConfigTable::fullText() const {
-  return "table is full: used " + std::to_string(used()) + " of " + std::to_string(capacity_);
+  // A batch whose insertions have taken the room of its removals counts it twice until it is decided.
+  return "table is full: used " + std::to_string(std::min(used(), capacity_)) + " of " +
+         std::to_string(capacity_);
 }
 
 void ConfigTable::eachRow(const std::function<void(const Lumen::BaseRow&)>& visit) const {
