@@ -183,6 +183,7 @@ TEST_F(P4RuntimeTest, Commit_DelaysWritesOfThePrimaryAndNoRefusals) {
   Pending<SetForwardingPipelineConfigResponse> committing([&](auto* context, auto* queue) {
     return controller.stub->AsyncSetForwardingPipelineConfig(context, commit, queue);
   });
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));  // nothing shows that it has begun
   const WriteRequest insertion = request({"+2=2"});
   Pending<WriteResponse> waiting(
       [&](auto* context, auto* queue) { return controller.stub->AsyncWrite(context, insertion, queue); });
