@@ -101,10 +101,9 @@ std::vector<Step> stepsOf(const Records& records, const Record& write, const Ent
   // A batch that has run out of time is decided without the hardware.
   const Record* const decided =
       near(at, records.end(), write, kCore, {"decide", "rollBack"}, write.values[0]);
-  const auto later = std::find_if(steps.begin(), steps.end(), [decided](const Step& step) {
-    return decided != nullptr && (step.record == nullptr || step.record->monotonic > decided->monotonic);
-  });
-  steps.insert(later, {"decided", "its batch", decided});
+  const Record* const completed = steps.back().record;
+  const bool early = decided != nullptr && (completed == nullptr || completed > decided);
+  steps.insert(early ? steps.begin() + 2 : steps.end(), {"decided", "its batch", decided});
   return steps;
 }
 
