@@ -26,7 +26,7 @@ struct Target {
       electionId;  ///< by default the wall clock's, so that a later client takes over
 };
 
-/// A connection to a P4Runtime server. It is not made anew when it breaks.
+/// A connection to a P4Runtime server. It is not re-established after it breaks.
 ///
 /// Thread safety: write() from any thread.
 class Connection {

@@ -100,7 +100,7 @@ struct Batch {
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
 
-  /// Gives `operation`, which is one of this batch, its result. A text that finds no memory is left out.
+  /// Gives `operation`, which is one of this batch, its result. Without memory for it the text is left out.
   void answer(Operation& operation, StatusCode code, std::string_view message,
               std::uint16_t hardwareCode = 0) noexcept;
   /// The hardware has applied `operation`, which gets its result when the batch is decided.

@@ -33,7 +33,7 @@ std::size_t tableOf(std::uint64_t control) { return control >> 32 & 0xff; }
 BeforeImages::Place batchOf(std::uint64_t control) { return control >> 16 & 0xffff; }
 std::size_t lengthOf(std::uint64_t control) { return control & 0xffff; }
 
-// Release: whoever sees the word after a kill also sees what was stored before it.
+// Release: a process that reads the word after a kill also reads what was stored before it.
 void store(std::uint64_t& word, std::uint64_t value) noexcept {
   std::atomic_ref(word).store(value, std::memory_order_release);
 }

@@ -77,7 +77,7 @@ const short = (value) => value >= 1e6 ? (value / 1e6).toFixed(2) + "M"
 const duration = (ns) => ns === null ? "\u2013" : ns < 1e6 ? +(ns / 1e3).toPrecision(3) + " \u00b5s"
     : ns < 1e9 ? +(ns / 1e6).toPrecision(3) + " ms" : +(ns / 1e9).toPrecision(3) + " s";
 
-// What has come since the last look; all of it when the agent was started anew.
+// The counts added since the last poll; all of them after a restart of the agent.
 const newTimes = (now, then) => {
   const known = new Map(then);
   return now.map(([end, count]) => [end, count - (known.get(end) ?? 0)]);

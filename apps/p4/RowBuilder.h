@@ -13,7 +13,7 @@
 namespace Wire {
 
 /// Builds one row of a table in place, without allocations until row(). The steps return false at the first
-/// defect, which status() then tells.
+/// defect, which status() then reports.
 class RowBuilder {
  public:
   explicit RowBuilder(const Table& table);

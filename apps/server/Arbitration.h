@@ -39,7 +39,7 @@ struct Notice {
 /// The streams of the server. Called from within the arbitration, so neither may call back into it.
 class StreamSink {
  public:
-  /// A stream that finds no memory for the notice ends.
+  /// Without memory for the notice the stream ends.
   virtual void notify(StreamId stream, const Notice& notice) noexcept = 0;
   /// Ends the stream with that status; the arbitration has forgotten it.
   virtual void end(StreamId stream, const Agent::Status& status) = 0;

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kWorksAtOnce = 64;        // between other events of the loop
 constexpr std::chrono::milliseconds kTick{50};  // takeovers and stalled clients are checked so often
 
-/// The reason why a batch that rolls back has failed. That some entry is missing is the last one to be told.
+/// The reason why a batch that rolls back has failed: NOT_FOUND only if there is no other.
 Status failureOf(const std::vector<Agent::UpdateStatus>& results) {
   Status missing;
   for (const Agent::UpdateStatus& result : results) {

@@ -59,7 +59,7 @@ class Device final : private StreamSink {
   const Wire::Decoder& decoder() const noexcept { return decoder_; }
   const Wire::DetailsBudget& details() const noexcept { return settings_.details; }
   const PipelineConfig& config() const noexcept { return config_; }
-  /// To be told of works and requests; both take any thread.
+  // Takes the calls' work, counts their requests and bytes; both from any thread.
   Bridge::Inbox& inbox() noexcept { return inbox_; }
   Bridge::Quota& quota() noexcept { return quota_; }
   StalledCalls& stalledCalls() noexcept { return stalledCalls_; }

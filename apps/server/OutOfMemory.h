@@ -1,4 +1,4 @@
-// A request that finds no memory ends; the agent and other requests go on.
+// Without memory for it a request ends; the agent and other requests continue.
 #pragma once
 
 #include <new>

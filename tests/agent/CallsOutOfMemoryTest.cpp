@@ -186,7 +186,7 @@ class Calls {
 // For each allocation of the calls: at most one of them fails, all are ended, and nothing is left of them.
 TEST(CallsOutOfMemory, EndOneRequestAndNoMore) {
 #ifdef __SANITIZE_ADDRESS__
-  const __lsan::ScopedDisabler ignoring;  // protobuf loses what it holds when it finds no memory
+  const __lsan::ScopedDisabler ignoring;  // protobuf leaks when an allocation fails
 #endif
   WriteRequest write;
   ReadRequest read;
