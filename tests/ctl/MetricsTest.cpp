@@ -44,7 +44,7 @@ class MetricsTest : public CtlTest {
 TEST_F(MetricsTest, Text_HasTheCountersOfBothPrograms) {
   startHardware({"--fail", "l3IifTH3:l3Iif=99:7"});
   openConfig();
-  for (const std::uint64_t key : {1, 2, 99}) put(key, 10);
+  for (const std::uint64_t key : {1U, 2U, 99U}) put(key, 10);
   settle();
   remove(2);
   settle();
