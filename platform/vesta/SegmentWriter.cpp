@@ -51,15 +51,6 @@ void SegmentWriter::refuse() const {
   throw Cairn::NoPermissionException("write to detached Vesta table " + files_.path().text());
 }
 
-bool SegmentWriter::remove(const Word* key) {
-  if (!despiteDamage([&] { return rows().remove(key); })) return false;
-  ++counters_.removals;
-  for (Word asleep = sleepers(); asleep != 0 && !deferred(asleep) && wakeSleepers(); asleep = sleepers()) {
-    rows_->remove(key);
-  }
-  return true;
-}
-
 bool SegmentWriter::wakeSleepers() {
   std::atomic_ref<Word> sleepers(segment().at(kSleepersAt));
   const Word asleep = sleepers.exchange(0, std::memory_order_seq_cst);

@@ -38,7 +38,17 @@ class SegmentWriter {
       }
     return true;
   }
-  bool remove(const Word* key);
+  /// See VestaBase::remove.
+  template <class Sizes>
+  bool remove(const Sizes& sizes, const Word* key) {
+    if (!despiteDamage([&] { return rows().remove(sizes, key); })) return false;
+    ++counters_.removals;
+    while (const Word asleep = sleepers()) [[unlikely]] {
+        if (deferred(asleep) || !wakeSleepers()) break;
+        rows_->remove(sizes, key);
+      }
+    return true;
+  }
   /// See RowReads. Nothing is found after detach.
   template <class Sizes>
   bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot) {

@@ -39,7 +39,7 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
       if (!found) return false;
       *removed = row;
     }
-    return writer_.remove(row_.key());
+    return writer_.remove(row_.kSizes, row_.key());
   }
   VestaType type() override { return VestaType::writer; }
   Row& directWrite(const Key& key) override {

@@ -27,6 +27,11 @@ class IndexWrites {
 
   /// Whether it has to be rebuilt before a row is put into `cell`, which is not used.
   bool isCrowded(std::uint32_t cell) const;
+  /// Whether `cell` is intact and names the slot for a key of this hash.
+  bool names(std::uint32_t cell, Word hash, std::uint32_t slot) const {
+    const std::size_t at = layout_.indexAt(which_) + cell;
+    return segment_.load(at) == sealed(usedCell(hash, slot), at);
+  }
   void put(std::uint32_t cell, Word hash, std::uint32_t slot);
   void take(std::uint32_t cell);
   /// Calls `sameHash` with two slots whose keys have one hash, before it switches.

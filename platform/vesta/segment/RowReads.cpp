@@ -1,11 +1,20 @@
 #include "vesta/segment/RowReads.h"
 
 #include <algorithm>
+#include <array>
+#include <utility>
 #include <vector>
 
 #include "vesta/segment/ChangeLog.h"
 
 namespace Vesta {
+
+namespace {
+
+// Rows of up to this many words are read without loops also where their type is not known.
+constexpr std::uint32_t kMostUnrolled = 16;
+
+}  // namespace
 
 RowReads::RowReads(std::shared_ptr<Segment> segment)
     : segment_(std::move(segment)),
@@ -13,7 +22,27 @@ RowReads::RowReads(std::shared_ptr<Segment> segment)
       words_(&segment_->at(0)),
       shortcuts_(reinterpret_cast<const std::uint32_t*>(words_ + layout_.shortcutsAt)),
       slots_(words_ + layout_.slotsAt),
-      cellMask_(layout_.cells - 1) {}
+      cellMask_(layout_.cells - 1),
+      readSlot_(readSlotFor(layout_.rowWords)) {}
+
+/// Of rows of that many words; 0 stands for any other number.
+template <std::uint32_t rowWords>
+Word RowReads::readSlotOf(std::uint32_t slot, Word* row) {
+  if constexpr (rowWords == 0) {
+    return readSlot(sizes(), slot, row);
+  } else {
+    return readSlot(BasicRowSizes{layout_.keyWords, std::integral_constant<std::uint32_t, rowWords>()}, slot,
+                    row);
+  }
+}
+
+RowReads::ReadSlot RowReads::readSlotFor(std::uint32_t rowWords) {
+  static constexpr auto kAll = []<std::uint32_t... words>(std::integer_sequence<std::uint32_t, words...>) {
+    return std::array{&RowReads::readSlotOf<words>...};
+  }
+  (std::make_integer_sequence<std::uint32_t, kMostUnrolled + 1>());
+  return kAll[rowWords <= kMostUnrolled ? rowWords : 0];
+}
 
 void RowReads::throwCell(std::uint32_t value, std::size_t position) const {
   throwCorruption("index cell at word " + std::to_string(position) + ": names slot " +
@@ -91,9 +120,9 @@ void RowReads::validate() {
 void RowReads::validateIndex() const {
   const unsigned which = segment_->unsealed(kIndexAt, "index word") & 1;
   const std::size_t base = layout_.indexAt(which);  // the other one is rebuilt before it is used
-  for (std::uint32_t cell = 0; cell < layout_.cells; ++cell) {
-    const std::uint32_t value = segment_->unsealed(base + cell, "index cell");
-    if (cellState(value) == CellState::used) slotOfCell(value, base + cell);
+  for (std::size_t at = base; at < base + layout_.cells; ++at) {
+    const std::uint32_t value = Segment::unsealed(loadAcquire(words_[at]), at, "index cell");
+    if (cellState(value) == CellState::used) slotOfCell(value, at);
   }
   segment_->members();
 }

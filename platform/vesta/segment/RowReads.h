@@ -27,15 +27,20 @@ class RowReads {
   template <class Sizes>
   bool lookup(const Sizes& sizes, const Word* key, Word* row, std::uint32_t& slot);
   bool lookup(const Word* key, Word* row, std::uint32_t& slot) { return lookup(sizes(), key, row, slot); }
-  /// The slot in which a key of this hash probably is; kNone when only the index can tell. A hint: the caller
-  /// checks that the key is there.
-  std::uint32_t shortcut(Word hash) const;
+  /// A walk down the chain of one hash in an index.
+  struct Probe {
+    std::uint32_t slot = kNone;  ///< the match
+    std::uint32_t cell = kNone;  ///< its cell; without a match, the cell for a new one
+  };
+  /// The slot and the cell in which a key of this hash probably is; kNone when only the index can tell. A
+  /// hint: the caller checks that the key is there.
+  Probe shortcut(Word hash) const;
   /// Copies the first row at or after `slot` and sets `slot` to its place; false when there is none.
   bool rowFrom(std::uint32_t& slot, Word* row);
   /// Copies the content of `slot`, a row or not. Returns its version.
   template <class Sizes>
   Word readSlot(const Sizes& sizes, std::uint32_t slot, Word* row);
-  Word readSlot(std::uint32_t slot, Word* row) { return readSlot(sizes(), slot, row); }
+  Word readSlot(std::uint32_t slot, Word* row) { return (this->*readSlot_)(slot, row); }
   /// Checks every word that a reader may use; throws on the first corruption.
   void validate();
   /// The part of validate() that does not read the slots.
@@ -43,10 +48,6 @@ class RowReads {
 
   /// Walks the chain of `hash` in the index `which` and calls `matches` with each slot whose tag fits, until
   /// it returns true.
-  struct Probe {
-    std::uint32_t slot = kNone;  ///< the match
-    std::uint32_t cell = kNone;  ///< its cell; without a match, the cell for a new one
-  };
   template <class Matches>
   Probe probe(unsigned which, Word hash, const Matches& matches) const;
 
@@ -68,6 +69,10 @@ class RowReads {
   [[gnu::always_inline]] CopiedRow copySlot(const Sizes& sizes, std::uint32_t slot, Word* row) const {
     return copyRow(sizes, slots_ + slot * std::size_t{sizes.slot()}, words_ + layout_.stagingAt, slot, row);
   }
+  template <std::uint32_t rowWords>
+  Word readSlotOf(std::uint32_t slot, Word* row);
+  using ReadSlot = Word (RowReads::*)(std::uint32_t slot, Word* row);
+  static ReadSlot readSlotFor(std::uint32_t rowWords);
   bool lookupInIndex(const Word* key, Word hash, Word* row, std::uint32_t& slot);
   [[noreturn]] void throwRow(std::uint32_t slot, Word version, const CopiedRow& copied) const;
   [[noreturn]] void throwCell(std::uint32_t value, std::size_t position) const;
@@ -86,6 +91,7 @@ class RowReads {
   const std::uint32_t* const shortcuts_;
   const Word* const slots_;
   const std::uint32_t cellMask_;
+  const ReadSlot readSlot_;
   std::chrono::milliseconds yieldTime_{kDefaultYieldTime};
   std::uint64_t retries_ = 0;
 };
@@ -125,7 +131,7 @@ Word RowReads::readSlot(const Sizes& sizes, std::uint32_t slot, Word* row) {
 
 // The first value down the chain with the hash's tag, within a bounded number of steps. Shortcuts carry no
 // check, so the value is used only if it is a slot of this table.
-[[gnu::always_inline]] inline std::uint32_t RowReads::shortcut(Word hash) const {
+[[gnu::always_inline]] inline RowReads::Probe RowReads::shortcut(Word hash) const {
   const std::uint32_t wanted = usedCell(hash, 0) >> kSlotBits;
   auto at = static_cast<std::uint32_t>(hash);
   std::uint32_t value = loadAcquire(shortcuts_[at & cellMask_]);
@@ -133,7 +139,7 @@ Word RowReads::readSlot(const Sizes& sizes, std::uint32_t slot, Word* row) {
     value = loadAcquire(shortcuts_[++at & cellMask_]);
   }
   const bool fits = value >> kSlotBits == wanted && cellSlot(value) < layout_.shape.capacity;
-  return fits ? cellSlot(value) : kNone;
+  return fits ? Probe{cellSlot(value), at & cellMask_} : Probe{};
 }
 
 // An intact row with the key proves itself; in any other case the index decides.
@@ -141,7 +147,7 @@ template <class Sizes>
 [[gnu::always_inline]] inline bool RowReads::lookup(const Sizes& sizes, const Word* key, Word* row,
                                                     std::uint32_t& slot) {
   const Word hash = hashOf(key, sizes.keyWords);
-  const std::uint32_t probable = shortcut(hash);
+  const std::uint32_t probable = shortcut(hash).slot;
   if (probable != kNone) [[likely]] {
     const CopiedRow copied = copySlot(sizes, probable, row);
     if (copied.settled && copied.intact() && isOccupied(row[0]) && sameKey(sizes, row + 1, key)) [[likely]] {

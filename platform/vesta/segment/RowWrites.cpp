@@ -94,20 +94,11 @@ void RowWrites::finishInsertion(const RowReads::Probe& place, const Word* key, W
   membersIs(members_ + 1);
 }
 
-bool RowWrites::remove(const Word* key) {
-  const Word hash = hashOf(key, layout_.keyWords);
-  const RowReads::Probe found = find(reads_.sizes(), key, hash);
-  if (found.slot == RowReads::kNone) return false;
-  // The slot keeps the key, under the checksum, which distinguishes a vacated slot from a damaged one.
-  scratch_.assign(1 + layout_.rowWords, 0);
-  std::copy_n(key, layout_.keyWords, scratch_.begin() + 1);
-  put(reads_.sizes(), scratch_.data(), found.slot, false);
-  held_.rowDel(found.slot);
-  free_.push_back(found.slot);
-  index_.take(found.cell);
+void RowWrites::finishRemoval(const RowReads::Probe& place) {
+  held_.rowDel(place.slot);
+  free_.push_back(place.slot);
+  index_.take(place.cell);
   membersIs(members_ - 1);
-  publish();
-  return true;
 }
 
 void RowWrites::membersIs(std::size_t members) {

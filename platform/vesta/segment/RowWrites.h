@@ -26,7 +26,8 @@ class RowWrites {
   bool write(const Sizes& sizes, Word* row, bool onlyIfPresent);
   bool write(Word* row, bool onlyIfPresent) { return write(reads_.sizes(), row, onlyIfPresent); }
   /// False when the key has no row.
-  bool remove(const Word* key);
+  template <class Sizes>
+  bool remove(const Sizes& sizes, const Word* key);
 
   /// Makes the next insertions use these vacant slots, in this order.
   void nextSlotsAre(const std::vector<std::uint32_t>& slots);
@@ -56,6 +57,7 @@ class RowWrites {
   bool holds(const Sizes& sizes, std::uint32_t slot, const Word* key, Word hash) const;
   void prepareInsertion(RowReads::Probe& place, const Word* key, Word hash);
   void finishInsertion(const RowReads::Probe& place, const Word* key, Word hash);
+  void finishRemoval(const RowReads::Probe& place);
   template <class Sizes>
   void put(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied);
   void membersIs(std::size_t members);
@@ -77,7 +79,7 @@ class RowWrites {
 template <class Sizes>
 bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
   const Word hash = hashOf(row + 1, sizes.keyWords);
-  RowReads::Probe place{reads_.shortcut(hash), RowReads::kNone};
+  RowReads::Probe place = reads_.shortcut(hash);
   if (place.slot == RowReads::kNone || !holds(sizes, place.slot, row + 1, hash)) [[unlikely]]
     place = find(sizes, row + 1, hash);
   const bool isNew = place.slot == RowReads::kNone;
@@ -89,6 +91,23 @@ bool RowWrites::write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
   held_.sequenceIs(place.slot, nextSequence(sequence_));
   if (isNew) [[unlikely]]
     finishInsertion(place, row + 1, hash);
+  publish();
+  return true;
+}
+
+template <class Sizes>
+bool RowWrites::remove(const Sizes& sizes, const Word* key) {
+  const Word hash = hashOf(key, sizes.keyWords);
+  RowReads::Probe found = reads_.shortcut(hash);
+  if (found.slot == RowReads::kNone || !holds(sizes, found.slot, key, hash) ||
+      !index_.names(found.cell, hash, found.slot)) [[unlikely]] {
+    found = find(sizes, key, hash);
+  }
+  if (found.slot == RowReads::kNone) return false;
+  // The slot keeps the key, under the checksum, which distinguishes a vacated slot from a damaged one.
+  eachWord(sizes.rowWords, [&](std::size_t i) { scratch_[1 + i] = i < sizes.key() ? key[i] : 0; });
+  put(sizes, scratch_.data(), found.slot, false);
+  finishRemoval(found);
   publish();
   return true;
 }
@@ -112,7 +131,7 @@ RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) 
 
 /// The log record and the slot of the next change.
 template <class Sizes>
-void RowWrites::put(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied) {
+[[gnu::always_inline]] inline void RowWrites::put(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied) {
   const auto stepped = [this](WriteStep now) { step(now); };
   const Word sequence = nextSequence(sequence_);
   step(WriteStep::begun);
