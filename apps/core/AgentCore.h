@@ -45,8 +45,8 @@ using HardwareAnswers = std::unordered_map<std::uint64_t, HardwareAnswer>;
 ///               repeated once when the hardware agent has restarted
 ///   time-out    an update that waits is never written. One in flight keeps its entry: its late success
 ///               commits it, its late failure undoes it; of a batch that rolls back, any late answer does
-///   metadata    stored under handle and genId before the row is, and dropped when the row is replaced for
-///   good decision    a batch is decided in the file before its results are handed out
+///   metadata    stored under handle and genId before the row is, dropped once its row is gone for good
+///   decision    a batch is decided in the file before its results are handed out
 ///
 /// Errors: an update for which there is no memory is answered RESOURCE_EXHAUSTED. Only operations that say so
 /// throw.

@@ -1,6 +1,7 @@
-// From the hardware's answer, or its absence, to the decision.
+// From the hardware's answer, or its absence, to the decision and the results.
 #include "apps/core/AgentCore.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "skein/Ring.h"
@@ -176,6 +177,40 @@ void AgentCore::outOfService(ConfigTable& table, const std::string& reason) {
     if (concerned) settle(*batch);
   }
   proceed();
+}
+
+std::size_t AgentCore::finish() {
+  std::size_t finished = 0;
+  while (true) {
+    const auto isFree = [](const auto& batch) { return batch->isFree(); };
+    const auto found = std::find_if(batches_.begin(), batches_.end(), isFree);
+    if (found == batches_.end()) return finished;
+    const std::unique_ptr<Batch> batch = std::move(*found);
+    batches_.erase(found);
+    ++finished;
+    batch->done(std::move(batch->results));
+  }
+}
+
+void AgentCore::count() {
+  counters_.correctTimes();
+  for (const auto& table : tables_) {
+    if (table->outOfService().empty()) table->counters().used.set(table->used());
+  }
+}
+
+bool AgentCore::hasUpdates(const ConfigTable& table) const {
+  return std::any_of(batches_.begin(), batches_.end(), [&table](const auto& batch) {
+    const auto& operations = batch->operations;
+    return std::any_of(operations.begin(), operations.end(), [&table](const Operation& operation) {
+      return operation.state != State::answered && operation.update().table == &table;
+    });
+  });
+}
+
+std::optional<AgentCore::Clock::time_point> AgentCore::nextDeadline() const {
+  if (batches_.empty()) return std::nullopt;
+  return batches_.front()->deadline;
 }
 
 }  // namespace Agent
