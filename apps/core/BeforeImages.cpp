@@ -22,7 +22,7 @@ namespace Agent {
 namespace {
 
 constexpr std::uint64_t kMagic = 0x454d414945464542;  // "BEFEIAME" in memory
-constexpr std::uint64_t kLayoutVersion = 1;
+constexpr std::uint64_t kLayoutVersion = 2;
 constexpr std::size_t kHeaderBytes = 4096;
 constexpr std::size_t kRecordHead = 4;  // words
 constexpr std::uint64_t kInUse = std::uint64_t{1} << 63;
@@ -32,6 +32,18 @@ constexpr std::uint64_t kPresent = std::uint64_t{1} << 61;
 std::size_t tableOf(std::uint64_t control) { return control >> 32 & 0xff; }
 BeforeImages::Place batchOf(std::uint64_t control) { return control >> 16 & 0xffff; }
 std::size_t lengthOf(std::uint64_t control) { return control & 0xffff; }
+
+// A batch word's check is over the rest of it and its place.
+
+constexpr unsigned kIdAt = 17;
+std::uint64_t idOf(std::uint64_t word) { return word >> kIdAt; }
+std::uint64_t wordOf(BeforeImages::Place batch, std::uint64_t id, bool decided) {
+  const std::uint64_t word = id << kIdAt | std::uint64_t{decided};
+  return word | (Cairn::checksum(&word, sizeof word, batch) & 0xffff) << 1;
+}
+bool isIntactWord(BeforeImages::Place batch, std::uint64_t word) {
+  return word == 0 || word == wordOf(batch, idOf(word), (word & 1) != 0);
+}
 
 // Release: a process that reads the word after a kill also reads what was stored before it.
 void store(std::uint64_t& word, std::uint64_t value) noexcept {
@@ -111,7 +123,8 @@ bool BeforeImages::counts(Place record) const noexcept {
   const Word control = recordAt(record)[0];
   if ((control & kInUse) == 0) return false;
   if ((control & kLate) != 0) return true;
-  return batchOf(control) < capacity_.batches && *batchWord(batchOf(control)) == recordAt(record)[1] << 1;
+  const Place batch = batchOf(control);
+  return batch < capacity_.batches && *batchWord(batch) == wordOf(batch, recordAt(record)[1], false);
 }
 
 // Over all words but the check itself; the late bit is set after the others.
@@ -146,9 +159,15 @@ void BeforeImages::findFree() {
     nextOrder_ = std::max(nextOrder_, words[2] + 1);
     if ((words[0] & kLate) == 0) ++uses_[batchOf(words[0])].records;
   }
-  for (std::size_t batch = capacity_.batches; batch-- > 0;) {
-    nextBatchId_ = std::max(nextBatchId_, (*batchWord(static_cast<Place>(batch)) >> 1) + 1);
-    if (uses_[batch].records == 0) freeBatches_.push_back(static_cast<Place>(batch));
+  for (Place batch = static_cast<Place>(capacity_.batches); batch-- > 0;) {
+    Word& word = *batchWord(batch);
+    if (!isIntactWord(batch, word)) {
+      fault_ =
+          "a batch word of before-images is damaged: the entries of its batch stay as they are in the tables";
+      store(word, 0);
+    }
+    nextBatchId_ = std::max(nextBatchId_, idOf(word) + 1);
+    if (uses_[batch].records == 0) freeBatches_.push_back(batch);
   }
 }
 
@@ -157,6 +176,9 @@ std::vector<BeforeImages::Image> BeforeImages::undecided() const { return conten
 BeforeImages::Contents BeforeImages::contents() const {
   Contents contents;
   std::vector<std::pair<Word, Image>> found;
+  for (Place batch = 0; batch < capacity_.batches; ++batch) {
+    if (!isIntactWord(batch, *batchWord(batch))) ++contents.damaged;
+  }
   for (Place record = 0; record < capacity_.records; ++record) {
     if (!counts(record)) continue;
     if (!isIntact(record)) {
@@ -218,7 +240,7 @@ BeforeImages::Place BeforeImages::begin() noexcept {
   if (freeBatches_.empty()) return kNone;
   const Place batch = freeBatches_.back();
   freeBatches_.pop_back();
-  store(*batchWord(batch), nextBatchId_++ << 1);
+  store(*batchWord(batch), wordOf(batch, nextBatchId_++, false));
   uses_[batch] = {};
   return batch;
 }
@@ -233,7 +255,7 @@ BeforeImages::Place BeforeImages::add(Place batch, std::size_t table, bool prese
   const Word control = kInUse | (present ? kPresent : 0) | Word{table} << 32 | Word{batch} << 16 | length;
   // Nobody takes a half-written record for one: it is not in use until its control word is stored.
   store(words[0], 0);
-  words[1] = *batchWord(batch) >> 1;
+  words[1] = idOf(*batchWord(batch));
   words[2] = nextOrder_++;
   std::memcpy(words + kRecordHead, row.bytes().data, length);
   const Word head[] = {control, words[1], words[2]};
@@ -258,7 +280,7 @@ void BeforeImages::lateIs(Place record) noexcept {
 
 void BeforeImages::decide(Place batch) noexcept {
   Word& word = *batchWord(batch);
-  store(word, word | 1);
+  store(word, wordOf(batch, idOf(word), true));
   freeBatches_.push_back(batch);
 }
 

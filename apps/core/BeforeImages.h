@@ -2,9 +2,11 @@
 //
 // One file, 64-bit words, native byte order:
 //   offset          size          what
-//   0               4096          header: magic, layout version, batch words, records, bytes of a record,
-//   check 4096            8 x batches   batch words: id << 1 | decided; 0 for one that was never used then R
-//   x records   records: control, batch id, order, check, then the row's bytes
+//   0               4096          header: magic, layout version, batch words, records, record bytes, check
+//   4096            8 x batches   batch words; 0 for one that was never used
+//   behind them     R x records   records: control, batch id, order, check, then the row's bytes
+//
+//   batch word: id << 17 | check << 1 | decided
 //
 //   control         states and who changes them
 //   0               free
@@ -58,7 +60,7 @@ class BeforeImages {
   /// The contents of a file at one moment.
   struct Contents {
     std::vector<Image> undecided;  ///< the newest first
-    std::size_t damaged = 0;       ///< records that count and fail their check
+    std::size_t damaged = 0;       ///< records that count, and batch words, that fail their check
   };
   /// For another process than the agent, which may be running; changes nothing. Throws
   /// Cairn::SystemException, also ENOENT, and Cairn::CorruptionDetectedException for a file that is damaged

@@ -14,8 +14,7 @@
 //      136      8  bytes used in the site area
 //      192     64  two later anchors, written alternately
 //     4096      .  site area: contiguous site records, never changed after they are written
-//     4096+s    .  record area: the record at position p is at p modulo the area's size and may wrap at its
-//     end
+//     4096+s    .  record area: the record at position p is at p modulo the area's size and may wrap
 //
 // Positions count bytes since the first record and never wrap. Each record begins with its own position, so
 // that a reader finds the first record that is not overwritten. Bytes behind `head` belong to a record that
