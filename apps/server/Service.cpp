@@ -12,30 +12,7 @@ namespace {
 
 constexpr const char* kApiVersion = "1.4.1";
 
-/// The messages of one Write, parsed, read and freed as a whole.
-class WriteHolder final : public grpc::MessageHolder<p4::v1::WriteRequest, p4::v1::WriteResponse> {
- public:
-  WriteHolder() : arena_(options()) {
-    set_request(google::protobuf::Arena::CreateMessage<p4::v1::WriteRequest>(&arena_));
-    set_response(google::protobuf::Arena::CreateMessage<p4::v1::WriteResponse>(&arena_));
-  }
-  void Release() override { delete this; }
-
- private:
-  static google::protobuf::ArenaOptions options() {
-    google::protobuf::ArenaOptions options;
-    options.start_block_size = 2048;
-    options.max_block_size = std::size_t{256} << 10;
-    return options;
-  }
-  google::protobuf::Arena arena_;
-};
-
 }  // namespace
-
-grpc::MessageHolder<p4::v1::WriteRequest, p4::v1::WriteResponse>* Service::WriteMessages::AllocateMessages() {
-  return new WriteHolder;
-}
 
 Service::Service(Device& device) : device_(device) { SetMessageAllocatorFor_Write(&writeMessages_); }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <google/protobuf/arena.h>
 #include <grpcpp/grpcpp.h>
 
 #include "apps/server/Device.h"
+#include "apps/server/WriteMessages.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 
 namespace Server {
@@ -31,10 +31,6 @@ class Service final : public p4::v1::P4Runtime::CallbackService {
                                          p4::v1::CapabilitiesResponse* response) override;
 
  private:
-  class WriteMessages final : public grpc::MessageAllocator<p4::v1::WriteRequest, p4::v1::WriteResponse> {
-    grpc::MessageHolder<p4::v1::WriteRequest, p4::v1::WriteResponse>* AllocateMessages() override;
-  };
-
   Device& device_;
   WriteMessages writeMessages_;
 };

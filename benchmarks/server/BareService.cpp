@@ -1,6 +1,5 @@
 #include "BareService.h"
 
-#include <google/protobuf/arena.h>
 #include <grpcpp/grpcpp.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "apps/bridge/Inbox.h"
 #include "apps/server/Acceptor.h"
 #include "apps/server/UnixSocket.h"
+#include "apps/server/WriteMessages.h"
 #include "benchmarks/end_to_end/Yardstick.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 #include "quill/EventLoop.h"
@@ -50,29 +50,6 @@ Entry entryOf(const p4::v1::Update& update) {
   return entry;
 }
 
-/// The messages of one request, parsed and freed as a whole; like the agent's.
-class Messages final : public grpc::MessageHolder<WriteRequest, WriteResponse> {
- public:
-  Messages() : arena_(options()) {
-    set_request(google::protobuf::Arena::CreateMessage<WriteRequest>(&arena_));
-    set_response(google::protobuf::Arena::CreateMessage<WriteResponse>(&arena_));
-  }
-  void Release() override { delete this; }
-
- private:
-  static google::protobuf::ArenaOptions options() {
-    google::protobuf::ArenaOptions options;
-    options.start_block_size = 2048;
-    options.max_block_size = std::size_t{256} << 10;
-    return options;
-  }
-  google::protobuf::Arena arena_;
-};
-
-class OnArenas final : public grpc::MessageAllocator<WriteRequest, WriteResponse> {
-  grpc::MessageHolder<WriteRequest, WriteResponse>* AllocateMessages() override { return new Messages; }
-};
-
 class Call final : public grpc::ServerUnaryReactor, private Bridge::Work {
  public:
   Call(Bridge::Inbox& inbox, Yardstick::TwoTables* tables, const WriteRequest& request) : tables_(tables) {
@@ -98,7 +75,7 @@ class Call final : public grpc::ServerUnaryReactor, private Bridge::Work {
 class Service final : public p4::v1::P4Runtime::CallbackService {
  public:
   Service(Bridge::Inbox& inbox, Yardstick::TwoTables* tables) : inbox_(inbox), tables_(tables) {
-    SetMessageAllocatorFor_Write(&onArenas_);
+    SetMessageAllocatorFor_Write(&writeMessages_);
   }
   grpc::ServerUnaryReactor* Write(grpc::CallbackServerContext*, const WriteRequest* request,
                                   WriteResponse*) override {
@@ -107,8 +84,8 @@ class Service final : public p4::v1::P4Runtime::CallbackService {
 
  private:
   Bridge::Inbox& inbox_;
-  Yardstick::TwoTables* tables_;  // not owned; may be null
-  OnArenas onArenas_;
+  Yardstick::TwoTables* tables_;         // not owned; may be null
+  Server::WriteMessages writeMessages_;  // as the agent has them
 };
 
 }  // namespace
