@@ -54,7 +54,22 @@ void CommandLine::flag(const std::string& names, bool& place) { app_->add_flag(n
 
 void CommandLine::operands(std::vector<std::string>& place) { app_->add_option("OPERAND", place); }
 
+/// A flag takes no value. The library overlooks an empty one.
+void CommandLine::refuseValuesOfFlags(int count, char* const* arguments) const {
+  const auto isFlag = [](const CLI::Option* option) { return option->get_expected_max() == 0; };
+  for (const CLI::Option* const flag : app_->get_options(isFlag)) {
+    const std::string name = "--" + flag->get_lnames().at(0);
+    for (int i = 1; i < count; ++i) {
+      const std::string_view given = arguments[i];
+      if (!given.starts_with(name + "=")) continue;
+      throw Cairn::Exception(
+          fmt::format("{}: expected no value, got \"{}\"", name, given.substr(name.size() + 1)));
+    }
+  }
+}
+
 Action CommandLine::read(int count, char* const* arguments) {
+  refuseValuesOfFlags(count, arguments);
   try {
     app_->parse(count, arguments);
     return Action::run;

@@ -40,8 +40,7 @@ std::optional<Number> numberIn(std::string_view text, Number low, Number high) {
 }
 
 /// The options of one program. --help (-h), --version (-V) and --log-level are every program's own. Names are
-/// given as
-/// "-d,--delay"; an option without value, or with an empty one, is refused.
+/// given as "-d,--delay"; an option without value, or with an empty one, is refused, and so is a flag with one.
 class CommandLine {
  public:
   /// Takes one value; throws Cairn::Exception when it does not fit.
@@ -75,6 +74,8 @@ class CommandLine {
   Action read(int count, char* const* arguments);
 
  private:
+  void refuseValuesOfFlags(int count, char* const* arguments) const;
+
   std::unique_ptr<CLI::App> app_;
 };
 
