@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <optional>
 #include <sstream>
+#include <utility>
 
 #include "apps/client/UnixConnection.h"
 #include "cairn/Exception.h"
@@ -20,6 +22,7 @@ using namespace p4::v1;
 
 /// For the trailer with one error for each update, which the default of 8192 bytes would replace by an error.
 constexpr int kMaxMetadataBytes = 256 << 20;
+constexpr int kAttempts = 10;                   // to become primary, where another client is faster
 constexpr std::chrono::seconds kShortCall{10};  // of calls that wait for nothing
 
 std::string contentsOf(const std::string& path) {
@@ -59,9 +62,18 @@ std::shared_ptr<grpc::Channel> channelTo(const Target& target) {
   return channel;
 }
 
-std::uint64_t wallClockNanoseconds() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+bool isBelow(const Uint128& a, const Uint128& b) {
+  return std::pair(a.high(), a.low()) < std::pair(b.high(), b.low());
+}
+
+Uint128 following(Uint128 id) {
+  id.set_low(id.low() + 1);
+  if (id.low() == 0) id.set_high(id.high() + 1);
+  return id;
+}
+
+std::string textOf(const Uint128& id) {
+  return (id.high() == 0 ? "" : std::to_string(id.high()) + ".") + std::to_string(id.low());
 }
 
 Outcome outcomeOf(int code, const std::string& message) { return {code, 0, message}; }
@@ -98,16 +110,71 @@ std::vector<Outcome> outcomesOf(const grpc::Status& status, std::size_t count) {
                                          : outcomeOf(status.error_code(), status.error_message()));
 }
 
+/// A stream on which the client takes part in the arbitration of one role.
+class Candidacy {
+ public:
+  Candidacy(P4Runtime::Stub& stub, const Target& target) : stream_(stub.StreamChannel(&context_)) {
+    request_.mutable_arbitration()->set_device_id(target.device);
+    if (!target.role.empty()) request_.mutable_arbitration()->mutable_role()->set_name(target.role);
+  }
+  ~Candidacy() { context_.TryCancel(); }
+  Candidacy(const Candidacy&) = delete;
+  Candidacy& operator=(const Candidacy&) = delete;
+
+  /// The highest id that the server knows. To be called first, while nothing else is reported here.
+  Uint128 highestId() {
+    stream_->Write(request_);
+    MasterArbitrationUpdate notice;
+    if (!read(notice)) refuse("StreamChannel", status_);
+    return notice.election_id();
+  }
+  /// Whether the client is primary with that id; it waits for a takeover.
+  bool wins(const Uint128& id) {
+    *request_.mutable_arbitration()->mutable_election_id() = id;
+    stream_->Write(request_);
+    MasterArbitrationUpdate notice;
+    while (read(notice)) {
+      if (notice.status().code() == grpc::OK) return true;
+      highest_ = notice.election_id();
+      if (!isBelow(highest_, id)) return false;  // otherwise the server had not read the request yet
+    }
+    // Another controller has the same id.
+    if (status_.error_code() == grpc::INVALID_ARGUMENT) return false;
+    refuse("StreamChannel", status_);
+  }
+  /// Why wins() was false.
+  std::string reason() const {
+    return status_.ok() ? "the highest seen is " + textOf(highest_) : status_.error_message();
+  }
+
+ private:
+  bool read(MasterArbitrationUpdate& notice) {
+    StreamMessageResponse response;
+    const bool isRead = stream_->Read(&response);
+    if (isRead) {
+      notice = response.arbitration();
+    } else {
+      status_ = stream_->Finish();
+    }
+    return isRead;
+  }
+
+  grpc::ClientContext context_;
+  std::unique_ptr<grpc::ClientReaderWriter<StreamMessageRequest, StreamMessageResponse>> stream_;
+  StreamMessageRequest request_;
+  Uint128 highest_;
+  grpc::Status status_;
+};
+
 }  // namespace
 
 class Connection::Grpc {
  public:
   explicit Grpc(const Target& target) : stub(P4Runtime::NewStub(channelTo(target))) {}
-  ~Grpc() { streamContext.TryCancel(); }
 
   std::unique_ptr<P4Runtime::Stub> stub;
-  grpc::ClientContext streamContext;
-  std::unique_ptr<grpc::ClientReaderWriter<StreamMessageRequest, StreamMessageResponse>> stream;
+  std::optional<Candidacy> candidacy;
+  Uint128 electionId;
 };
 
 Connection::Connection(Target target) : target_(std::move(target)), grpc_(std::make_unique<Grpc>(target_)) {}
@@ -126,30 +193,25 @@ p4::config::v1::P4Info Connection::p4Info() {
 }
 
 void Connection::becomePrimary() {
-  if (!target_.electionId) target_.electionId = wallClockNanoseconds();
-  grpc_->stream = grpc_->stub->StreamChannel(&grpc_->streamContext);
-  StreamMessageRequest request;
-  MasterArbitrationUpdate& arbitration = *request.mutable_arbitration();
-  arbitration.set_device_id(target_.device);
-  arbitration.mutable_election_id()->set_low(*target_.electionId);
-  if (!target_.role.empty()) arbitration.mutable_role()->set_name(target_.role);
-  grpc_->stream->Write(request);
-  StreamMessageResponse response;
-  if (!grpc_->stream->Read(&response)) refuse("StreamChannel", grpc_->stream->Finish());
-  const MasterArbitrationUpdate& notice = response.arbitration();
-  if (response.has_arbitration() && notice.status().code() == 0) return;
-  const std::string got = response.has_arbitration()
-                              ? "the highest seen is " + std::to_string(notice.election_id().low())
-                              : response.error().message();
-  throw Cairn::Exception("expected to become primary with election id " +
-                         std::to_string(*target_.electionId) + ", got " + got);
+  const int attempts = target_.electionId ? 1 : kAttempts;
+  for (int i = 0; i < attempts; ++i) {
+    Candidacy& candidacy = grpc_->candidacy.emplace(*grpc_->stub, target_);
+    if (target_.electionId) {
+      grpc_->electionId.set_low(*target_.electionId);
+    } else {
+      grpc_->electionId = following(candidacy.highestId());
+    }
+    if (candidacy.wins(grpc_->electionId)) return;
+  }
+  throw Cairn::Exception("expected to become primary with election id " + textOf(grpc_->electionId) +
+                         ", got " + grpc_->candidacy->reason());
 }
 
 std::vector<Outcome> Connection::write(std::vector<Update> updates, Atomicity atomicity) {
   WriteRequest request;
   request.set_device_id(target_.device);
   request.set_role(target_.role);
-  request.mutable_election_id()->set_low(target_.electionId.value_or(0));
+  *request.mutable_election_id() = grpc_->electionId;
   request.set_atomicity(atomicity == Atomicity::rollbackOnError ? WriteRequest::ROLLBACK_ON_ERROR
                                                                 : WriteRequest::CONTINUE_ON_ERROR);
   request.mutable_updates()->Reserve(static_cast<int>(updates.size()));

@@ -22,8 +22,7 @@ struct Target {
   std::chrono::milliseconds wait{0};  ///< for a server to come
   std::uint64_t device = 1;
   std::string role;
-  std::optional<std::uint64_t>
-      electionId;  ///< by default the wall clock's, so that a later client takes over
+  std::optional<std::uint64_t> electionId;  ///< none: one above the highest that the server knows
 };
 
 /// A connection to a P4Runtime server. It is not re-established after it breaks.

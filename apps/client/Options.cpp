@@ -26,7 +26,8 @@ const char* const kHelp =
       --tls-cert, --tls-key FILE   of this client, in PEM
   -d, --device-id N           (default: 1)
       --role NAME             (default: the one that may write everything)
-      --election-id N         (default: the wall clock in nanoseconds, so that a later client takes over)
+      --election-id N         (default: one above the highest that the server knows, so that this client
+                              takes over)
 
       --results FILE          run: one line of JSON for each update
   -c, --color WHEN            run: always, never or auto (default: auto, which means on a terminal)
