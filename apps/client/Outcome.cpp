@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::string_view kLostName = "LOST";
 constexpr int kDeadlineExceeded = 4;
+constexpr int kUnavailable = 14;
 constexpr std::array<std::string_view, 17> kNames = {
     "OK",        "CANCELLED",      "UNKNOWN",           "INVALID_ARGUMENT",   "DEADLINE_EXCEEDED",
     "NOT_FOUND", "ALREADY_EXISTS", "PERMISSION_DENIED", "RESOURCE_EXHAUSTED", "FAILED_PRECONDITION",
@@ -31,7 +32,9 @@ bool sameLetters(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-bool Outcome::isLost() const noexcept { return code == kLost || code == kDeadlineExceeded; }
+bool Outcome::isLost() const noexcept {
+  return code == kLost || code == kDeadlineExceeded || code == kUnavailable;
+}
 
 std::string nameOf(const Outcome& outcome) {
   return outcome.hardwareCode != 0 ? std::string(kHardwareError) : nameOf(outcome.code);

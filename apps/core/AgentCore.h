@@ -105,9 +105,11 @@ class AgentCore {
   /// Takes every completion out of the batch status and answers the updates they belong to. To be called when
   /// the batch status's descriptor can be read, which it stays when std::bad_alloc is thrown.
   void completionsReady();
-  /// Takes every completion, then answers DEADLINE_EXCEEDED to what is out of time. Throws like
-  /// completionsReady.
+  /// Takes every completion, then answers DEADLINE_EXCEEDED to what is out of time, or UNAVAILABLE after
+  /// stopping(). Throws like completionsReady.
   void expire(Clock::time_point now);
+  /// The agent will end before the hardware's late answers come.
+  void stopping() noexcept { isStopping_ = true; }
   /// Answers all updates of the table INTERNAL with `reason`, those in flight and those to come.
   void outOfService(ConfigTable& table, const std::string& reason);
   /// Takes the answers to updates in flight from the status rows, where a completion has been lost.
@@ -206,6 +208,7 @@ class AgentCore {
   std::vector<Refused> refused_;
   CoreCounters counters_;
   std::uint64_t lastBatch_ = 0;
+  bool isStopping_ = false;
 };
 
 }  // namespace Agent

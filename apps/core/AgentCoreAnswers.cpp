@@ -152,7 +152,11 @@ void AgentCore::expire(Clock::time_point now) {
         text = settings_.hardwareRuns(table->name()) ? "no answer in time"
                                                      : "no answer in time: no hardware agent runs";
       }
-      giveUp(operation, StatusCode::deadlineExceeded, text);
+      if (isStopping_) {
+        giveUp(operation, StatusCode::unavailable, "the agent is stopping");
+      } else {
+        giveUp(operation, StatusCode::deadlineExceeded, text);
+      }
     }
     settle(*batch);
   }

@@ -167,6 +167,7 @@ void Device::count(Counters::ServerWords<Counters::Counter>& counters) const {
 
 void Device::stop() {
   isStopping_ = true;
+  core_.stopping();
   inbox_.close();
   for (const auto& [id, stream] : std::exchange(streams_, {})) {
     stream->end({StatusCode::unavailable, "the agent is stopping"});
@@ -175,9 +176,10 @@ void Device::stop() {
 }
 
 void Device::abandon() {
-  core_.expire(Agent::AgentCore::Clock::time_point::max());
-  while (core_.finish() != 0) {
-  }
+  // Again after each batch, since the end of one may begin the removals of a commit.
+  do {
+    core_.expire(Agent::AgentCore::Clock::time_point::max());
+  } while (core_.finish() != 0);
   stalledCalls_.endAll();
 }
 

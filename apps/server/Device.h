@@ -80,7 +80,7 @@ class Device final : private StreamSink {
   void arbitrate(StreamId id, const ArbitrationRequest& request);
   void close(StreamId id);
   /// Takes no more work, ends all streams with UNAVAILABLE, and with it the writes that wait for a commit.
-  /// Batches that have begun continue.
+  /// Batches that have begun continue; what the hardware does not answer in time is UNAVAILABLE from now on.
   void stop();
   std::size_t requestsInFlight() const { return quota_.requests(); }
   /// Copies what is known here to the counters; to be called periodically.
