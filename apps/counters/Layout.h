@@ -93,6 +93,7 @@ struct ServerWords {
   Word requests{};            ///< unary calls that have arrived
   Word requestBytes{};        ///< of these
   Word rejections{};          ///< of these, those that were answered with an error as a whole
+  Word shortenedTexts{};      ///< of single updates' errors, cut to keep the details within their budget
   Word requestsInFlight{};    ///< now, like
   Word bytesInFlight{};       ///< this
   Word batchesInFlight{};     ///< this

@@ -72,6 +72,7 @@ std::string pageData(const Programs& programs) {
   if (const auto* words = programs.agent().words()) {
     document["server"] = {{"requests", words->server.requests},
                           {"rejections", words->server.rejections},
+                          {"shortenedTexts", words->server.shortenedTexts},
                           {"requestsInFlight", words->server.requestsInFlight},
                           {"batchesInFlight", words->server.batchesInFlight},
                           {"streams", words->server.streams}};

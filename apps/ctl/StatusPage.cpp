@@ -158,7 +158,7 @@ const show = (data) => {
   const server = data.server;
   document.getElementById("server").textContent = `${short(server.requests)} requests, ${server.rejections} ` +
       `rejected, ${server.requestsInFlight} in flight; ${server.batchesInFlight} batches in flight; ` +
-      `${server.streams} streams`;
+      `${server.streams} streams; ${server.shortenedTexts} error texts shortened`;
   document.getElementById("tables").replaceChildren(
       ...data.tables.map((table, number) => card(table, then?.tables[number], seconds)));
   showFailures(data.failures);

@@ -16,8 +16,8 @@ namespace Server {
 /// Accepts connections on a listening socket and hands them on. At the limit further ones are closed at once;
 /// when the process has no descriptor left, it pauses.
 ///
-/// A connection belongs to the callback that it was handed to. The acceptor detects its end by its descriptor,
-/// which is closed or names another socket by then, so nobody has to report it.
+/// A connection belongs to the callback that it was handed to. The acceptor detects its end by its
+/// descriptor, which is closed or names another socket by then, so nobody has to report it.
 class Acceptor {
  public:
   using HandOver = std::function<void(int descriptor)>;  ///< takes ownership

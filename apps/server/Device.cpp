@@ -159,6 +159,7 @@ void Device::count(Counters::ServerWords<Counters::Counter>& counters) const {
   counters.requests.set(counts.requests);
   counters.requestBytes.set(counts.bytes);
   counters.rejections.set(counts.rejected);
+  counters.shortenedTexts.set(shortenedTexts_.load(std::memory_order_relaxed));
   counters.requestsInFlight.set(quota_.requests());
   counters.bytesInFlight.set(quota_.bytes());
   counters.batchesInFlight.set(writesInFlight_);

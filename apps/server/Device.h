@@ -1,6 +1,7 @@
 // What the calls of all clients share: the agent's core, who may write, the pipeline config, the limits.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -63,6 +64,8 @@ class Device final : private StreamSink {
   Bridge::Inbox& inbox() noexcept { return inbox_; }
   Bridge::Quota& quota() noexcept { return quota_; }
   StalledCalls& stalledCalls() noexcept { return stalledCalls_; }
+  /// For the counters: so many error texts were cut in one answer.
+  void shortened(std::size_t texts) noexcept { shortenedTexts_.fetch_add(texts, std::memory_order_relaxed); }
   /// The core's table that belongs to one of the pipeline's. Neither changes.
   Agent::ConfigTable& table(const Wire::Table& table) const { return *core_.tables()[table.index]; }
 
@@ -107,6 +110,7 @@ class Device final : private StreamSink {
   Bridge::Inbox inbox_;
   Bridge::Quota quota_;
   StalledCalls stalledCalls_;
+  std::atomic<std::uint64_t> shortenedTexts_{0};
   ElectionIds electionIds_;
   Arbitration arbitration_;
   PipelineConfig config_;

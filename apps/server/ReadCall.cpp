@@ -1,6 +1,5 @@
 #include "apps/server/ReadCall.h"
 
-#include <algorithm>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -122,7 +121,7 @@ void ReadCall::OnWriteDone(bool written) {
 
 void ReadCall::sendNext() noexcept {
   attempt([this] {
-    if (nextCopy_ == copies_.size()) return finishAll();
+    if (nextCopy_ == copies_.size()) return Finish(statusOf(device_, outcomes_, "entities"));
     try {
       encodeNext();
     } catch (const Cairn::MemoryResourceException&) {
@@ -146,14 +145,6 @@ void ReadCall::encodeNext() {
     Wire::encodeEntry(*copy.table, row, {at + copy.rowBytes, copy.metadataBytes},
                       *response_.add_entities()->mutable_table_entry());
   }
-}
-
-void ReadCall::finishAll() {
-  if (std::all_of(outcomes_.begin(), outcomes_.end(), [](const auto& outcome) { return outcome.ok(); })) {
-    return Finish(grpc::Status::OK);
-  }
-  const Wire::ErrorDetails details = Wire::packErrors(outcomes_, device_.details(), "entities");
-  Finish({static_cast<grpc::StatusCode>(details.status.code), details.status.message, details.bytes});
 }
 
 }  // namespace Server

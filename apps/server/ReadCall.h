@@ -37,7 +37,6 @@ class ReadCall final : public grpc::ServerWriteReactor<p4::v1::ReadResponse>, Br
   void copyRow(const Wire::Table& table, const Lumen::BaseRow& row);
   void sendNext() noexcept;
   void encodeNext();
-  void finishAll();
   template <class Step>
   void attempt(const Step& step) noexcept;
 

@@ -1,10 +1,21 @@
 #include "apps/server/UnaryCall.h"
 
+#include <algorithm>
+
 namespace Server {
 
 grpc::Status grpcStatus(const Agent::Status& status) {
   if (status.ok()) return grpc::Status::OK;
   return {static_cast<grpc::StatusCode>(status.code), status.message};
+}
+
+grpc::Status statusOf(Device& device, std::span<const Agent::UpdateStatus> outcomes, std::string_view what) {
+  if (std::all_of(outcomes.begin(), outcomes.end(), [](const auto& outcome) { return outcome.ok(); })) {
+    return grpc::Status::OK;
+  }
+  const Wire::ErrorDetails details = Wire::packErrors(outcomes, device.details(), what);
+  device.shortened(details.shortened);
+  return {static_cast<grpc::StatusCode>(details.status.code), details.status.message, details.bytes};
 }
 
 std::optional<ElectionId> electionIdOf(bool isSet, const p4::v1::Uint128& id) {

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <optional>
+#include <span>
+#include <string_view>
 
 #include "apps/server/Device.h"
 #include "apps/server/OutOfMemory.h"
@@ -13,6 +15,9 @@ namespace Server {
 grpc::Status grpcStatus(const Agent::Status& status);
 /// The status of a request without memory. Its text is short, so that it takes none.
 inline grpc::Status outOfMemory() { return {grpc::StatusCode::RESOURCE_EXHAUSTED, "out of memory"}; }
+/// The status of a request whose elements have these outcomes: OK, or UNKNOWN with one error for each.
+grpc::Status statusOf(Device& device, std::span<const Agent::UpdateStatus> outcomes,
+                      std::string_view what = "updates");
 /// What a request of so many updates or other elements takes of the bytes in flight. An element takes memory
 /// of its own, as a message and as what is made of it: 8 million in 16 MB would take 4.6 GB.
 std::size_t bytesOf(const google::protobuf::MessageLite& request, int elements);

@@ -116,14 +116,10 @@ void WriteCall::decided(std::vector<Agent::UpdateStatus> results) noexcept {
 
 /// Without memory for the details the client knows no more than that updates have failed.
 void WriteCall::OnSendInitialMetadataDone(bool) {
-  withMemory(
-      [this] {
-        const Wire::ErrorDetails details = Wire::packErrors(results_, device_.details());
-        Finish({static_cast<grpc::StatusCode>(details.status.code), details.status.message, details.bytes});
-      },
-      [this] {
-        Finish({grpc::StatusCode::UNKNOWN, "no memory left"});
-      });
+  withMemory([this] { Finish(statusOf(device_, results_)); },
+             [this] {
+               Finish({grpc::StatusCode::UNKNOWN, "out of memory"});
+             });
 }
 
 }  // namespace Server
