@@ -64,6 +64,21 @@ inline p4::v1::TableEntry randomEntry(const Wire::Table& table, Random& random) 
   return entry;
 }
 
+/// The same entry as a controller may send it: fields in any order, values with leading zeros.
+inline p4::v1::TableEntry disguised(p4::v1::TableEntry entry, Random& random) {
+  const auto lengthen = [&random](std::string& text) { text.insert(0, random() % 4, '\0'); };
+  for (auto& field : *entry.mutable_match()) {
+    if (field.has_exact()) lengthen(*field.mutable_exact()->mutable_value());
+    if (field.has_ternary()) lengthen(*field.mutable_ternary()->mutable_value());
+    if (field.has_ternary()) lengthen(*field.mutable_ternary()->mutable_mask());
+  }
+  auto& params = *entry.mutable_action()->mutable_action()->mutable_params();
+  for (auto& param : params) lengthen(*param.mutable_value());
+  std::shuffle(params.pointer_begin(), params.pointer_end(), random);
+  std::shuffle(entry.mutable_match()->pointer_begin(), entry.mutable_match()->pointer_end(), random);
+  return entry;
+}
+
 inline p4::v1::Update updateOf(const p4::v1::TableEntry& entry,
                                p4::v1::Update::Type type = p4::v1::Update::INSERT) {
   p4::v1::Update update;

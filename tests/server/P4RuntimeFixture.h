@@ -1,7 +1,6 @@
 // An agent, a hardware agent and controllers over gRPC, and short texts for updates, entries and outcomes.
 #pragma once
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
@@ -9,7 +8,7 @@
 #include <map>
 #include <sstream>
 
-#include "cairn/Descriptor.h"
+#include "apps/counters/CounterView.h"
 #include "google/rpc/status.pb.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 #include "tests/RuntimeFolder.h"
@@ -22,21 +21,24 @@ using Strings = std::vector<std::string>;
 /// A controller on a connection and a stream of its own.
 class Controller {
  public:
-  explicit Controller(const std::string& socket) {
+  explicit Controller(
+      const std::string& address,
+      const std::shared_ptr<grpc::ChannelCredentials>& credentials = grpc::InsecureChannelCredentials()) {
     grpc::ChannelArguments arguments;
     arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
     arguments.SetInt(GRPC_ARG_MAX_METADATA_SIZE, 4 << 20);
-    stub = P4Runtime::NewStub(
-        grpc::CreateCustomChannel("unix:" + socket, grpc::InsecureChannelCredentials(), arguments));
+    stub = P4Runtime::NewStub(grpc::CreateCustomChannel(address, credentials, arguments));
     stream = stub->StreamChannel(&streamContext);
   }
   ~Controller() { streamContext.TryCancel(); }
 
-  void say(std::uint64_t id, std::uint64_t device = 1) {
+  /// Sends an election id and returns what is heard next.
+  std::string say(std::uint64_t id, std::uint64_t device = 1) {
     StreamMessageRequest request;
     request.mutable_arbitration()->set_device_id(device);
     request.mutable_arbitration()->mutable_election_id()->set_low(id);
     stream->Write(request);
+    return hear();
   }
   /// The next notice: its code and the highest id; or "end" and the stream's code.
   std::string hear() {
@@ -52,9 +54,30 @@ class Controller {
   std::unique_ptr<grpc::ClientReaderWriter<StreamMessageRequest, StreamMessageResponse>> stream;
 };
 
+/// A call that is in progress while the test does something else.
+template <class Response>
+struct Pending {
+  template <class Start>
+  explicit Pending(const Start& start) : call(start(&context, &queue)) {
+    call->Finish(&response, &status, nullptr);
+  }
+  grpc::Status wait() {
+    void* tag = nullptr;
+    bool done = false;
+    EXPECT_TRUE(queue.Next(&tag, &done) && done);
+    return status;
+  }
+  grpc::ClientContext context;
+  grpc::CompletionQueue queue;
+  Response response;
+  grpc::Status status;
+  std::unique_ptr<grpc::ClientAsyncResponseReader<Response>> call;
+};
+
 /// "+5=9" inserts entry 5 of l3IifTH3 with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text" has that
 /// metadata. "?" has no entity.
 inline Update update(const std::string& text) {
+  constexpr std::uint32_t kVrf = 10;
   Update made;
   made.set_type(text[0] == '+' ? Update::INSERT : text[0] == '~' ? Update::MODIFY : Update::DELETE);
   if (text[0] == '?') return made;
@@ -66,23 +89,35 @@ inline Update update(const std::string& text) {
   const auto value = [](std::uint16_t number) {
     return std::string{static_cast<char>(number >> 8), static_cast<char>(number & 0xff)};
   };
-  const Wire::Table& table = Entries::pipeline().tables()[3];
   TableEntry& entry = *made.mutable_entity()->mutable_table_entry();
-  entry.set_table_id(table.id);
+  entry.set_table_id(0x02000004);
   FieldMatch& match = *entry.add_match();
   match.set_field_id(1);
   match.mutable_exact()->set_value(value(key));
   if (text[0] == '-') return made;
-  entry.mutable_action()->mutable_action()->set_action_id(table.actionId);
-  for (const Wire::Field& field : table.parameters) {
+  entry.mutable_action()->mutable_action()->set_action_id(0x01000004);
+  for (std::uint32_t id = 1; id <= kVrf; ++id) {
     auto& parameter = *entry.mutable_action()->mutable_action()->add_params();
-    parameter.set_param_id(field.id);
-    parameter.set_value(field.name == "vrf" ? value(vrf) : "\1");
+    parameter.set_param_id(id);
+    parameter.set_value(id == kVrf ? value(vrf) : "\1");
   }
   if (const std::size_t colon = text.find(':'); colon != std::string::npos) {
     entry.set_metadata(text.substr(colon + 1));
   }
   return made;
+}
+
+/// The entry of such an update, "5=9:text".
+inline std::pair<int, std::string> textOf(const TableEntry& entry) {
+  const auto number = [](const std::string& bytes) {
+    int value = 0;
+    for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
+    return value;
+  };
+  const int key = number(entry.match(0).exact().value());
+  std::string text =
+      std::to_string(key) + "=" + std::to_string(number(entry.action().action().params(9).value()));
+  return {key, entry.metadata().empty() ? text : text + ":" + entry.metadata()};
 }
 
 class P4RuntimeTest : public testing::Test {
@@ -97,9 +132,9 @@ class P4RuntimeTest : public testing::Test {
     Strings all = {P4RT_AGENT, "-r", folder_.path(), "--timeout", "0.5"};
     all.insert(all.end(), more.begin(), more.end());
     agent_ = std::make_unique<Program>(all);
-    ASSERT_TRUE(agent_->says("serving P4Runtime at " + socket()));
+    ASSERT_TRUE(agent_->says("serving P4Runtime at " + address().substr(5)));
   }
-  std::string socket() const { return folder_.path() + "/p4runtime.sock"; }
+  std::string address() const { return "unix:" + folder_.path() + "/p4runtime.sock"; }
 
   static WriteRequest request(const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
                               std::uint64_t device = 1) {
@@ -110,44 +145,43 @@ class P4RuntimeTest : public testing::Test {
     for (const std::string& text : updates) *made.add_updates() = update(text);
     return made;
   }
-  /// Becomes primary and writes more than fits in the buffers between agent and client.
-  Strings fill(Controller& controller) {
-    controller.say(1);
-    EXPECT_EQ(controller.hear(), "0 1");
+  /// Hardware, agent and a controller that is primary with election id 1.
+  void start(const Strings& ofAgent = {}, const Strings& ofHardware = {}) {
+    startHardware(ofHardware);
+    startAgent(ofAgent);
+    primary_ = std::make_unique<Controller>(address());
+    ASSERT_EQ(primary_->say(1), "0 1");
+  }
+  /// Ends the agent and starts another.
+  void restart(int signal) {
+    agent_->signal(signal);
+    EXPECT_EQ(primary_->hear(), "end 14");
+    EXPECT_EQ(agent_->exitCode(), signal == SIGKILL ? 128 + SIGKILL : 0) << agent_->output();
+    startAgent();
+    primary_ = std::make_unique<Controller>(address());
+  }
+  /// Writes more than fits in the buffers between agent and client.
+  Strings fill() {
     Strings updates;
     for (int key = 1000; key < 9192; ++key) {
       updates.push_back("+" + std::to_string(key) + "=1:" + std::string(900, 'm'));
     }
-    EXPECT_EQ(write(controller, updates), "0");
+    EXPECT_EQ(write(updates), "0");
     return updates;
   }
-  static int freePort() {
-    const Cairn::Descriptor any(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(::bind(any.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
-    EXPECT_EQ(::getsockname(any.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
-    return ntohs(address.sin_port);
-  }
-  /// The code of a call on a connection of its own.
-  static int ask(const std::string& address, const std::shared_ptr<grpc::ChannelCredentials>& credentials) {
-    grpc::ChannelArguments arguments;
-    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-    const auto stub = P4Runtime::NewStub(grpc::CreateCustomChannel(address, credentials, arguments));
-    grpc::ClientContext context;
-    CapabilitiesRequest request;
-    request.set_device_id(1);
-    CapabilitiesResponse response;
-    return stub->Capabilities(&context, request, &response).error_code();
-  }
+  using AgentView = Counters::CounterView<Counters::AgentCounts>;
+  AgentView counters() const { return AgentView(folder_.path() + "/p4rt-agent.counters"); }
   using Reader = grpc::ClientReader<ReadResponse>;
-  static std::unique_ptr<Reader> startRead(Controller& controller, grpc::ClientContext& context) {
+  std::unique_ptr<Reader> startRead(grpc::ClientContext& context) {
     ReadRequest all;
     all.set_device_id(1);
     all.add_entities()->mutable_table_entry();
-    return controller.stub->Read(&context, all);
+    return primary_->stub->Read(&context, all);
+  }
+  std::unique_ptr<Pending<WriteResponse>> startWrite(const Strings& updates) {
+    return std::make_unique<Pending<WriteResponse>>([&](auto* context, auto* queue) {
+      return primary_->stub->AsyncWrite(context, request(updates), queue);
+    });
   }
   static std::string endOf(Reader& reader) {
     for (ReadResponse response; reader.Read(&response);) continue;
@@ -155,9 +189,8 @@ class P4RuntimeTest : public testing::Test {
   }
 
   /// The call's code, then, if it has details, the code of each update ("13/7" with the hardware's).
-  std::string write(Controller& controller, const Strings& updates, std::uint64_t id = 1, int atomicity = 0,
-                    std::uint64_t device = 1) {
-    return write(controller, request(updates, id, atomicity, device));
+  std::string write(const Strings& updates, std::uint64_t id = 1, int atomicity = 0) {
+    return write(*primary_, request(updates, id, atomicity));
   }
   static std::string write(Controller& controller, const WriteRequest& request) {
     grpc::ClientContext context;
@@ -179,7 +212,8 @@ class P4RuntimeTest : public testing::Test {
     return text;
   }
   /// Of l3IifTH3: "5=9:text" for each entry in order of the keys, then the outcome.
-  std::string read(Controller& controller, const Strings& keys = {}) {
+  std::string read(const Strings& keys = {}) { return read(*primary_, keys); }
+  static std::string read(Controller& controller, const Strings& keys = {}) {
     ReadRequest request;
     request.set_device_id(1);
     for (const std::string& key : keys) *request.add_entities() = update(key).entity();
@@ -189,22 +223,7 @@ class P4RuntimeTest : public testing::Test {
     std::map<int, std::string> entries;
     for (ReadResponse response; reader->Read(&response);) {
       for (const Entity& entity : response.entities()) {
-        const TableEntry& entry = entity.table_entry();
-        const auto number = [](const std::string& bytes) {
-          int value = 0;
-          for (const char byte : bytes) value = value << 8 | static_cast<unsigned char>(byte);
-          return value;
-        };
-        const int key = number(entry.match(0).exact().value());
-        std::string& text = entries[key];
-        EXPECT_EQ(text, "") << "each entry once";
-        const auto& parameters = entry.action().action().params();
-        for (const Wire::Field& field : Entries::pipeline().tables()[3].parameters) {
-          if (field.name != "vrf") continue;
-          text = std::to_string(key) + "=" +
-                 std::to_string(number(parameters[static_cast<int>(field.id) - 1].value()));
-        }
-        if (!entry.metadata().empty()) text += ":" + entry.metadata();
+        EXPECT_TRUE(entries.insert(textOf(entity.table_entry())).second) << "each entry once";
       }
     }
     std::string all;
@@ -215,4 +234,5 @@ class P4RuntimeTest : public testing::Test {
   RuntimeFolder folder_{"/dev/shm"};
   std::unique_ptr<Program> hardware_;
   std::unique_ptr<Program> agent_;
+  std::unique_ptr<Controller> primary_;
 };
