@@ -50,18 +50,23 @@ TableEntry sampleEntry(TableNumber number) {
   return entry;
 }
 
-TableEntry& entry(Update& update) { return *update.mutable_entity()->mutable_table_entry(); }
-p4::v1::TableAction& tableAction(Update& update) { return *entry(update).mutable_action(); }
-p4::v1::Action& action(Update& update) { return *tableAction(update).mutable_action(); }
-p4::v1::FieldMatch& match(Update& update, int index = 0) { return *entry(update).mutable_match(index); }
-std::string& value(Update& update) { return *match(update).mutable_exact()->mutable_value(); }
-p4::v1::FieldMatch::Ternary& ternary(Update& update, int index = 0) {
-  return *match(update, index).mutable_ternary();
+/// The entry with `from` in its text replaced by `to`; a `from` that ends with dots extends to the end.
+TableEntry changedEntry(TableNumber number, std::string_view from, const std::string& to) {
+  std::string text = sampleEntry(number).ShortDebugString();
+  const bool isRest = from.ends_with("...");
+  if (isRest) from.remove_suffix(3);
+  const std::size_t at = text.find(from);
+  EXPECT_NE(at, text.npos) << from << " in " << text;
+  text.replace(at, isRest ? text.npos : from.size(), to);
+  TableEntry changed;
+  EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &changed)) << text;
+  return changed;
 }
 
 struct Case {
   TableNumber table;
-  void (*change)(Update& update);
+  const char* from;
+  const char* to;
   const char* text;  // without the table's name
   StatusCode code = StatusCode::invalidArgument;
 };
@@ -70,83 +75,77 @@ constexpr StatusCode kRange = StatusCode::outOfRange;
 
 /// Refused in every update and in Reads.
 const Case kInKeys[] = {
-    {kIif, [](Update& u) { u.clear_entity(); }, "expected an entity, got none"},
-    {kIif, [](Update& u) { u.mutable_entity()->Clear(); }, "expected an entity, got none"},
-    {kIif, [](Update& u) { u.mutable_entity()->mutable_meter_entry(); },
-     "expected a table_entry, got meter_entry", StatusCode::unimplemented},
-    {kIif, [](Update& u) { entry(u).set_table_id(0x02000005); },
+    {kIif, "table_id: 33554436", "table_id: 5",
      "expected a table of 0x02000001 (l3TunnelIpv4TH3), 0x02000002 (l3TunnelIpv6TH3), 0x02000003 "
-     "(myStationTcamTH3), 0x02000004 (l3IifTH3), got 0x02000005"},
-    {kIif, [](Update& u) { entry(u).set_is_default_action(true); },
-     "expected an entry with a key, got the default action"},
-
-    {kIif, [](Update& u) { match(u).clear_field_id(); }, "expected a match field id from 1 to 1, got 0"},
-    {kIpv4, [](Update& u) { match(u).set_field_id(6); }, "expected a match field id from 1 to 5, got 6"},
-    {kIif, [](Update& u) { *entry(u).add_match() = match(u); },
-     "match field l3Iif: expected once, got it twice"},
-    {kIpv4, [](Update& u) { entry(u).mutable_match()->DeleteSubrange(1, 3); },
-     "expected every match field, got none for dip, protocol, l4DestPort"},
-    {kIif, [](Update& u) { match(u).clear_exact(); }, "match field l3Iif: expected an exact match, got none"},
-    {kIif, [](Update& u) { ternary(u); }, "match field l3Iif: expected an exact match, got a ternary match"},
-    {kStation, [](Update& u) { value(u); },
+     "(myStationTcamTH3), 0x02000004 (l3IifTH3), got 0x00000005"},
+    {kIif, "", "is_default_action: true ", "expected an entry with a key, got the default action"},
+    {kIif, "field_id: 1", "", "expected a match field id from 1 to 1, got 0"},
+    {kIpv4, "field_id: 1", "field_id: 6", "expected a match field id from 1 to 5, got 6"},
+    {kIpv4, "field_id: 2", "field_id: 1", "match field sip: expected once, got it twice"},
+    {kIpv4, "match { field_id: 4...", "", "expected every match field, got none for l4DestPort, l4SrcPort"},
+    {kIif, R"(exact { value: "\001" })", "", "match field l3Iif: expected an exact match, got none"},
+    {kIif, "exact", "ternary", "match field l3Iif: expected an exact match, got a ternary match"},
+    {kStation, R"(ternary { value: "\001" mask: "\003" })", "exact { }",
      "match field macAddr: expected a ternary match, got an exact match"},
-    {kStation, [](Update& u) { match(u).mutable_other(); },
+    {kStation, R"(ternary { value: "\001" mask: "\003" })", "other { }",
      "match field macAddr: expected a ternary match, got an architecture-specific match"},
 
-    {kIif, [](Update& u) { value(u).clear(); },
-     "match field l3Iif: expected a value of at most 64 bits, got no bytes", kRange},
-    {kIif, [](Update& u) { value(u) = "\1" + std::string(8, '\2'); },
-     "match field l3Iif: expected a value of at most 64 bits, got 0x010202020202020202", kRange},
-    {kIpv4, [](Update& u) { value(u) = std::string(300, '\1'); },
-     "match field sip: expected a value of at most 32 bits, got "
-     "0x0101010101010101010101010101010101010101... (300 bytes)",
+    {kIif, R"(value: "\001")", "", "match field l3Iif: expected a value of at most 64 bits, got no bytes",
      kRange},
-    {kStation, [](Update& u) { ternary(u, 3).set_mask("\3"); },
+    {kIif, R"(value: "\001")", R"(value: "123456789")",
+     "match field l3Iif: expected a value of at most 64 bits, got 0x313233343536373839", kRange},
+    {kIpv4, R"(value: "\001")", R"(value: "123456789123456789123")",
+     "match field sip: expected a value of at most 32 bits, got "
+     "0x3132333435363738393132333435363738393132... "
+     "(21 bytes)",
+     kRange},
+    {kStation, R"(mask: "\001")", R"(mask: "\003")",
      "mask of match field t: expected a value of at most 1 bits, got 0x03", kRange},
-    {kStation, [](Update& u) { ternary(u).clear_mask(); },
+    {kStation, R"(mask: "\003")", "",
      "mask of match field macAddr: expected a value of at most 48 bits, got no bytes", kRange},
-    {kStation,
-     [](Update& u) { ternary(u).mutable_value()->front() = ternary(u).mutable_mask()->front() = '\0'; },
+    {kStation, R"(value: "\001" mask: "\003")", R"(value: "\000" mask: "\000")",
      "match field macAddr: expected a mask other than 0, or the field left out, got mask 0x00"},
-    {kStation, [](Update& u) { ternary(u, 1).set_value("\5"); },
-     "match field vlanId: expected no value bits outside the mask 0x03, got value 0x05"},
+    {kStation, R"(value: "\001")", R"(value: "\005")",
+     "match field macAddr: expected no value bits outside the mask 0x03, got value 0x05"},
 
-    {kIif, [](Update& u) { entry(u).set_priority(-1); },
-     "expected no priority beside exact match fields, got -1"},
-    {kStation, [](Update& u) { entry(u).set_priority(0); },
-     "expected a priority from 1 to 2147483647, got 0"},
-    {kStation, [](Update& u) { entry(u).set_priority(-1); },
-     "expected a priority from 1 to 2147483647, got -1"},
+    {kIif, "", "priority: -1 ", "expected no priority beside exact match fields, got -1"},
+    {kStation, "priority: 9", "", "expected a priority from 1 to 2147483647, got 0"},
+    {kStation, "priority: 9", "priority: -1", "expected a priority from 1 to 2147483647, got -1"},
 };
 
-/// Ignored in removals.
+/// Ignored in removals and in Reads.
 const Case kInTheRest[] = {
-    {kIif, [](Update& u) { entry(u).clear_action(); }, "expected an action, got none"},
-    {kIif, [](Update& u) { tableAction(u).clear_action(); },
-     "expected an action, got an action without kind"},
-    {kIif, [](Update& u) { tableAction(u).set_action_profile_member_id(1); },
+    {kIif, "action...", "", "expected an action, got none"},
+    {kIif, "action...", "action { }", "expected an action, got an action without kind"},
+    {kIif, "action...", "action { action_profile_member_id: 1 }",
      "expected an action, got an action profile member"},
-    {kIif, [](Update& u) { tableAction(u).set_action_profile_group_id(1); },
+    {kIif, "action...", "action { action_profile_group_id: 1 }",
      "expected an action, got an action profile group"},
-    {kIif, [](Update& u) { tableAction(u).mutable_action_profile_action_set(); },
+    {kIif, "action...", "action { action_profile_action_set { } }",
      "expected an action, got a one-shot action set"},
-    {kIif, [](Update& u) { action(u).set_action_id(0x01000003); },
-     "expected action 0x01000004 (set_l3IifTH3), got 0x01000003"},
-    {kIif, [](Update& u) { action(u).mutable_params()->RemoveLast(); },
-     "expected every parameter, got none for vrf"},
-    {kIif, [](Update& u) { action(u).mutable_params(9)->set_param_id(1); },
-     "parameter classId: expected once, got it twice"},
-    {kIif, [](Update& u) { action(u).add_params()->set_param_id(11); },
-     "expected a parameter id from 1 to 10, got 11"},
-    {kIif, [](Update& u) { action(u).mutable_params(9)->clear_value(); },
-     "parameter vrf: expected a value of at most 16 bits, got no bytes", kRange},
-    {kIif, [](Update& u) { action(u).mutable_params(5)->set_value("\2"); },
+    {kIif, "action_id: 16777220", "action_id: 7",
+     "expected action 0x01000004 (set_l3IifTH3), got 0x00000007"},
+    {kIif, "params { param_id: 10...", "} }", "expected every parameter, got none for vrf"},
+    {kIif, "param_id: 10", "param_id: 1", "parameter classId: expected once, got it twice"},
+    {kIif, "param_id: 10", "param_id: 11", "expected a parameter id from 1 to 10, got 11"},
+    {kIif, R"(10 value: "\001")", "10", "parameter vrf: expected a value of at most 16 bits, got no bytes",
+     kRange},
+    {kIif, R"(6 value: "\001")", R"(6 value: "\002")",
      "parameter intEnable: expected a value of at most 1 bits, got 0x02", kRange},
-    {kIif, [](Update& u) { entry(u).set_metadata("123456789"); },
-     "expected metadata of at most 8 bytes, got 9"},
+
+    {kIif, "", "meter_config { } ", "expected key, action and metadata alone, got meter_config"},
+    {kIif, "", "counter_data { } ", "expected key, action and metadata alone, got counter_data"},
+    {kIif, "", "meter_counter_data { } ", "expected key, action and metadata alone, got meter_counter_data"},
+    {kIif, "", "time_since_last_hit { } ",
+     "expected key, action and metadata alone, got time_since_last_hit"},
+    {kIif, "", "idle_timeout_ns: 1 ", "expected key, action and metadata alone, got idle_timeout_ns"},
+    {kIif, "", "controller_metadata: 1 ",
+     "expected key, action and metadata alone, got controller_metadata (superseded by metadata)"},
+    {kIif, "", "is_const: true ", "expected key, action and metadata alone, got is_const"},
+    {kIif, "", R"(metadata: "123456789" )", "expected metadata of at most 8 bytes, got 9"},
 };
 
-/// The status of the entry in an update; a text without the table's name before it.
+/// The status of an update, its text without the table's name before it.
 Agent::Status statusOf(Update update, Update::Type type) {
   update.set_type(type);
   Wire::DecodedUpdate decoded;
@@ -157,19 +156,18 @@ Agent::Status statusOf(Update update, Update::Type type) {
   return status;
 }
 
-Agent::Status filterOf(const Update& update, Wire::ReadFilter& filter) {
-  Agent::Status status = decoder().decode(update.entity(), filter);
+StatusCode filterCode(const p4::v1::Entity& entity, Wire::ReadFilter& filter) {
+  const Agent::Status status = decoder().decode(entity, filter);
   EXPECT_EQ(status.ok(), status.message.empty());
-  return status;
+  return status.code;
 }
 
 TEST(Decode, RefusesWithCodeAndText) {
   for (const std::span<const Case> cases : {std::span<const Case>(kInKeys), {kInTheRest}}) {
     const bool isInKeys = cases.data() == kInKeys;
-    for (const auto& [table, change, text, code] : cases) {
+    for (const auto& [table, from, to, text, code] : cases) {
       SCOPED_TRACE(text);
-      Update update = Entries::updateOf(sampleEntry(table));
-      change(update);
+      const Update update = Entries::updateOf(changedEntry(table, from, to));
       for (const auto type : {Update::INSERT, Update::MODIFY, Update::DELETE}) {
         const bool isRefused = isInKeys || type != Update::DELETE;
         const Agent::Status status = statusOf(update, type);
@@ -177,31 +175,28 @@ TEST(Decode, RefusesWithCodeAndText) {
         EXPECT_EQ(status.message, isRefused ? text : "");
       }
       Wire::ReadFilter filter;
-      EXPECT_EQ(filterOf(update, filter).code, isInKeys ? code : StatusCode::ok);
+      EXPECT_EQ(filterCode(update.entity(), filter), isInKeys ? code : StatusCode::ok);
     }
   }
 }
 
-TEST(Decode, RefusesOtherTypesAndPartsOfAnEntry) {
+TEST(Decode, RefusesWhatIsNoUpdateOfAnEntry) {
   for (const int type : {0, 9}) {
     EXPECT_EQ(statusOf(Entries::updateOf(sampleEntry(kIif)), static_cast<Update::Type>(type)).message,
               "expected INSERT, MODIFY or DELETE, got type " + std::to_string(type));
   }
-  for (const std::string part :
-       {"meter_config {}", "counter_data {}", "meter_counter_data {}", "time_since_last_hit {}",
-        "idle_timeout_ns: 1", "controller_metadata: 1", "is_const: true"}) {
-    Update update = Entries::updateOf(sampleEntry(kIif));
-    ASSERT_TRUE(google::protobuf::TextFormat::MergeFromString(part, &entry(update)));
-    const std::string text =
-        "expected key, action and metadata alone, got " + part.substr(0, part.find_first_of(" :"));
-    EXPECT_TRUE(statusOf(update, Update::INSERT).message.starts_with(text));
-    EXPECT_EQ(statusOf(update, Update::MODIFY).code, StatusCode::invalidArgument);
-    EXPECT_TRUE(statusOf(update, Update::DELETE).ok());
-  }
+  Update other;
+  Wire::ReadFilter filter;
+  EXPECT_EQ(statusOf(other, Update::DELETE).message, "expected an entity, got none");
+  EXPECT_EQ(filterCode(other.entity(), filter), StatusCode::invalidArgument);
+  other.mutable_entity()->mutable_meter_entry();
+  EXPECT_EQ(statusOf(other, Update::DELETE).message, "expected a table_entry, got meter_entry");
+  EXPECT_EQ(filterCode(other.entity(), filter), StatusCode::unimplemented);
 }
 
 /// The row as text, less the agent's own columns.
-std::string rowOf(Update& update) {
+std::string rowOf(const TableEntry& entry, Update::Type type = Update::INSERT) {
+  const Update update = Entries::updateOf(entry, type);
   Wire::DecodedUpdate decoded;
   const Agent::Status status = decoder().decode(update, decoded);
   if (!status.ok()) return status.message;
@@ -212,37 +207,33 @@ std::string rowOf(Update& update) {
 }
 
 TEST(Row, HasEveryColumnOfItsEntry) {
-  Update iif = Entries::updateOf(sampleEntry(kIif));
-  value(iif) = "\1\2\3\4\5\6\7\x08";
-  action(iif).mutable_params(0)->set_value("\x12\x34");
-  action(iif).mutable_params(0)->Swap(action(iif).mutable_params(7));
-  entry(iif).set_metadata("12345678");
+  TableEntry iif = changedEntry(kIif, R"(value: "\001")", R"(value: "\001\002\003\004\005\006\007\010")");
+  auto& parameters = *iif.mutable_action()->mutable_action()->mutable_params();
+  parameters[0].set_value("\x12\x34");
+  parameters.SwapElements(0, 7);
+  iif.set_metadata("12345678");
   EXPECT_EQ(rowOf(iif),
             "12345678|l3Iif = 72623859790382856, classId = 4660, ecnDecapMappingPtr = 1, "
             "flexCtrBaseCounterIdx = 1, "
             "flexCtrOffsetMode = 1, flexCtrPoolNumber = 1, intEnable = true, ipmcL3Iif = 1, "
             "ipOptionProfileIndex = 1, l3IifProfileIndex = 1, vrf = 1");
-  Update station = Entries::updateOf(sampleEntry(kStation));
-  match(station).Swap(&match(station, 3));
-  entry(station).mutable_match()->DeleteSubrange(1, 1);
+  TableEntry station = sampleEntry(kStation);
+  station.mutable_match()->SwapElements(0, 3);
+  station.mutable_match()->DeleteSubrange(1, 1);
   EXPECT_THAT(
       rowOf(station),
       testing::StartsWith(
           "|macAddr = \"00:00:00:00:00:01\", vlanId = 0, portNum = 1, t = true, macAddrMask = "
           "\"00:00:00:00:00:03\", vlanIdMask = 0, portNumMask = 3, tMask = true, priority = 9, arpRarp"));
-  Update ipv4 = Entries::updateOf(sampleEntry(kIpv4), Update::DELETE);
-  value(ipv4) = std::string("\0\0\xc0\0\2\1", 6);
-  EXPECT_TRUE(
-      rowOf(ipv4).starts_with("|sip = \"192.0.2.1\", dip = \"0.0.0.1\", protocol = 1, l4DestPort = 1, "
-                              "l4SrcPort = 1, allowedPortBitmapProfilePtr = 0, bfdEnable = false, "));
-  Update ipv6 = Entries::updateOf(sampleEntry(kIpv6));
-  value(ipv6) = std::string("\x20\1", 2) + std::string(14, '\5');
-  EXPECT_THAT(rowOf(ipv6),
-              testing::StartsWith("|sip = \"2001:505:505:505:505:505:505:505\", dip = \"::1\", "));
+  EXPECT_THAT(rowOf(changedEntry(kIpv4, R"(\001)", R"(\000\000\300\000\002\001)"), Update::DELETE),
+              testing::StartsWith("|sip = \"192.0.2.1\", dip = \"0.0.0.1\", protocol = 1, l4DestPort = 1, "
+                                  "l4SrcPort = 1, allowedPortBitmapProfilePtr = 0, bfdEnable = false, "));
+  EXPECT_THAT(rowOf(changedEntry(kIpv6, R"(\001)", R"(\040\00155555555555555)")),
+              testing::StartsWith("|sip = \"2001:3535:3535:3535:3535:3535:3535:3535\", dip = \"::1\", "));
 }
 
 TEST(Row, OfAnotherShapeIsNotEncoded) {
-  Update ipv4 = Entries::updateOf(sampleEntry(kIpv4));
+  const Update ipv4 = Entries::updateOf(sampleEntry(kIpv4));
   Wire::DecodedUpdate decoded;
   ASSERT_TRUE(decoder().decode(ipv4, decoded).ok());
   for (const TableNumber other : {kIpv6, kStation}) {
@@ -254,40 +245,37 @@ TEST(Row, OfAnotherShapeIsNotEncoded) {
 
 struct FilterCase {
   TableNumber table;
-  void (*change)(Update& update);
+  const char* from;
+  const char* to;
   std::uint32_t tableId;
-  bool hasKey = false;
+  bool hasKey;
 };
 
 TEST(Filter, NamesTableAndKey) {
   const FilterCase cases[] = {
-      {kIif, [](Update& u) { entry(u).Clear(); }, 0},
-      {kIif, [](Update& u) { entry(u).clear_match(); }, 0x02000004},
-      {kStation, [](Update& u) { entry(u).clear_match(), entry(u).clear_priority(); }, 0x02000003},
-      {kIif, [](Update& u) { entry(u).clear_action(); }, 0x02000004, true},
-      {kStation, [](Update&) {}, 0x02000003, true},
-      {kStation, [](Update& u) { entry(u).clear_match(); }, 0x02000003, true},
+      {kIif, "...", "", 0, false},
+      {kIif, "match...", "", 0x02000004, false},
+      {kStation, "match...", "", 0x02000003, false},
+      {kIif, "action...", "", 0x02000004, true},
+      {kStation, "", "", 0x02000003, true},
+      {kStation, "match...", "priority: 9", 0x02000003, true},
   };
-  for (const FilterCase& tried : cases) {
-    Update update = Entries::updateOf(sampleEntry(tried.table), Update::DELETE);
-    tried.change(update);
+  for (const auto& [table, from, to, tableId, hasKey] : cases) {
+    const Update update = Entries::updateOf(changedEntry(table, from, to), Update::DELETE);
     SCOPED_TRACE(update.ShortDebugString());
     Wire::ReadFilter filter;
-    EXPECT_TRUE(filterOf(update, filter).ok());
-    EXPECT_EQ(filter.table == nullptr ? 0 : filter.table->id, tried.tableId);
-    EXPECT_EQ(!filter.key.isNull(), tried.hasKey);
-    if (!tried.hasKey) continue;
+    EXPECT_EQ(filterCode(update.entity(), filter), StatusCode::ok);
+    EXPECT_EQ(filter.table == nullptr ? 0 : filter.table->id, tableId);
+    EXPECT_EQ(!filter.key.isNull(), hasKey);
+    if (!hasKey) continue;
     Wire::DecodedUpdate decoded;
     ASSERT_TRUE(decoder().decode(update, decoded).ok());
     EXPECT_TRUE(filter.key.rowEqual(decoded.row));
   }
-  Update keyOfNoTable = Entries::updateOf(sampleEntry(kIif));
-  entry(keyOfNoTable).set_table_id(0);
-  Update defaultActions;
-  entry(defaultActions).set_is_default_action(true);
-  for (const Update& update : {keyOfNoTable, defaultActions}) {
+  for (const TableEntry& entry :
+       {changedEntry(kIif, "table_id: 33554436", ""), changedEntry(kIif, "...", "is_default_action: true")}) {
     Wire::ReadFilter filter;
-    EXPECT_EQ(filterOf(update, filter).code, StatusCode::invalidArgument);
+    EXPECT_EQ(filterCode(Entries::updateOf(entry).entity(), filter), StatusCode::invalidArgument);
   }
 }
 

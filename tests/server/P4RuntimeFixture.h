@@ -5,10 +5,12 @@
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
 
+#include <future>
 #include <map>
 #include <sstream>
 
 #include "apps/counters/CounterView.h"
+#include "apps/p4/P4Info.h"
 #include "google/rpc/status.pb.h"
 #include "p4/v1/p4runtime.grpc.pb.h"
 #include "tests/RuntimeFolder.h"
@@ -55,23 +57,9 @@ class Controller {
 };
 
 /// A call that is in progress while the test does something else.
-template <class Response>
 struct Pending {
-  template <class Start>
-  explicit Pending(const Start& start) : call(start(&context, &queue)) {
-    call->Finish(&response, &status, nullptr);
-  }
-  grpc::Status wait() {
-    void* tag = nullptr;
-    bool done = false;
-    EXPECT_TRUE(queue.Next(&tag, &done) && done);
-    return status;
-  }
   grpc::ClientContext context;
-  grpc::CompletionQueue queue;
-  Response response;
-  grpc::Status status;
-  std::unique_ptr<grpc::ClientAsyncResponseReader<Response>> call;
+  std::future<std::string> outcome;
 };
 
 /// "+5=9" inserts entry 5 of l3IifTH3 with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text" has that
@@ -178,10 +166,26 @@ class P4RuntimeTest : public testing::Test {
     all.add_entities()->mutable_table_entry();
     return primary_->stub->Read(&context, all);
   }
-  std::unique_ptr<Pending<WriteResponse>> startWrite(const Strings& updates) {
-    return std::make_unique<Pending<WriteResponse>>([&](auto* context, auto* queue) {
-      return primary_->stub->AsyncWrite(context, request(updates), queue);
+  std::unique_ptr<Pending> startWrite(const Strings& updates) {
+    auto made = std::make_unique<Pending>();
+    made->outcome = std::async([this, &context = made->context, asked = request(updates)] {
+      WriteResponse response;
+      return outcome(primary_->stub->Write(&context, asked, &response));
     });
+    return made;
+  }
+  /// The outcome of a Set of the whole pipeline, or of one without l3IifTH3.
+  std::string set(SetForwardingPipelineConfigRequest::Action action, bool isWhole = true) {
+    SetForwardingPipelineConfigRequest request;
+    request.set_device_id(1);
+    request.mutable_election_id()->set_low(1);
+    request.set_action(action);
+    auto& info = *request.mutable_config()->mutable_p4info();
+    info = Wire::p4InfoOf(Entries::pipeline());
+    if (!isWhole) info.mutable_tables()->RemoveLast(), info.mutable_actions()->RemoveLast();
+    grpc::ClientContext context;
+    SetForwardingPipelineConfigResponse response;
+    return outcome(primary_->stub->SetForwardingPipelineConfig(&context, request, &response));
   }
   static std::string endOf(Reader& reader) {
     for (ReadResponse response; reader.Read(&response);) continue;

@@ -2,7 +2,6 @@
 #include <fstream>
 #include <set>
 
-#include "apps/p4/P4Info.h"
 #include "tests/server/P4RuntimeFixture.h"
 
 namespace {
@@ -95,35 +94,24 @@ TEST_F(P4RuntimeTest, Example_ControllerInPythonRunsAgainAndAgain) {
   }
 }
 
-SetForwardingPipelineConfigRequest configOf(SetForwardingPipelineConfigRequest::Action action) {
-  SetForwardingPipelineConfigRequest made;
-  made.set_device_id(1);
-  made.mutable_election_id()->set_low(1);
-  made.set_action(action);
-  *made.mutable_config()->mutable_p4info() = Wire::p4InfoOf(Entries::pipeline());
-  return made;
-}
-
 // The hardware agent is stopped: the commit waits for it, and the primary's Writes for the commit.
 TEST_F(P4RuntimeTest, Commit_DelaysWritesOfThePrimaryAndNoRefusals) {
   start({"--timeout", "30"});
   EXPECT_EQ(write({"+1=1"}), "0");
   hardware_->signal(SIGSTOP);
-  const auto commit = configOf(SetForwardingPipelineConfigRequest::VERIFY_AND_COMMIT);
-  Pending<SetForwardingPipelineConfigResponse> committing([&](auto* context, auto* queue) {
-    return primary_->stub->AsyncSetForwardingPipelineConfig(context, commit, queue);
-  });
+  using Set = SetForwardingPipelineConfigRequest;
+  auto committing = std::async([this] { return set(Set::VERIFY_AND_COMMIT); });
   std::this_thread::sleep_for(std::chrono::milliseconds(500));  // nothing shows that it has begun
   const auto waiting = startWrite({"+2=2"});
   const auto cancelled = startWrite({"+3=3"});
   EXPECT_EQ(write({"+2=2"}, 2), "7");
   EXPECT_EQ(write({"+2=2"}, 1, 2), "12");
   cancelled->context.TryCancel();
-  EXPECT_EQ(outcome(cancelled->wait()), "1");
+  EXPECT_EQ(cancelled->outcome.get(), "1");
   std::this_thread::sleep_for(std::chrono::milliseconds(100));  // nor does anything that the agent knows
   hardware_->signal(SIGCONT);
-  EXPECT_EQ(outcome(committing.wait()), "0");
-  EXPECT_EQ(outcome(waiting->wait()), "0");
+  EXPECT_EQ(committing.get(), "0");
+  EXPECT_EQ(waiting->outcome.get(), "0");
   EXPECT_EQ(read(), "2=2 0") << "a Write that waits is dropped with its client";
 }
 
@@ -134,7 +122,7 @@ TEST_F(P4RuntimeTest, Cancelled_WriteIsCarriedOnOnceItHasBeenEntered) {
   AgentView view = counters();
   while (view.words().tables[3].writes[0] == 0) view.read();
   entered->context.TryCancel();
-  EXPECT_EQ(outcome(entered->wait()), "1");
+  EXPECT_EQ(entered->outcome.get(), "1");
   hardware_->signal(SIGCONT);
   while (read() != "1=1 0") continue;
 }
@@ -142,22 +130,15 @@ TEST_F(P4RuntimeTest, Cancelled_WriteIsCarriedOnOnceItHasBeenEntered) {
 // A removal that is out of time may still be undone: until then its entry is there.
 TEST_F(P4RuntimeTest, Commit_CountsEntriesWhoseRemovalIsUndecided) {
   start();
-  const auto set = [this](const SetForwardingPipelineConfigRequest& request) {
-    grpc::ClientContext context;
-    SetForwardingPipelineConfigResponse response;
-    return outcome(primary_->stub->SetForwardingPipelineConfig(&context, request, &response));
-  };
+  using Set = SetForwardingPipelineConfigRequest;
   EXPECT_EQ(write({"+1=1"}), "0");
   hardware_->signal(SIGSTOP);
   EXPECT_EQ(write({"-1"}), "2 4");
-  EXPECT_EQ(set(configOf(SetForwardingPipelineConfigRequest::VERIFY_AND_COMMIT)), "4");
-  auto narrow = configOf(SetForwardingPipelineConfigRequest::RECONCILE_AND_COMMIT);
-  narrow.mutable_config()->mutable_p4info()->mutable_tables()->RemoveLast();
-  narrow.mutable_config()->mutable_p4info()->mutable_actions()->RemoveLast();
-  EXPECT_EQ(set(narrow), "3");
+  EXPECT_EQ(set(Set::VERIFY_AND_COMMIT), "4");
+  EXPECT_EQ(set(Set::RECONCILE_AND_COMMIT, false), "3");
   hardware_->signal(SIGCONT);
-  EXPECT_EQ(set(configOf(SetForwardingPipelineConfigRequest::VERIFY_AND_COMMIT)), "0");
-  EXPECT_EQ(set(narrow), "0");
+  EXPECT_EQ(set(Set::VERIFY_AND_COMMIT), "0");
+  EXPECT_EQ(set(Set::RECONCILE_AND_COMMIT, false), "0");
   EXPECT_EQ(read(), "0");
 }
 
@@ -207,7 +188,7 @@ TEST_F(P4RuntimeTest, Stop_AnswersWhatIsInFlight) {
   stalled->WaitForInitialMetadata();
   agent_->signal(SIGTERM);
   EXPECT_EQ(primary_->hear(), "end 14");
-  EXPECT_EQ(outcome(pending->wait()), "2 14");
+  EXPECT_EQ(pending->outcome.get(), "2 14");
   EXPECT_EQ(agent_->exitCode(), 0) << agent_->output();
   EXPECT_EQ(endOf(*stalled), "14");
   hardware_->signal(SIGCONT);
