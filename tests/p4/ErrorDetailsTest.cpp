@@ -88,30 +88,31 @@ TEST(ErrorDetails, AreShortenedToTheBudgetButComplete) {
 }
 
 TEST(StreamError, SaysWhatCameAndReturnsIt) {
-  const std::string none = "expected an arbitration, got ";
-  const std::string largest(2048, 'p');
-  const std::pair<std::string, std::string> cases[] = {
-      {"", "canonical_code: 3 message: \"" + none + "an empty message\""},
-      {"digest_ack { list_id: 7 }",
-       "canonical_code: 12 message: \"" + none +
-           "the acknowledgement of a digest: this agent has none\" digest_list_ack { digest_list_ack { "
-           "list_id: 7 } }"},
-      {"other { type_url: \"x/y\" }",
-       "canonical_code: 12 message: \"" + none + "a message of type \\\"x/y\\\"\" other { }"},
-      {"packet { payload: \"" + largest + "\" metadata { metadata_id: 3 } }",
-       "canonical_code: 12 message: \"" + none +
-           "a packet: this agent sends none\" packet_out { packet_out { "
-           "payload: \"" +
-           largest + "\" metadata { metadata_id: 3 } } }"},
-      {"packet { payload: \"" + largest + "p\" metadata { metadata_id: 3 } }",
-       "canonical_code: 12 message: \"" + none +
-           "a packet: this agent sends none\" packet_out { packet_out { "
-           "metadata { metadata_id: 3 } } }"},
+  const std::string large(2048, 'p');
+  const struct {
+    std::string sent;
+    int code;
+    const char* got;
+    std::string details;
+  } cases[] = {
+      {"", 3, "an empty message", ""},
+      {"digest_ack { list_id: 7 }", 12, "the acknowledgement of a digest: this agent has none",
+       "digest_list_ack { digest_list_ack { list_id: 7 } }"},
+      {"other { type_url: 'x/y' }", 12, "a message of type \"x/y\"", "other { }"},
+      {"packet { payload: '" + large + "' }", 12, "a packet: this agent sends none",
+       "packet_out { packet_out { payload: \"" + large + "\" } }"},
+      {"packet { payload: 'p" + large + "' metadata { metadata_id: 3 } }", 12,
+       "a packet: this agent sends none", "packet_out { packet_out { metadata { metadata_id: 3 } } }"},
   };
-  for (const auto& [sent, answered] : cases) {
+  for (const auto& [sent, code, got, details] : cases) {
     p4::v1::StreamMessageRequest request;
     ASSERT_TRUE(google::protobuf::TextFormat::ParseFromString(sent, &request));
-    EXPECT_EQ(Wire::streamErrorFor(request).ShortDebugString(), answered);
+    p4::v1::StreamError error = Wire::streamErrorFor(request);
+    EXPECT_EQ(error.canonical_code(), code);
+    EXPECT_EQ(error.message(), std::string("expected an arbitration, got ") + got);
+    error.clear_canonical_code();
+    error.clear_message();
+    EXPECT_EQ(error.ShortDebugString(), details);
   }
 }
 

@@ -1,6 +1,5 @@
 #include "apps/p4/P4Info.h"
 
-#include <google/protobuf/text_format.h>
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
@@ -31,15 +30,14 @@ TEST(P4Info, IsThatOfTheGoldenFile) {
   EXPECT_EQ(Wire::formatted(info(), P4InfoFormat::text), golden.str());
 }
 
-TEST(P4Info, ReadsBackFromEachFormat) {
-  P4Info read[3];
-  EXPECT_TRUE(
-      google::protobuf::TextFormat::ParseFromString(Wire::formatted(info(), P4InfoFormat::text), &read[0]));
-  EXPECT_TRUE(read[1].ParseFromString(Wire::formatted(info(), P4InfoFormat::binary)));
-  EXPECT_TRUE(
-      google::protobuf::util::JsonStringToMessage(Wire::formatted(info(), P4InfoFormat::json), &read[2])
-          .ok());
-  for (const P4Info& each : read) EXPECT_TRUE(MessageDifferencer::Equals(each, info()));
+TEST(P4Info, ReadsBackFromOtherFormats) {
+  P4Info read;
+  EXPECT_TRUE(read.ParseFromString(Wire::formatted(info(), P4InfoFormat::binary)));
+  EXPECT_TRUE(MessageDifferencer::Equals(read, info()));
+  read.Clear();
+  const std::string json = Wire::formatted(info(), P4InfoFormat::json);
+  EXPECT_TRUE(google::protobuf::util::JsonStringToMessage(json, &read).ok());
+  EXPECT_TRUE(MessageDifferencer::Equals(read, info()));
 }
 
 TEST(Pipeline, RefusesAddressesWithoutFamily) {
@@ -48,28 +46,26 @@ TEST(Pipeline, RefusesAddressesWithoutFamily) {
   EXPECT_THROW(Wire::Pipeline{source}, Cairn::Exception);
 }
 
-void documentEverything(P4Info& theirs) {
-  theirs.mutable_pkg_info()->mutable_doc()->set_brief("package");
-  for (auto& table : *theirs.mutable_tables()) {
-    table.mutable_preamble()->mutable_doc()->set_brief("table");
-    for (auto& field : *table.mutable_match_fields()) field.mutable_doc()->set_brief("field");
-  }
-  for (auto& action : *theirs.mutable_actions()) {
-    action.mutable_preamble()->mutable_doc()->set_description("action");
-    for (auto& param : *action.mutable_params()) param.mutable_doc()->set_brief("parameter");
-  }
-}
-
 template <class Elements>
 void reverse(Elements& elements) {
   std::reverse(elements.pointer_begin(), elements.pointer_end());
 }
 
-void reverseEverything(P4Info& theirs) {
+/// Documents everything and reverses the order of everything.
+void rearrange(P4Info& theirs) {
+  theirs.mutable_pkg_info()->mutable_doc()->set_brief("package");
+  for (auto& table : *theirs.mutable_tables()) {
+    table.mutable_preamble()->mutable_doc()->set_brief("table");
+    for (auto& field : *table.mutable_match_fields()) field.mutable_doc()->set_brief("field");
+    reverse(*table.mutable_match_fields());
+  }
+  for (auto& action : *theirs.mutable_actions()) {
+    action.mutable_preamble()->mutable_doc()->set_description("action");
+    for (auto& param : *action.mutable_params()) param.mutable_doc()->set_brief("parameter");
+    reverse(*action.mutable_params());
+  }
   reverse(*theirs.mutable_tables());
   reverse(*theirs.mutable_actions());
-  for (auto& table : *theirs.mutable_tables()) reverse(*table.mutable_match_fields());
-  for (auto& action : *theirs.mutable_actions()) reverse(*action.mutable_params());
 }
 
 void leaveOut(P4Info& theirs, int index) {
@@ -86,8 +82,7 @@ struct Case {
 
 const Case kCases[] = {
     {"Equal", [](P4Info&) {}, "1111", ""},
-    {"Documented", &documentEverything, "1111", ""},
-    {"InAnotherOrder", &reverseEverything, "1111", ""},
+    {"DocumentedAndInAnotherOrder", &rearrange, "1111", ""},
     {"WithoutTable", [](P4Info& t) { leaveOut(t, 1); }, "1011", ""},
     {"WithOneTable", [](P4Info& t) { leaveOut(t, 0), leaveOut(t, 0), leaveOut(t, 0); }, "0001", ""},
     {"Empty", [](P4Info& t) { t.Clear(); }, "", "deleted: pkg_info"},

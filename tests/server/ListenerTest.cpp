@@ -26,25 +26,22 @@ using namespace Server;
 using namespace std::chrono_literals;
 using Cairn::Descriptor;
 
-sockaddr_un addressOf(const std::string& path) {
+/// A socket that `use`, which is ::bind or ::connect, has taken to the path, or none where that fails.
+template <class Use>
+Descriptor socketAt(const std::string& path, const Use& use) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
-  return address;
-}
-
-/// A client's end, or none where nobody listens or the backlog is full.
-Descriptor connectTo(const std::string& path) {
-  const sockaddr_un address = addressOf(path);
   Descriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const bool done = ::connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  const bool done = use(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   return done ? std::move(made) : Descriptor();
 }
 
+/// A client's end, or none where nobody listens or the backlog is full.
+Descriptor connectTo(const std::string& path) { return socketAt(path, ::connect); }
+
 Descriptor bareListener(const std::string& path) {
-  const sockaddr_un address = addressOf(path);
-  Descriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(::bind(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  Descriptor made = socketAt(path, ::bind);
   EXPECT_EQ(::listen(made.get(), 1), 0);
   return made;
 }
@@ -134,9 +131,8 @@ TEST_F(Listener, SocketOfASuccessorStays) {
 /// An acceptor over the socket that keeps what it hands over.
 class Accepting : public Listener {
  protected:
-  void start(std::size_t maxConnections, uid_t user = ::geteuid()) {
+  void start(uid_t user = ::geteuid()) {
     Acceptor::Settings settings;
-    settings.maxConnections = maxConnections;
     settings.user = user;
     settings.pause = 20ms;
     acceptor_.emplace(loop_, socket_.descriptor(), settings,
@@ -153,25 +149,8 @@ class Accepting : public Listener {
   std::vector<Descriptor> accepted_;
 };
 
-TEST_F(Accepting, ConnectionsBeyondTheLimitAreClosed) {
-  start(2);
-  const Descriptor clients[] = {connectTo(path_), connectTo(path_), connectTo(path_)};
-  step();
-  EXPECT_EQ(accepted_.size(), 2u);
-  EXPECT_FALSE(isClosed(clients[1]));
-  EXPECT_TRUE(isClosed(clients[2]));
-  accepted_.erase(accepted_.begin());  // its number is used again at once, by the one that follows
-  const Descriptor more[] = {connectTo(path_), connectTo(path_)};
-  step();
-  EXPECT_FALSE(isClosed(more[0]));
-  EXPECT_TRUE(isClosed(more[1]));
-  EXPECT_EQ(acceptor_->open(), 2u);
-  EXPECT_EQ(acceptor_->counts().accepted, 3u);
-  EXPECT_EQ(acceptor_->counts().overLimit, 2u);
-}
-
 TEST_F(Accepting, PausesWhenDescriptorsRunOut) {
-  start(9);
+  start();
   const Descriptor client = connectTo(path_);
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -194,7 +173,7 @@ TEST_F(Accepting, PausesWhenDescriptorsRunOut) {
 
 TEST_F(Accepting, OtherUsersAreNotWelcome) {
   const bool isRoot = ::geteuid() == 0;
-  start(9, ::geteuid() + (isRoot ? 0 : 1));
+  start(::geteuid() + (isRoot ? 0 : 1));
   std::filesystem::permissions(folder_.path(), std::filesystem::perms{0711});
   std::filesystem::permissions(path_, std::filesystem::perms{0666});
   const pid_t other = ::fork();
