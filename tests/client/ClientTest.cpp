@@ -74,7 +74,7 @@ TEST(Entries, ArePrintedAsTheyCanBeRead) {
   for (const Wire::Table& table : Entries::pipeline().tables()) {
     for (int i = 0; i < 200; ++i) {
       p4::v1::TableEntry entry = Entries::randomEntry(table, random);
-      if (i % 2 == 0) entry.set_metadata("0x "s + static_cast<char>(i));
+      if (i % 2 == 0) entry.set_metadata("0x"s + static_cast<char>(i));
       const Table& known = catalogue().table(table.name);
       const auto texts = fieldsOf(known, entry, Part::whole);
       const p4::v1::TableEntry read = entryOf(known, texts, Part::whole);
