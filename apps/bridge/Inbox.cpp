@@ -40,19 +40,19 @@ std::size_t Inbox::run(std::size_t limit) {
   // readable again.
   std::uint64_t count = 0;
   [[maybe_unused]] const ssize_t length = ::read(descriptor_.get(), &count, sizeof count);
-  takeOver(newest_.exchange(nullptr, std::memory_order_acquire));
+  append(newest_.exchange(nullptr, std::memory_order_acquire));
   const std::size_t done = runTaken(limit);
   if (oldestTaken_ != nullptr) wake();
   return done;
 }
 
 void Inbox::close() {
-  takeOver(newest_.exchange(&closed_, std::memory_order_acquire));
+  append(newest_.exchange(&closed_, std::memory_order_acquire));
   runTaken(std::numeric_limits<std::size_t>::max());
 }
 
 /// Appends the stack to the loop's list, oldest first.
-void Inbox::takeOver(Work* newest) noexcept {
+void Inbox::append(Work* newest) noexcept {
   Work* const last = newest;
   Work* oldest = nullptr;
   while (newest != nullptr) {

@@ -8,8 +8,8 @@
 
 namespace Bridge {
 
-/// Something to be done on the loop's thread, such as a request. Whoever posts it keeps it alive until run()
-/// is called, which may destroy it.
+/// Something to be done on the loop's thread, such as a request. The poster keeps it alive until run() is
+/// called, which may destroy it.
 class Work {
  public:
   virtual void run() noexcept = 0;
@@ -29,7 +29,7 @@ class Work {
 /// is that on the objects that are posted (see Quota). The way back needs no queue: what a loop calls on a
 /// gRPC reactor may be called on any thread.
 ///
-/// Posted works form a stack, newest first, which the loop takes as a whole and turns around. Work that finds
+/// Posted work forms a stack, newest first, which the loop takes as a whole and turns around. Work that finds
 /// the stack empty writes to the descriptor; all other work is certain to be taken by a run() that is still
 /// to come.
 ///
@@ -46,15 +46,15 @@ class Inbox {
 
   /// Takes the work and returns true, or returns false after close().
   bool post(Work& work) noexcept;
-  /// Runs at most `limit` works, those of each thread in the order in which it has posted them, and returns
+  /// Runs at most `limit` pieces of work, each thread's in the order in which it has posted them, and returns
   /// how many it has run.
   std::size_t run(std::size_t limit);
-  /// Refuses further work and runs what is there.
+  /// Runs what is there and refuses further work.
   void close();
 
  private:
   void wake() const noexcept;
-  void takeOver(Work* newest) noexcept;
+  void append(Work* newest) noexcept;
   std::size_t runTaken(std::size_t limit);
 
   struct Closed final : Work {
@@ -62,8 +62,8 @@ class Inbox {
   };
 
   Closed closed_;
-  // Release in post() pairs with acquire in run() and close(): who takes a work sees what its poster did
-  // before. Pushes on top of one another extend its release sequence, so this holds for the whole stack.
+  // Release in post() pairs with acquire in run() and close(): the loop sees what a poster did before it
+  // posted. Pushes on top of one another extend its release sequence, so this holds for the whole stack.
   std::atomic<Work*> newest_{nullptr};
   Work* oldestTaken_ = nullptr;
   Work* newestTaken_ = nullptr;

@@ -40,14 +40,14 @@ class Quota {
     std::size_t bytes_ = 0;
   };
 
-  /// Adds to a part what its request has come to hold. Refused likewise; a request that is alone is not,
-  /// since what it holds is bounded by the tables.
-  Agent::Status grow(Share& share, std::size_t bytes);
   /// Gives `share` its part, or refuses with RESOURCE_EXHAUSTED and the numbers. A request of more bytes than
   /// the whole quota is never granted, so the quota has to be larger than the longest message.
   Agent::Status take(std::size_t bytes, Share& share);
+  /// Adds to a part what its request holds meanwhile, or refuses as take() does. A request that is alone is
+  /// never refused: the tables bound what it can hold.
+  Agent::Status grow(Share& share, std::size_t bytes);
 
-  /// A request is answered with an error as a whole.
+  /// Counts a request that is answered with an error as a whole.
   void rejected() noexcept;
 
   std::size_t requests() const;

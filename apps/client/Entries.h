@@ -2,8 +2,8 @@
 //
 // - the value of a ternary field is VALUE/MASK; without a mask all bits count, and a field that is left out
 //   matches anything;
-// - priority=N is the priority of the entry, metadata=TEXT its metadata, in which 0x begins hexadecimal
-// bytes;
+// - priority=N is the priority of the entry;
+// - metadata=TEXT is its metadata, hexadecimal after 0x;
 // - parameters that are left out are 0. Of the key nothing is filled in.
 #pragma once
 

@@ -40,7 +40,7 @@ std::shared_ptr<grpc::ServerCredentials> credentialsOf(const std::optional<TlsFi
   return grpc::SslServerCredentials(options);
 }
 
-/// A peer that is gone without a word is noticed within half a minute.
+/// A connection whose peer has vanished is closed within half a minute.
 void limit(grpc::ServerBuilder& builder, const Listening& listening) {
   builder.SetMaxReceiveMessageSize(listening.maxMessageBytes);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, 20'000);

@@ -30,8 +30,9 @@ class StalledCalls {
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
 
-    /// Something is being sent, or all has been.
+    /// A message is being sent: the time-out begins.
     void sending() noexcept;
+    /// The client has taken it.
     void sent() noexcept;
     void end() noexcept;
 

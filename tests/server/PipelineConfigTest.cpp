@@ -1,6 +1,7 @@
 // Histories of Sets, each with its code and what is there afterwards.
 #include "apps/server/PipelineConfig.h"
 
+#include <gmock/gmock.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
@@ -194,15 +195,9 @@ TEST(PipelineConfig, StoredForAnotherPipelineIsRefusedWithAWayOut) {
   fill(foreign, "foreign");
   for (const std::string& contents : {foreign.config().SerializeAsString(), std::string("\xff")}) {
     file.replace(contents);
-    try {
-      device.restart();
-      ADD_FAILURE() << "accepted";
-    } catch (const Cairn::Exception& refused) {
-      EXPECT_TRUE(
-          std::string_view(refused.what())
-              .ends_with("; remove the file to start without the pipeline config that a controller has set"))
-          << refused.what();
-    }
+    EXPECT_THAT([&] { device.restart(); },
+                testing::ThrowsMessage<Cairn::Exception>(testing::EndsWith(
+                    "; remove the file to start without the pipeline config that a controller has set")));
   }
 }
 
