@@ -2,10 +2,9 @@
 """A P4Runtime controller: writes an entry to each of the agent's tables, reads them back and removes them.
 
     PYTHONPATH=build/release/python examples/controller.py unix:/dev/shm/tolmar-$(id -u)/p4runtime.sock
-
-The build generates the messages; python3-grpcio and python3-protobuf have to be installed.
+(the build generates the messages; python3-grpcio and python3-protobuf have to be installed)
 """
-import queue, sys, time
+import queue, sys
 from ipaddress import ip_address
 
 import grpc
@@ -13,7 +12,6 @@ from google.rpc import status_pb2
 from p4.v1 import p4runtime_pb2 as p4, p4runtime_pb2_grpc
 
 DEVICE = 1
-OPTIONS = [("grpc.max_metadata_size", 1 << 20)]  # room for the errors of a large batch
 
 
 def to_bytes(value):
@@ -22,21 +20,24 @@ def to_bytes(value):
 
 class Controller:
     def __init__(self, target):
-        self.stub = p4runtime_pb2_grpc.P4RuntimeStub(grpc.insecure_channel(target, OPTIONS))
-        self.election_id = p4.Uint128(low=time.time_ns())  # above those of earlier runs
+        options = [("grpc.max_metadata_size", 1 << 20)]  # room for the errors of a large batch
+        self.stub = p4runtime_pb2_grpc.P4RuntimeStub(grpc.insecure_channel(target, options))
         get = p4.GetForwardingPipelineConfigRequest(device_id=DEVICE)
         info = self.stub.GetForwardingPipelineConfig(get).config.p4info
         self.tables = {table.preamble.name: table for table in info.tables}
         self.actions = {action.preamble.id: action for action in info.actions}
 
+    def arbitrate(self, **election_id):
+        update = p4.MasterArbitrationUpdate(device_id=DEVICE, **election_id)
+        self.requests.put(p4.StreamMessageRequest(arbitration=update))
+        return next(self.notices).arbitration
+
     def become_primary(self):
         self.requests = queue.SimpleQueue()  # primary while the stream is open
         self.notices = self.stub.StreamChannel(iter(self.requests.get, None))
-        update = p4.MasterArbitrationUpdate(device_id=DEVICE, election_id=self.election_id)
-        self.requests.put(p4.StreamMessageRequest(arbitration=update))
-        status = next(self.notices).arbitration.status
-        if status.code != 0:
-            raise SystemExit(f"another controller is primary: {status.message}")
+        self.election_id = p4.Uint128(low=self.arbitrate().election_id.low + 1)  # above all that there have been
+        status = self.arbitrate(election_id=self.election_id).status
+        assert status.code == 0, f"another controller is primary: {status.message}"
 
     def entry(self, table_name, priority=0, **values):
         """An entry of values by name; one for a ternary field is a pair of value and mask."""
@@ -89,10 +90,9 @@ def main():
         controller.entry("l3TunnelIpv4TH3", sip=ip_address("192.0.2.1"), dip=ip_address("198.51.100.1"), **tunnel),
         controller.entry("l3TunnelIpv6TH3", sip=ip_address("2001:db8::1"), dip=ip_address("2001:db8::2"), **tunnel),
     ]
-    too_wide = [controller.entry("l3IifTH3", l3Iif=4098, vrf=1 << 16)]
-    controller.write(p4.Update.INSERT, entries + too_wide)
-    found = [entry for entry in controller.read() if entry in entries]
-    print(f"{len(found)} of {len(entries)} entries were read back as written")
+    controller.write(p4.Update.INSERT, entries + [controller.entry("l3IifTH3", l3Iif=4098, vrf=1 << 16)])  # too wide
+    found = sum(entry in entries for entry in controller.read())
+    print(f"{found} of {len(entries)} entries were read back as written")
     controller.write(p4.Update.DELETE, entries)
 
 

@@ -112,7 +112,8 @@ TEST_F(P4RuntimeTest, Commit_DelaysWritesOfThePrimaryAndNoRefusals) {
   hardware_->signal(SIGCONT);
   EXPECT_EQ(committing.get(), "0");
   EXPECT_EQ(waiting->outcome.get(), "0");
-  EXPECT_EQ(read(), "2=2 0") << "a Write that waits is dropped with its client";
+  EXPECT_EQ(write({"+3=4"}), "0") << "a Write that waits is dropped with its client";
+  EXPECT_EQ(read(), "2=2 3=4 0");
 }
 
 TEST_F(P4RuntimeTest, Cancelled_WriteIsCarriedOnOnceItHasBeenEntered) {
