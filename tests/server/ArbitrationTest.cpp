@@ -24,16 +24,11 @@
 
 #include "cairn/Exception.h"
 #include "tests/RuntimeFolder.h"
+#include "tests/server/Histories.h"
 
 namespace {
 
 using namespace Server;
-
-/// Steps, "done > heard" each.
-struct History {
-  const char* name;
-  const char* steps;
-};
 
 std::string idText(const std::optional<ElectionId>& id) {
   if (!id) return "-";
@@ -217,18 +212,7 @@ const History kHistories[] = {
      "done > B=OK/6"},
 };
 
-TEST(Arbitration, IsHeardByEveryController) {
-  for (const History& history : kHistories) {
-    SCOPED_TRACE(history.name);
-    Controllers controllers;
-    std::istringstream steps(history.steps);
-    for (std::string step; std::getline(steps >> std::ws, step, ';');) {
-      const std::string text = step.substr(0, step.find(" > "));
-      const std::string heard = controllers.play(text);
-      EXPECT_EQ(text + (heard.empty() ? "" : " > " + heard), step);
-    }
-  }
-}
+TEST(Arbitration, IsHeardByEveryController) { expectAll<Controllers>(kHistories); }
 
 TEST(Arbitration, RefusesNamesThatAreTooLong) {
   Controllers controllers;

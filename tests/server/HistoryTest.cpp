@@ -104,33 +104,31 @@ TEST_F(P4RuntimeTest, History_IsStrictlySerialisable) {
   const Strings faults = {"--fail", "l3IifTH3:vrf=4095:7"};
   start({"--timeout", "60"}, faults);
   const auto seed = std::random_device()();
-  std::vector<std::vector<Exchange>> clients(3);
   std::atomic<int> time{0};
-  std::atomic<std::size_t> running{clients.size()};
-  std::vector<std::thread> threads;
-  for (std::size_t i = 0; i < clients.size(); ++i) {
-    threads.emplace_back([&, i] {
-      Controller client(address());
-      Entries::Random random(seed + i);
-      for (int round = 0; round < 150; ++round) {
-        Exchange exchange = randomExchange(random);
-        exchange.begin = ++time;
-        exchange.outcome = exchange.updates.empty()
-                               ? read(client)
-                               : write(client, request(exchange.updates, 1, exchange.atomicity));
-        exchange.end = ++time;
-        clients[i].push_back(std::move(exchange));
-      }
-      --running;
-    });
+  std::vector<std::future<std::vector<Exchange>>> running;
+  for (unsigned i = 0; i < 3; ++i) {
+    running.push_back(
+        std::async(std::launch::async, [this, &time, random = Entries::Random(seed + i)]() mutable {
+          Controller client(address());
+          std::vector<Exchange> exchanges(150);
+          for (Exchange& exchange : exchanges) {
+            exchange = randomExchange(random);
+            exchange.begin = ++time;
+            exchange.outcome = exchange.updates.empty()
+                                   ? read(client)
+                                   : write(client, request(exchange.updates, 1, exchange.atomicity));
+            exchange.end = ++time;
+          }
+          return exchanges;
+        }));
   }
-  for (int kills = 0; kills < 3 && running != 0; ++kills) {
-    const int before = time;
-    while (running != 0 && time < before + 100) std::this_thread::yield();
+  for (const int kill : {100, 300, 500}) {
+    while (time < kill) std::this_thread::yield();
     hardware_.reset();
     startHardware(faults);
   }
-  for (std::thread& thread : threads) thread.join();
+  std::vector<std::vector<Exchange>> clients;
+  for (auto& each : running) clients.push_back(each.get());
   std::vector<std::size_t> next(clients.size());
   std::set<std::pair<std::vector<std::size_t>, Model>> tried;
   if (isSerialisable(clients, next, {}, tried)) return;

@@ -12,6 +12,7 @@
 #include "cairn/Exception.h"
 #include "tests/RuntimeFolder.h"
 #include "tests/p4/Entries.h"
+#include "tests/server/Histories.h"
 
 namespace {
 
@@ -100,11 +101,6 @@ class Switch {
   std::string outcome_;
 };
 
-struct History {
-  const char* name;
-  const char* steps;  // "done > outcome and state" each
-};
-
 const History kHistories[] = {
     {"BuiltInFromTheStart", "restart > ... 4"},
     {"BadRequests",
@@ -152,17 +148,7 @@ const History kHistories[] = {
      "RECONCILE_AND_COMMIT full+7 > OK 4+7 entries"},
 };
 
-TEST(PipelineConfig, FollowsEverySet) {
-  for (const History& history : kHistories) {
-    SCOPED_TRACE(history.name);
-    Switch device;
-    std::istringstream steps(history.steps);
-    for (std::string step; std::getline(steps >> std::ws, step, ';');) {
-      const std::string text = step.substr(0, step.find(" > "));
-      EXPECT_EQ(text + " > " + device.play(text), step);
-    }
-  }
-}
+TEST(PipelineConfig, FollowsEverySet) { expectAll<Switch>(kHistories); }
 
 TEST(PipelineConfig, ComesBackAsItWasSetInTheParts) {
   Switch device;
