@@ -1,16 +1,13 @@
 #include "apps/server/ConfigCalls.h"
 
-#include <fmt/format.h>
-
 #include <utility>
 
 namespace Server {
 
 using Agent::Status;
-using Agent::StatusCode;
 
 SetConfigCall::SetConfigCall(Device& device, const p4::v1::SetForwardingPipelineConfigRequest& request)
-    : UnaryCall(device), request_(request) {
+    : PrimaryCall(device), request_(request) {
   attempt([this] {
     if (!reserve(request_)) return;
     checked_ = std::as_const(device_).config().check(request_);
@@ -27,27 +24,12 @@ void SetConfigCall::run() noexcept {
 }
 
 void SetConfigCall::set() {
-  if (isCancelled()) return finish({StatusCode::cancelled, "the client has cancelled the request"});
-  const Status known = device_.checkDevice(request_.device_id());
-  if (known.ok() && request_.role_id() != 0) {
-    return finish(
-        {StatusCode::notFound, fmt::format("expected a role's name, got the number {}", request_.role_id())});
-  }
-  Arbitration::Ticket ticket;
-  const Status status =
-      device_.arbitration().admit(request_.device_id(), request_.role(),
-                                  electionIdOf(request_.has_election_id(), request_.election_id()), ticket);
+  const Status status = admit(request_);
   if (!status.ok()) return finish(status);
-  ticket_ = ticket;
   device_.config().set(std::move(checked_), [this](const Status& outcome) {
     release();
     attempt([&] { finish(outcome); });
   });
-}
-
-void SetConfigCall::release() noexcept {
-  if (ticket_) device_.arbitration().finished(*ticket_);
-  ticket_.reset();
 }
 
 GetConfigCall::GetConfigCall(Device& device, grpc_call* call,

@@ -5,18 +5,16 @@
 namespace Server {
 
 /// A SetForwardingPipelineConfig: the long check of the config on gRPC's thread, the rest on the loop's.
-class SetConfigCall final : public UnaryCall {
+class SetConfigCall final : public PrimaryCall {
  public:
   SetConfigCall(Device& device, const p4::v1::SetForwardingPipelineConfigRequest& request);
 
  private:
   void run() noexcept override;
   void set();
-  void release() noexcept;
 
   const p4::v1::SetForwardingPipelineConfigRequest& request_;
   CheckedPipeline checked_;
-  std::optional<Arbitration::Ticket> ticket_;  // the loop's; set while the call counts as a write in flight
 };
 
 class GetConfigCall final : public UnaryCall {

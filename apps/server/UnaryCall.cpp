@@ -1,5 +1,7 @@
 #include "apps/server/UnaryCall.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace Server {
@@ -36,6 +38,25 @@ bool UnaryCall::reserve(const google::protobuf::MessageLite& request, int update
 
 void UnaryCall::post() {
   if (!device_.inbox().post(*this)) finish({Agent::StatusCode::unavailable, "the agent is stopping"});
+}
+
+Agent::Status PrimaryCall::admit(std::uint64_t device, std::uint64_t roleId, const std::string& role,
+                                 const std::optional<ElectionId>& id) {
+  if (isCancelled()) return cancelled();
+  Agent::Status status = device_.checkDevice(device);
+  if (!status.ok()) return status;
+  if (roleId != 0) {
+    return {Agent::StatusCode::notFound, fmt::format("expected a role's name, got the number {}", roleId)};
+  }
+  Arbitration::Ticket ticket;
+  status = device_.arbitration().admit(device, role, id, ticket);
+  if (status.ok()) ticket_ = ticket;
+  return status;
+}
+
+void PrimaryCall::release() noexcept {
+  if (ticket_) device_.arbitration().finished(*ticket_);
+  ticket_.reset();
 }
 
 }  // namespace Server

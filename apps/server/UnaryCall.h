@@ -18,8 +18,8 @@ inline grpc::Status outOfMemory() { return {grpc::StatusCode::RESOURCE_EXHAUSTED
 /// The status of a request whose elements have these outcomes: OK, or UNKNOWN with one error for each.
 grpc::Status statusOf(Device& device, std::span<const Agent::UpdateStatus> outcomes,
                       std::string_view what = "updates");
-/// What a request of so many updates or other elements takes of the bytes in flight. An element takes memory
-/// of its own, as a message and as what is made of it: 8 million in 16 MB would take 4.6 GB.
+/// The bytes in flight that a request of so many updates or other elements counts with: its own, and 512 for
+/// each element, as a message and as what is made of it. 8 million empty ones in 16 MB would take 4.6 GB.
 std::size_t bytesOf(const google::protobuf::MessageLite& request, int elements);
 std::optional<ElectionId> electionIdOf(bool isSet, const p4::v1::Uint128& id);
 
@@ -54,6 +54,30 @@ class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
 
   Bridge::Quota::Share share_;
   std::atomic<bool> isCancelled_{false};
+};
+
+/// A call that needs a primary controller. All of it on the loop's thread.
+class PrimaryCall : public UnaryCall {
+ protected:
+  using UnaryCall::UnaryCall;
+
+  /// Whether the request's controller is primary, and its client still there. With OK the call counts as a
+  /// write in flight until release().
+  template <class Request>
+  Agent::Status admit(const Request& request) {
+    return admit(request.device_id(), request.role_id(), request.role(),
+                 electionIdOf(request.has_election_id(), request.election_id()));
+  }
+  void release() noexcept;
+  Agent::Status cancelled() const {
+    return {Agent::StatusCode::cancelled, "the client has cancelled the request"};
+  }
+
+  std::optional<Arbitration::Ticket> ticket_;  // set while the call counts
+
+ private:
+  Agent::Status admit(std::uint64_t device, std::uint64_t roleId, const std::string& role,
+                      const std::optional<ElectionId>& id);
 };
 
 }  // namespace Server

@@ -11,7 +11,7 @@ using Agent::Status;
 using Agent::StatusCode;
 using p4::v1::WriteRequest;
 
-WriteCall::WriteCall(Device& device, const WriteRequest& request) : UnaryCall(device), request_(request) {
+WriteCall::WriteCall(Device& device, const WriteRequest& request) : PrimaryCall(device), request_(request) {
   attempt([this] {
     if (!reserve(request_, request_.updates_size())) return;
     decode();
@@ -40,7 +40,7 @@ void WriteCall::decode() {
 void WriteCall::run() noexcept {
   withMemory(
       [this] {
-        const Status status = ticket_ ? checkAgain() : admit();
+        const Status status = ticket_ ? checkAgain() : checkFirst();
         if (status.ok() && device_.postponed(*this)) return;
         if (status.ok()) return enter();
         release();
@@ -52,21 +52,9 @@ void WriteCall::run() noexcept {
       });
 }
 
-Status WriteCall::admit() {
-  if (isCancelled()) return {StatusCode::cancelled, "the client has cancelled the request"};
-  Status status = device_.checkDevice(request_.device_id());
-  if (!status.ok()) return status;
-  if (request_.role_id() != 0) {
-    return {StatusCode::notFound,
-            fmt::format("expected a role's name, got the number {}", request_.role_id())};
-  }
-  Arbitration::Ticket ticket;
-  status =
-      device_.arbitration().admit(request_.device_id(), request_.role(),
-                                  electionIdOf(request_.has_election_id(), request_.election_id()), ticket);
-  if (!status.ok()) return status;
-  ticket_ = ticket;
-  if (request_.atomicity() == WriteRequest::CONTINUE_ON_ERROR ||
+Status WriteCall::checkFirst() {
+  Status status = admit(request_);
+  if (!status.ok() || request_.atomicity() == WriteRequest::CONTINUE_ON_ERROR ||
       request_.atomicity() == WriteRequest::ROLLBACK_ON_ERROR) {
     return status;
   }
@@ -77,7 +65,7 @@ Status WriteCall::admit() {
 
 /// A takeover waits for writes in flight, but not for ever: a new primary must not see its predecessor's.
 Status WriteCall::checkAgain() {
-  if (isCancelled()) return {StatusCode::cancelled, "the client has cancelled the request"};
+  if (isCancelled()) return cancelled();
   if (device_.isStopping()) return {StatusCode::unavailable, "the agent is stopping"};
   return device_.arbitration().checkTerm(*ticket_);
 }
@@ -89,11 +77,6 @@ void WriteCall::enter() {
                              : Agent::Atomicity::continueOnError;
   device_.submit(std::move(updates_), atomicity,
                  [this](std::vector<Agent::UpdateStatus> results) { decided(std::move(results)); });
-}
-
-void WriteCall::release() noexcept {
-  if (ticket_) device_.arbitration().finished(*ticket_);
-  ticket_.reset();
 }
 
 /// Those that the pipeline config in force does not have.

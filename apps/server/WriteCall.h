@@ -6,7 +6,7 @@ namespace Server {
 
 /// A Write: decoded and, if updates fail, its error details packed on gRPC's threads; attempted on the
 /// loop's.
-class WriteCall final : public UnaryCall {
+class WriteCall final : public PrimaryCall {
  public:
   /// `request` lives as long as the call.
   WriteCall(Device& device, const p4::v1::WriteRequest& request);
@@ -15,15 +15,13 @@ class WriteCall final : public UnaryCall {
   void run() noexcept override;
   void OnSendInitialMetadataDone(bool sent) override;
   void decode();
-  Agent::Status admit();
+  Agent::Status checkFirst();
   Agent::Status checkAgain();
   void enter();
   void refuseTablesLeftOut();
-  void release() noexcept;
   void decided(std::vector<Agent::UpdateStatus> results) noexcept;
 
   const p4::v1::WriteRequest& request_;
-  std::optional<Arbitration::Ticket> ticket_;  // the loop's; set while the call counts as a write in flight
   std::vector<Agent::Update> updates_;
   std::vector<Agent::UpdateStatus> results_;
 };
