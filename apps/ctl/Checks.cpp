@@ -10,12 +10,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <map>
 
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/core/Metadata.h"
 #include "apps/ctl/Commands.h"
-#include "apps/ctl/Tables.h"
+#include "apps/ctl/Programs.h"
+#include "apps/ctl/Text.h"
 #include "apps/ctl/Traces.h"
 #include "apps/server/StateFile.h"
 #include "cairn/Exception.h"
@@ -159,6 +159,36 @@ void checkAgentFiles(const Folder& folder, Findings& findings) {
   }
 }
 
+// Counter files, and by them whether the programs do their work.
+
+template <class Words>
+void checkCounters(const Folder& folder, std::string_view name, Findings& findings) {
+  Program<Words> program{std::string(name), {}, {}};
+  program.read(folder.path());
+  const std::string file = program.name + ".counters";
+  struct stat status {};
+  if (::lstat(folder.file(file).c_str(), &status) != 0) {
+    findings.push_back({Kind::note, file, "missing", fmt::format("restart {}, which creates it", name)});
+  } else if (!program.view) {
+    findings.push_back(
+        {Kind::fault, file, program.problem, fmt::format("restart {}, which re-creates it", name)});
+  } else if (program.fault().empty()) {
+    findings.push_back({Kind::fine, file, program.stateText()});
+  } else {
+    const Counters::ProgramState& state = program.view->program();
+    findings.push_back({Kind::note, file, program.fault(),
+                        state.living ? fmt::format("kill -CONT {0} if it was stopped, otherwise kill {0} and "
+                                                   "start {1} again",
+                                                   state.process, name)
+                                     : fmt::format("start {}", name)});
+  }
+}
+
+void checkAllCounters(const Folder& folder, Findings& findings) {
+  checkCounters<Counters::AgentCounts>(folder, kAgent, findings);
+  checkCounters<Counters::HardwareCounts>(folder, kHardwareAgent, findings);
+}
+
 // Traces.
 
 void checkTraces(const Folder& folder, Findings& findings) {
@@ -189,8 +219,8 @@ void checkLeftovers(const Folder& folder, Findings& findings) {
 }
 
 // A sort of files that is added gets its function here.
-constexpr void (*kChecks[])(const Folder&, Findings&) = {checkModes, checkSegments, checkAgentFiles,
-                                                         checkTraces, checkLeftovers};
+constexpr void (*kChecks[])(const Folder&, Findings&) = {
+    checkModes, checkSegments, checkAgentFiles, checkAllCounters, checkTraces, checkLeftovers, checkVrfs};
 
 std::string_view textOf(Kind kind) {
   return kind == Kind::fine ? "ok   " : kind == Kind::note ? "note " : "FAULT";
@@ -201,7 +231,7 @@ int check(const std::string& path) {
   const Findings findings = checkAll(folder);
   const auto faults = std::count_if(findings.begin(), findings.end(),
                                     [](const Finding& finding) { return finding.kind == Kind::fault; });
-  fmt::print("{}{}{} faults\n", textOf(findings), vrfText(folder), faults);
+  fmt::print("{}{} faults\n", textOf(findings), faults);
   return faults == 0 ? kFine : kFound;
 }
 
@@ -216,30 +246,9 @@ std::vector<Finding> checkAll(const Folder& folder) {
 std::string textOf(const Findings& findings) {
   std::string text;
   for (const Finding& finding : findings) {
-    text += fmt::format("{} {}: {}\n", textOf(finding.kind), finding.file, finding.text);
+    text += fmt::format("{} {}: {}\n", textOf(finding.kind), finding.name, finding.text);
     if (!finding.advice.empty()) text += fmt::format("      {}\n", finding.advice);
   }
-  return text;
-}
-
-// The agent counts the references for itself; its count joins this one when it keeps it in a file.
-std::string vrfText(const Folder& folder) {
-  std::map<unsigned long, std::size_t> references;
-  try {
-    for (const Table& table : readTables(folder)) {
-      for (const Entry& entry : table.entries) {
-        if (!entry.config) continue;
-        for (const Field& field : entry.config->data) {
-          if (field.name == "vrf") ++references[std::stoul(field.text)];
-        }
-      }
-    }
-  } catch (const Cairn::Exception&) {
-    return {};  // there are no tables, which is a finding
-  }
-  std::string text;
-  for (const auto& [vrf, count] : references)
-    text += fmt::format("VRF {}: {} references by rows\n", vrf, count);
   return text;
 }
 
@@ -259,11 +268,12 @@ std::string leftoverKind(const std::string& file) {
 void addCheck(CLI::App& app, CommandLine& line) {
   CLI::App& command = *app.add_subcommand("check", "every file of the folder, and what to do");
   command.footer(
-      "Checks segments, files of the agent, traces, and what is left of damage; a\n"
-      "FAULT or a note has a second line that says what to do. Counts the rows that\n"
-      "refer to each VRF.\n"
+      "Checks segments, files of the agent, counter files, traces, and what is left\n"
+      "of damage; a FAULT or a note has a second line that says what to do. Compares\n"
+      "the references to each VRF by rows with the agent's own count, which may be\n"
+      "higher after modifications, but not lower.\n"
       "Exit code: 0 without a fault, 1 with one, 2 on error.");
-  command.callback([&line] { line.command = [&line] { return check(line.runtimeFolder); }; });
+  runsAs(command, line, check);
 }
 
 }  // namespace Ctl

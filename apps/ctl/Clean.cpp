@@ -118,8 +118,7 @@ void addClean(CLI::App& app, CommandLine& line) {
       "intact; otherwise they are kept, since they may hold its rows. Nothing that a\n"
       "program uses is removed. Run report before, if a developer is to see them.\n"
       "Exit code: 0, or 2 on error.");
-  command.callback(
-      [&line, isDry] { line.command = [&line, isDry] { return clean(line.runtimeFolder, *isDry); }; });
+  runsAs(command, line, [isDry](const std::string& folder) { return clean(folder, *isDry); });
 }
 
 }  // namespace Ctl

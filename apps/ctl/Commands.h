@@ -18,10 +18,13 @@ enum ExitCode : int {
   kFailed = 2,  ///< the command could not do its work
 };
 
+/// Runs a command over a runtime folder; returns an ExitCode. Throws std::exception: the command failed.
+using Command = std::function<int(const std::string& folder)>;
+
 /// What the command line says beside the options of the command.
 struct CommandLine {
   std::string runtimeFolder;
-  std::function<int()> command;  ///< the one that was chosen; returns an ExitCode
+  Command command;  ///< the one that was chosen
 };
 
 void addShow(CLI::App& app, CommandLine& line);
@@ -37,6 +40,8 @@ void addMetrics(CLI::App& app, CommandLine& line);
 
 extern const char* const kVersion;
 
+/// Has the command line run `run` when `command` is chosen.
+void runsAs(CLI::App& command, CommandLine& line, Command run);
 /// Adds the operand TABLE.
 void addTables(CLI::App& command, std::vector<std::string>& tables);
 

@@ -35,12 +35,12 @@ struct StatusRow {
 };
 
 enum class State {
-  programmed,   ///< the hardware has answered the row as it is with success
-  pending,      ///< the hardware has not answered the row as it is
-  failed,       ///< it has answered with an error, and the agent is to undo the update
-  undoRefused,  ///< it has answered with an error, and no update of the entry is undecided
-  removing,     ///< there is no config row, and the hardware has not answered the removal
-  removed,      ///< there is no config row; the status row stays until its readers have handled it
+  programmed,     ///< the hardware has answered the row as it is with success
+  pending,        ///< the hardware has not answered the row as it is
+  failed,         ///< it has answered with an error, and the agent is to undo the update
+  notProgrammed,  ///< it has answered with an error, and no update is left to undo: it has refused the undo
+  removing,       ///< there is no config row, and the hardware has not answered the removal
+  removed,        ///< there is no config row; the status row stays until its readers have handled it
 };
 
 struct Entry {

@@ -189,10 +189,7 @@ void addExplain(CLI::App& app, CommandLine& line) {
       ->required();
   command
       .add_option_function<std::vector<std::string>>(
-          "KEY",
-          [selection](const std::vector<std::string>& fields) {
-            for (const std::string& field : fields) selection->add(field);
-          },
+          "KEY", [selection](const std::vector<std::string>& fields) { selection->addKey(fields); },
           "its key, as far as needed")
       ->type_name("FIELD=VALUE")
       ->required();
@@ -201,9 +198,7 @@ void addExplain(CLI::App& app, CommandLine& line) {
       "taken, written, seen by the hardware agent, answered, completed and decided,\n"
       "and which step took longest. What a trace no longer has is unknown.\n"
       "Exit code: 0, or 2 on error.");
-  command.callback([&line, selection] {
-    line.command = [&line, selection] { return explain(line.runtimeFolder, *selection); };
-  });
+  runsAs(command, line, [selection](const std::string& folder) { return explain(folder, *selection); });
 }
 
 }  // namespace Ctl

@@ -70,7 +70,7 @@ template <class Words>
 void addProgram(Families& all, const Program<Words>& program) {
   const Labels label = {{"program", program.name}};
   const bool up = program.fault().empty();
-  all.gauge("tolmar_up", "1 while the program runs and gives signs of life.", std::uint64_t{up}, label);
+  all.gauge("tolmar_up", "1 while the program runs and updates its counters.", std::uint64_t{up}, label);
   if (!program.view) return;
   const Counters::ProgramState& state = program.view->program();
   all.gauge("tolmar_build_info", "The version of the program.", std::uint64_t{1},

@@ -14,6 +14,7 @@
 #include "apps/ctl/Archive.h"
 #include "apps/ctl/Checks.h"
 #include "apps/ctl/Commands.h"
+#include "apps/ctl/Metrics.h"
 #include "apps/ctl/Tables.h"
 #include "apps/ctl/Traces.h"
 #include "cairn/Exception.h"
@@ -37,9 +38,10 @@ std::string commandLineOf(pid_t process) {
 std::string versionsText(const std::vector<Table>& tables) {
   utsname system{};
   ::uname(&system);
-  std::string text = fmt::format("tolmarctl {}\nsegment layout {}\ntrace layout {}\n{} {} {} {}\ntime {}\n",
-                                 kVersion, Vesta::kLayoutVersion, Braid::kLayoutVersion, system.sysname,
-                                 system.release, system.version, system.machine, timeText(now()));
+  std::string text = fmt::format(
+      "tolmarctl {}\nsegment layout {}\ntrace layout {}\ncounter layout {}\n{} {} {} {}\ntime {}\n", kVersion,
+      Vesta::kLayoutVersion, Braid::kLayoutVersion, Counters::kLayoutVersion, system.sysname, system.release,
+      system.version, system.machine, timeText(now()));
   std::set<std::string> processes;
   for (const Table& table : tables) {
     for (const auto& [side, program] : {std::pair(&table.config, kAgent), {&table.status, kHardwareAgent}}) {
@@ -63,6 +65,14 @@ std::string traceText(const Folder& folder) {
   return text;
 }
 
+std::string countersText(const Folder& folder) {
+  try {
+    return metricsText(Programs(folder.path()));
+  } catch (const Cairn::Exception& problem) {
+    return problem.message() + "\n";
+  }
+}
+
 int report(const std::string& path, const std::string& to) {
   const Folder folder(path);
   std::string name = timeText(now()).substr(0, 19);
@@ -77,7 +87,8 @@ int report(const std::string& path, const std::string& to) {
     warn(problem.message());
   }
   archive.add(name + "/versions.txt", versionsText(tables));
-  archive.add(name + "/check.txt", textOf(checkAll(folder)) + vrfText(folder));
+  archive.add(name + "/check.txt", textOf(checkAll(folder)));
+  archive.add(name + "/metrics.txt", countersText(folder));
   archive.add(name + "/tables.json", jsonText(folder.path(), tables, now()) + "\n");
   archive.add(name + "/trace.txt", traceText(folder));
   for (const std::string& each : folder.files()) {
@@ -97,11 +108,11 @@ void addReport(CLI::App& app, CommandLine& line) {
   const auto to = std::make_shared<std::string>();
   command.add_option("-o,--output", *to, "default: tolmar-report-TIME.tar.gz")->type_name("FILE");
   command.footer(
-      "The archive has what check, show --json and trace print, the versions of\n"
+      "The archive has what check, show --json, trace and metrics print, versions of\n"
       "programs and layouts, and a copy of every file in the runtime folder: entries\n"
       "and what controllers store with them included.\n"
       "Prints the name of the archive. Exit code: 0, or 2 on error.");
-  command.callback([&line, to] { line.command = [&line, to] { return report(line.runtimeFolder, *to); }; });
+  runsAs(command, line, [to](const std::string& folder) { return report(folder, *to); });
 }
 
 }  // namespace Ctl

@@ -46,10 +46,7 @@ Json jsonOf(const std::optional<StatusRow>& row) {
 
 Json jsonOf(const Entry& entry, WallTime time) {
   Json object{{"key", jsonOf(entry.key)}, {"state", textOf(entry.state())}};
-  if (const auto age = entry.config ? longestAge(entry.config->genId, time) : std::nullopt;
-      age && entry.state() == State::pending) {
-    object["secondsAtMost"] = static_cast<double>(*age) / 1e9;
-  }
+  if (const auto age = longestAge(entry, time)) object["secondsAtMost"] = static_cast<double>(*age) / 1e9;
   object["undecided"] = entry.undecided;
   object["config"] = jsonOf(entry.config);
   object["status"] = jsonOf(entry.status);
@@ -114,10 +111,7 @@ void addSelection(CLI::App& command, Selection& selection) {
   addTables(command, selection.tables);
   command
       .add_option_function<std::vector<std::string>>(
-          "--key",
-          [&selection](const std::vector<std::string>& fields) {
-            for (const std::string& field : fields) selection.add(field);
-          },
+          "--key", [&selection](const std::vector<std::string>& fields) { selection.addKey(fields); },
           "entries with this value in a key field")
       ->type_name("FIELD=VALUE")
       ->expected(1)
@@ -147,12 +141,12 @@ void addShow(CLI::App& app, CommandLine& line) {
   command.add_flag("--json", options->asJson, "all columns, as JSON");
   command.footer(
       "Data columns that are 0 are left out. States: programmed; pending, the\n"
-      "hardware has not answered; failed, to be undone; undo refused; status\n"
-      "without config, a removal is not answered; removed. An undecided entry may\n"
-      "still be undone. An age counts from the start of the agent that wrote.\n"
+      "hardware has not answered; failed, to be undone; not programmed, the undo was\n"
+      "refused, too; status without config, a removal is not answered; removed. An\n"
+      "undecided entry may still be undone. An age is an upper bound: genIds count\n"
+      "up from the time at which the agent started.\n"
       "Exit code: 0, or 2 on error and when a table is damaged.");
-  command.callback(
-      [&line, options] { line.command = [&line, options] { return show(line.runtimeFolder, *options); }; });
+  runsAs(command, line, [options](const std::string& folder) { return show(folder, *options); });
 }
 
 void addDiff(CLI::App& app, CommandLine& line) {
@@ -163,9 +157,7 @@ void addDiff(CLI::App& app, CommandLine& line) {
       "As show, without entries that the hardware has answered with success.\n"
       "Exit code: 0 when there are none, 1 when there are, 2 on error and when a\n"
       "table is damaged or missing.");
-  command.callback([&line, selection] {
-    line.command = [&line, selection] { return diff(line.runtimeFolder, *selection); };
-  });
+  runsAs(command, line, [selection](const std::string& folder) { return diff(folder, *selection); });
 }
 
 }  // namespace Ctl

@@ -129,8 +129,7 @@ void addMetrics(CLI::App& app, CommandLine& line) {
       "  /           a status page\n"
       "  /data.json  what the page shows\n"
       "  /healthz    200 while both programs live, 503 with the reason otherwise");
-  command.callback(
-      [&line, listen] { line.command = [&line, listen] { return metrics(line.runtimeFolder, *listen); }; });
+  runsAs(command, line, [listen](const std::string& folder) { return metrics(folder, *listen); });
 }
 
 }  // namespace Ctl

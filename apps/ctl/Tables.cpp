@@ -158,7 +158,7 @@ std::string tableNames() {
 }
 
 [[noreturn]] void refuseField(const std::string& name) {
-  throw Cairn::Exception("--key: expected a key field of the selected tables, got \"" + name + "\"");
+  throw Cairn::Exception("key: expected a key field of the selected tables, got \"" + name + "\"");
 }
 
 }  // namespace
@@ -169,15 +169,17 @@ State Entry::state() const {
       status && !status->deleted && status->handle == config->handle && status->genId == config->genId;
   if (!answered) return State::pending;
   if (status->errorCode == 0) return State::programmed;
-  return undecided ? State::failed : State::undoRefused;
+  return undecided ? State::failed : State::notProgrammed;
 }
 
-void Selection::add(const std::string& field) {
-  const std::size_t equals = field.find('=');
-  if (equals == std::string::npos || equals == 0) {
-    throw Cairn::Exception("--key: expected FIELD=VALUE, got \"" + field + "\"");
+void Selection::addKey(const std::vector<std::string>& texts) {
+  for (const std::string& text : texts) {
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0) {
+      throw Cairn::Exception("key: expected FIELD=VALUE, got \"" + text + "\"");
+    }
+    fields.emplace_back(text.substr(0, equals), text.substr(equals + 1));
   }
-  fields.emplace_back(field.substr(0, equals), field.substr(equals + 1));
 }
 
 void requireTables(const std::vector<std::string>& names) {

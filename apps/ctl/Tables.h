@@ -15,8 +15,8 @@ struct Selection {
   std::vector<std::string> tables;                          ///< all when there is none
   std::vector<std::pair<std::string, std::string>> fields;  ///< of the key, with their values
 
-  /// Takes "FIELD=VALUE". Throws Cairn::Exception for another form.
-  void add(const std::string& field);
+  /// Takes texts "FIELD=VALUE". Throws Cairn::Exception for another form.
+  void addKey(const std::vector<std::string>& texts);
 };
 
 /// The selected tables in the order of their list, with the selected entries. A table without a selected

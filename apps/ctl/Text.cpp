@@ -75,11 +75,6 @@ std::string configText(const ConfigRow& row) {
   return fmt::format("genId={}{}{}", row.genId, row.valid ? "" : " valid=false", dataText(row.data));
 }
 
-std::string ageText(const Entry& entry, WallTime time) {
-  const auto age = longestAge(entry.config ? entry.config->genId : entry.status->genId, time);
-  return age ? " for at most " + durationText(*age) : std::string();
-}
-
 }  // namespace
 
 WallTime now() {
@@ -115,7 +110,9 @@ std::string durationText(std::uint64_t nanoseconds) {
   return fmt::format("{:.0f} d", seconds / 86400);
 }
 
-std::optional<std::uint64_t> longestAge(std::uint64_t genId, WallTime now) {
+std::optional<std::uint64_t> longestAge(const Entry& entry, WallTime now) {
+  if (entry.matches()) return std::nullopt;
+  const std::uint64_t genId = entry.config ? entry.config->genId : entry.status->genId;
   constexpr std::uint64_t kYear = 365 * 86400 * kSecond;
   if (genId > now || now - genId > 20 * kYear) return std::nullopt;
   return now - genId;
@@ -137,8 +134,8 @@ std::string textOf(State state) {
       return "pending";
     case State::failed:
       return "failed";
-    case State::undoRefused:
-      return "undo refused";
+    case State::notProgrammed:
+      return "not programmed";
     case State::removing:
       return "status without config";
     case State::removed:
@@ -169,7 +166,7 @@ std::string textOf(const Writer& writer, std::string_view program) {
 
 std::string stateText(const Entry& entry, WallTime time) {
   std::string text = textOf(entry.state());
-  if (entry.state() == State::pending) text += ageText(entry, time);
+  if (const auto age = longestAge(entry, time)) text += " for at most " + durationText(*age);
   if (entry.status && entry.status->errorCode != 0 && entry.state() != State::pending) {
     text += fmt::format(", code {}", entry.status->errorCode);
   }

@@ -22,16 +22,17 @@ WallTime timeOf(const std::string& text, WallTime now);
 /// "12.5 us", "850 ms", "3.2 s", "5 min", "3 h", "2 d"
 std::string durationText(std::uint64_t nanoseconds);
 
-/// For at most how long a row of this generation has been there: generations count up from the time at which
-/// the agent started. Nothing for one that is no such time.
-std::optional<std::uint64_t> longestAge(std::uint64_t genId, WallTime now);
+/// For at most how many nanoseconds config and status of the entry have not matched: generations count up
+/// from the time at which the agent started. Nothing if they match, and for a generation that is no such
+/// time.
+std::optional<std::uint64_t> longestAge(const Entry& entry, WallTime now);
 
 std::string textOf(const Fields& fields);
 std::string textOf(State state);
 /// "running", "stopped by a signal", ...
 std::string textOf(Writer::State state);
 std::string textOf(const Writer& writer, std::string_view program);
-/// "refused undo, code 7"
+/// "pending for at most 2.4 s, undecided", "not programmed for at most 5 min, code 7"
 std::string stateText(const Entry& entry, WallTime now);
 /// Both rows without the key; data columns that are 0 are left out.
 std::string rowsText(const Entry& entry);

@@ -128,8 +128,7 @@ void addTop(CLI::App& app, CommandLine& line) {
   command.footer(
       "Answer times are those from the write of an update to the hardware's answer.\n"
       "Exit code with --once: 0, 1 when a program is not running or hangs.");
-  command.callback(
-      [&line, options] { line.command = [&line, options] { return top(line.runtimeFolder, *options); }; });
+  runsAs(command, line, [options](const std::string& folder) { return top(folder, *options); });
 }
 
 }  // namespace Ctl

@@ -98,8 +98,7 @@ void addTrace(CLI::App& app, CommandLine& line) {
       "90s, 5m, 2h, 1d. Traces of processes that have ended or were killed and of\n"
       "each program's previous run are included.\n"
       "Exit code: 0, or 2 on error and when a trace is damaged.");
-  command.callback(
-      [&line, options] { line.command = [&line, options] { return trace(line.runtimeFolder, *options); }; });
+  runsAs(command, line, [options](const std::string& folder) { return trace(folder, *options); });
 }
 
 }  // namespace Ctl

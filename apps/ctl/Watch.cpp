@@ -155,11 +155,10 @@ void addWatch(CLI::App& app, CommandLine& line) {
   const auto tables = std::make_shared<std::vector<std::string>>();
   addTables(command, *tables);
   command.footer(
-      "One line for each change, until it is interrupted. Looks 50 times a second\n"
+      "One line for each change, until it is interrupted. Checks 50 times a second\n"
       "and shows a row as it is then: of several changes in between, the last. Times\n"
-      "are those of the look.");
-  command.callback(
-      [&line, tables] { line.command = [&line, tables] { return watch(line.runtimeFolder, *tables); }; });
+      "are those of the check.");
+  runsAs(command, line, [tables](const std::string& folder) { return watch(folder, *tables); });
 }
 
 }  // namespace Ctl

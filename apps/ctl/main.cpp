@@ -12,7 +12,7 @@ namespace {
 
 int run(const Ctl::CommandLine& line) {
   try {
-    const int code = line.command();
+    const int code = line.command(line.runtimeFolder);
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
     Ctl::warn("standard output could not be written");
   } catch (const std::exception& error) {

@@ -4,14 +4,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fstream>
-#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <regex>
 
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/core/BeforeImages.h"
+#include "apps/counters/CounterFile.h"
+#include "apps/counters/TickScale.h"
 #include "tests/RuntimeFolder.h"
 #include "tests/end_to_end/Program.h"
 #include "vesta/VestaWriter.h"
@@ -27,10 +30,12 @@ class CtlTest : public testing::Test {
   static constexpr std::uint64_t kStart = 1'790'000'000'000'000'000;
 
   void startHardware(const Strings& options = {}) {
-    Strings all = {HW_AGENT, "-r", path()};
-    all.insert(all.end(), options.begin(), options.end());
-    hardware_ = std::make_unique<Program>(all);
+    hardware_ = started(HW_AGENT, path(), options);
     ASSERT_TRUE(hardware_->says("following the tables")) << hardware_->output();
+  }
+  void kill() {
+    hardware_->signal(SIGKILL);
+    EXPECT_EQ(hardware_->exitCode(), 128 + SIGKILL);
   }
   void openConfig() {
     Vesta::AttachOptions options{.path = {path(), l3Iif("config"), "table"}, .capacity = 8192};
@@ -41,6 +46,19 @@ class CtlTest : public testing::Test {
   void put(std::uint64_t key, std::uint16_t vrf, unsigned number = 0) {
     Config entry = entryOf(key, vrf, number);
     config_->write({entry.key(), entry}, false);
+  }
+  /// A hardware agent that has answered entries with these keys.
+  void startWith(const std::vector<std::uint64_t>& keys, const Strings& options = {}) {
+    startHardware(options);
+    openConfig();
+    for (const std::uint64_t key : keys) put(key, 10);
+    settle();
+  }
+  /// The counters of the agent, which the test plays.
+  Counters::AgentCounters& playAgent() {
+    agent_.emplace(path() + "/p4rt-agent.counters", "--timeout 5");
+    agent_->words().heartbeat.set(Counters::monotonicNanoseconds());
+    return agent_->words();
   }
   void remove(std::uint64_t key) { config_->remove({key}, nullptr); }
   static Config entryOf(std::uint64_t key, std::uint16_t vrf, unsigned number = 0) {
@@ -67,11 +85,15 @@ class CtlTest : public testing::Test {
     return {result.code, masked(result.text)};
   }
   static Result runIn(const std::string& folder, const Strings& arguments) {
-    Strings all = {TOLMARCTL, "--runtime-folder", folder};
+    const auto program = started(TOLMARCTL, folder, arguments);
+    const int code = program->exitCode();
+    return {code, program->output()};
+  }
+  static std::unique_ptr<Program> started(const char* program, const std::string& folder,
+                                          const Strings& arguments = {}) {
+    Strings all = {program, "-r", folder};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    Program program(all);
-    const int code = program.exitCode();
-    return {code, program.output()};
+    return std::make_unique<Program>(all);
   }
   /// Without what differs from run to run.
   std::string masked(std::string text) const {
@@ -108,4 +130,5 @@ class CtlTest : public testing::Test {
   RuntimeFolder folder_{"/dev/shm"};
   std::unique_ptr<Program> hardware_;
   std::unique_ptr<Writer> config_;
+  std::optional<Counters::CounterFile<Counters::AgentCounters>> agent_;
 };

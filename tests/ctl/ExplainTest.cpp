@@ -1,6 +1,4 @@
 // tolmarctl explain over real programs: the client writes, the hardware agent refuses or is stopped.
-#include <csignal>
-
 #include "CtlFixture.h"
 
 namespace {
@@ -8,13 +6,11 @@ namespace {
 class ExplainTest : public CtlTest {
  protected:
   void startAgent() {
-    agent_ = std::make_unique<Program>(Strings{P4RT_AGENT, "-r", path()});
+    agent_ = started(P4RT_AGENT, path());
     ASSERT_TRUE(agent_->says("serving P4Runtime at")) << agent_->output();
   }
   std::unique_ptr<Program> client(const Strings& arguments) const {
-    Strings all = {P4RT_CLIENT, "-r", path()};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return std::make_unique<Program>(all);
+    return started(P4RT_CLIENT, path(), arguments);
   }
   /// Without times and the mark of the slowest step, which differ from run to run.
   std::string explained(const std::string& key) const {

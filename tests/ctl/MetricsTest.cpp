@@ -1,13 +1,9 @@
 // tolmarctl top and metrics over the counters of a real hardware agent, and of an agent that the test plays.
 #include <httplib.h>
 
-#include <csignal>
 #include <nlohmann/json.hpp>
 
 #include "CtlFixture.h"
-#include "apps/counters/CounterFile.h"
-#include "apps/counters/CounterView.h"
-#include "apps/counters/TickScale.h"
 
 namespace {
 
@@ -16,10 +12,8 @@ using testing::HasSubstr;
 
 class MetricsTest : public CtlTest {
  protected:
-  void playAgent() {
-    agent_.emplace(path() + "/p4rt-agent.counters", "--timeout 5");
-    auto& words = agent_->words();
-    words.heartbeat.set(Counters::monotonicNanoseconds());
+  void playBusyAgent() {
+    auto& words = playAgent();
     words.server.requests.set(11);
     words.failures.set(1);
     auto& failure = words.lastFailures[1];
@@ -37,18 +31,13 @@ class MetricsTest : public CtlTest {
     table.completions[9].set(10);
     for (int i = 0; i < 100; ++i) table.answerTimes.add(i == 99 ? 3'000'000 : 20'000);
   }
-
-  std::optional<Counters::CounterFile<Counters::AgentCounters>> agent_;
 };
 
 TEST_F(MetricsTest, Text_HasTheCountersOfBothPrograms) {
-  startHardware({"--fail", "l3IifTH3:l3Iif=99:7"});
-  openConfig();
-  for (const std::uint64_t key : {1U, 2U, 99U}) put(key, 10);
-  settle();
+  startWith({1, 2, 99}, {"--fail", "l3IifTH3:l3Iif=99:7"});
   remove(2);
   settle();
-  playAgent();
+  playBusyAgent();
   const std::string text = run({"metrics"}).text;
   for (const char* const line : {
            "\ntolmar_up{program=\"hw-agent\"} 1\n",
@@ -87,22 +76,19 @@ TEST_F(MetricsTest, Text_HasTheCountersOfBothPrograms) {
 }
 
 TEST_F(MetricsTest, Page_ShowsTheCountersAndWhetherBothProgramsLive) {
-  Program server({TOLMARCTL, "--runtime-folder", path(), "metrics", "--listen", "127.0.0.1:0"});
-  ASSERT_TRUE(server.says("/\n")) << server.output();
-  const std::string address = server.output().substr(server.output().find("http"));
+  const auto server = started(TOLMARCTL, path(), {"metrics", "--listen", "127.0.0.1:0"});
+  ASSERT_TRUE(server->says("/\n")) << server->output();
+  const std::string address = server->output().substr(server->output().find("http"));
   httplib::Client client(address.substr(0, address.find("/\n")));
   const auto get = [&client](const char* at) {
     const auto result = client.Get(at);
     return result ? std::to_string(result->status) + " " + result->body : std::string("no answer");
   };
   EXPECT_THAT(get("/healthz"), HasSubstr("503 runtime folder " + path() + ": no counters: "));
-  startHardware();
-  openConfig();
+  startWith({1});
   EXPECT_THAT(get("/healthz"), HasSubstr("503 p4rt-agent: counter file "));
-  playAgent();
+  playBusyAgent();
   EXPECT_EQ(get("/healthz"), "200 ok\n");
-  put(1, 10);
-  settle();
   EXPECT_THAT(get("/metrics"), HasSubstr("\ntolmar_hw_answers_total{table=\"l3IifTH3\",code=\"0\"} 1\n"));
   EXPECT_THAT(get("/"), testing::StartsWith("200 <!doctype html>\n"));
   EXPECT_THAT(get("/"), Not(ContainsRegex("(src|href)=|https?://[^w]"))) << "nothing from elsewhere";
@@ -121,8 +107,9 @@ TEST_F(MetricsTest, Page_ShowsTheCountersAndWhetherBothProgramsLive) {
   }
   EXPECT_THAT(get("/healthz"),
               ContainsRegex("503 hw-agent .pid [0-9]+. has been silent for 2.* s: it hangs"));
-  hardware_->signal(SIGKILL);
-  hardware_->exitCode();
+  EXPECT_THAT(run({"check"}).text, ContainsRegex("note  hw-agent.counters: hw-agent .* it hangs or was "
+                                                 "stopped\n      kill -CONT [0-9]+ if"));
+  kill();
   EXPECT_THAT(get("/healthz"), ContainsRegex("503 hw-agent .pid [0-9]+. is not running\n"));
   // The words of a file that is cut short are not those of the program.
   ASSERT_EQ(::truncate((path() + "/p4rt-agent.counters").c_str(), 4096), 0);

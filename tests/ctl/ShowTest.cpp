@@ -1,5 +1,4 @@
 // tolmarctl show and diff over real segments, with a hardware agent that runs, is stopped and is killed.
-#include <csignal>
 #include <nlohmann/json.hpp>
 
 #include "CtlFixture.h"
@@ -15,10 +14,7 @@ class ShowTest : public CtlTest {
  protected:
   /// Every state of an entry; the hardware agent is stopped at the end.
   void fill() {
-    startHardware({"--fail", "l3IifTH3:l3Iif=98:7", "--fail", "l3IifTH3:l3Iif=99:8"});
-    openConfig();
-    for (const unsigned key : {1u, 2u, 4u, 98u, 99u}) put(key, 10);
-    settle();
+    startWith({1, 2, 4, 98, 99}, {"--fail", "l3IifTH3:l3Iif=98:7", "--fail", "l3IifTH3:l3Iif=99:8"});
     hardware_->signal(SIGSTOP);
     put(2, 20, 1);
     put(3, 30);
@@ -44,11 +40,11 @@ class ShowTest : public CtlTest {
 
 constexpr const char* kDifferent =
     R"(l3IifTH3: 5 config and 5 status rows of 8192; p4rt-agent PID running, hw-agent PID stopped by a signal
-  l3Iif=2   pending for at most AGE, undecided  handle=# config genId=# vrf=20; status genId=#; before genId=# vrf=10
-  l3Iif=3   pending for at most AGE             handle=# config genId=# vrf=30
-  l3Iif=4   status without config                status handle=# genId=#
-  l3Iif=98  failed, code 7, undecided            handle=# config genId=# vrf=10; status genId=# errorCode=7; before no entry
-  l3Iif=99  undo refused, code 8                 handle=# config genId=# vrf=10; status genId=# errorCode=8
+  l3Iif=2   pending for at most AGE, undecided         handle=# config genId=# vrf=20; status genId=#; before genId=# vrf=10
+  l3Iif=3   pending for at most AGE                    handle=# config genId=# vrf=30
+  l3Iif=4   status without config for at most AGE      status handle=# genId=#
+  l3Iif=98  failed for at most AGE, code 7, undecided  handle=# config genId=# vrf=10; status genId=# errorCode=7; before no entry
+  l3Iif=99  not programmed for at most AGE, code 8     handle=# config genId=# vrf=10; status genId=# errorCode=8
 )";
 
 TEST_F(ShowTest, Show_EveryStateOfAnEntry) {
@@ -57,14 +53,13 @@ TEST_F(ShowTest, Show_EveryStateOfAnEntry) {
   EXPECT_EQ(run({"diff"}).text, different + "5 of 6 entries differ\n");
   EXPECT_EQ(run({"diff"}).code, 1);
   std::string all = different;
-  all.insert(
-      all.find("  l3Iif=2 "),
-      "  l3Iif=1   programmed                           handle=# config genId=# vrf=10; status genId=#\n");
+  all.insert(all.find("  l3Iif=2 "),
+             "  l3Iif=1   programmed                                  handle=# config genId=# vrf=10; status "
+             "genId=#\n");
   const auto shown = run({"show", "l3IifTH3"});
   EXPECT_EQ(shown.text, all);
   EXPECT_EQ(shown.code, 0);
-  hardware_->signal(SIGKILL);
-  EXPECT_EQ(hardware_->exitCode(), 128 + SIGKILL);
+  kill();
   config_.reset();
   different.replace(different.find("p4rt"),
                     std::string("p4rt-agent PID running, hw-agent PID stopped by a signal").size(),
@@ -86,8 +81,7 @@ TEST_F(ShowTest, Show_EveryStateOfAnEntry) {
 // Each leaves the folder as it was.
 TEST_F(ShowTest, Show_SaysWhatIsWrongWithTheFolder) {
   fill();
-  hardware_->signal(SIGKILL);
-  EXPECT_EQ(hardware_->exitCode(), 128 + SIGKILL);
+  kill();
   config_.reset();
   const std::string status = segment("status");
   const std::string version5 = files()[status];

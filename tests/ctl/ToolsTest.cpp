@@ -1,6 +1,5 @@
 // The commands beside show and diff, over real segments and traces.
-#include <csignal>
-#include <cstdlib>
+#include <thread>
 
 #include "CtlFixture.h"
 #include "apps/server/StateFile.h"
@@ -16,16 +15,6 @@ using testing::Not;
 
 class ToolsTest : public CtlTest {
  protected:
-  /// Starts a command that runs until it is stopped.
-  std::unique_ptr<Program> start(const Strings& arguments) const {
-    Strings all = {TOLMARCTL, "-r", path()};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return std::make_unique<Program>(all);
-  }
-  void kill() {
-    hardware_->signal(SIGKILL);
-    EXPECT_EQ(hardware_->exitCode(), 128 + SIGKILL);
-  }
   /// A message in the trace of the agent, which the test plays.
   void trace(const std::string& text) const {
     static constinit const Skein::Site site{"./test", 1, "trace", "agent says %s"};
@@ -70,7 +59,7 @@ TEST_F(ToolsTest, Trace_MergesProcessesDeadAndAlive) {
   EXPECT_EQ(run({"trace", "--since", "2100-01-01"}).text, "");
   EXPECT_EQ(run({"trace", "--since", "1h"}).text, run({"trace"}).text);
   EXPECT_THAT(run({"trace", "--since", "soon"}).text, HasSubstr("expected a time such as"));
-  const auto follower = start({"trace", "--follow"});
+  const auto follower = started(TOLMARCTL, path(), {"trace", "--follow"});
   EXPECT_TRUE(follower->says("agent says second"));
   trace("third");
   EXPECT_TRUE(follower->says("agent says third"));
@@ -90,7 +79,7 @@ TEST_F(ToolsTest, Trace_MergesProcessesDeadAndAlive) {
 
 TEST_F(ToolsTest, Watch_ShowsChangesOfBothSides) {
   openConfig();
-  const auto watch = start({"watch", "l3IifTH3"});
+  const auto watch = started(TOLMARCTL, path(), {"watch", "l3IifTH3"});
   EXPECT_TRUE(watch->says("watching 1 tables"));
   put(1, 10);
   EXPECT_TRUE(watch->says("l3IifTH3 config added l3Iif=1 genId=1790000000000001000"));
@@ -104,7 +93,7 @@ TEST_F(ToolsTest, Watch_ShowsChangesOfBothSides) {
   EXPECT_TRUE(watch->says("l3IifTH3 status removed l3Iif=1\n")) << "once its readers have handled it";
   put(2, 20);
   settle();
-  const auto later = start({"watch", "l3IifTH3"});
+  const auto later = started(TOLMARCTL, path(), {"watch", "l3IifTH3"});
   EXPECT_TRUE(later->says("watching 1 tables"));
   const Vesta::Layout layout(Vesta::shapeOf<Key, TolmarHwLib::L3IifTH3StatusEntry>(8192));
   for (const unsigned slot : {0u, 1u}) damage(segment("status"), layout.slotAt(slot) * 8 + 20);
@@ -113,62 +102,89 @@ TEST_F(ToolsTest, Watch_ShowsChangesOfBothSides) {
 }
 
 TEST_F(ToolsTest, Check_SaysWhatIsWrongAndWhatToDo) {
-  startHardware();
-  openConfig();
-  for (const unsigned key : {1u, 2u, 3u}) put(key, key == 3 ? 20 : 10);
-  settle();
+  startWith({1, 2, 3});
   { Agent::BeforeImages images(path() + "/p4rt-agent.undo", {.batches = 8, .records = 8, .rowBytes = 200}); }
   Server::StateFile(path(), Server::kElectionIdsFile).replace("");
   const auto fine = run({"check"});
-  EXPECT_THAT(fine.text,
-              AllOf(HasSubstr("ok    " + l3Iif("config") + "/table: 3 of 8192 rows, p4rt-agent PID running"),
-                    HasSubstr("ok    hw-agent.trace: 6 messages since TIME\n"),
-                    HasSubstr("ok    p4rt-agent.undo: 0 undecided updates\n"),
-                    HasSubstr("ok    p4rt-agent.election: 0 bytes\n"),
-                    HasSubstr("VRF 10: 2 references by rows\nVRF 20: 1 references by rows\n")));
+  for (const std::string& text :
+       {l3Iif("config") + "/table: 3 of 8192 rows, p4rt-agent PID running\n",
+        l3Iif("status") + "/table: 3 of ", std::string("hw-agent.counters: hw-agent "),
+        std::string("hw-agent.trace: 6 messages since TIME\n"),
+        std::string("p4rt-agent.undo: 0 undecided updates\n"), std::string("p4rt-agent.election: 0 bytes\n"),
+        std::string("VRF 10: 3 references by rows\n")}) {
+    EXPECT_THAT(fine.text, HasSubstr("ok    " + text));
+  }
+  EXPECT_THAT(fine.text, HasSubstr("note  p4rt-agent.counters: missing\n      restart p4rt-agent"));
   EXPECT_EQ(fine.code, 0);
   hardware_->signal(SIGSTOP);
   EXPECT_THAT(run({"check"}).text, HasSubstr("hw-agent PID stopped by a signal\n      kill -CONT "));
   kill();
+  EXPECT_THAT(run({"check"}).text,
+              ContainsRegex("hw-agent.counters: .* is not running\n      start hw-agent"));
   const std::string status = segment("status");
-  const std::string trace = path() + "/hw-agent.trace";
   const std::string undo = path() + "/p4rt-agent.undo";
-  const std::string election = path() + "/p4rt-agent.election";
+  const std::string counters = path() + "/hw-agent.counters";
   const struct {
     std::string file;
     std::size_t at;
     std::string text;
   } rows[] = {
       {status, Vesta::kStateAt * 8,
-       l3Iif("status") + "/table: state: found 0x.*\n      start hw-agent: it replaces"},
-      {status, Vesta::kMembersAt * 8,
-       l3Iif("status") + "/table: member count at word .*\n      start hw-agent: it"},
-      {status, 0, l3Iif("status") + "/table: header: expected magic .*\n      start hw-agent: it replaces"},
-      {trace, 9, "hw-agent.trace: trace ring FOLDER/hw-agent.trace: unknown layout version\n      remove it"},
-      {undo, 40, "p4rt-agent.undo: FOLDER/p4rt-agent.undo: damaged header\n      restart the agent"},
-      {election, 14,
-       "p4rt-agent.election: FOLDER/.*; remove the file to start without the highest election ids"},
+       l3Iif("status") + "/table: state: found 0x.*\n +start hw-agent: it replaces"},
+      {status, Vesta::kMembersAt * 8, "/table: member count at word .*\n +start hw-agent: it"},
+      {status, 0, "/table: header: expected magic .*\n +start hw-agent: it replaces"},
+      {path() + "/hw-agent.trace", 9, "hw-agent.trace: .*: unknown layout version\n +remove it"},
+      {undo, 40, "p4rt-agent.undo: FOLDER/p4rt-agent.undo: damaged header\n +restart the agent"},
+      {counters, 0, "hw-agent.counters: .* does not begin with .*\n +restart hw-agent, which re-creates it"},
+      {counters, 8, "hw-agent.counters: .*: layout version: expected 1, found 17\n"},
+      {path() + "/p4rt-agent.election", 14,
+       "p4rt-agent.election: FOLDER/.*; remove the file to start without"},
   };
   for (const auto& row : rows) {
     damage(row.file, row.at);
     const auto before = files();
-    EXPECT_THAT(run({"check"}).text, ContainsRegex("FAULT " + row.text));
+    EXPECT_THAT(run({"check"}).text, ContainsRegex("FAULT .*" + row.text));
     EXPECT_EQ(files(), before);
     damage(row.file, row.at);
   }
+  std::filesystem::resize_file(counters, 8192);
   std::filesystem::remove(status);
-  EXPECT_THAT(run({"check"}).text,
-              HasSubstr("FAULT " + l3Iif("status") + "/table: missing\n      start hw-agent,"));
-  EXPECT_EQ(run({"check"}).code, 1);
   std::filesystem::permissions(undo, std::filesystem::perms(0644));
-  EXPECT_THAT(run({"check"}).text, HasSubstr("FAULT p4rt-agent.undo: mode: expected 0600, found 0644\n"));
+  const auto wrong = run({"check"});
+  EXPECT_EQ(wrong.code, 1);
+  EXPECT_THAT(wrong.text,
+              AllOf(ContainsRegex("FAULT hw-agent.counters: .*: bytes: expected [0-9]+, found 8192\n"),
+                    HasSubstr("FAULT " + l3Iif("status") + "/table: missing\n      start hw-agent,"),
+                    HasSubstr("FAULT p4rt-agent.undo: mode: expected 0600, found 0644\n")));
+}
+
+TEST_F(ToolsTest, Check_ComparesReferencesToVrfs) {
+  startWith({1, 2});
+  put(3, 20);
+  auto& agent = playAgent();
+  const auto lineOf = [&](std::uint64_t vrf10, std::uint64_t vrf20) {
+    agent.vrfs.set(2);
+    agent.vrfReferences[0].set(std::uint64_t{20} << 32 | vrf20);
+    agent.vrfReferences[1].set(std::uint64_t{10} << 32 | vrf10);
+    const auto found = run({"check"});
+    return std::to_string(found.code) + found.text.substr(found.text.find("\nok    VRF 10"));
+  };
+  EXPECT_EQ(lineOf(3, 1),
+            "0\nok    VRF 10: 2 references by rows, 3 by p4rt-agent\n"
+            "ok    VRF 20: 1 references by rows, 1 by p4rt-agent\n0 faults\n");
+  EXPECT_THAT(lineOf(2, 0), HasSubstr("20: 1 references by rows, 0 by p4rt-agent when it last copied"));
+  const std::jthread beating([&](const std::stop_token& stop) {
+    for (; !stop.stop_requested(); std::this_thread::yield())
+      agent.heartbeat.set(Counters::monotonicNanoseconds());
+  });
+  EXPECT_EQ(lineOf(2, 0),
+            "1\nok    VRF 10: 2 references by rows, 2 by p4rt-agent\n"
+            "FAULT VRF 20: 1 references by rows, 0 by p4rt-agent\n"
+            "      restart p4rt-agent, which then counts the rows\n1 faults\n");
 }
 
 TEST_F(ToolsTest, Clean_KeepsWhatMayBeNeeded) {
-  startHardware();
-  openConfig();
-  put(1, 10);
-  settle();
+  startWith({1});
   const std::string status = segment("status");
   const auto leave = [&] {
     for (const char* const ending : {".retired.1", ".report.7"}) {
@@ -201,10 +217,7 @@ TEST_F(ToolsTest, Clean_KeepsWhatMayBeNeeded) {
 }
 
 TEST_F(ToolsTest, Report_HasEveryFile) {
-  startHardware();
-  openConfig();
-  put(1, 10);
-  settle();
+  startWith({1});
   kill();
   const RuntimeFolder target;
   const std::string archive = target.path() + "/report.tar.gz";
