@@ -44,13 +44,15 @@ h2 { font-size: 1rem; font-weight: 600; margin: 0; }
 .plots { display: grid; grid-template-columns: 1fr 1fr; gap: 1rem; margin-top: .6rem; }
 @media (max-width: 30rem) { .plots { grid-template-columns: 1fr; } body { padding: .8rem; } }
 figure { margin: 0; min-width: 0; }
-figcaption { font-size: .85rem; }
+figcaption, .times { font-size: .85rem; }
+.times span { border-bottom: 2px solid var(--blue); }
+.times .second { border-color: var(--pale); }
 svg { display: block; width: 100%; height: 4.5rem; border-bottom: 1px solid var(--line); }
 polyline { fill: none; stroke: var(--blue); stroke-width: 1.5; vector-effect: non-scaling-stroke; }
 polyline.second { stroke: var(--pale); }
 .bad { color: var(--bad); }
 #failures { margin-top: 1rem; overflow-x: auto; }
-table { border-collapse: collapse; width: 100%; font-size: .9rem; margin-top: .4rem; }
+table { border-collapse: collapse; width: 100%; color: var(--text); font-size: .9rem; margin-top: .4rem; }
 th, td { text-align: left; padding: .2rem 1.2rem .2rem 0; white-space: nowrap; }
 th { color: var(--faint); font-weight: 400; }
 </style>
@@ -89,15 +91,16 @@ const quantile = (times, share) => {
   return null;
 };
 
-const plot = (caption, series) => {
-  const top = Math.max(1e-9, ...series.flat().filter((value) => value !== null));
+const most = (values) => Math.max(0, ...values.filter((value) => value !== null));
+const plot = (caption, hint, series) => {
+  const top = most(series.flat()) || 1;
   const svg = element("svg", {viewBox: `0 0 ${kPoints - 1} 100`, preserveAspectRatio: "none", role: "img"});
   series.forEach((values, number) => {
     const first = kPoints - values.length;
     const points = values.map((value, at) => value === null ? "" : `${first + at},${98 - 94 * value / top}`);
     svg.prepend(element("polyline", {points: points.join(" ").trim(), class: number ? "second" : ""}));
   });
-  return element("figure", {}, element("figcaption", {class: "faint"}, caption), svg);
+  return element("figure", {title: hint}, element("figcaption", {class: "faint"}, caption), svg);
 };
 
 const card = (table, then, seconds) => {
@@ -111,9 +114,10 @@ const card = (table, then, seconds) => {
     if (kept[name].length > kPoints) kept[name].shift();
   }
   const share = (rows) => (table.capacity ? 100 * Math.min(1, rows / table.capacity) : 0) + "%";
-  const full = element("i"), most = element("b", {title: `most since the start: ${table.highWater}`});
+  const full = element("i"), mark = element("b", {title: `most since the start: ${table.highWater}`});
   full.style.width = share(table.used);
-  most.style.left = share(table.highWater);
+  mark.style.left = share(table.highWater);
+  mark.hidden = table.highWater === 0;
   const problems = Object.entries({failed: "failed", timeouts: "late", capacityRefusals: "found it full",
                                    undosRefused: "undos refused", damageReports: "damaged"})
       .filter(([name]) => table[name]).map(([name, text]) => `${table[name]} ${text}`).join(", ");
@@ -121,19 +125,22 @@ const card = (table, then, seconds) => {
   return element("section", {class: "card", id: table.name},
       element("div", {class: "row"}, element("h2", {}, table.name),
               element("span", {class: "used"}, `${table.used} of ${table.capacity}`)),
-      element("div", {class: "bar"}, full, most),
+      element("div", {class: "bar"}, full, mark),
       element("div", {class: "row"}, element("span", {}, `${short(values.rates)} writes/s`),
               element("span", {class: problems ? "bad" : "faint"}, problems || "no failures")),
-      element("div", {class: "faint"},
-              `answers since the start: p50 ${all[0]}, p99 ${all[1]}, p99.9 ${all[2]}, max ${all[3]}`),
+      // The names of the first two are the legend of the second plot.
+      element("div", {class: "faint times"}, "answers since the start: ", element("span", {}, "p50"),
+              ` ${all[0]}, `, element("span", {class: "second"}, "p99"),
+              ` ${all[1]}, p99.9 ${all[2]}, max ${all[3]}`),
       element("div", {class: "plots"},
-              plot(`writes/s, up to ${short(Math.max(...kept.rates))}`, [kept.rates]),
-              plot(`answer times, p50 ${duration(values.p50)}, p99 ${duration(values.p99)}`, [kept.p50, kept.p99])));
+              plot(`writes/s, up to ${short(most(kept.rates))}`, `now ${short(values.rates)}`, [kept.rates]),
+              plot(`answer times, up to ${duration(most([...kept.p50, ...kept.p99]) || null)}`,
+                   `now p50 ${duration(values.p50)}, p99 ${duration(values.p99)}`, [kept.p50, kept.p99])));
 };
 
 const showFailures = (failures) => {
   const rows = failures.slice(0, 12).map((each) => element("tr", {},
-      ...[each.time, each.table, each.status, each.hardwareCode || "", each.handle]
+      ...[each.time.slice(0, 23) + "Z", each.table, each.status, each.hardwareCode || "", each.handle]
           .map((text) => element("td", {}, String(text)))));
   const heads = ["time", "table", "status", "hardware code", "handle"].map((text) => element("th", {}, text));
   document.getElementById("failureRows").replaceChildren(
