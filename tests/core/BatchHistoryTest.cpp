@@ -7,19 +7,17 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-/// One step a line:
-///   continue U...   submits a batch that continues on error; updates as in the fixture
-///   rollback U...   submits one that is all or nothing
-///   ok N, no N      the hardware applies, or refuses with code 7, write number N (from 0, since the fill)
-///   fill N          fills the table but for N entries, which readers are not shown here
-///   time            the time of every batch so far runs out
-///   hardware        the hardware agent has restarted and has answered nothing more
-///   agent           the agent is killed and started again
-///   unwritten E     it is killed before it has written the row of entry E, and started again
-/// and what is expected:
-///   wrote W...      the writes since the last such line
-///   shows E...      what a reader is shown
-///   gets N C...     the results of batch N, without their texts; "-" while there are none
+/// One step a line, followed by "-> W..." if it has the agent write the rows W; no other rows are written:
+///   continue U...     submits a batch that continues on error; updates as in the fixture
+///   rollback U...     submits one that is all or nothing
+///   ok N..., no N...  the hardware applies, or refuses with code 7, these writes (from 0, since the fill)
+///   fill N            fills the table but for N entries, which readers are not shown here
+///   time              the time of every batch so far runs out
+///   hardware          the hardware agent has restarted and has answered nothing more
+///   agent             the agent is killed and started again
+///   unwritten E       it is killed before it has written the row of entry E, and started again
+///   shows E...        what a reader is shown
+///   gets N C...       the results of batch N, without their texts; "-" while there are none
 struct History {
   const char* name;
   const char* steps;
@@ -33,12 +31,20 @@ class BatchHistory : public CoreFixture, public testing::WithParamInterface<Hist
     std::string verb;
     in >> verb;
     Strings words{std::istream_iterator<std::string>(in), {}};
+    const auto arrow = std::find(words.begin(), words.end(), "->");
+    const Strings written(arrow == words.end() ? arrow : arrow + 1, words.end());
+    words.erase(arrow, words.end());
+    step(verb, words);
+    EXPECT_EQ(Strings(writes().begin() + static_cast<std::ptrdiff_t>(wrote_), writes().end()), written);
+    wrote_ = writes().size();
+  }
+  void step(const std::string& verb, Strings words) {
     if (verb == "continue") {
       submit(words);
     } else if (verb == "rollback") {
       submit(words, Agent::Atomicity::rollbackOnError);
     } else if (verb == "ok" || verb == "no") {
-      answer(filled_ + std::stoul(words.at(0)), verb == "ok" ? 0 : 7);
+      for (const std::string& write : words) answer(filled_ + std::stoul(write), verb == "ok" ? 0 : 7);
     } else if (verb == "fill") {
       fill(std::stoul(words.at(0)));
     } else if (verb == "time") {
@@ -47,13 +53,8 @@ class BatchHistory : public CoreFixture, public testing::WithParamInterface<Hist
       core_->hardwareRestarted();
       core_->finish();
     } else if (verb == "agent" || verb == "unwritten") {
-      Config::Key key{};
-      if (!words.empty()) key.l3Iif = std::stoul(words.at(0));
-      if (!words.empty()) config().tableDel(key);
+      if (!words.empty()) config().tableDel({std::stoul(words.at(0))});
       start(restarts_ += 1'000'000, answers_);
-    } else if (verb == "wrote") {
-      EXPECT_EQ(Strings(writes().begin() + static_cast<std::ptrdiff_t>(wrote_), writes().end()), words);
-      wrote_ = writes().size();
     } else if (verb == "shows") {
       Strings seen = shown();
       std::erase_if(seen, [](const std::string& text) { return std::stoul(text) >= kFiller; });
@@ -103,117 +104,84 @@ TEST_P(BatchHistory, Holds) {
 
 constexpr History kHistories[] = {
     {"UndecidedBatch_IsShownWhollyOrNotAtAll", R"(
-        continue +1=1 +2=2
-        wrote 1=1 2=2
+        continue +1=1 +2=2 -> 1=1 2=2
         ok 0
         shows
         gets 0 -
         ok 1
         gets 0 OK OK
         shows 1=1 2=2
-        continue ~1=8 -2 +3=3
-        ok 2
-        ok 3
+        continue ~1=8 -2 +3=3 -> 1=8 -2 3=3
+        ok 2 3
         shows 1=1 2=2
         ok 4
         shows 1=8 3=3)"},
     {"HeldEntry_LetsLaterUpdatesWaitInOrder", R"(
-        continue +1=1 +2=2
+        continue +1=1 +2=2 -> 1=1 2=2
         continue ~1=3
         continue -1
         rollback +1=4 +5=5
-        wrote 1=1 2=2
         ok 0
-        wrote
-        ok 1
-        wrote 1=3
-        ok 2
-        wrote -1
-        ok 3
-        wrote 1=4 5=5
-        ok 4
-        ok 5
+        ok 1 -> 1=3
+        ok 2 -> -1
+        ok 3 -> 1=4 5=5
+        ok 4 5
         gets 3 OK OK
         shows 1=4 2=2 5=5)"},
     {"RefusedUpdate_IsUndone", R"(
-        continue +1=1 +2=2
-        ok 0
-        ok 1
-        wrote 1=1 2=2
-        continue ~1=5 -2 +3=3 +4=4
-        wrote 1=5 -2 3=3 4=4
-        no 2
-        wrote 1=1
-        no 3
-        wrote 2=2
-        no 4
-        wrote -3
+        continue +1=1 +2=2 -> 1=1 2=2
+        ok 0 1
+        continue ~1=5 -2 +3=3 +4=4 -> 1=5 -2 3=3 4=4
+        no 2 -> 1=1
+        no 3 -> 2=2
+        no 4 -> -3
         gets 1 -
         shows 1=1 2=2
         ok 5
         gets 1 REFUSED REFUSED REFUSED OK
         shows 1=1 2=2 4=4
         continue ~1=9
-        wrote
-        ok 6
-        wrote 1=9)"},
+        ok 6 -> 1=9)"},
     {"RefusedUndo_IsRepeatedOnceAfterAHardwareRestart", R"(
-        continue +1=1
+        continue +1=1 -> 1=1
         ok 0
-        continue ~1=5
-        no 1
-        wrote 1=1 1=5 1=1
+        continue ~1=5 -> 1=5
+        no 1 -> 1=1
         no 2
         shows 1=1
-        hardware
-        wrote 1=1
+        hardware -> 1=1
         no 3
         hardware
-        wrote
         shows 1=1)"},
     {"Rollback_ChecksAllBeforeItWritesAnything", R"(
-        continue +1=1
+        continue +1=1 -> 1=1
         ok 0
-        wrote 1=1
         rollback +2=2 +1=5 ~3=3
-        wrote
         gets 1 ABORTED ALREADY_EXISTS NOT_FOUND
         rollback +2=2 +4=4 +4=5
-        wrote
         gets 2 ABORTED INVALID_ARGUMENT INVALID_ARGUMENT)"},
     {"Rollback_UndoesAllWhenOneIsRefused", R"(
-        continue +1=1 +2=2
-        ok 0
-        ok 1
-        wrote 1=1 2=2
-        rollback ~1=5 -2 +3=3 +4=4
-        wrote 1=5 -2 3=3 4=4
-        ok 2
-        ok 3
-        no 4
+        continue +1=1 +2=2 -> 1=1 2=2
+        ok 0 1
+        rollback ~1=5 -2 +3=3 +4=4 -> 1=5 -2 3=3 4=4
+        ok 2 3
+        no 4 -> -3 2=2 1=1
         gets 1 ABORTED ABORTED REFUSED ABORTED
-        wrote -3 2=2 1=1
         shows 1=1 2=2
         continue +4=9
-        wrote
-        ok 5
-        wrote -4
-        ok 9
-        wrote 4=9)"},
+        ok 5 -> -4
+        ok 9 -> 4=9)"},
     {"Rollback_OutOfTimeIsNeverCommitted", R"(
-        rollback +1=1 +2=2
+        rollback +1=1 +2=2 -> 1=1 2=2
         ok 0
-        time
+        time -> -1
         gets 0 ABORTED DEADLINE_EXCEEDED
-        wrote 1=1 2=2 -1
         shows
-        ok 1
-        wrote -2
-        ok 2
-        ok 3
+        ok 1 -> -2
+        ok 2 3
         shows)"},
     {"OutOfTime_IsDecidedByTheLateAnswer", R"(
-        continue +1=1 +2=2 +3=3
+        continue +1=1 +2=2 +3=3 -> 1=1 2=2 3=3
         ok 2
         continue ~1=7
         time
@@ -221,166 +189,119 @@ constexpr History kHistories[] = {
         gets 1 DEADLINE_EXCEEDED
         shows 3=3
         continue ~1=8
-        wrote 1=1 2=2 3=3
-        ok 0
-        no 1
-        wrote 1=8 -2
+        ok 0 -> 1=8
+        no 1 -> -2
         shows 1=1 3=3
         ok 3
         shows 1=8 3=3)"},
     {"OutOfTime_IsUndoneWhenARestartedHardwareAgentSaysNothing", R"(
-        continue +1=1
+        continue +1=1 -> 1=1
         time
+        hardware -> -1
         hardware
-        wrote 1=1 -1
-        hardware
-        continue +1=2
-        wrote 1=2)"},
+        continue +1=2 -> 1=2)"},
     {"FailedUpdate_KeepsItsEntryUntilItsBatchIsDecided", R"(
-        continue +1=1
+        continue +1=1 -> 1=1
         ok 0
-        continue -1 ~2=5 +3=3
+        continue -1 ~2=5 +3=3 -> -1 3=3
         continue +2=2
         continue +3=4
-        wrote 1=1 -1 3=3
-        no 2
-        wrote -3
+        no 2 -> -3
         ok 3
-        wrote
-        ok 1
+        ok 1 -> 2=2 3=4
         gets 1 OK NOT_FOUND REFUSED
-        wrote 2=2 3=4
-        ok 4
-        ok 5
+        ok 4 5
         shows 2=2 3=4)"},
     {"Room_OfItsOwnRemovalsIsForTheInsertionsOfABatch", R"(
         fill 1
-        continue +1=1
-        wrote 1=1
+        continue +1=1 -> 1=1
         ok 0
-        continue -1 +2=2 +3=3
+        continue -1 +2=2 +3=3 -> -1
         continue +4=4
         gets 2 RESOURCE_EXHAUSTED
-        wrote -1
-        ok 1
-        wrote 2=2
+        ok 1 -> 2=2
         ok 2
         gets 1 OK OK RESOURCE_EXHAUSTED
-        continue -2 +5=5
-        wrote -2
-        no 3
-        wrote 2=2
+        continue -2 +5=5 -> -2
+        no 3 -> 2=2
         gets 3 REFUSED RESOURCE_EXHAUSTED
         continue -2 +5=5
-        ok 4
-        wrote -2
+        ok 4 -> -2
         time
         gets 4 DEADLINE_EXCEEDED DEADLINE_EXCEEDED
-        no 5
-        wrote 2=2
+        no 5 -> 2=2
         ok 6
-        continue +7=7 -8 -2
-        wrote -2
+        continue +7=7 -8 -2 -> -2
         gets 5 -
-        ok 7
-        wrote 7=7
+        ok 7 -> 7=7
         ok 8
         gets 5 OK NOT_FOUND OK
         shows 7=7)"},
     {"Room_OfItsOwnRemovalsIsGivenBackByTheUndosOfABatch", R"(
         fill 1
-        continue +1=1
+        continue +1=1 -> 1=1
         ok 0
         rollback -1 +2=2 +3=3
         gets 1 ABORTED ABORTED RESOURCE_EXHAUSTED
-        rollback -1 +2=2
+        rollback -1 +2=2 -> -1 2=2
         continue +4=4
         gets 3 RESOURCE_EXHAUSTED
-        wrote 1=1 -1 2=2
         no 1
-        wrote
         gets 2 REFUSED ABORTED
-        ok 2
-        wrote -2 1=1
-        ok 3
-        ok 4
-        rollback -1 +5=5
-        wrote -1 5=5
+        ok 2 -> -2 1=1
+        ok 3 4
+        rollback -1 +5=5 -> -1 5=5
         agent
         ok 5
-        wrote
         shows 1=1
-        ok 6
-        wrote -5 1=1
-        ok 7
-        ok 8
-        rollback -1 +6=6
-        ok 9
-        ok 10
+        ok 6 -> -5 1=1
+        ok 7 8
+        rollback -1 +6=6 -> -1 6=6
+        ok 9 10
         gets 5 OK OK
         shows 6=6)"},
     {"KilledAgent_UndoesWhatWasUndecided", R"(
-        continue +1=1 +2=2
-        ok 0
-        ok 1
-        wrote 1=1 2=2
-        continue ~1=5 +3=3
-        rollback -2 +4=4
-        ok 2
-        ok 4
-        wrote 1=5 3=3 -2 4=4
-        agent
+        continue +1=1 +2=2 -> 1=1 2=2
+        ok 0 1
+        continue ~1=5 +3=3 -> 1=5 3=3
+        rollback -2 +4=4 -> -2 4=4
+        ok 2 4
+        agent -> 2=2 1=1
         shows 1=1 2=2
-        wrote 2=2 1=1
-        ok 3
-        ok 5
-        wrote -3 -4
+        ok 3 5 -> -3 -4
         shows 1=1 2=2
         agent
         shows 1=1 2=2
-        wrote
-        continue +5=5
-        unwritten 5
-        wrote 5=5 -5
+        continue +5=5 -> 5=5
+        unwritten 5 -> -5
         shows 1=1 2=2
-        continue +5=6
-        wrote 5=6)"},
+        continue +5=6 -> 5=6)"},
     {"KilledAgent_KeepsWhatWasDecided", R"(
-        continue +1=1 +2=2
+        continue +1=1 +2=2 -> 1=1 2=2
         ok 0
         time
         gets 0 OK DEADLINE_EXCEEDED
         agent
         shows 1=1
-        ok 1
-        wrote 1=1 2=2 -2
+        ok 1 -> -2
         shows 1=1)"},
     {"Metadata_FollowsItsRow", R"(
-        continue +1=1:a +2=2:b +3=3
-        ok 0
-        ok 1
-        ok 2
-        continue ~1=5:c -2 +4=4:d ~3=3:e
+        continue +1=1:a +2=2:b +3=3 -> 1=1 2=2 3=3
+        ok 0 1 2
+        continue ~1=5:c -2 +4=4:d ~3=3:e -> 1=5 -2 4=4 3=3
         shows 1=1:a 2=2:b 3=3
-        no 3
-        no 4
-        no 5
+        no 3 4 5 -> 1=1 2=2 -4
         ok 6
         shows 1=1:a 2=2:b 3=3:e
-        ok 7
-        ok 8
-        ok 9
+        ok 7 8 9
         agent
         shows 1=1:a 2=2:b 3=3:e
-        continue ~3=4
+        continue ~3=4 -> 3=4
         ok 10
-        continue ~1=5:c -2
+        continue ~1=5:c -2 -> 1=5 -2
         agent
         shows 1=1:a 2=2:b 3=4
-        ok 11
-        ok 12
-        ok 13
-        ok 14
+        ok 11 12 13 14 -> 1=1 2=2
         shows 1=1:a 2=2:b 3=4
         agent
         shows 1=1:a 2=2:b 3=4)"},
