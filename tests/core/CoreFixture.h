@@ -13,6 +13,7 @@
 #include "orrery/EntityManager.h"
 #include "p4runtime/PluginLibrary.h"
 #include "tests/RuntimeFolder.h"
+#include "tests/core/Updates.h"
 
 class CoreFixture : public testing::Test {
  protected:
@@ -59,30 +60,11 @@ class CoreFixture : public testing::Test {
     core_->start(answers);
   }
 
-  /// "+5" or "+5=9" inserts entry 5, with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text" has that
-  /// text for metadata.
-  Agent::Update update(const std::string& whole) {
-    const std::size_t colon = std::min(whole.find(':'), whole.size());
-    const std::string text = whole.substr(0, colon);
-    const std::size_t equals = std::min(text.find('='), text.size());
-    const std::string number = text.substr(1, equals - 1);
-    const std::string vrf = equals == text.size() ? "1" : text.substr(equals + 1);
-    Agent::Update made;
-    made.type = text[0] == '+'   ? Agent::UpdateType::insert
-                : text[0] == '~' ? Agent::UpdateType::modify
-                                 : Agent::UpdateType::remove;
-    made.table = core_->table("l3IifTH3");
-    const std::vector<Lumen::ColumnText> fields = {{"l3Iif", number}, {"vrf", vrf}};
-    made.row = made.table->row(fields);
-    if (colon != whole.size()) made.metadata = std::make_unique<const std::string>(whole.substr(colon + 1));
-    return made;
-  }
-
-  /// Starts a batch and returns its number; its results come to results_.
+  /// Starts a batch of updates, see Updates.h, and returns its number; its results come to results_.
   std::size_t submit(const std::vector<std::string>& texts,
                      Agent::Atomicity atomicity = Agent::Atomicity::continueOnError) {
     std::vector<Agent::Update> updates;
-    for (const std::string& text : texts) updates.push_back(update(text));
+    for (const std::string& text : texts) updates.push_back(updateFrom(*core_, text));
     const std::size_t number = results_.size();
     results_.emplace_back();
     const auto done = [this, number](const std::vector<Agent::UpdateStatus>& results) {
