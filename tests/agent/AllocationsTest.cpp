@@ -1,10 +1,7 @@
 // How often agent and hardware agent allocate for what they have done before.
 #include <gtest/gtest.h>
 
-#include "apps/agent/AgentProcess.h"
-#include "apps/hw/Tables.h"
-#include "tests/AllocationCount.h"
-#include "tests/RuntimeFolder.h"
+#include "BothPrograms.h"
 #include "tests/core/Updates.h"
 
 namespace {
@@ -12,7 +9,7 @@ namespace {
 using namespace Agent;
 using namespace std::chrono_literals;
 
-class Allocations : public testing::Test {
+class Allocations : public testing::Test, public BothPrograms {
  protected:
   static constexpr std::size_t kRows = 200;  // in one step of the loop
 
@@ -36,16 +33,11 @@ class Allocations : public testing::Test {
     for (int i = 0; i < count; ++i) loop_.step(0ms);
     return allocationCount() - before;
   }
-  Quill::EventLoop& loop() { return loop_; }
 
  private:
   /// No update waits for them.
   std::uint64_t completions() { return agent_.core().counters().unknownCompletions.value(); }
 
-  RuntimeFolder folder_{"/dev/shm"};
-  Quill::EventLoop loop_;
-  HwAgent::Tables hardware_{Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_), {}};
-  AgentProcess agent_{loop_, folder_.path(), PLUGIN, 60s};
   std::vector<Lumen::BaseRow> rows_;
   std::uint64_t genId_ = 1;
 };
@@ -66,10 +58,10 @@ TEST_F(Allocations, None_ForATimerAfterAnother) {
   const auto ofTimer = [this](bool expires) {
     bool called = false;
     const std::size_t before = allocationCount();
-    const auto timer = loop().timerIs(expires ? 0h : 1h, [&called] { called = true; });
+    const auto timer = loop_.timerIs(expires ? 0h : 1h, [&called] { called = true; });
     const std::size_t allocated = allocationCount() - before;
-    if (!expires) loop().timerDel(timer);
-    while (expires && !called) loop().step(1000ms);
+    if (!expires) loop_.timerDel(timer);
+    while (expires && !called) loop_.step(1000ms);
     return allocated;
   };
   ofTimer(true);

@@ -6,18 +6,13 @@
 #endif
 
 #include <deque>
-#include <new>
 
-#include "apps/agent/AgentProcess.h"
-#include "apps/hw/Tables.h"
+#include "BothPrograms.h"
 #include "apps/p4/P4Info.h"
 #include "apps/server/ConfigCalls.h"
 #include "apps/server/ReadCall.h"
 #include "apps/server/StreamCall.h"
 #include "apps/server/WriteCall.h"
-#include "cairn/Exception.h"
-#include "tests/AllocationCount.h"
-#include "tests/RuntimeFolder.h"
 #include "tests/p4/Entries.h"
 
 namespace {
@@ -95,10 +90,9 @@ struct Streaming
   bool isWritten = false;
 };
 
-class Calls {
+class Calls : public BothPrograms {
  public:
-  /// Lets the `nth` allocation during calls fail.
-  explicit Calls(std::size_t nth) : failing_(nth) {}
+  using BothPrograms::BothPrograms;
   ~Calls() {
     device_.stop();
     for (Streaming& stream : streams_) stream.proceed();
@@ -109,13 +103,9 @@ class Calls {
   int code(const Make& make) {
     Armed armed(*this);
     decltype(make()) reactor = nullptr;
-    try {
-      reactor = make();
-    } catch (const std::bad_alloc&) {
-      return 8;
-    }
+    if (!succeeds([&] { reactor = make(); })) return 8;
     Call call(reactor);
-    while (!call.end) step([&] { call.proceed(); });
+    while (!call.end) advance(call);
     call.proceed();
     return call.end->error_code();
   }
@@ -123,63 +113,30 @@ class Calls {
   bool lead(std::uint64_t id) {
     Armed armed(*this);
     StreamReactor* reactor = nullptr;
-    try {
-      reactor = StreamCall::make(device_, nullptr);
-    } catch (const std::bad_alloc&) {
-      return false;
-    }
+    if (!succeeds([&] { reactor = StreamCall::make(device_, nullptr); })) return false;
     auto& stream = streams_.emplace_back(reactor);
-    while (!stream.end && stream.wanted == nullptr) step([&] { stream.proceed(); });
+    while (!stream.end && stream.wanted == nullptr) advance(stream);
     if (stream.end) return false;
-    try {
-      stream.say(id);
-    } catch (const std::bad_alloc&) {  // for the message, which is gRPC's
-      stream.say(id);
-    }
-    while (!stream.end && !stream.heard) step([&] { stream.proceed(); });
+    if (!succeeds([&] { stream.say(id); })) stream.say(id);  // for the message, which is gRPC's
+    while (!stream.end && !stream.heard) advance(stream);
     return !stream.end;
   }
   Device& device() { return device_; }
-  bool failed() const { return failing_ == 0; }
 
  private:
-  /// For as long as it lives, allocations count.
-  struct Armed {
-    explicit Armed(Calls& of) : calls(of), before(allocationCount()) { allocationFailureIs(calls.failing_); }
-    ~Armed() {
-      allocationFailureIs(0);
-      calls.failing_ -= std::min(calls.failing_, allocationCount() - before);
-    }
-    Calls& calls;
-    std::size_t before;
-  };
-  template <class Proceed>
-  void step(const Proceed& proceed) {
-    proceed();
-    try {
-      loop_.step(10ms);
-    } catch (const std::bad_alloc&) {
-      agent_.recover();
-    } catch (const Cairn::MemoryResourceException&) {
-      agent_.recover();
-    }
+  template <class Call>
+  void advance(Call& call) {
+    call.proceed();
+    step(10ms);
   }
 
-  std::size_t failing_;
-  RuntimeFolder folder_{"/dev/shm"};
-  Quill::EventLoop loop_;
-  HwAgent::Tables hardware_{Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_), {}};
-  Agent::AgentProcess agent_{loop_, folder_.path(), PLUGIN, 60s};
   Device device_{
-      loop_, agent_.core(),
+      loop_,
+      agent_.core(),
       [this](std::vector<Agent::Update> updates, Agent::Atomicity atomicity, Agent::AgentCore::Done done) {
         agent_.submit(std::move(updates), atomicity, std::move(done));
       },
-      [this] {
-        Device::Settings settings;
-        settings.runtimeFolder = folder_.path();
-        return settings;
-      }()};
+      {.arbitration = {}, .runtimeFolder = folder_.path(), .details = {}}};
   std::deque<Streaming> streams_;
 };
 
@@ -212,20 +169,14 @@ TEST(CallsOutOfMemory, EndOneRequestAndNoMore) {
     for (; !calls.lead(id); ++id) ++refused;
     write.mutable_election_id()->set_low(id);
     set.mutable_election_id()->set_low(id);
-    const auto expect = [&refused](int code, int expected) {
+    const auto expect = [&refused](int expected, int code) {
       refused += code == expected ? 0 : 1;
       EXPECT_TRUE(code == expected || code == 8) << code;
     };
-    expect(calls.code<Unary>([&]() -> grpc::ServerUnaryReactor* { return new WriteCall(device, write); }), 2);
-    expect(calls.code<Reading>([&]() -> grpc::ServerWriteReactor<ReadResponse>* {
-      return new ReadCall(device, nullptr, read);
-    }),
-           0);
-    expect(calls.code<Unary>([&]() -> grpc::ServerUnaryReactor* { return new SetConfigCall(device, set); }),
-           0);
-    expect(calls.code<Unary>(
-               [&]() -> grpc::ServerUnaryReactor* { return new GetConfigCall(device, nullptr, get, got); }),
-           0);
+    expect(2, calls.code<Unary>([&] { return new WriteCall(device, write); }));
+    expect(0, calls.code<Reading>([&] { return new ReadCall(device, nullptr, read); }));
+    expect(0, calls.code<Unary>([&] { return new SetConfigCall(device, set); }));
+    expect(0, calls.code<Unary>([&] { return new GetConfigCall(device, nullptr, get, got); }));
     EXPECT_EQ(device.requestsInFlight(), 0u);
     EXPECT_LE(refused, 1);
     failed = calls.failed();

@@ -1,70 +1,33 @@
-// Agent and hardware agent in one process, so that each allocation of either can be made to fail.
+// Batches of updates, with each allocation of agent and hardware agent failing once.
 #include <gtest/gtest.h>
 
-#include <new>
 #include <set>
 
-#include "apps/agent/AgentProcess.h"
-#include "apps/hw/Tables.h"
-#include "cairn/Exception.h"
-#include "tests/AllocationCount.h"
-#include "tests/RuntimeFolder.h"
+#include "BothPrograms.h"
 #include "tests/core/Updates.h"
 
 namespace {
 
 using namespace Agent;
-using namespace std::chrono_literals;
 using Strings = std::vector<std::string>;
 
-/// Whether `call` found the memory that it needed.
-template <class Call>
-bool succeeds(const Call& call) {
-  try {
-    call();
-    return true;
-  } catch (const std::bad_alloc&) {
-    return false;
-  } catch (const Cairn::MemoryResourceException&) {
-    return false;
-  }
-}
-
-class BothPrograms {
+class Batches : public BothPrograms {
  public:
-  /// Lets the `nth` allocation during calls of results() fail.
-  explicit BothPrograms(std::size_t nth) : failing_(nth) {}
-
+  using BothPrograms::BothPrograms;
   /// The results of one batch. Empty when there was no memory to submit it.
   std::vector<UpdateStatus> results(const Strings& texts) {
     std::vector<UpdateStatus> got;
-    const std::size_t before = allocationCount();
-    allocationFailureIs(failing_);
+    const Armed armed(*this);
     const bool submitted = succeeds([&] {
       std::vector<Update> updates;
       for (const std::string& text : texts) updates.push_back(updateFrom(agent_.core(), text));
       agent_.submit(std::move(updates), Atomicity::continueOnError,
                     [&got](std::vector<UpdateStatus> all) { got = std::move(all); });
     });
-    while (submitted && got.empty()) {
-      if (succeeds([this] { loop_.step(1000ms); })) continue;
-      agent_.recover();  // as the programs do
-      hardware_.recover();
-    }
-    allocationFailureIs(0);
-    failing_ -= std::min(failing_, allocationCount() - before);
+    while (submitted && got.empty()) step(std::chrono::seconds(1));
     return got;
   }
-  /// Whether it has.
-  bool failed() const { return failing_ == 0; }
   std::size_t inFlight() { return agent_.core().held(); }
-
- private:
-  std::size_t failing_;
-  RuntimeFolder folder_{"/dev/shm"};
-  Quill::EventLoop loop_;
-  HwAgent::Tables hardware_{Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_), {}};
-  AgentProcess agent_{loop_, folder_.path(), PLUGIN, 60s};
 };
 
 /// What the update comes to if there is memory for it; `present` then has the entries that it leaves.
@@ -84,7 +47,7 @@ TEST(OutOfMemory, FailsOneRequestAndNoMore) {
   bool failed = true;
   for (std::size_t nth = 1; failed; ++nth) {
     SCOPED_TRACE(nth);
-    BothPrograms programs(nth);
+    Batches programs(nth);
     std::set<std::string> present;
     int refused = 0;
     for (const Strings& batch : batches) {
