@@ -79,6 +79,7 @@ class CtlTest : public testing::Test {
   struct Result {
     int code;
     std::string text;
+    bool operator==(const Result&) const = default;
   };
   Result run(const Strings& arguments) const {
     const Result result = runIn(path(), arguments);

@@ -47,18 +47,15 @@ TEST_F(ToolsTest, Trace_MergesProcessesDeadAndAlive) {
   put(2, 10);
   settle();
   const auto handle = std::to_string(kStart + 2000);
-  const auto all = runIn(path(), {"trace"});
-  EXPECT_EQ(all.code, 0);
-  EXPECT_THAT(all.text,
+  EXPECT_THAT(runIn(path(), {"trace"}).text,
               ContainsRegex("Z ctl_tests.[0-9]+. ./test:1 trace: agent says first\n(.*\n)*"
                             ".* hw-agent.[0-9]+. ./apps/hw/Programmer:[0-9]+ answerPresent: handle 17.*\n"
                             "(.*\n)*.*agent says second\n(.*\n)*.*hw-agent.*handle " +
                             handle));
   EXPECT_THAT(runIn(path(), {"trace", "--handle", handle}).text,
               AllOf(HasSubstr("answerPresent: handle " + handle), Not(HasSubstr("says"))));
-  EXPECT_EQ(run({"trace", "--since", "2100-01-01"}).text, "");
-  EXPECT_EQ(run({"trace", "--since", "1h"}).text, run({"trace"}).text);
-  EXPECT_THAT(run({"trace", "--since", "soon"}).text, HasSubstr("expected a time such as"));
+  EXPECT_EQ(run({"trace", "--since", "2100-01-01"}), (Result{0, ""}));
+  EXPECT_EQ(run({"trace", "--since", "1h"}), run({"trace"}));
   const auto follower = started(TOLMARCTL, path(), {"trace", "--follow"});
   EXPECT_TRUE(follower->says("agent says second"));
   trace("third");
@@ -194,18 +191,16 @@ TEST_F(ToolsTest, Clean_KeepsWhatMayBeNeeded) {
   leave();
   std::filesystem::create_hard_link(status, status + ".retired.2");
   std::ofstream(path() + "/kept.retired.1") << "not of a table";
-  const auto before = files();
+  auto kept = files();
   const std::string name = l3Iif("status") + "/table";
-  EXPECT_EQ(run({"clean", "--dry-run"}).code, 0);
-  EXPECT_THAT(run({"clean", "--dry-run"}).text,
-              AllOf(HasSubstr("would remove " + name + ".report.7\nwould remove " + name + ".retired.1\n"),
-                    HasSubstr("would remove 2 files, ")));
-  EXPECT_EQ(files().size(), before.size());
+  const auto dry = run({"clean", "--dry-run"});
+  EXPECT_EQ(dry.code, 0);
+  EXPECT_THAT(dry.text, HasSubstr("would remove " + name + ".report.7\nwould remove " + name +
+                                  ".retired.1\nwould remove 2 files, "));
+  EXPECT_EQ(files().size(), kept.size());
   EXPECT_THAT(run({"clean"}).text, HasSubstr("removed 2 files, "));
-  auto after = before;
-  after.erase(status + ".retired.1");
-  after.erase(status + ".report.7");
-  EXPECT_EQ(files().size(), after.size());
+  for (const char* const ending : {".retired.1", ".report.7"}) kept.erase(status + ending);
+  EXPECT_EQ(files().size(), kept.size());
   put(2, 10);
   settle();
   kill();
