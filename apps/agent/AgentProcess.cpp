@@ -75,8 +75,8 @@ void AgentProcess::submit(std::vector<Update> updates, Atomicity atomicity, Agen
   core_->submit(std::move(updates), atomicity, std::move(done), AgentCore::Clock::now());
 }
 
-/// After the loop's earlier wake hooks have looked at the tables: what the trackers have found is taken
-/// without a look at the descriptor.
+/// The loop's earlier wake hooks have checked the tables: completions that the trackers have found are taken
+/// without waiting for the descriptor to be polled.
 void AgentProcess::work() {
   if (batchStatus_->completedTransactionStatusCount() != 0) takeCompletions();
   if (core_->hasReady()) core_->proceed();
@@ -109,7 +109,7 @@ void AgentProcess::checkTables() {
 }
 
 /// A reactor that fails has missed a change of its table, and so may have all of them when the loop itself
-/// has found no memory.
+/// has run out of memory.
 void AgentProcess::recoverCompletions() {
   const std::uint64_t failed = Quill::NotifieeConst::failedNotifications();
   if (!recovering_ && failed == failedNotifications_) return;

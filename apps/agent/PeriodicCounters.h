@@ -16,13 +16,14 @@ class PeriodicCounters {
                    Quill::Ptr<P4Runtime::VrfIdCollection> vrfs)
       : counters_(counters), tables_(tables), vrfs_(std::move(vrfs)) {}
 
+  /// To be called every 400 ms: sets the heartbeat, too.
   void copy();
 
  private:
   void copyReferences();
 
-  Counters::AgentCounters& counters_;  // not owned, like
-  const MountedTables& tables_;        // this
+  Counters::AgentCounters& counters_;  // not owned
+  const MountedTables& tables_;        // not owned
   Quill::Ptr<P4Runtime::VrfIdCollection> vrfs_;
   std::array<Counters::SegmentTally, TolmarHwLib::kOutputTableCount> tallies_;
 };

@@ -23,7 +23,8 @@ class Counter {
 };
 static_assert(sizeof(Counter) == 8 && std::atomic<std::uint64_t>::is_always_lock_free);
 
-/// Takes over a count that is kept elsewhere and begins again at 0 when its owner does.
+/// Adds to a counter by what a count that is kept elsewhere has grown. That count begins again at 0 when its
+/// owner does.
 class CopiedCount {
  public:
   void to(Counter& counter, std::uint64_t count) noexcept {

@@ -17,10 +17,10 @@ struct ProgramState {
   std::string version;
   std::string options;
   std::uint64_t startWall = 0;  ///< CLOCK_REALTIME in nanoseconds
-  bool living = false;          ///< it still has the file
+  bool living = false;          ///< it still holds the lock of the file
   std::uint64_t silence = 0;    ///< nanoseconds since its last heartbeat, while it lives
 };
-/// A program that gives no sign for so long hangs or was stopped.
+/// Nanoseconds of silence after which a program counts as hanging or stopped.
 inline constexpr std::uint64_t kStale = 2'000'000'000;
 
 /// The validated bytes of one counter file, mapped read-only. To survive that the file is truncated later,

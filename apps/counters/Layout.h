@@ -14,8 +14,7 @@
 //       48     48  version of the program, filled up with zeros
 //       96   3992  options as they were given, with blanks between them; filled up with zeros or cut
 //     4088      4  CRC-32C of the 4088 bytes before it
-//     4096      .  AgentWords or HardwareWords, one after the other as declared below; zeros up to the next
-//     page
+//     4096      .  AgentWords or HardwareWords, as declared below; zeros up to the next page
 //
 // For as long as it runs, the program holds a lock (open file description, exclusive) on the file's first
 // byte. Words are single 64-bit numbers, each changed by one thread, without a lock or any order among them.
@@ -61,7 +60,7 @@ constexpr std::size_t codeIndex(std::uint16_t code) { return code < kCodes - 1 ?
 
 // `Word` is a Counter in the file, and a plain number in what was read from it.
 
-/// Of a table's two segments, as this program's writer and reader of them count. Copied twice a second.
+/// Of a table's two segments, as this program's writer and reader of them count. Copied every 400 ms.
 template <class Word>
 struct SegmentWords {
   Word wakeups{};        ///< of the other program
@@ -74,7 +73,7 @@ struct SegmentWords {
 template <class Word>
 struct AgentTableWords {
   Word capacity{};
-  Word used{};       ///< rows that count as used, those kept for an undo included. Copied twice a second
+  Word used{};       ///< rows that count as used, those kept for an undo included. Copied every 400 ms
   Word highWater{};  ///< the most that were used since the start
   /// Insertions, modifications and removals written to the config table on behalf of a controller.
   std::array<Word, 3> writes{};
@@ -94,10 +93,10 @@ struct ServerWords {
   Word requestBytes{};        ///< of these
   Word rejections{};          ///< of these, those that were answered with an error as a whole
   Word shortenedTexts{};      ///< of single updates' errors, cut to keep the details within their budget
-  Word requestsInFlight{};    ///< now, like
-  Word bytesInFlight{};       ///< this
-  Word batchesInFlight{};     ///< this
-  Word streams{};             ///< and this
+  Word requestsInFlight{};    ///< without an answer now
+  Word bytesInFlight{};       ///< of these
+  Word batchesInFlight{};     ///< without an answer now
+  Word streams{};             ///< open now
   Word connections{};         ///< that were accepted
   Word connectionsRefused{};  ///< over the limit or of another user
 };
@@ -122,26 +121,27 @@ template <class Word>
 struct AgentWords {
   static constexpr ProgramId kProgram = ProgramId::agent;
 
-  Word heartbeat{};           ///< CLOCK_MONOTONIC in nanoseconds, set twice a second
+  Word heartbeat{};           ///< CLOCK_MONOTONIC in nanoseconds, set every 400 ms
   Word hardwareProcess{};     ///< pid of the hardware agent; 0 when there is none
   Word unknownCompletions{};  ///< for handles of no entry
   ServerWords<Word> server{};
   Word failures{};  ///< updates not answered with success
   std::array<FailureWords<Word>, kFailures> lastFailures{};
-  Word vrfs{};                              ///< VRFs with references; beyond kVrfs they are left out of
-  std::array<Word, kVrfs> vrfReferences{};  ///< VRF << 32 | references, in any order. Copied twice a second
+  Word vrfs{};  ///< VRFs with references
+  std::array<Word, kVrfs>
+      vrfReferences{};  ///< of the first kVrfs: VRF << 32 | references. Copied every 400 ms
   std::array<AgentTableWords<Word>, TolmarHwLib::kOutputTableCount> tables{};
 };
 
 template <class Word>
 struct HardwareTableWords {
   Word capacity{};
-  Word used{};      ///< status rows. Copied twice a second, like
-  Word blocked{};   ///< answers that wait for room among them
+  Word used{};      ///< status rows. Copied every 400 ms
+  Word blocked{};   ///< answers that wait for room in the status table. Copied every 400 ms
   Word seen{};      ///< changes of config rows
-  Word removals{};  ///< answers to removals, which are not among
+  Word removals{};  ///< answers to removals
   SegmentWords<Word> segments{};
-  std::array<Word, kCodes> answers{};  ///< these: answers to rows, by code
+  std::array<Word, kCodes> answers{};  ///< to rows, by the hardware's code
   AnswerTimes<Word> answerTimes{};     ///< from seen to answered, in nanoseconds
 };
 

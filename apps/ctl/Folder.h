@@ -14,7 +14,7 @@ namespace Ctl {
 inline constexpr std::string_view kAgent = "p4rt-agent";
 inline constexpr std::string_view kHardwareAgent = "hw-agent";
 
-/// A runtime folder, looked at from outside: nothing in it is created, changed or locked.
+/// A runtime folder, read from outside: nothing in it is created, changed or locked.
 class Folder {
  public:
   /// Throws Cairn::Exception for what is not a folder with files of the programs in it.

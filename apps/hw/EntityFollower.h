@@ -75,7 +75,7 @@ class EntityFollower final : public TableFollower {
     segments_.copy(*pair_.statusEntity(), *pair_.configEntity(), words.segments);
   }
 
-  /// Sees to it that advance() is called while something waits.
+  /// Has the loop call advance() while an answer or a removal waits.
   void arm() {
     const bool waiting = programmer_.removals() != 0 || programmer_.nextAnswer();
     if (timer_ != 0 || !waiting) return;
@@ -87,7 +87,7 @@ class EntityFollower final : public TableFollower {
   void advance() {
     timer_ = 0;
     if (!pair_.readable()) return;
-    // Readers that do not move are asked ever more rarely.
+    // Readers that do not move are checked ever more rarely.
     pause_ = programmer_.advance(Clock::now()) ? kShortestPause : std::min(pause_ * 2, kLongestPause);
     arm();
   }
@@ -105,7 +105,7 @@ class EntityFollower final : public TableFollower {
   Quill::Ptr<Reactor> reactor_;
   Clock::duration pause_ = kShortestPause;
   Quill::EventLoop::TimerId timer_ = 0;
-  std::uint64_t generation_;  // of the status table's segment when last looked at
+  std::uint64_t generation_;  // of the status table's segment at the last check
 };
 
 template <class ConfigEntity, class StatusEntity>

@@ -73,7 +73,7 @@ void Tables::faultsAre(std::vector<Fault> faults) {
 }
 
 /// A reactor that fails has missed a change of its table, and so may have all of them when the loop itself
-/// has found no memory.
+/// has run out of memory.
 void Tables::tick() {
   const std::uint64_t failed = Quill::NotifieeConst::failedNotifications();
   followAll(changesMissed_ || failed != failedNotifications_);

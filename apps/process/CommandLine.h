@@ -39,8 +39,8 @@ std::optional<Number> numberIn(std::string_view text, Number low, Number high) {
   return number;
 }
 
-/// The options of one program. --help (-h), --version (-V) and --log-level are every program's own. Names are
-/// given as "-d,--delay"; an option without value, or with an empty one, is refused, and so is a flag with one.
+/// The options of one program. Every program has --help (-h), --version (-V) and --log-level. Names are given
+/// as "-d,--delay"; an option without value, or with an empty one, is refused, and so is a flag with a value.
 class CommandLine {
  public:
   /// Takes one value; throws Cairn::Exception when it does not fit.

@@ -22,8 +22,8 @@ class MainLoop {
   /// Calls `hungUp` for SIGHUP, which otherwise ends the process.
   void hangUpIs(std::function<void()> hungUp);
   Quill::EventLoop& loop() noexcept { return loop_; }
-  /// Runs the loop until it is stopped. A callback that finds no memory is abandoned and the loop continues;
-  /// `abandoned` is called then and must not throw.
+  /// Runs the loop until it is stopped. A callback that runs out of memory is abandoned and the loop
+  /// continues; `abandoned` is called then and must not throw.
   void run(const std::function<void()>& abandoned);
 
  private:
