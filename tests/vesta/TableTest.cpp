@@ -28,23 +28,16 @@ TEST_F(TableTest, Rows_WriteVariants) {
   EXPECT_TRUE(table->remove(TestKey{1}, &removed));
   EXPECT_EQ(removed.entry.stamp, 3u);
   EXPECT_FALSE(table->remove(TestKey{1}, &removed));
-  for (std::uint64_t id = 0; id < 3; ++id) put(*table, id, 1);
   Vesta::IterHint hint;
-  Ids visited;
-  for (bool more = table->first(removed, hint); more; more = table->next(removed.key, removed, hint)) {
-    visited.push_back(removed.key.id);
-    if (visited.size() < 3) put(*table, removed.key.id, 0);  // a walk continues from a removed row
-  }
-  EXPECT_THAT(visited, UnorderedElementsAre(0, 1, 2));
-  put(*table, 7, 1);
+  for (const std::uint64_t id : {6u, 7u}) put(*table, id, 1);
   ASSERT_TRUE(table->first(removed, hint));
   for (const bool more : {true, false}) {
     Vesta::IterHint fresh;
     EXPECT_EQ(table->next(removed.key, removed, fresh), more) << "from the position of the key";
   }
   table->detach();
-  EXPECT_THROW(put(*table, visited.back(), 1), Cairn::NoPermissionException);
-  EXPECT_EQ(stampOf(*table, visited.back()), 0u);
+  EXPECT_THROW(put(*table, 7, 1), Cairn::NoPermissionException);
+  EXPECT_EQ(stampOf(*table, 7), 0u);
 }
 
 // A writer process at full speed: every lookup yields a row that was written whole, and keys that were never
@@ -84,47 +77,35 @@ TEST_F(TableTest, TornRows_EveryLookupIsWholeAndPresent) {
   }
 }
 
-// At a full load every insertion finds a chain; periodic rebuilds of the index keep the chains short.
-TEST_F(TableTest, Churn_OfAFullTableCostsWhatThatOfASmallOneCosts) {
-  const auto cost = [this](std::uint32_t capacity) {
-    startOver();
-    const auto table = writer(capacity);
-    std::uint64_t next = 0;
-    for (; next < capacity; ++next) put(*table, next, 1);
-    auto least = std::chrono::steady_clock::duration::max();
-    for (std::uint64_t turn = 0; turn < scaled(20); ++turn) {
-      const auto begin = std::chrono::steady_clock::now();
-      for (const auto end = next + 50000; next < end; ++next) {
-        put(*table, next - capacity, 0);
-        put(*table, next, 1);
-      }
-      least = std::min(least, std::chrono::steady_clock::now() - begin);
-    }
-    EXPECT_EQ(table->members(), capacity);
-    EXPECT_TRUE(table->validate());
-    return least;
-  };
-  EXPECT_GT(2 * cost(64), cost(4096));
-}
-
 // At each step of a rebuild every key is found, by the index alone, and no two indexes have the same word.
-TEST_F(TableTest, Rebuild_HidesNoKeyAtAnyStep) {
+// However long a full table churns, a quarter of the cells is empty, so that chains are short; and rebuilds
+// are so rare that a change costs the same at every capacity.
+TEST_F(TableTest, Rebuild_HidesNoKeyAndKeepsChainsShortAtLittleCost) {
   const auto table = writer();
   for (std::uint64_t id = 0; id < 30; ++id) put(*table, id, 1);
   const auto looking = reader();
+  Segment& segment = segmentOf(*table);
+  const std::size_t cells = segment.layout().cells;
   std::set<Word> words;
   onStep_ = [&](WriteStep step) {
     if (step > WriteStep::rebuildSwitched) return;
-    forgetShortcuts(segmentOf(*table));
+    forgetShortcuts(segment);
     for (std::uint64_t id = 0; id < 30; ++id) ASSERT_EQ(stampOf(*looking, id), 1u) << static_cast<int>(step);
-    words.insert(segmentOf(*table).load(Vesta::kIndexAt));
+    words.insert(segment.load(Vesta::kIndexAt));
   };
-  for (std::uint64_t id = 100; id < 5000; ++id) {
+  for (std::uint64_t id = 66; id < 5000; ++id) {
+    if (id >= 100) put(*table, id - 34, 0);
     put(*table, id, 1);
-    put(*table, id - 10, 0);
+    const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
+    std::size_t empty = 0;
+    for (std::size_t at = index; at < index + cells; ++at) {
+      empty += segment.at(at) == Vesta::sealed(Vesta::kEmptyCell, at) ? 1 : 0;
+    }
+    ASSERT_GE(empty, cells / 4);
   }
-  EXPECT_GT(words.size(), 4u);
   EXPECT_EQ(words.size(), table->writerCounters().indexRebuilds + 1);
+  EXPECT_GT(words.size(), 4u);
+  EXPECT_LT(words.size(), 4900 / (cells / 2));
 }
 
 void fill(int fifo) {
@@ -238,36 +219,14 @@ TEST_F(TableTest, Wake_InAScopeOfChangesAtTheFirstEveryFewAndTheLast) {
     EXPECT_EQ(wakeupsOf(130), 3u) << "changes 0, 64 and 128";
     { const Vesta::DeferredWakeups inner; }
     EXPECT_FALSE(readable(follower->wakeDescriptor()));
+    EXPECT_FALSE(follower->maySleep()) << "all that a process killed in a scope leaves to readers";
+    EXPECT_TRUE(sleeps(*follower));
   }
   EXPECT_TRUE(readable(follower->wakeDescriptor()));
   const Vesta::DeferredWakeups scope;
   EXPECT_EQ(wakeupsOf(2), 1u);
   table.reset();
   EXPECT_TRUE(readable(follower->wakeDescriptor())) << "the writer leaves before the scope ends";
-}
-
-TEST_F(TableTest, Wake_KilledInAScopeLeavesChangesToTheReadersNextLook) {
-  const auto follower = reader();
-  Child child([&] {
-    const auto table = writer();
-    put(*table, 1, 1);
-    const Vesta::DeferredWakeups scope;
-    raise(SIGSTOP);
-    put(*table, 1, 2);
-    raise(SIGSTOP);
-    put(*table, 2, 1);
-    return raise(SIGKILL);
-  });
-  for (int sleep = 0; sleep < 2; ++sleep) {
-    EXPECT_EQ(child.wait(), -SIGSTOP);
-    follower->descriptorReadable();
-    EXPECT_TRUE(sleeps(*follower));
-    child.signal(SIGCONT);
-  }
-  EXPECT_EQ(child.wait(), -SIGKILL);
-  EXPECT_FALSE(readable(follower->wakeDescriptor()));
-  EXPECT_FALSE(follower->maySleep());
-  EXPECT_EQ(notified(*follower), Ids{2});
 }
 
 // In strict mode a process may only read, write and end; a wake-up has to open the FIFO first.
