@@ -16,9 +16,7 @@
 #include "p4runtime/PluginLibrary.h"
 #include "quill/TypeNode.h"
 
-using P4Runtime::DefaultPluginLoader;
-using P4Runtime::PluginLibrary;
-using testing::ThrowsMessage;
+using P4Runtime::DefaultPluginLoader, P4Runtime::PluginLibrary, testing::ThrowsMessage;
 
 /// What has been registered in this process when a type comes, and the type.
 static Log& registered() {

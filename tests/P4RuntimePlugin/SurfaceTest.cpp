@@ -14,10 +14,7 @@ namespace {
 
 using namespace P4RuntimeTolmar;
 using namespace TolmarHwLib;
-using Quill::GenericIf;
-using Quill::GenericIfException;
-using Quill::GenericValue;
-using Quill::genericValue;
+using Quill::GenericIf, Quill::GenericIfException, Quill::GenericValue, Quill::genericValue;
 
 using Values = std::vector<GenericValue>;
 

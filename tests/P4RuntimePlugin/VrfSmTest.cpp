@@ -13,10 +13,7 @@
 
 namespace {
 
-using P4Runtime::VrfId;
-using P4RuntimeTolmar::VrfSm;
-using TolmarHwLib::L3IifTH3Config;
-using TolmarHwLib::L3IifTH3ConfigEntry;
+using P4Runtime::VrfId, P4RuntimeTolmar::VrfSm, TolmarHwLib::L3IifTH3Config, TolmarHwLib::L3IifTH3ConfigEntry;
 
 using Counts = std::map<unsigned, unsigned>;      // by VRF
 using Lines = std::map<std::uint64_t, unsigned>;  // VRF by key

@@ -10,8 +10,7 @@
 
 namespace {
 
-using Lumen::BaseRow;
-using Lumen::len_t;
+using Lumen::BaseRow, Lumen::len_t;
 
 IpGenAddr readAddress(const BaseRow& row, len_t column) {
   IpGenAddr address;

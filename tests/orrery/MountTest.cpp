@@ -143,11 +143,18 @@ TEST_F(MountTest, Writer_IsNotifiedAtOnceOfEveryWriteThatIsStored) {
   EXPECT_EQ(listener.calls, (Calls{{3, 9}}));
 }
 
-// Nobody touches the tables: the loops themselves find what is wrong.
-TEST_F(MountTest, Loops_RepairWhatNoUseOfTheTableNotices) {
+// The last two: nobody touches the tables, the loops themselves find what is wrong.
+TEST_F(MountTest, Loops_NotifyOfChangesAfterTheMountAndRepairWhatNoUseOfTheTableNotices) {
+  writer.table->tableIs({{1}, {4}});
   Side reader(folder, kReader);
   Listener listener(reader.table);
   reader.settle();
+  EXPECT_THROW(reader.table->tableIs({{1}, {1}}), Cairn::NoPermissionException);
+  writer.table->tableIs({{2}, {6}});
+  writer.table->tableDel(L3IifTH3Key{6});
+  EXPECT_TRUE(listener.calls.empty());
+  reader.settle();
+  EXPECT_EQ(std::exchange(listener.calls, {}), (Calls{{6, 0}, {6, 0}}));
   const auto mapping = writer.table->table().writer()->bytes().sharedSegment();
   reader.loop.sleepHookIs([&] {  // after the table's own
     if (mapping->at(Vesta::kSleepersAt) != 0) {
@@ -214,21 +221,6 @@ TEST(Replacement, ByAWriteOrBetweenThem_NotifiesOfTheRowsThatItChanged) {
       EXPECT_NE(writer.bytes().sharedSegment().get(), &segment) << "replaced";
     }
   }
-}
-
-TEST_F(MountTest, Reader_IsNotifiedByItsLoopOfChangesAfterItsMount) {
-  writer.table->tableIs({{1}, {4}});
-  Side reader(folder, kReader);
-  Listener listener(reader.table);
-  reader.settle();
-  EXPECT_EQ(reader.table->table().members(), 1u);
-  writer.table->tableIs({{1}, {5}});
-  writer.table->tableIs({{2}, {6}});
-  writer.table->tableDel(L3IifTH3Key{6});
-  EXPECT_TRUE(listener.calls.empty());
-  reader.settle();
-  EXPECT_EQ(listener.calls, (Calls{{5, 1}, {6, 0}, {6, 0}}));
-  EXPECT_THROW(reader.table->tableIs({{1}, {1}}), Cairn::NoPermissionException);
 }
 
 }  // namespace

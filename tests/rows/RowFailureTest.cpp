@@ -11,8 +11,7 @@
 namespace Lumen {
 namespace {
 
-using TolmarHwLib::kSampleDip;
-using TolmarHwLib::pinnedRow;
+using TolmarHwLib::kSampleDip, TolmarHwLib::pinnedRow;
 using Iif = TolmarHwLib::L3IifTH3ConfigEntryRow;
 using Tunnel = TolmarHwLib::L3TunnelTH3ConfigEntryRow;
 

@@ -15,10 +15,7 @@
 namespace Lumen {
 namespace {
 
-using TolmarHwLib::kPinned;
-using TolmarHwLib::kSampleDip;
-using TolmarHwLib::kSampleSip;
-using TolmarHwLib::pinnedRow;
+using TolmarHwLib::kPinned, TolmarHwLib::kSampleDip, TolmarHwLib::kSampleSip, TolmarHwLib::pinnedRow;
 
 constexpr len_t kLength = 20;
 

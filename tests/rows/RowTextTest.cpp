@@ -13,9 +13,7 @@
 namespace TolmarHwLib {
 namespace {
 
-using Lumen::BaseRow;
-using Lumen::ColumnText;
-using Lumen::LmClass;
+using Lumen::BaseRow, Lumen::ColumnText, Lumen::LmClass;
 using Tunnel = L3TunnelTH3StatusEntryRow;
 using Station = MyStationTcamTH3StatusEntryRow;
 

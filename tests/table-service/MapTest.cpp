@@ -1,6 +1,3 @@
-#include <unistd.h>
-
-#include <filesystem>
 #include <fstream>
 
 #include "Support.h"
@@ -12,8 +9,8 @@
 namespace VestaTest {
 namespace {
 
-using testing::AllOf, testing::Contains, testing::HasSubstr, testing::IsSupersetOf, testing::MatchesRegex;
-using testing::Not, testing::ThrowsMessage;
+using testing::AllOf, testing::Contains, testing::EndsWith, testing::HasSubstr, testing::IsSupersetOf,
+    testing::MatchesRegex, testing::Not, testing::StartsWith, testing::ThrowsMessage;
 using Map = Vesta::VestaMap<TestKey, TestEntry>;
 
 class MapTest : public TableTest {
@@ -86,23 +83,21 @@ TEST_F(MapTest, Corruption_MessagesFollowTheFlags) {
   const struct {
     std::uint32_t flags;
     bool notifying;
-    Names expected;
-  } cases[] = {{0, true, {}},
-               {0x2, true, {"1 VestaMap:383", "1 VestaMap:324", "1 VestaReport:0"}},
-               {0x20, true, {"5 VestaMap:352", "ready:0 notifying:1"}},
-               {0x20, false, {"5 VestaMap:352", "ready:0 notifying:0"}}};
+    std::vector<testing::Matcher<std::string>> expected;
+  } cases[] = {
+      {0, true, {}},
+      {0x2,
+       true,
+       {StartsWith("1 VestaMap:383 "), StartsWith("1 VestaMap:324 "), StartsWith("1 VestaReport:0 ")}},
+      {0x20, true, {AllOf(StartsWith("5 VestaMap:352 "), EndsWith("ready:0 notifying:1"))}},
+      {0x20, false, {AllOf(StartsWith("5 VestaMap:352 "), EndsWith("ready:0 notifying:0"))}}};
   for (const auto& [flags, notifying, expected] : cases) {
     log.handler->flagsIs(flags);
     log.lines.clear();
     map.attachReader(options());
     map.notifyingIs(notifying);
     map.corruptionDetected("x");
-    Names said;
-    for (const std::string& line : log.lines) {
-      said.push_back(line.substr(0, line.find(' ', 2)));
-      if (const auto ready = line.find("ready:"); ready != line.npos) said.push_back(line.substr(ready));
-    }
-    EXPECT_EQ(said, expected) << flags;
+    EXPECT_THAT(log.lines, testing::ElementsAreArray(expected)) << flags;
   }
   map.attachReader(options());
   map.readyFunctionIs({});

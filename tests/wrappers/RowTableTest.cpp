@@ -11,9 +11,7 @@
 namespace WrapperTest {
 namespace {
 
-using Lumen::BaseRow;
-using testing::ElementsAre;
-using testing::ThrowsMessage;
+using Lumen::BaseRow, testing::ElementsAre, testing::ThrowsMessage;
 
 template <class Kind>
 struct RowsOf : RowTableTest<Kind> {};
@@ -268,19 +266,6 @@ TEST_F(Registration, Errors_SayWhatWasExpectedAndWhatCame) {
   db.tableImplementationIs("Stations", rowTable.wrapper);  // free again
   EXPECT_THROW(registerTable(db, "X", "TolmarHwLib::Unknown"), Lumen::LmMetadataError);
   EXPECT_EQ(db.table("X"), nullptr);
-}
-
-TEST_F(Registration, Unmount_RemovesTheConfigTableAlsoADamagedOneAndLeavesTheStatusTable) {
-  const std::string segment = rowTable.folder.path() + "/test/sampleTable/config/table";
-  for (const bool damaged : {false, true}) {
-    const auto config = rowTable.mounted();
-    if (damaged) config->corruptionDetected("bad bytes");
-    EXPECT_TRUE(std::filesystem::exists(segment));
-    rowTable.helper.unmountConfigVestaTable("sample");
-    EXPECT_FALSE(std::filesystem::exists(segment)) << "damaged: " << damaged;
-    EXPECT_FALSE(config->attached());
-    EXPECT_THAT(rowTable.manager->mountedPaths(), ElementsAre("test/sampleTable/status"));
-  }
 }
 
 }  // namespace
