@@ -105,7 +105,7 @@ TEST_F(TableTest, Rebuild_HidesNoKeyAndKeepsChainsShortAtLittleCost) {
   }
   EXPECT_EQ(words.size(), table->writerCounters().indexRebuilds + 1);
   EXPECT_GT(words.size(), 4u);
-  EXPECT_LT(words.size(), 4900 / (cells / 2));
+  EXPECT_LT(words.size(), 48u) << "marks before an empty cell become empty, too";
 }
 
 void fill(int fifo) {
