@@ -52,8 +52,9 @@ class Load : public PluginFixture {
     for (const auto& table : lumenDb_->tables()) EXPECT_EQ(table->implementation(), nullptr) << table->name();
   }
   P4Runtime::P4RuntimePluginBase& plugin() const { return *context_->plugins().at(0); }
-  auto reactorThat(const Quill::GenericObserver& hears) const {
-    return plugin().fwkType()->genericNotifiee(Quill::Ptr<P4Runtime::P4RuntimePluginBase>(&plugin()), hears);
+  auto reactorThat(const Quill::GenericObserver& observer) const {
+    return plugin().fwkType()->genericNotifiee(Quill::Ptr<P4Runtime::P4RuntimePluginBase>(&plugin()),
+                                               observer);
   }
 
   const std::vector<const Quill::TypeNode*> typesBefore_ = Quill::typeNodes();
@@ -138,7 +139,7 @@ TEST_F(Load, Misuse_IsRefusedWithItsReason) {
   EXPECT_TRUE(library.plugins().empty());
 }
 
-TEST_F(Load, TwoLibraries_OneServesTheTablesOfAContextAndTheyGoInAnyOrder) {
+TEST_F(Load, TwoLibraries_OneServesTheTablesOfAContextAndTheyUnloadInAnyOrder) {
   PluginLibrary first(PLUGIN);
   const std::string copy = folder_.path() + "/copy.so";
   std::filesystem::copy_file(PLUGIN, copy);

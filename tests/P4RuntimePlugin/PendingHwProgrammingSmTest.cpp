@@ -90,8 +90,8 @@ TEST_F(Tracker, Damage_DetachesTheTableAndCompletesNothing) {
     EXPECT_THAT(damaged.logged, testing::HasSubstr("/damaged row 3: bad checksum"));
   }
   status_.table->onReadIs(1, [this] {
-    status_.entity->corruptionDetected("met by another reader");
-    throw Cairn::CorruptionDetectedException("met here");
+    status_.entity->corruptionDetected("detected by another reader");
+    throw Cairn::CorruptionDetectedException("detected here");
   });
   EXPECT_THROW(tracker_->onStatusRow({1}), Cairn::CorruptionDetectedException);
 }

@@ -98,7 +98,7 @@ class Plugin : public PluginFixture {
       TolmarP4RuntimePlugin::_quillType.newEntityForDir(Quill::Name("Tolmar"), nullptr));
   const Quill::Ptr<P4Runtime::AllPluginConfig> config_ =
       Quill::allocate<P4Runtime::AllPluginConfig>(Quill::Name("allPluginConfig"));
-  // Hears every notification of the plugin by its attribute's name.
+  // Observes every notification of the plugin by its attribute's name.
   const Quill::Ptr<Quill::NotifieeConst> reactor_ =
       TolmarP4RuntimePlugin::_quillType.genericNotifiee(plugin_, [this](std::string_view attribute) {
         log_.push_back("on " + std::string(attribute));
@@ -215,7 +215,7 @@ TEST_F(Plugin, MissingMemory_LeavesNothingOfWhatWasBeingMade) {
   EXPECT_EQ(status->notifieeList().size(), 1u);
 }
 
-TEST_F(Plugin, VrfSm_IsMadeAnewForAnotherTableOrContextOnly) {
+TEST_F(Plugin, VrfSm_IsReplacedForAnotherTableOrContextOnly) {
   byName(Op::set, "vrfSm", {genericValue(Quill::Ptr<Quill::PtrInterface>()), genericValue(context_)});
   const auto first = plugin_->vrfSm();
   EXPECT_EQ(taken(), Log{"on vrfSm"});
@@ -266,7 +266,7 @@ TEST_F(Plugin, Cleanup_UnmountsConfigTablesAndThenCompletes) {
   EXPECT_EQ(plugin_->references(), references);
 }
 
-TEST_F(Plugin, Cleanup_AgentMayLetHelperAndPluginGoInTheCompletion) {
+TEST_F(Plugin, Cleanup_AgentMayReleaseHelperAndPluginInTheCompletion) {
   context_->allPluginConfigIs(config_);
   plugin_->init(context_);
   auto* const plugin = plugin_.get();

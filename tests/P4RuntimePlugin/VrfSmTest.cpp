@@ -144,7 +144,7 @@ struct LastCounts final : P4Runtime::VrfIdCollection {
   ~LastCounts() override { onEnd(); }
 };
 
-TEST_F(Vrf, End_FollowsNoTableWhileTheTrackerLetsGoOfTheRest) {
+TEST_F(Vrf, End_FollowsNoTableWhileTheTrackerReleasesTheRest) {
   auto last = Quill::allocate<LastCounts>();
   last->onEnd = [this] { EXPECT_TRUE(config_.entity->notifieeList().empty()); };
   make(config_);

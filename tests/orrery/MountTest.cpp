@@ -49,8 +49,7 @@ struct Side {
   Side(const RuntimeFolder& folder, const QuillVesta::MountDescription& description)
       : manager(Quill::allocate<Orrery::EntityManager>(folder.path(), loop)),
         table(Quill::ptrCast<L3IifTH3Config>(mount.doMount(kPath, kType, description))) {}
-  /// Steps the loop until nothing is ready any more.
-  void settle() {
+  void runUntilIdle() {
     for (int idle = 0; idle < 3;) idle = loop.step(std::chrono::milliseconds(0)) == 0 ? idle + 1 : 0;
   }
   Quill::EventLoop loop;
@@ -123,7 +122,7 @@ TEST_F(MountTest, Mounter_IsCalledFromTheLoopOnceItsMountsAreDone) {
   }
   EXPECT_THROW(refused(), Cairn::Exception);
   EXPECT_TRUE(calls.empty());
-  writer.settle();
+  writer.runUntilIdle();
   const auto* const manager = writer.manager.get();
   EXPECT_EQ(calls,
             (Completions{{Orrery::MountStatus::success, manager}, {Orrery::MountStatus::failed, manager}}));
@@ -143,23 +142,23 @@ TEST_F(MountTest, Writer_IsNotifiedAtOnceOfEveryWriteThatIsStored) {
   EXPECT_EQ(listener.calls, (Calls{{3, 9}}));
 }
 
-// The last two: nobody touches the tables, the loops themselves find what is wrong.
+// A lost wake-up and a file of the wrong size are found by the loops, without any use of the tables.
 TEST_F(MountTest, Loops_NotifyOfChangesAfterTheMountAndRepairWhatNoUseOfTheTableNotices) {
   writer.table->tableIs({{1}, {4}});
   Side reader(folder, kReader);
   Listener listener(reader.table);
-  reader.settle();
+  reader.runUntilIdle();
   EXPECT_THROW(reader.table->tableIs({{1}, {1}}), Cairn::NoPermissionException);
   writer.table->tableIs({{2}, {6}});
   writer.table->tableDel(L3IifTH3Key{6});
   EXPECT_TRUE(listener.calls.empty());
-  reader.settle();
+  reader.runUntilIdle();
   EXPECT_EQ(std::exchange(listener.calls, {}), (Calls{{6, 0}, {6, 0}}));
   const auto mapping = writer.table->table().writer()->bytes().sharedSegment();
   reader.loop.sleepHookIs([&] {  // after the table's own
     if (mapping->at(Vesta::kSleepersAt) != 0) {
       mapping->at(Vesta::kSleepersAt) = 0;
-      writer.table->tableIs({{1}, {5}});  // which wakes nobody
+      writer.table->tableIs({{1}, {5}});  // without a wake-up
     }
     return true;
   });
@@ -172,7 +171,7 @@ TEST_F(MountTest, Loops_NotifyOfChangesAfterTheMountAndRepairWhatNoUseOfTheTable
   EXPECT_EQ(std::filesystem::file_size(file), size);
 }
 
-// Row 2 is damaged, row 3 set back to what it held before. A reader has met the damage, so the writer
+// Row 2 is damaged, row 3 set back to what it held before. A reader has detected the damage, so the writer
 // replaces its segment; what that has changed is notified before the write that it comes with, each key once.
 TEST(Replacement, ByAWriteOrBetweenThem_NotifiesOfTheRowsThatItChanged) {
   const L3IifTH3Config::Ptr* table = nullptr;

@@ -129,7 +129,7 @@ TEST_F(Objects, Notification_NeedsBothFlagsAndTheRegistration) {
   EXPECT_EQ(change(), "ab");
 }
 
-TEST_F(Objects, Visit_SkipsThoseWhoLeaveAndLeavesOutThoseWhoComeAndSurvivesAnException) {
+TEST_F(Objects, Visit_SkipsReactorsThatLeaveOrComeAndSurvivesAnException) {
   Ptr<Reactor> b;
   Ptr<Reactor> c;
   follow('a', [&] {
@@ -158,7 +158,7 @@ TEST_F(Objects, Visit_InsideAVisit) {
     object_->change();
   });
   b = follow('b');
-  follow('c', [&] { object_->hasNotificationActiveIs(calls_ != "ac"); });  // nobody after it
+  follow('c', [&] { object_->hasNotificationActiveIs(calls_ != "ac"); });  // none after it
   EXPECT_EQ(change(), "aabcacc");
   follow('d');
   EXPECT_EQ(change(), "ac");

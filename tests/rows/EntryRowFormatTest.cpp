@@ -66,7 +66,7 @@ TYPED_TEST(EntryRowFormat, Fields_StandAtTheirPlacesAndComeBack) {
   });
 }
 
-TYPED_TEST(EntryRowFormat, Class_TellsNameDescriptorAndLength) {
+TYPED_TEST(EntryRowFormat, Class_HasItsNameDescriptorAndLength) {
   const auto& pinned = kPinned<TypeParam>;
   const TypeParam row;
   EXPECT_EQ(TypeParam::rowTypeName(), pinned.name);

@@ -194,7 +194,7 @@ auto snapshot(const BaseRow& row) {
                     row.sharedContents(), row.readOnly());
 }
 
-TEST(RowFailure, KindAndTextAreAsTold_AndTheRowIsAsItWas) {
+TEST(RowFailure, HasItsKindAndText_AndLeavesTheRowAsItWas) {
   for (const Case& each : kCases) {
     SCOPED_TRACE(testing::Message() << each.name << " in state " << each.state);
     const std::unique_ptr<BaseRow> row = rowIn(each.state);

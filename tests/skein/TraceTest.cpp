@@ -156,13 +156,13 @@ TEST_F(Trace, Writer_IsReadAtFullSpeedAndAfterSigkill) {
   }
 }
 
-TEST_F(Trace, Child_GoesOnInARingOfItsOwnAndBothAreMerged) {
+TEST_F(Trace, Child_ContinuesInARingOfItsOwnAndBothAreMerged) {
   constexpr int kTurns = 200;
   Skein::ringIs(path("a"), kSmallRing);
   Skein::message(kTurn, "parent");
   Child child([&] {
     Skein::message(kTurn, "child");
-    Skein::ringIs(path("b"), kSmallRing);  // takes over what was traced before
+    Skein::ringIs(path("b"), kSmallRing);  // begins with what was traced before
     EXPECT_EQ(lastTexts(9, "b"), Texts{"child"});
     for (int i = 1; i < kTurns; i += 2) {
       raise(SIGSTOP);

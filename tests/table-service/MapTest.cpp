@@ -200,7 +200,7 @@ TEST_F(MapTest, Corruption_RemountAfterTheWriterHasReplacedTheSegment) {
 }
 
 // Rows keep their slots in a new segment, so a walk continues in it.
-TEST_F(MapTest, Walk_MeetsEachRowOnceWhateverSegmentItStepsOnIn) {
+TEST_F(MapTest, Walk_VisitsEachRowOnceWhateverSegmentItContinuesIn) {
   Map writing, reading;
   writing.readyFunctionIs([] {});
   const auto damage = [&] { damageRow(*writing.writer(), TestKey{2}); };
@@ -229,12 +229,12 @@ TEST_F(MapTest, Walk_MeetsEachRowOnceWhateverSegmentItStepsOnIn) {
         writing.write(TestKey{id}, TestEntry::make(id, 1));
       }
       writing.remove(TestKey{8});
-      Ids met;
+      Ids visited;
       Vesta::forEachRow(*walked, [&](const Row& row) {
-        if (row.key.id < 8) met.push_back(row.key.id);
-        if (met.size() == 4) act();
+        if (row.key.id < 8) visited.push_back(row.key.id);
+        if (visited.size() == 4) act();
       });
-      EXPECT_EQ(met, (Ids{1, 2, 3, 4, 5, 6, 7}));
+      EXPECT_EQ(visited, (Ids{1, 2, 3, 4, 5, 6, 7}));
     }
   }
 }

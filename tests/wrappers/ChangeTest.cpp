@@ -126,7 +126,7 @@ TYPED_TEST(ChangesOf, Allocations_AreOneNodeForANewKeyAndNothingAfterwards) {
   EXPECT_EQ(allocationsIn([&] { writeAll(fresh); }), fresh.size()) << "their keys were forgotten";
 }
 
-// Writes and deletions past the row table, as by another writer, whom no failure reaches.
+// Writes and deletions past the row table, as by another writer, which no failure reaches.
 TYPED_TEST(ChangesOf, FailedAllocation_LosesTheChangeOpenly) {
   testing::internal::CaptureStderr();  // what the reactor says of each failure
   std::size_t failures = 0;
@@ -145,7 +145,7 @@ TYPED_TEST(ChangesOf, FailedAllocation_LosesTheChangeOpenly) {
       failed = made >= n;
       failures += failed;
       EXPECT_EQ(rows.wrapper->latestChangeIdx() & 1, deletes && !failed) << "a lost change is no deletion";
-      EXPECT_EQ(rows.table->oldestChangeIdx() > seen, failed) << "whoever was up to date reads all rows";
+      EXPECT_EQ(rows.table->oldestChangeIdx() > seen, failed) << "readers that were up to date read all rows";
       EXPECT_EQ(rows.changes(seen).size(), failed ? 0u : 1u);
     }
   }

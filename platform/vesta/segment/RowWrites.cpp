@@ -29,7 +29,7 @@ void RowWrites::recover() {
 }
 
 // A slot with the sequence after the published one carries the change that the last writer died in: its
-// record is in the log, which is written first, so the row remains to be settled, and the change to be
+// record is in the log, which is written first, so the row remains to be finished, and the change to be
 // published. Without such a slot, the change was not made. At most one row is staged, since a row's checksum
 // covers its slot.
 void RowWrites::recoverSlots(Word published) {
