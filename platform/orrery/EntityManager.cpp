@@ -53,7 +53,7 @@ Quill::Ptr<QuillVesta::TableEntity> EntityManager::mount(
   return mounted.entity;
 }
 
-// The timer itself heals a table whose sleep bit was lost: its owner looks for changes at each wake.
+// The timer alone repairs a table whose sleep bit was lost: its owner looks for changes at each wake.
 void EntityManager::monitorMounts() const {
   timer_ = loop_.periodicTimerIs(std::chrono::milliseconds(500), [this] {
     for (const Quill::String& path : mountedPaths()) {  // a reactor may mount and unmount

@@ -59,7 +59,7 @@ EventLoop::TimerId EventLoop::add(Clock::duration delay, Timer timer) {
   return id;
 }
 
-/// The next timer takes the place of this one, so that a process which makes one again and again allocates
+/// The next timer takes the place of this one, so that a process that sets one timer after another allocates
 /// nothing.
 void EventLoop::keep(std::map<Due, Timer>::node_type timer) {
   auto due = dueOf_.extract(timer.key().second);
@@ -149,7 +149,7 @@ void EventLoop::runWakeHooks() {
   while (const auto hook = visit.next()) hook->function();
 }
 
-/// A look at the descriptors is a system call, so the hooks are run several times for each.
+/// Checking the descriptors is a system call, so the hooks are run several times for each check.
 void EventLoop::lookForWork() {
   constexpr std::chrono::microseconds kLook{5};
   const auto end = Clock::now() + kLook;

@@ -25,9 +25,10 @@ class EventLoop {
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  /// Calls `readable` whenever `descriptor` can be read (or is hung up). The descriptor stays the caller's,
-  /// who takes it out before closing it. One callback for each descriptor; a second replaces the first. A
-  /// callback may come when there is nothing to read any more, so the descriptor has to be non-blocking.
+  /// Calls `readable` whenever `descriptor` can be read (or is hung up). The caller keeps the
+  /// descriptor and removes it here before closing it. One callback for each descriptor; a second replaces
+  /// the first. A callback may come when there is nothing to read any more, so the descriptor has to be
+  /// non-blocking.
   void descriptorIs(int descriptor, Callback readable);
   void descriptorDel(int descriptor);
 

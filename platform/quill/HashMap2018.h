@@ -76,7 +76,7 @@ class HashMap2018 {
   }
 
   void clear() {
-    // A map that once was large: each heads a chain that few nodes are in.
+    // A map that once was large has many buckets for few nodes: only those of its nodes are in use.
     if (slots_.size() < buckets_.size() / 16) {
       forEach([this](const Key& key, const Value&) { buckets_[bucketOf(key)] = kNone; });
     } else {

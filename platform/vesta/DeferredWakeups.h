@@ -13,7 +13,7 @@ class SegmentWriter;
 /// asleep. A scope within another does nothing.
 ///
 /// A process that is killed in such a scope leaves up to 63 changes of which no reader has been woken. They
-/// are not lost: a reader looks at its tables by itself at least once a second (Orrery::EntityManager), and
+/// are not lost: a reader checks its tables by itself at least once a second (Orrery::EntityManager), and
 /// the next writer wakes all readers when it attaches.
 /// Thread safety: to be destroyed on the thread that created it.
 class DeferredWakeups {

@@ -71,7 +71,7 @@ class SegmentWriter {
   // The owner notifies its own process of them.
 
   bool hasChangedKeys() const noexcept { return !changedKeys_.empty(); }
-  /// Takes one of them out; there is one.
+  /// Takes one of them out. Only while hasChangedKeys() is true.
   EncodedKey takeChangedKey();
   /// Takes `key` out if it is one of them.
   void changedKeyDel(const Word* key);

@@ -17,8 +17,8 @@ Cairn::Descriptor openPrivateFolder(const std::string& root, const std::string& 
 /// another kind, owner or mode.
 Cairn::Descriptor openPrivateFile(int folder, const std::string& name, int flags, const std::string& path);
 
-/// Opens a regular file for reading, whatever its owner and mode, for processes that only look on. `path` is
-/// for messages. Throws Cairn::SystemException, also ENOENT, and Cairn::Exception for another kind of file.
+/// Opens a regular file for reading, whatever its owner and mode, for processes that only read. `path` is for
+/// messages. Throws Cairn::SystemException, also ENOENT, and Cairn::Exception for another kind of file.
 Cairn::Descriptor openToRead(const std::string& path);
 
 /// Throws Cairn::Exception unless `status` is that of this user's file of `kind` (S_IFREG, S_IFIFO) and mode
