@@ -145,15 +145,6 @@ TEST_F(Tracker, Binding_MovesOneReactorThatKeepsToTheTrackersFlagAndMark) {
   EXPECT_EQ(write(status_, 6), Log{"completed 6 0"});
 }
 
-TEST_F(Tracker, Completion_OfAKnownHandleAllocatesNothing) {
-  const auto batch = Quill::allocate<P4Runtime::BatchStatus>();  // keeps no log
-  const auto tracker = l3IifTH3PendingHwProgrammingSmFactory(batch, other_.entity);
-  for (std::uint64_t i = 0; i < 100; ++i) write(other_, i, 0, i);
-  const std::size_t before = allocationCount();
-  for (std::uint64_t i = 0; i < 100; ++i) tracker->onStatusRow({i});
-  EXPECT_EQ(allocationCount(), before);
-}
-
 TEST_F(Tracker, Reentry_HandlersMayUnbindRebindAndDropTheTrackerItself) {
   const std::function<void()> meddles[] = {
       [this] { tracker_->statusDel(); }, [this] { tracker_->statusIs(other_.entity); },

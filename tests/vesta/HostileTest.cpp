@@ -246,16 +246,9 @@ struct Damage {
   bool found = true;     // by a reader that attaches
 };
 
-constexpr const char* kHeader = "header: checksum found";
-
 const std::vector<Damage> kDamages = {
     {"magic", [](auto& s) { s.at(kMagicAt) = 0; }, "header: expected magic", 16, true},
-    {"segment id bit", flip<kSegmentIdAt>, kHeader, 16, true},
-    {"version bit", flip<kVersionAt>, kHeader, 16, true},
-    {"fingerprint bit", flip<kFingerprintAt>, kHeader, 16, true},
-    {"sizes bit", flip<kSizesAt>, kHeader, 16, true},
-    {"capacity bit", flip<kCapacityAt>, kHeader, 16, true},
-    {"size bit", flip<kFileSizeAt>, kHeader, 16, true},
+    {"size bit", flip<kFileSizeAt>, "header: checksum found", 16, true},
     {"state", [](auto& s) { s.at(kStateAt) = 0; }, "state: found 0x0", 16, true},
     {"sequence forward", [](auto& s) { s.at(kSequenceAt) += 1 << 20; }, "log record", 16, true, true},
     {"sequence back", [](auto& s) { s.at(kSequenceAt) -= 4; }, "published sequence", 16, true, true},

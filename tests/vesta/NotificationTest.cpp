@@ -1,5 +1,3 @@
-#include <sys/mman.h>
-
 #include <random>
 #include <set>
 
