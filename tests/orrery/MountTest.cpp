@@ -74,7 +74,11 @@ TEST_F(MountTest, Table_IsFoundByPathUntilUnmountedThenReadsAsEmpty) {
   EXPECT_EQ(writer.table->directLookup({5}, found), L3IifTH3ConfigEntry{});
   EXPECT_FALSE(found);
   EXPECT_THROW(writer.table->tableIs({{1}, {6}}), Cairn::Exception);
-  EXPECT_EQ(Side(folder, kWriter).table->table().members(), 1u) << "unmounting a table keeps its rows";
+  Side next(folder, kWriter);
+  EXPECT_EQ(next.table->table().members(), 1u) << "unmounting a table keeps its rows";
+  next.table->corruptionDetected("bad bytes");
+  next.mount.cleanup(kPath);
+  EXPECT_FALSE(std::filesystem::exists(next.table->rootPath().text())) << "also those of a damaged one";
 }
 
 TEST_F(MountTest, Mount_RefusesWhatDoesNotFit) {

@@ -21,7 +21,6 @@ constexpr std::size_t kSmallRing = Braid::kMinRingBytes;
 constinit const Skein::Site kPlain{"./P4RuntimePlugin/VrfSm", 24, "handleEntry", "add vrf %s"};
 constinit const Skein::Site kTwo{"./P4RuntimePlugin/VrfSm", 32, "handleEntry", "%s is %s"};
 constinit const Skein::Site kCount{"./count", 1, "count", "%s %s"};
-constinit const Skein::Site kTurn{"./turn", 2, "turn", "%s"};
 
 class Trace : public ::testing::Test {
  protected:
@@ -157,16 +156,18 @@ TEST_F(Trace, Writer_IsReadAtFullSpeedAndAfterSigkill) {
 
 TEST_F(Trace, Child_ContinuesInARingOfItsOwn) {
   Skein::ringIs(path("a"), kSmallRing);
-  Skein::message(kTurn, "parent");
+  Skein::message(kPlain, "parent");
   Child child([&] {
-    Skein::message(kTurn, "child");
-    Skein::ringIs(path("b"), kSmallRing);  // begins with what was traced before
-    Skein::message(kTurn, "child again");
-    return lastTexts(9, "b") == Texts{"child", "child again"} ? 0 : 1;
+    Skein::message(kPlain, "child");
+    Skein::ringIs(path("b"), kSmallRing);
+    EXPECT_EQ(lastTexts(9, "b"), Texts{"add vrf child"}) << "it begins with what was traced before";
+    Skein::message(kPlain, "child again");
+    EXPECT_EQ(lastTexts(9, "b"), (Texts{"add vrf child", "add vrf child again"}));
+    return 0;
   });
   EXPECT_EQ(child.wait(), 0);
-  Skein::message(kTurn, "parent again");
-  EXPECT_EQ(lastTexts(2, "a"), (Texts{"parent", "parent again"}));
+  Skein::message(kPlain, "parent again");
+  EXPECT_EQ(lastTexts(2, "a"), (Texts{"add vrf parent", "add vrf parent again"}));
 }
 
 constexpr std::size_t kRecordArea = Braid::kPageBytes + Braid::kSiteAreaBytes;
