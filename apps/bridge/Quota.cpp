@@ -44,9 +44,9 @@ Agent::Status Quota::refusal(std::size_t bytes, std::size_t requestsInFlight,
               bytes, requestsInFlight, maxRequests_, bytesInFlight, maxBytes_)};
 }
 
-void Quota::give(std::size_t bytes) noexcept {
+void Quota::give(std::size_t requests, std::size_t bytes) noexcept {
   const std::lock_guard lock(mutex_);
-  --requests_;
+  requests_ -= requests;
   bytes_ -= bytes;
 }
 

@@ -9,7 +9,8 @@
 
 namespace Bridge {
 
-/// Bounds the requests in flight, by number and by their bytes, from their arrival to their answer.
+/// Bounds the requests in flight: by number from their arrival to their answer, and by their bytes until the
+/// memory is free again.
 ///
 /// Thread safety: all calls on any thread.
 class Quota {
@@ -22,21 +23,28 @@ class Quota {
   class Share {
    public:
     Share() = default;
-    Share(Share&& other) noexcept : quota_(std::exchange(other.quota_, nullptr)), bytes_(other.bytes_) {}
+    Share(Share&& other) noexcept
+        : quota_(std::exchange(other.quota_, nullptr)), requests_(other.requests_), bytes_(other.bytes_) {}
     Share& operator=(Share&& other) noexcept {
       std::swap(quota_, other.quota_);
+      std::swap(requests_, other.requests_);
       std::swap(bytes_, other.bytes_);
       return *this;
     }
     ~Share() {
-      if (quota_ != nullptr) quota_->give(bytes_);
+      if (quota_ != nullptr) quota_->give(requests_, bytes_);
+    }
+    /// The request has its answer: only its bytes still count.
+    void answered() noexcept {
+      if (quota_ != nullptr) quota_->give(std::exchange(requests_, 0), 0);
     }
 
    private:
     friend class Quota;
-    Share(Quota* quota, std::size_t bytes) : quota_(quota), bytes_(bytes) {}
+    Share(Quota* quota, std::size_t bytes) : quota_(quota), requests_(1), bytes_(bytes) {}
 
-    Quota* quota_ = nullptr;  // not owned
+    Quota* quota_ = nullptr;    // not owned
+    std::size_t requests_ = 0;  // 0 or 1
     std::size_t bytes_ = 0;
   };
 
@@ -62,7 +70,7 @@ class Quota {
 
  private:
   Agent::Status refusal(std::size_t bytes, std::size_t requestsInFlight, std::size_t bytesInFlight) const;
-  void give(std::size_t bytes) noexcept;
+  void give(std::size_t requests, std::size_t bytes) noexcept;
 
   const std::size_t maxRequests_;
   const std::size_t maxBytes_;

@@ -19,7 +19,7 @@ void SetConfigCall::run() noexcept {
   withMemory([this] { set(); },
              [this] {
                release();
-               Finish(outOfMemory());
+               end(outOfMemory());
              });
 }
 

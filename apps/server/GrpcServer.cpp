@@ -40,9 +40,13 @@ std::shared_ptr<grpc::ServerCredentials> credentialsOf(const std::optional<TlsFi
   return grpc::SslServerCredentials(options);
 }
 
+// So that a client which reads no answers cannot let calls pile up.
+constexpr int kMaxCallsOnConnection = 4096;
+
 /// A connection whose peer has vanished is closed within half a minute.
 void limit(grpc::ServerBuilder& builder, const Listening& listening) {
   builder.SetMaxReceiveMessageSize(listening.maxMessageBytes);
+  builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, kMaxCallsOnConnection);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, 20'000);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 10'000);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);

@@ -27,7 +27,7 @@ std::string_view textOf(const Lumen::BaseRow& row) {
 
 template <class Step>
 void ReadCall::attempt(const Step& step) noexcept {
-  withMemory(step, [this] { Finish(outOfMemory()); });
+  withMemory(step, [this] { end(outOfMemory()); });
 }
 
 ReadCall::ReadCall(Device& device, grpc_call* call, const p4::v1::ReadRequest& request)
@@ -46,7 +46,7 @@ ReadCall::ReadCall(Device& device, grpc_call* call, const p4::v1::ReadRequest& r
 
 void ReadCall::reject(const Status& status) {
   device_.quota().rejected();
-  Finish(grpcStatus(status));
+  end(grpcStatus(status));
 }
 
 void ReadCall::decode(const p4::v1::ReadRequest& request) {
@@ -61,7 +61,7 @@ void ReadCall::decode(const p4::v1::ReadRequest& request) {
 
 void ReadCall::run() noexcept {
   attempt([this] {
-    if (isCancelled_) return Finish(grpc::Status::CANCELLED);
+    if (isCancelled_) return end(grpc::Status::CANCELLED);
     refuseTablesLeftOut();
     copyAll();
     const Status status = device_.quota().grow(share_, bytes_.size());
@@ -109,19 +109,19 @@ void ReadCall::copyRow(const Wire::Table& table, const Lumen::BaseRow& row) {
 }
 
 void ReadCall::OnSendInitialMetadataDone(bool sent) {
-  if (!sent) return Finish(grpc::Status::CANCELLED);
+  if (!sent) return end(grpc::Status::CANCELLED);
   sendNext();
 }
 
 void ReadCall::OnWriteDone(bool written) {
   watch_.sent();
-  if (!written) return Finish(grpc::Status::CANCELLED);
+  if (!written) return end(grpc::Status::CANCELLED);
   sendNext();
 }
 
 void ReadCall::sendNext() noexcept {
   attempt([this] {
-    if (nextCopy_ == copies_.size()) return Finish(statusOf(device_, outcomes_, "entities"));
+    if (nextCopy_ == copies_.size()) return end(statusOf(device_, outcomes_, "entities"));
     try {
       encodeNext();
     } catch (const Cairn::MemoryResourceException&) {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/server/Device.h"
@@ -30,6 +31,11 @@ class ReadCall final : public grpc::ServerWriteReactor<p4::v1::ReadResponse>, Br
   void OnCancel() override { isCancelled_.store(true, std::memory_order_relaxed); }
   void OnDone() override { delete this; }
 
+  /// See UnaryCall.
+  void end(grpc::Status status) {
+    share_.answered();
+    Finish(std::move(status));
+  }
   void reject(const Agent::Status& status);
   void decode(const p4::v1::ReadRequest& request);
   void refuseTablesLeftOut();

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "apps/server/Device.h"
 #include "apps/server/OutOfMemory.h"
@@ -37,11 +38,17 @@ class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
   /// Runs `step`, whose last action may be to finish the call; without memory for it, the call ends.
   template <class Step>
   void attempt(const Step& step) noexcept {
-    withMemory(step, [this] { Finish(outOfMemory()); });
+    withMemory(step, [this] { end(outOfMemory()); });
   }
   void finish(const Agent::Status& status) {
     if (!status.ok()) device_.quota().rejected();
-    Finish(grpcStatus(status));
+    end(grpcStatus(status));
+  }
+  /// Answers. From here on the request no longer counts as one in flight: gRPC is done with a call later,
+  /// when its own thread gets a processor, and a client that has its answer may send the next request before.
+  void end(grpc::Status status) {
+    share_.answered();
+    Finish(std::move(status));
   }
   /// The client has cancelled the call or is gone.
   bool isCancelled() const noexcept { return isCancelled_.load(std::memory_order_relaxed); }

@@ -48,7 +48,7 @@ void WriteCall::run() noexcept {
       },
       [this] {
         release();
-        Finish(outOfMemory());
+        end(outOfMemory());
       });
 }
 
@@ -91,7 +91,7 @@ void WriteCall::refuseTablesLeftOut() {
 void WriteCall::decided(std::vector<Agent::UpdateStatus> results) noexcept {
   release();
   if (std::all_of(results.begin(), results.end(), [](const auto& result) { return result.ok(); })) {
-    return Finish(grpc::Status::OK);
+    return end(grpc::Status::OK);
   }
   results_ = std::move(results);
   StartSendInitialMetadata();  // brings the call back to a gRPC thread
@@ -99,9 +99,9 @@ void WriteCall::decided(std::vector<Agent::UpdateStatus> results) noexcept {
 
 /// Without memory for the details the client knows no more than that updates have failed.
 void WriteCall::OnSendInitialMetadataDone(bool) {
-  withMemory([this] { Finish(statusOf(device_, results_)); },
+  withMemory([this] { end(statusOf(device_, results_)); },
              [this] {
-               Finish({grpc::StatusCode::UNKNOWN, "out of memory"});
+               end({grpc::StatusCode::UNKNOWN, "out of memory"});
              });
 }
 

@@ -139,6 +139,10 @@ TEST(Quota, RefusesWithNumbers) {
   shares[2] = std::exchange(shares[0], {});
   EXPECT_EQ(quota.bytes(), 100u);
   EXPECT_FALSE(quota.grow(shares[2], 1).ok());
+  shares[1].answered();
+  EXPECT_TRUE(quota.take(0, shares[0]).ok()) << "an answered one counts by its bytes alone";
+  EXPECT_FALSE(quota.grow(shares[0], 1).ok());
+  shares[0] = {};
   shares[1] = {};
   EXPECT_EQ(quota.requests(), 1u);
   EXPECT_TRUE(quota.grow(shares[2], 1000).ok()) << "alone";
