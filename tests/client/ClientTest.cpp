@@ -133,13 +133,10 @@ TEST(Script, HasEachLineInItsPlace) {
       {"insert l3IifTH3 l3Iif", "W (expected FIELD=VALUE, got \"l3Iif\");"},
       {"insert l3IifTH3 l3Iif=1 l3Iif=2", "W (expected each field once, got \"l3Iif\" twice);"},
       {"insert l3IifTH3 l3Iif=1 expect not_found", "W 1;"},
-      {"insert l3IifTH3 l3Iif=1 expect FOUND",
-       "W (expected one of OK, CANCELLED, UNKNOWN, INVALID_ARGUMENT, DEADLINE_EXCEEDED, NOT_FOUND, "
-       "ALREADY_EXISTS, PERMISSION_DENIED, RESOURCE_EXHAUSTED, FAILED_PRECONDITION, ABORTED, OUT_OF_RANGE, "
-       "UNIMPLEMENTED, INTERNAL, UNAVAILABLE, DATA_LOSS, UNAUTHENTICATED, LOST, HARDWARE_ERROR, got "
-       "\"FOUND\");"},
   };
   for (const auto& row : rows) EXPECT_EQ(stepsOf(row.text), row.steps) << row.text;
+  EXPECT_THAT(stepsOf("insert l3IifTH3 l3Iif=1 expect FOUND"),
+              testing::MatchesRegex("W .expected one of OK, .*, LOST, HARDWARE_ERROR, got \"FOUND\".;"));
 }
 
 // The socket of somebody else may be in a folder that is open to all.

@@ -27,25 +27,10 @@ const Wire::Decoder& decoder() {
 
 /// An entry of the table whose fields all have the value 1 under the mask 3.
 TableEntry sampleEntry(TableNumber number) {
-  const Wire::Table& table = Entries::pipeline().tables()[number];
-  TableEntry entry;
-  entry.set_table_id(0x02000001 + static_cast<std::uint32_t>(number));
-  for (std::uint32_t id = 1; id <= table.matchFields.size(); ++id) {
-    auto& match = *entry.add_match();
-    match.set_field_id(id);
-    if (number == kStation) {
-      match.mutable_ternary()->set_value("\1");
-      match.mutable_ternary()->set_mask(id == 4 ? "\1" : "\3");
-    } else {
-      match.mutable_exact()->set_value("\1");
-    }
-  }
-  if (number == kStation) entry.set_priority(9);
-  entry.mutable_action()->mutable_action()->set_action_id(0x01000001 + static_cast<std::uint32_t>(number));
-  for (std::uint32_t id = 1; id <= table.parameters.size(); ++id) {
-    auto& param = *entry.mutable_action()->mutable_action()->add_params();
-    param.set_param_id(id);
-    param.set_value("\1");
+  TableEntry entry =
+      Entries::filledEntry(Entries::pipeline().tables()[number], [](const Wire::Field&) { return "\1"; });
+  for (auto& match : *entry.mutable_match()) {
+    if (match.has_ternary() && match.field_id() != 4) match.mutable_ternary()->set_mask("\3");
   }
   return entry;
 }

@@ -39,27 +39,43 @@ inline void randomTernary(unsigned bits, Random& random, p4::v1::FieldMatch::Ter
   match.set_mask(mask);
 }
 
-/// An entry as Reads return it: fields in the order of their ids, values in the shortest form.
-inline p4::v1::TableEntry randomEntry(const Wire::Table& table, Random& random) {
+/// An entry whose fields, masks included, are what `value` returns for each.
+template <class Value>
+p4::v1::TableEntry filledEntry(const Wire::Table& table, const Value& value) {
   p4::v1::TableEntry entry;
   entry.set_table_id(table.id);
   for (const Wire::Field& field : table.matchFields) {
-    if (field.mask && random() % 3 == 0) continue;
     p4::v1::FieldMatch& match = *entry.add_match();
     match.set_field_id(field.id);
-    if (field.mask) {
-      randomTernary(field.bits, random, *match.mutable_ternary());
-    } else {
-      match.mutable_exact()->set_value(randomValue(field.bits, random));
-    }
+    std::string& place =
+        field.mask ? *match.mutable_ternary()->mutable_value() : *match.mutable_exact()->mutable_value();
+    place = value(field);
+    if (field.mask) match.mutable_ternary()->set_mask(place);
   }
-  if (table.priority) entry.set_priority(static_cast<std::int32_t>(random() % 0x7fffffff) + 1);
+  if (table.priority) entry.set_priority(9);
   entry.mutable_action()->mutable_action()->set_action_id(table.actionId);
   for (const Wire::Field& field : table.parameters) {
     auto& param = *entry.mutable_action()->mutable_action()->add_params();
     param.set_param_id(field.id);
-    param.set_value(randomValue(field.bits, random));
+    param.set_value(value(field));
   }
+  return entry;
+}
+
+/// An entry as Reads return it: fields in the order of their ids, values in the shortest form.
+inline p4::v1::TableEntry randomEntry(const Wire::Table& table, Random& random) {
+  p4::v1::TableEntry entry =
+      filledEntry(table, [&](const Wire::Field& field) { return randomValue(field.bits, random); });
+  auto& fields = *entry.mutable_match();
+  for (int i = fields.size(); table.priority && i-- > 0;) {
+    if (random() % 3 == 0) {
+      fields.DeleteSubrange(i, 1);
+    } else {
+      randomTernary(table.matchFields[static_cast<std::size_t>(i)].bits, random,
+                    *fields[i].mutable_ternary());
+    }
+  }
+  if (table.priority) entry.set_priority(static_cast<std::int32_t>(random() % 0x7fffffff) + 1);
   entry.set_metadata(std::string(random() % 5, 'm'));
   return entry;
 }

@@ -65,7 +65,6 @@ struct Pending {
 /// "+5=9" inserts entry 5 of l3IifTH3 with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text" has that
 /// metadata. "?" has no entity.
 inline Update update(const std::string& text) {
-  constexpr std::uint32_t kVrf = 10;
   Update made;
   made.set_type(text[0] == '+' ? Update::INSERT : text[0] == '~' ? Update::MODIFY : Update::DELETE);
   if (text[0] == '?') return made;
@@ -74,21 +73,13 @@ inline Update update(const std::string& text) {
   std::uint16_t vrf = 1;
   char sign = 0;
   in >> key >> sign >> vrf;
-  const auto value = [](std::uint16_t number) {
-    return std::string{static_cast<char>(number >> 8), static_cast<char>(number & 0xff)};
-  };
   TableEntry& entry = *made.mutable_entity()->mutable_table_entry();
-  entry.set_table_id(0x02000004);
-  FieldMatch& match = *entry.add_match();
-  match.set_field_id(1);
-  match.mutable_exact()->set_value(value(key));
-  if (text[0] == '-') return made;
-  entry.mutable_action()->mutable_action()->set_action_id(0x01000004);
-  for (std::uint32_t id = 1; id <= kVrf; ++id) {
-    auto& parameter = *entry.mutable_action()->mutable_action()->add_params();
-    parameter.set_param_id(id);
-    parameter.set_value(id == kVrf ? value(vrf) : "\1");
-  }
+  entry = Entries::filledEntry(Entries::pipeline().tables()[3], [&](const Wire::Field& field) {
+    const int number = field.name == "l3Iif" ? key : field.name == "vrf" ? vrf : 1;
+    const std::string value{static_cast<char>(number >> 8), static_cast<char>(number & 0xff)};
+    return value;
+  });
+  if (text[0] == '-') entry.clear_action();
   if (const std::size_t colon = text.find(':'); colon != std::string::npos) {
     entry.set_metadata(text.substr(colon + 1));
   }
@@ -168,10 +159,11 @@ class P4RuntimeTest : public testing::Test {
   }
   std::unique_ptr<Pending> startWrite(const Strings& updates) {
     auto made = std::make_unique<Pending>();
-    made->outcome = std::async([this, &context = made->context, asked = request(updates)] {
-      WriteResponse response;
-      return outcome(primary_->stub->Write(&context, asked, &response));
-    });
+    made->outcome =
+        std::async(std::launch::async, [this, &context = made->context, asked = request(updates)] {
+          WriteResponse response;
+          return outcome(primary_->stub->Write(&context, asked, &response));
+        });
     return made;
   }
   /// The outcome of a Set of the whole pipeline, or of one without l3IifTH3.
@@ -182,7 +174,10 @@ class P4RuntimeTest : public testing::Test {
     request.set_action(action);
     auto& info = *request.mutable_config()->mutable_p4info();
     info = Wire::p4InfoOf(Entries::pipeline());
-    if (!isWhole) info.mutable_tables()->RemoveLast(), info.mutable_actions()->RemoveLast();
+    if (!isWhole) {
+      info.mutable_tables()->RemoveLast();
+      info.mutable_actions()->RemoveLast();
+    }
     grpc::ClientContext context;
     SetForwardingPipelineConfigResponse response;
     return outcome(primary_->stub->SetForwardingPipelineConfig(&context, request, &response));

@@ -100,7 +100,7 @@ TEST_F(P4RuntimeTest, Commit_DelaysWritesOfThePrimaryAndNoRefusals) {
   EXPECT_EQ(write({"+1=1"}), "0");
   hardware_->signal(SIGSTOP);
   using Set = SetForwardingPipelineConfigRequest;
-  auto committing = std::async([this] { return set(Set::VERIFY_AND_COMMIT); });
+  auto committing = std::async(std::launch::async, [this] { return set(Set::VERIFY_AND_COMMIT); });
   std::this_thread::sleep_for(std::chrono::milliseconds(500));  // nothing shows that it has begun
   const auto waiting = startWrite({"+2=2"});
   const auto cancelled = startWrite({"+3=3"});
@@ -108,7 +108,7 @@ TEST_F(P4RuntimeTest, Commit_DelaysWritesOfThePrimaryAndNoRefusals) {
   EXPECT_EQ(write({"+2=2"}, 1, 2), "12");
   cancelled->context.TryCancel();
   EXPECT_EQ(cancelled->outcome.get(), "1");
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // nor does anything that the agent knows
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // nor that the agent knows of it
   hardware_->signal(SIGCONT);
   EXPECT_EQ(committing.get(), "0");
   EXPECT_EQ(waiting->outcome.get(), "0");
