@@ -18,6 +18,7 @@
 #include "tests/p4/Entries.h"
 
 using namespace p4::v1;
+using Set = SetForwardingPipelineConfigRequest;
 using Strings = std::vector<std::string>;
 
 /// A controller on a connection and a stream of its own.
@@ -167,8 +168,8 @@ class P4RuntimeTest : public testing::Test {
     return made;
   }
   /// The outcome of a Set of the whole pipeline, or of one without l3IifTH3.
-  std::string set(SetForwardingPipelineConfigRequest::Action action, bool isWhole = true) {
-    SetForwardingPipelineConfigRequest request;
+  std::string set(Set::Action action, bool isWhole = true) {
+    Set request;
     request.set_device_id(1);
     request.mutable_election_id()->set_low(1);
     request.set_action(action);

@@ -99,7 +99,6 @@ TEST_F(P4RuntimeTest, Commit_DelaysWritesOfThePrimaryAndNoRefusals) {
   start({"--timeout", "30"});
   EXPECT_EQ(write({"+1=1"}), "0");
   hardware_->signal(SIGSTOP);
-  using Set = SetForwardingPipelineConfigRequest;
   auto committing = std::async(std::launch::async, [this] { return set(Set::VERIFY_AND_COMMIT); });
   std::this_thread::sleep_for(std::chrono::milliseconds(500));  // nothing shows that it has begun
   const auto waiting = startWrite({"+2=2"});
@@ -131,7 +130,6 @@ TEST_F(P4RuntimeTest, Cancelled_WriteIsCarriedOnOnceItHasBeenEntered) {
 // A removal that is out of time may still be undone: until then its entry is there.
 TEST_F(P4RuntimeTest, Commit_CountsEntriesWhoseRemovalIsUndecided) {
   start();
-  using Set = SetForwardingPipelineConfigRequest;
   EXPECT_EQ(write({"+1=1"}), "0");
   hardware_->signal(SIGSTOP);
   EXPECT_EQ(write({"-1"}), "2 4");
