@@ -107,9 +107,7 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {"length", kNull, [](BaseRow& r) { r.rowLength(); }, kNullRow},
     {"set", kNull, setByte, kNullRow},
-    {"clear", kNull, clear20, kNullRow},
     {"clone", kNull, clone, kNullRow},
     {"absent struct hash", kPlain, [](BaseRow& r) { r.columnHash<Iif>(4); }, kNullRow},
     {"hash", kNull | kIif, [](BaseRow& r) { iif(r).hash(); }, kNullRow},
@@ -137,7 +135,6 @@ const Case kCases[] = {
     {"fill", kShared | kIif, fill, kCalloc + "43", 1},
     {"new", kPlain, [](BaseRow&) { BaseRow(43); }, kCalloc + "43", 1},
     {"new with fields", kPlain, [](BaseRow&) { pinnedRow<Tunnel>(); }, kCalloc + "69", 1},
-    {"new key", kPlain, [](BaseRow&) { Tunnel::key({}, kSampleDip, 0, 0, 0); }, kCalloc + "65", 1},
 
     {"clear beyond", kPlain, clear25, kBeyond},
     {"clear beyond", kShared, clear25, kBeyond},
