@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <array>
 #include <cmath>
 #include <fstream>
 #include <limits>
@@ -21,6 +22,7 @@ constexpr std::size_t kSmallRing = Braid::kMinRingBytes;
 constinit const Skein::Site kPlain{"./P4RuntimePlugin/VrfSm", 24, "handleEntry", "add vrf %s"};
 constinit const Skein::Site kTwo{"./P4RuntimePlugin/VrfSm", 32, "handleEntry", "%s is %s"};
 constinit const Skein::Site kCount{"./count", 1, "count", "%s %s"};
+constinit const Skein::Site kTurn{"./turn", 2, "turn", "turn %s"};
 
 class Trace : public ::testing::Test {
  protected:
@@ -154,20 +156,33 @@ TEST_F(Trace, Writer_IsReadAtFullSpeedAndAfterSigkill) {
   }
 }
 
-TEST_F(Trace, Child_ContinuesInARingOfItsOwn) {
+TEST_F(Trace, Child_ContinuesInARingOfItsOwnAndBothAreMerged) {
+  constexpr int kTurns = 200;
   Skein::ringIs(path("a"), kSmallRing);
-  Skein::message(kPlain, "parent");
+  Skein::message(kTurn, "parent");
   Child child([&] {
-    Skein::message(kPlain, "child");
-    Skein::ringIs(path("b"), kSmallRing);
-    EXPECT_EQ(lastTexts(9, "b"), Texts{"add vrf child"}) << "it begins with what was traced before";
-    Skein::message(kPlain, "child again");
-    EXPECT_EQ(lastTexts(9, "b"), (Texts{"add vrf child", "add vrf child again"}));
+    Skein::message(kTurn, "child");
+    Skein::ringIs(path("b"), kSmallRing);  // begins with what was traced before
+    EXPECT_EQ(lastTexts(9, "b"), Texts{"turn child"});
+    for (int i = 1; i < kTurns; i += 2) {
+      raise(SIGSTOP);
+      Skein::message(kTurn, i);
+    }
     return 0;
   });
+  Texts expected = {"turn parent", "turn child"};
+  for (int i = 0; i < kTurns; i += 2) {
+    EXPECT_EQ(child.wait(), -SIGSTOP);
+    Skein::message(kTurn, i);
+    child.signal(SIGCONT);
+    expected.insert(expected.end(), {"turn " + std::to_string(i), "turn " + std::to_string(i + 1)});
+  }
   EXPECT_EQ(child.wait(), 0);
-  Skein::message(kPlain, "parent again");
-  EXPECT_EQ(lastTexts(2, "a"), (Texts{"add vrf parent", "add vrf parent again"}));
+  const auto records = Skein::readTraces(std::array{path("b"), path("a")});
+  ASSERT_GE(records.size(), expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    ASSERT_EQ(records[records.size() - expected.size() + i].text(), expected[i]);
+  }
 }
 
 constexpr std::size_t kRecordArea = Braid::kPageBytes + Braid::kSiteAreaBytes;
