@@ -216,8 +216,8 @@ TEST_F(TableTest, Wake_InAScopeOfChangesAtTheFirstEveryFewAndTheLast) {
   EXPECT_EQ(wakeupsOf(10), 10u);
   {
     const Vesta::DeferredWakeups scope;
-    EXPECT_EQ(wakeupsOf(130), 3u) << "changes 0, 64 and 128";
     { const Vesta::DeferredWakeups inner; }
+    EXPECT_EQ(wakeupsOf(130), 3u) << "changes 0, 64 and 128";
     EXPECT_FALSE(readable(follower->wakeDescriptor()));
     EXPECT_FALSE(follower->maySleep()) << "all that a process killed in a scope leaves to readers";
     EXPECT_TRUE(sleeps(*follower));
