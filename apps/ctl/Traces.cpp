@@ -67,8 +67,7 @@ std::vector<Skein::TraceRecord> readTraces(const Folder& folder, const TraceSele
     return !selection.handle.empty() &&
            std::find(values.begin(), values.end(), selection.handle) == values.end();
   });
-  std::stable_sort(merged.begin(), merged.end(),
-                   [](const auto& a, const auto& b) { return a.monotonic < b.monotonic; });
+  Skein::sortByTime(merged);
   return merged;
 }
 

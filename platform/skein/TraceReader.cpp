@@ -248,16 +248,9 @@ std::vector<TraceRecord> readTrace(const std::string& path, TraceProgress& progr
   return records;
 }
 
-std::vector<TraceRecord> readTraces(std::span<const std::string> paths) {
-  const auto earlier = [](const TraceRecord& a, const TraceRecord& b) { return a.monotonic < b.monotonic; };
-  std::vector<TraceRecord> merged;
-  for (const std::string& path : paths) {
-    std::vector<TraceRecord> records = readTrace(path);
-    const auto middle = static_cast<std::ptrdiff_t>(merged.size());
-    std::move(records.begin(), records.end(), std::back_inserter(merged));
-    std::inplace_merge(merged.begin(), merged.begin() + middle, merged.end(), earlier);
-  }
-  return merged;
+void sortByTime(std::vector<TraceRecord>& records) {
+  std::stable_sort(records.begin(), records.end(),
+                   [](const TraceRecord& a, const TraceRecord& b) { return a.monotonic < b.monotonic; });
 }
 
 }  // namespace Skein

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,7 +53,7 @@ class TraceProgress {
 /// The same, without the records that an earlier call with this `progress` has returned.
 std::vector<TraceRecord> readTrace(const std::string& path, TraceProgress& progress);
 
-/// The records of several files, merged by time. Records of one file keep their order.
-std::vector<TraceRecord> readTraces(std::span<const std::string> paths);
+/// Orders records of several files by time. Those of one file keep their order.
+void sortByTime(std::vector<TraceRecord>& records);
 
 }  // namespace Skein
