@@ -1,6 +1,7 @@
 #include "apps/p4/RowBuilder.h"
 
 #include <fmt/format.h>
+#include <google/protobuf/message.h>
 
 #include <cstring>
 #include <limits>
@@ -25,40 +26,11 @@ constexpr const char* kParameter = "parameter";
   return text;
 }
 
-std::string_view kindName(const p4::v1::FieldMatch& match) {
-  switch (match.field_match_type_case()) {
-    case p4::v1::FieldMatch::kExact:
-      return "an exact match";
-    case p4::v1::FieldMatch::kTernary:
-      return "a ternary match";
-    case p4::v1::FieldMatch::kLpm:
-      return "a longest-prefix match";
-    case p4::v1::FieldMatch::kRange:
-      return "a range match";
-    case p4::v1::FieldMatch::kOptional:
-      return "an optional match";
-    case p4::v1::FieldMatch::kOther:
-      return "an architecture-specific match";
-    case p4::v1::FieldMatch::FIELD_MATCH_TYPE_NOT_SET:
-      break;
-  }
-  return "none";
-}
-
-std::string_view actionKindName(const p4::v1::TableAction& action) {
-  switch (action.type_case()) {
-    case p4::v1::TableAction::kAction:
-      return "an action";
-    case p4::v1::TableAction::kActionProfileMemberId:
-      return "an action profile member";
-    case p4::v1::TableAction::kActionProfileGroupId:
-      return "an action profile group";
-    case p4::v1::TableAction::kActionProfileActionSet:
-      return "a one-shot action set";
-    case p4::v1::TableAction::TYPE_NOT_SET:
-      break;
-  }
-  return "an action without kind";
+/// Which of the fields of the oneof is set, by its name; "none" when none is.
+[[gnu::cold]] std::string setField(const google::protobuf::Message& message, const char* oneof) {
+  const auto* const fields = message.GetDescriptor()->FindOneofByName(oneof);
+  const auto* const field = message.GetReflection()->GetOneofFieldDescriptor(message, fields);
+  return field == nullptr ? "none" : field->name();
 }
 
 std::uint64_t firstBits(std::size_t count) { return count == 0 ? 0 : ~std::uint64_t{0} >> (64 - count); }
@@ -114,7 +86,7 @@ bool RowBuilder::matchField(const p4::v1::FieldMatch& match, std::uint64_t& seen
   }
   return refuse(StatusCode::invalidArgument,
                 fmt::format("match field {}: expected {}, got {}", field->name,
-                            field->mask ? "a ternary match" : "an exact match", kindName(match)));
+                            field->mask ? "ternary" : "exact", setField(match, "field_match_type")));
 }
 
 bool RowBuilder::ternary(const Field& field, std::string_view value, std::string_view mask) {
@@ -158,10 +130,9 @@ bool RowBuilder::priority(std::int32_t priority) {
 }
 
 bool RowBuilder::action(const p4::v1::TableEntry& entry) {
-  if (!entry.has_action()) return refuse(StatusCode::invalidArgument, "expected an action, got none");
   if (!entry.action().has_action()) {
     return refuse(StatusCode::invalidArgument,
-                  fmt::format("expected an action, got {}", actionKindName(entry.action())));
+                  fmt::format("expected action, got {}", setField(entry.action(), "type")));
   }
   const p4::v1::Action& action = entry.action().action();
   if (action.action_id() != table_.actionId) {

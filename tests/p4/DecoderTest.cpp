@@ -68,12 +68,10 @@ const Case kInKeys[] = {
     {kIpv4, "field_id: 1", "field_id: 6", "expected a match field id from 1 to 5, got 6"},
     {kIpv4, "field_id: 2", "field_id: 1", "match field sip: expected once, got it twice"},
     {kIpv4, "match { field_id: 4...", "", "expected every match field, got none for l4DestPort, l4SrcPort"},
-    {kIif, R"(exact { value: "\001" })", "", "match field l3Iif: expected an exact match, got none"},
-    {kIif, "exact", "ternary", "match field l3Iif: expected an exact match, got a ternary match"},
-    {kStation, R"(ternary { value: "\001" mask: "\003" })", "exact { }",
-     "match field macAddr: expected a ternary match, got an exact match"},
+    {kIif, R"(exact { value: "\001" })", "", "match field l3Iif: expected exact, got none"},
+    {kIif, "exact", "ternary", "match field l3Iif: expected exact, got ternary"},
     {kStation, R"(ternary { value: "\001" mask: "\003" })", "other { }",
-     "match field macAddr: expected a ternary match, got an architecture-specific match"},
+     "match field macAddr: expected ternary, got other"},
 
     {kIif, R"(value: "\001")", "", "match field l3Iif: expected a value of at most 64 bits, got no bytes",
      kRange},
@@ -100,14 +98,9 @@ const Case kInKeys[] = {
 
 /// Ignored in removals and in Reads.
 const Case kInTheRest[] = {
-    {kIif, "action...", "", "expected an action, got none"},
-    {kIif, "action...", "action { }", "expected an action, got an action without kind"},
-    {kIif, "action...", "action { action_profile_member_id: 1 }",
-     "expected an action, got an action profile member"},
+    {kIif, "action...", "", "expected action, got none"},
     {kIif, "action...", "action { action_profile_group_id: 1 }",
-     "expected an action, got an action profile group"},
-    {kIif, "action...", "action { action_profile_action_set { } }",
-     "expected an action, got a one-shot action set"},
+     "expected action, got action_profile_group_id"},
     {kIif, "action_id: 16777220", "action_id: 7",
      "expected action 0x01000004 (set_l3IifTH3), got 0x00000007"},
     {kIif, "params { param_id: 10...", "} }", "expected every parameter, got none for vrf"},
