@@ -107,20 +107,6 @@ TEST_F(AgentCoreTest, Undo_OfARemovalIsANewEntryAndOfAModificationAnOldOne) {
   EXPECT_GT(writes_->entries[4].genId, writes_->entries[2].genId);
 }
 
-TEST_F(AgentCoreTest, Room_OfARemovedRowIsFreeOnceItsBatchIsDecided) {
-  Strings all;
-  for (int i = 1; i <= 8192; ++i) all.push_back("+" + std::to_string(i));
-  submit(all);
-  completeAll();
-  const std::size_t held = submit({"-1", "~2"});
-  complete(handle(8192));
-  EXPECT_EQ(results_[submit({"+9000"})], Strings{"RESOURCE_EXHAUSTED: table is full: used 8192 of 8192"});
-  complete(handle(8193));
-  EXPECT_EQ(results_[held], (Strings{"OK", "OK"}));
-  submit({"+9000"});
-  EXPECT_EQ(writes().back(), "9000=1");
-}
-
 TEST_F(AgentCoreTest, OutOfTime_IsWhatHasNoAnswerAndSaysWhetherAHardwareAgentRuns) {
   const std::size_t slow = submit({"+1", "+2"});
   expireAfter(999ms);

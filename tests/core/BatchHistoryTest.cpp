@@ -212,6 +212,16 @@ constexpr History kHistories[] = {
         gets 1 OK NOT_FOUND REFUSED
         ok 4 5
         shows 2=2 3=4)"},
+    {"Room_OfARemovedRowIsFreeOnceItsBatchIsDecided", R"(
+        fill 1
+        continue +1=1 -> 1=1
+        ok 0
+        continue -1 ~10000=2 -> -1 10000=2
+        ok 1
+        continue +2=2
+        gets 2 RESOURCE_EXHAUSTED
+        ok 2
+        continue +2=2 -> 2=2)"},
     {"Room_OfItsOwnRemovalsIsForTheInsertionsOfABatch", R"(
         fill 1
         continue +1=1 -> 1=1
