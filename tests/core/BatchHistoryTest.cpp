@@ -120,14 +120,15 @@ constexpr History kHistories[] = {
         continue +1=1 +2=2 -> 1=1 2=2
         continue ~1=3
         continue -1
-        rollback +1=4 +5=5
+        rollback +1=4 ~2=5
         ok 0
         ok 1 -> 1=3
+        shows 1=1 2=2
         ok 2 -> -1
-        ok 3 -> 1=4 5=5
+        ok 3 -> 1=4 2=5
         ok 4 5
         gets 3 OK OK
-        shows 1=4 2=2 5=5)"},
+        shows 1=4 2=5)"},
     {"RefusedUpdate_IsUndone", R"(
         continue +1=1 +2=2 -> 1=1 2=2
         ok 0 1
