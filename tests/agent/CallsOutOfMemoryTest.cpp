@@ -27,41 +27,33 @@ class Fake : public Base {
  public:
   explicit Fake(Reactor* made) : made_(made) { this->BindReactor(made); }
   void Finish(grpc::Status status) override { end = std::move(status); }
-  void SendInitialMetadata() override { isMetadataWanted = true; }
-
-  std::optional<grpc::Status> end;
-  bool isMetadataWanted = false;
-
- protected:
-  void done() {
+  void SendInitialMetadata() override { isMetadataWanted_ = true; }
+  void proceed() {
+    if (std::exchange(isMetadataWanted_, false)) made_->OnSendInitialMetadataDone(true);
+    if constexpr (requires { made_->OnWriteDone(true); }) {
+      while (std::exchange(isWritten_, false)) made_->OnWriteDone(true);
+    }
     if (end && !std::exchange(isDone_, true)) made_->OnDone();
   }
 
-  Reactor* made_;  // not owned; gone with done()
+  std::optional<grpc::Status> end;
+
+ protected:
+  Reactor* made_;  // not owned; gone with OnDone()
+  bool isWritten_ = false;
 
  private:
+  bool isMetadataWanted_ = false;
   bool isDone_ = false;
   grpc::internal::ServerReactor* reactor() override { return made_; }
   void CallOnDone() override {}
 };
 
-struct Unary : Fake<grpc::ServerCallbackUnary, grpc::ServerUnaryReactor> {
-  using Fake::Fake;
-  void proceed() {
-    if (std::exchange(isMetadataWanted, false)) made_->OnSendInitialMetadataDone(true);
-    done();
-  }
-};
+using Unary = Fake<grpc::ServerCallbackUnary, grpc::ServerUnaryReactor>;
 struct Reading : Fake<grpc::ServerCallbackWriter<ReadResponse>, grpc::ServerWriteReactor<ReadResponse>> {
   using Fake::Fake;
-  void Write(const ReadResponse*, grpc::WriteOptions) override { isWritten = true; }
+  void Write(const ReadResponse*, grpc::WriteOptions) override { isWritten_ = true; }
   void WriteAndFinish(const ReadResponse*, grpc::WriteOptions, grpc::Status) override {}
-  void proceed() {
-    if (std::exchange(isMetadataWanted, false)) made_->OnSendInitialMetadataDone(true);
-    while (std::exchange(isWritten, false)) made_->OnWriteDone(true);
-    done();
-  }
-  bool isWritten = false;
 };
 using StreamReactor = grpc::ServerBidiReactor<StreamMessageRequest, StreamMessageResponse>;
 struct Streaming
@@ -70,13 +62,13 @@ struct Streaming
   void Read(StreamMessageRequest* place) override { wanted = place; }
   void Write(const StreamMessageResponse* response, grpc::WriteOptions) override {
     heard = response->arbitration().status().code();
-    isWritten = true;
+    isWritten_ = true;
   }
   void WriteAndFinish(const StreamMessageResponse*, grpc::WriteOptions, grpc::Status) override {}
   void proceed() {
-    while (std::exchange(isWritten, false)) made_->OnWriteDone(true);
-    if (end && wanted != nullptr) wanted = nullptr, made_->OnReadDone(false);
-    done();
+    while (std::exchange(isWritten_, false)) made_->OnWriteDone(true);
+    if (end && std::exchange(wanted, nullptr) != nullptr) made_->OnReadDone(false);
+    Fake::proceed();
   }
   void say(std::uint64_t id) {
     wanted->Clear();
@@ -87,7 +79,6 @@ struct Streaming
   }
   StreamMessageRequest* wanted = nullptr;
   std::optional<int> heard;
-  bool isWritten = false;
 };
 
 class Calls : public BothPrograms {
