@@ -59,7 +59,7 @@ std::string joined(const Fields& fields) {
 }
 
 /// The hardware agent's message for the row with these values: a handle and, unless the row was removed, its
-/// genId. They tell one write from all others, so the clocks of the two processes do not matter.
+/// genId. They identify one write, so the clocks of the two processes do not matter.
 const Record* ofRow(const Records& records, std::string_view function, const Values& row) {
   const auto found = std::find_if(records.begin(), records.end(), [&](const Record& record) {
     const Values& values = record.values;

@@ -24,7 +24,7 @@ class ExplainTest : public CtlTest {
   std::unique_ptr<Program> agent_;
 };
 
-TEST_F(ExplainTest, TellsTheWayOfTheLatestUpdateAndOfItsUndo) {
+TEST_F(ExplainTest, ShowsTheStepsOfTheLatestUpdateAndOfItsUndo) {
   startHardware({"--fail", "l3IifTH3:vrf=4095:7"});
   startAgent();
   EXPECT_EQ(client({"write", "insert", "l3IifTH3", "l3Iif=5", "vrf=10"})->exitCode(), 0);
