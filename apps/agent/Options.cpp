@@ -142,8 +142,9 @@ void check(const Options& options) {
     throw Cairn::Exception("expected --listen beside --tls-cert: the Unix socket is not encrypted");
   }
   if (static_cast<std::size_t>(options.listening.maxMessageBytes) > options.device.maxRequestBytes) {
-    throw Cairn::Exception(fmt::format("--max-request-bytes: expected --max-message-bytes ({}) at least, got {}",
-                                       options.listening.maxMessageBytes, options.device.maxRequestBytes));
+    throw Cairn::Exception(
+        fmt::format("--max-request-bytes: expected --max-message-bytes ({}) at least, got {}",
+                    options.listening.maxMessageBytes, options.device.maxRequestBytes));
   }
 }
 
