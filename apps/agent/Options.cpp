@@ -136,7 +136,9 @@ void addLimits(CommandLine& line, Options& options) {
 void check(const Options& options) {
   const auto& tls = options.listening.tls;
   if (tls && (tls->certificate.empty() || tls->key.empty())) {
-    throw Cairn::Exception("expected --tls-cert and --tls-key, got one of them");
+    const bool neither = tls->certificate.empty() && tls->key.empty();
+    throw Cairn::Exception(std::string("expected --tls-cert and --tls-key, got ") +
+                           (neither ? "--tls-client-ca alone" : "one of them"));
   }
   if (tls && options.listening.addresses.empty()) {
     throw Cairn::Exception("expected --listen beside --tls-cert: the Unix socket is not encrypted");
