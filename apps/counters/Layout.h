@@ -94,7 +94,7 @@ struct ServerWords {
   Word rejections{};          ///< of these, those that were answered with an error as a whole
   Word shortenedTexts{};      ///< of single updates' errors, cut to keep the details within their budget
   Word requestsInFlight{};    ///< without an answer now
-  Word bytesInFlight{};       ///< of these
+  Word bytesInFlight{};       ///< of these, and of those whose memory is not free yet
   Word batchesInFlight{};     ///< without an answer now
   Word streams{};             ///< open now
   Word connections{};         ///< that were accepted

@@ -124,7 +124,7 @@ void addServer(Families& all, const Counters::ServerWords<std::uint64_t>& words)
   all.counter("tolmar_server_shortened_texts_total",
               "Error texts of updates cut to fit into the answer's trailer.", words.shortenedTexts);
   all.gauge("tolmar_server_requests_in_flight", "Calls without an answer.", words.requestsInFlight);
-  all.gauge("tolmar_server_bytes_in_flight", "Bytes of these calls.", words.bytesInFlight);
+  all.gauge("tolmar_server_bytes_in_flight", "Bytes of calls in memory.", words.bytesInFlight);
   all.gauge("tolmar_server_batches_in_flight", "Batches of updates without an answer.",
             words.batchesInFlight);
   all.gauge("tolmar_server_streams", "Open streams of controllers.", words.streams);
