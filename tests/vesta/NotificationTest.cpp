@@ -329,6 +329,30 @@ TEST_F(BetweenLoads, MissInAnIndexThatIsRebuiltIsCheckedAgain) {
   EXPECT_EQ(follower_->stampOf(7), 1u);
 }
 
+// Behind the reader cells become empty, before it they are taken: it meets none in a walk over two pages.
+TEST_F(BetweenLoads, WalkWithoutAnEmptyCellIsMadeAgainAfterAChange) {
+  attach(1, 512);
+  Segment& segment = segmentOf(*table_);
+  const std::size_t cells = segment.layout().cells;
+  const std::size_t index = segment.layout().indexAt(segment.load(Vesta::kIndexAt) & 1);
+  Word first = 1'000'000;  // a key whose chain begins in the first cell
+  while (Vesta::hashOf(&first, 1u) % cells != 0) ++first;
+  const auto fill = [&](std::size_t half, std::uint32_t value) {
+    for (std::size_t i = 0; i < cells / 2; ++i) {
+      const std::size_t at = index + half * cells / 2 + i;
+      segment.at(at) = Vesta::sealed(value, at);
+    }
+  };
+  forgetShortcuts(segment);
+  fill(0, Vesta::kMarkCell);
+  onTouch(index + cells / 2, [&] {
+    fill(0, Vesta::kEmptyCell);
+    fill(1, Vesta::kMarkCell);
+    put(*table_, 0, 2);
+  });
+  EXPECT_EQ(follower_->stampOf(first), 0u);
+}
+
 TEST_F(BetweenLoads, RecordThatIsOverwrittenWhileItIsReadIsNoDamage) {
   attach(2, 64, 120);
   put(*table_, 1, 2);

@@ -51,7 +51,8 @@ void RowReads::throwCell(std::uint32_t value, std::size_t position) const {
                   {DamagedPlace::word(position)});
 }
 
-void RowReads::throwFullIndex(std::size_t base) const {
+void RowReads::throwFullIndex(unsigned which) const {
+  const std::size_t base = layout_.indexAt(which);
   throwCorruption(
       "index at word " + std::to_string(base) + ": no empty cell in " + std::to_string(layout_.cells),
       {DamagedPlace::word(base)});
@@ -71,12 +72,16 @@ void RowReads::retry(Patience& patience, const char* what) {
 // Cells change one at a time, and keys never move between cells, so a key that the walk passes by was absent
 // at some moment of the walk. A slot that was re-used between the load of its cell and that of its row holds
 // another key or none: the key was absent in between. A miss counts only if the index word is intact and did
-// not change, since the other index may be half built; a hit proves itself.
+// not change, since the other index may be half built; a hit proves itself. A walk in which no cell was empty
+// is damage only if nothing was published meanwhile: then at most one change was in progress, and an index
+// has more empty cells than one change fills. Otherwise the empty cells may have moved past the walk.
 bool RowReads::lookupInIndex(const Word* key, Word hash, Word* row, std::uint32_t& slot) {
   Patience patience(yieldTime_);
   for (;;) {
     const Word indexWord = loadAcquire(words_[kIndexAt]);
-    const Probe found = probe(static_cast<unsigned>(indexWord) & 1, hash, [&](std::uint32_t candidate) {
+    const Word published = loadAcquire(words_[kSequenceAt]);
+    const unsigned which = static_cast<unsigned>(indexWord) & 1;
+    const Probe found = probe(which, hash, [&](std::uint32_t candidate) {
       return isOccupied(readSlot(candidate, row)) && sameKey(row + 1, key);
     });
     if (found.slot != kNone) {
@@ -84,7 +89,10 @@ bool RowReads::lookupInIndex(const Word* key, Word hash, Word* row, std::uint32_
       return true;
     }
     Segment::unsealed(indexWord, kIndexAt, "index word");
-    if (loadAcquire(words_[kIndexAt]) == indexWord) return false;
+    if (loadAcquire(words_[kIndexAt]) == indexWord) {
+      if (!found.isOpen) return false;
+      if (loadAcquire(words_[kSequenceAt]) == published) throwFullIndex(which);
+    }
     retry(patience, "index");
   }
 }

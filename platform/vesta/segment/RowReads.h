@@ -31,6 +31,7 @@ class RowReads {
   struct Probe {
     std::uint32_t slot = kNone;  ///< the match
     std::uint32_t cell = kNone;  ///< its cell; without a match, the cell for a new one
+    bool isOpen = false;         ///< no match, and no cell was empty, which ends a chain
   };
   /// The slot and the cell in which a key of this hash probably is; kNone when only the index can tell. A
   /// hint: the caller checks that the key is there.
@@ -47,9 +48,11 @@ class RowReads {
   void validateIndex() const;
 
   /// Walks the chain of `hash` in the index `which` and calls `matches` with each slot whose tag fits, until
-  /// it returns true.
+  /// it returns true. An intact index has an empty cell at any moment.
   template <class Matches>
   Probe probe(unsigned which, Word hash, const Matches& matches) const;
+  /// Throws for an index without an empty cell.
+  [[noreturn]] void throwFullIndex(unsigned which) const;
 
   Segment& segment() noexcept { return *segment_; }
   const std::shared_ptr<Segment>& sharedSegment() const noexcept { return segment_; }
@@ -76,7 +79,6 @@ class RowReads {
   bool lookupInIndex(const Word* key, Word hash, Word* row, std::uint32_t& slot);
   [[noreturn]] void throwRow(std::uint32_t slot, Word version, const CopiedRow& copied) const;
   [[noreturn]] void throwCell(std::uint32_t value, std::size_t position) const;
-  [[noreturn]] void throwFullIndex(std::size_t base) const;
   void retry(Patience& patience, const char* what);
   std::uint32_t slotOfCell(std::uint32_t value, std::size_t position) const {
     const std::uint32_t slot = cellSlot(value);
@@ -112,7 +114,8 @@ RowReads::Probe RowReads::probe(unsigned which, Word hash, const Matches& matche
       if (cellState(value) == CellState::empty) return result;
     }
   }
-  throwFullIndex(base);
+  result.isOpen = true;
+  return result;
 }
 
 template <class Sizes>

@@ -121,17 +121,21 @@ bool RowWrites::holds(const Sizes& sizes, std::uint32_t slot, const Word* key, W
 // A key counts as absent only if every slot that was compared with it is intact.
 template <class Sizes>
 RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) {
-  return reads_.probe(index_.which(), hash, [&](std::uint32_t slot) {
+  const RowReads::Probe found = reads_.probe(index_.which(), hash, [&](std::uint32_t slot) {
     if (holds(sizes, slot, key, hash)) [[likely]]
       return true;
     reads_.readSlot(slot, scratch_.data());
     return false;
   });
+  if (found.isOpen) [[unlikely]]
+    reads_.throwFullIndex(index_.which());
+  return found;
 }
 
 /// The log record and the slot of the next change.
 template <class Sizes>
-[[gnu::always_inline]] inline void RowWrites::put(const Sizes& sizes, Word* row, std::uint32_t slot, bool occupied) {
+[[gnu::always_inline]] inline void RowWrites::put(const Sizes& sizes, Word* row, std::uint32_t slot,
+                                                  bool occupied) {
   const auto stepped = [this](WriteStep now) { step(now); };
   const Word sequence = nextSequence(sequence_);
   step(WriteStep::begun);
