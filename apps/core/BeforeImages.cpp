@@ -139,7 +139,8 @@ bool BeforeImages::isIntact(Place record) const noexcept {
          words[3] == checkOf(words);
 }
 
-/// Words and records that count stay in use; ids and orders continue above those in the file.
+/// Words and records that count stay in use; ids and orders continue above those in the file. Other records
+/// are cleared: a batch could get the id of theirs again once their word has been damaged.
 void BeforeImages::findFree() {
   uses_.assign(capacity_.batches, {0, true});
   freeBatches_.reserve(capacity_.batches);
@@ -147,6 +148,7 @@ void BeforeImages::findFree() {
   for (std::size_t record = capacity_.records; record-- > 0;) {
     const Word* const words = recordAt(static_cast<Place>(record));
     if (!counts(static_cast<Place>(record))) {
+      if (words[0] != 0) store(recordAt(static_cast<Place>(record))[0], 0);
       freeRecords_.push_back(static_cast<Place>(record));
       continue;
     }
