@@ -52,7 +52,8 @@ void GetConfigCall::OnSendInitialMetadataDone(bool) {
   attempt([this] {
     const Status status = answerGet(*config_, request_, response_);
     watch_.sending();
-    finish(status);
+    if (!status.ok()) return finish(status);
+    Finish(grpc::Status::OK);  // not end(): the answer may be long, so the request counts until it is sent
   });
 }
 
