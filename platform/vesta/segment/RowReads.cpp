@@ -31,8 +31,8 @@ Word RowReads::readSlotOf(std::uint32_t slot, Word* row) {
   if constexpr (rowWords == 0) {
     return readSlot(sizes(), slot, row);
   } else {
-    return readSlot(BasicRowSizes{layout_.keyWords, std::integral_constant<std::uint32_t, rowWords>()}, slot,
-                    row);
+    using Words = std::integral_constant<std::uint32_t, rowWords>;
+    return readSlot(BasicRowSizes<std::uint32_t, Words>{layout_.keyWords, Words()}, slot, row);
   }
 }
 
