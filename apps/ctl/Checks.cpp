@@ -57,18 +57,19 @@ void checkModes(const Folder& folder, Findings& findings) {
 
 // Segments.
 
-std::string adviceFor(const Writer& writer, std::string_view program) {
-  switch (writer.state) {
-    case Writer::State::running:
-      return fmt::format("{} {} replaces the segment within a second; check again", program, writer.process);
-    case Writer::State::stopped:
-      return fmt::format("kill -CONT {}: {} then replaces the segment", writer.process, program);
-    default:
-      return fmt::format("start {}: it replaces the segment and keeps the intact rows", program);
+/// `living`: the program runs, whether or not it writes the table.
+std::string adviceFor(const Writer& writer, std::string_view program, bool living) {
+  const bool isStopped = writer.state == Writer::State::stopped;
+  if (!living && !isStopped && writer.state != Writer::State::running) {
+    return fmt::format("start {}: it replaces the segment and keeps the intact rows", program);
   }
+  const std::string first = isStopped ? fmt::format("kill -CONT {}; ", writer.process) : "";
+  return first + (program == kAgent
+                      ? "restart p4rt-agent: it replaces the segment and keeps the intact rows"
+                      : "hw-agent replaces the segment when it next reads the damage, or at its start");
 }
 
-Finding segmentFinding(Vesta::SegmentView& segment, std::string_view program) {
+Finding segmentFinding(Vesta::SegmentView& segment, std::string_view program, bool living) {
   const std::string file = segment.path().path() + "/" + segment.path().collection();
   const Vesta::SegmentView::Writer process = segment.writer();
   const Writer writer = writerOf(process.process, process.living);
@@ -80,7 +81,7 @@ Finding segmentFinding(Vesta::SegmentView& segment, std::string_view program) {
     return {
         Kind::fault, file, fault.text,
         other ? fmt::format("start the {} of this version: it replaces the segment by an empty one", program)
-              : adviceFor(writer, program)};
+              : adviceFor(writer, program, living)};
   }
   try {
     segment.reads()->validate();
@@ -90,21 +91,32 @@ Finding segmentFinding(Vesta::SegmentView& segment, std::string_view program) {
     if (writer.state == Writer::State::stopped)
       advice = fmt::format("kill -CONT {} continues it", writer.process);
     if (writer.state == Writer::State::gone) advice = fmt::format("start {}", program);
+    if (writer.state == Writer::State::none && living)
+      advice = fmt::format("restart {}: it has detached from the table", program);
     return {advice.empty() ? Kind::fine : Kind::note, file, rows + ", " + textOf(writer, program), advice};
   } catch (const Cairn::CorruptionDetectedException& damage) {
-    return {Kind::fault, file, damage.message(), adviceFor(writer, program)};
+    return {Kind::fault, file, damage.message(), adviceFor(writer, program, living)};
   } catch (const Cairn::Exception& problem) {
     return {Kind::note, file, problem.message(), "check again: its writer was changing it"};
   }
 }
 
+template <class Words>
+bool isLiving(const Folder& folder, std::string_view name) {
+  Program<Words> program{std::string(name), {}, {}};
+  program.read(folder.path());
+  return program.view && program.view->program().living;
+}
+
 void checkSegments(const Folder& folder, Findings& findings) {
+  const bool agentLives = isLiving<Counters::AgentCounts>(folder, kAgent);
+  const bool hardwareLives = isLiving<Counters::HardwareCounts>(folder, kHardwareAgent);
   TolmarHwLib::forEachOutputTable([&]<std::size_t, class T>(const TolmarHwLib::OutputTable<T>& table) {
     const auto check = [&]<class Entry>(const std::string& path, std::string_view program) {
       const auto shape = Vesta::shapeOf<typename T::Key, Entry>(table.capacity);
       try {
         Vesta::SegmentView segment(Vesta::RootPath(folder.path(), path, "table"), shape);
-        findings.push_back(segmentFinding(segment, program));
+        findings.push_back(segmentFinding(segment, program, program == kAgent ? agentLives : hardwareLives));
       } catch (const Cairn::Exception& problem) {
         findings.push_back(
             {Kind::fault, path + "/table", problem.message(), fmt::format("start {} again", program)});
@@ -196,6 +208,10 @@ void checkTraces(const Folder& folder, Findings& findings) {
     const std::string name = std::filesystem::path(path).filename().string();
     checkFile(folder, name, "remove it, or restart the program, which begins another", findings, [&] {
       const auto records = Skein::readTrace(path);
+      const auto unreadable = std::count_if(records.begin(), records.end(), isUnreadable);
+      if (unreadable != 0) {
+        throw Cairn::CorruptionDetectedException(fmt::format("{} messages cannot be read", unreadable));
+      }
       return records.empty()
                  ? std::string("no messages")
                  : fmt::format("{} messages since {}", records.size(), timeText(records.front().wall));

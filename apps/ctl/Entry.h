@@ -47,7 +47,9 @@ struct Entry {
   Fields key;
   std::optional<ConfigRow> config;
   std::optional<StatusRow> status;
-  bool undecided = false;           ///< the agent may still undo its latest update
+  bool undecided = false;  ///< the agent may still undo its latest update
+  std::optional<std::uint64_t>
+      writtenAt;                    ///< nanoseconds since 1970, if it does not match and a trace has it
   std::optional<ConfigRow> before;  ///< if undecided: what the undo restores; nothing: it removes the entry
 
   State state() const;
@@ -66,6 +68,7 @@ struct Writer {
 struct Side {
   std::string file;  ///< below the runtime folder
   bool missing = false;
+  bool isReadable = false;  ///< there are rows, or could be
   std::size_t rows = 0;
   std::vector<std::string> damage;  ///< one line each; the rows that are read are intact
   Writer writer;

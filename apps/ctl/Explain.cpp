@@ -23,7 +23,6 @@ namespace {
 using Record = Skein::TraceRecord;
 using Records = std::vector<Record>;
 
-constexpr std::string_view kCore = "./apps/core/AgentCore";
 constexpr std::string_view kHardware = "./apps/hw/Programmer";
 constexpr std::string_view kTracker = "PendingHwProgrammingSms";
 
@@ -36,8 +35,9 @@ struct Step {
   const Record* record;  ///< null when no trace has it
 };
 
+bool isOf(const Record& record, std::string_view source) { return record.site->source == source; }
 bool isOf(const Record& record, std::string_view source, std::string_view function) {
-  return record.site->source == source && record.site->function == function;
+  return isOf(record, source) && record.site->function == function;
 }
 
 /// The last write of the entry with this handle, and the undo after it if there was one, oldest first.
@@ -81,6 +81,13 @@ const Record* near(Iterator begin, Iterator end, const Record& write, std::strin
   return found == end ? nullptr : &*found;
 }
 
+/// What the hardware agent did with the row.
+std::vector<Step> answerSteps(const Records& records, const Values& row) {
+  return {{"seen", "by the hardware agent", ofRow(records, "changed", row)},
+          {"answered", "in the status table",
+           ofRow(records, row.size() == 1 ? "answerDeleted" : "answerPresent", row)}};
+}
+
 std::vector<Step> stepsOf(const Records& records, const Record& write, const Entry& entry) {
   const bool isUndo = write.site->function == "undo";
   const Values row(write.values.begin() + (isUndo ? 0 : 1), write.values.end());
@@ -92,9 +99,7 @@ std::vector<Step> stepsOf(const Records& records, const Record& write, const Ent
                      near(backwards, records.rend(), write, kCore, {"submit"}, write.values[0])});
   }
   steps.push_back({"row", "to the config table", &write});
-  steps.push_back({"seen", "by the hardware agent", ofRow(records, "changed", row)});
-  steps.push_back({"answered", "in the status table",
-                   ofRow(records, row.size() == 1 ? "answerDeleted" : "answerPresent", row)});
+  std::ranges::copy(answerSteps(records, row), std::back_inserter(steps));
   steps.push_back({"completed", "seen by the agent",
                    near(at, records.end(), write, kTracker, {"onStatusRow"}, joined(entry.key))});
   if (isUndo) return steps;
@@ -147,6 +152,17 @@ void print(const std::vector<Step>& steps) {
   }
 }
 
+/// The agent's trace no longer has the write; that of the hardware agent may reach back further.
+void printWithoutWrite(const Records& records, const Entry& entry) {
+  const auto first =
+      std::find_if(records.begin(), records.end(), [](const Record& record) { return isOf(record, kCore); });
+  fmt::print("its last write is unknown: the agent's trace begins at {}\n",
+             first == records.end() ? "no time" : timeText(first->wall));
+  Values row = {std::to_string(entry.config ? entry.config->handle : entry.status->handle)};
+  if (entry.config) row.push_back(std::to_string(entry.config->genId));
+  print(answerSteps(records, row));
+}
+
 const Entry& only(const std::vector<Table>& tables, const std::string& table) {
   const std::size_t found = tables.empty() ? 0 : tables[0].entries.size();
   if (found == 1) return tables[0].entries[0];
@@ -170,10 +186,7 @@ int explain(const std::string& path, const Selection& selection) {
     fmt::print("{}\n", write->site->function == "undo" ? "undo" : write->text());
     print(stepsOf(records, *write, entry));
   }
-  if (writes.empty()) {
-    fmt::print("  its last write is unknown: the traces begin at {}\n",
-               records.empty() ? "no time" : timeText(records.front().wall));
-  }
+  if (writes.empty()) printWithoutWrite(records, entry);
   return kFine;
 }
 

@@ -46,7 +46,9 @@ Json jsonOf(const std::optional<StatusRow>& row) {
 
 Json jsonOf(const Entry& entry, WallTime time) {
   Json object{{"key", jsonOf(entry.key)}, {"state", textOf(entry.state())}};
-  if (const auto age = longestAge(entry, time)) object["secondsAtMost"] = static_cast<double>(*age) / 1e9;
+  if (const auto age = ageOf(entry, time)) {
+    object[age->isExact ? "seconds" : "secondsAtMost"] = static_cast<double>(age->nanoseconds) / 1e9;
+  }
   object["undecided"] = entry.undecided;
   object["config"] = jsonOf(entry.config);
   object["status"] = jsonOf(entry.status);
@@ -98,6 +100,7 @@ int diff(const std::string& folder, const Selection& selection) {
   for (Table& table : tables) {
     all += table.entries.size();
     std::erase_if(table.entries, [](const Entry& entry) { return entry.matches(); });
+    if (!table.config.isReadable) table.entries.clear();  // all of them would be without config
     different += table.entries.size();
     const bool known = !isDamaged(table) && !table.config.missing && !table.status.missing;
     damaged = damaged || !known;
@@ -143,8 +146,8 @@ void addShow(CLI::App& app, CommandLine& line) {
       "Data columns that are 0 are left out. States: programmed; pending, the\n"
       "hardware has not answered; failed, to be undone; not programmed, the undo was\n"
       "refused, too; status without config, a removal is not answered; removed. An\n"
-      "undecided entry may still be undone. An age is an upper bound: genIds count\n"
-      "up from the time at which the agent started.\n"
+      "undecided entry may still be undone. An age is an upper bound where the trace\n"
+      "no longer has the write: genIds count up from the start of the agent.\n"
       "Exit code: 0, or 2 on error and when a table is damaged.");
   runsAs(command, line, [options](const std::string& folder) { return show(folder, *options); });
 }

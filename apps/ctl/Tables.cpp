@@ -7,6 +7,7 @@
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/ctl/Commands.h"
 #include "apps/ctl/Records.h"
+#include "apps/ctl/Traces.h"
 #include "apps/ctl/TypedView.h"
 #include "apps/process/CommandLine.h"
 #include "cairn/Assert.h"
@@ -72,18 +73,31 @@ class Reader {
     Entry entry = entryOf(key, rows);
     // The two sides were walked one after the other: an entry that does not match may have changed meanwhile.
     for (int attempt = 0; attempt < 3 && !entry.matches(); ++attempt) {
-      const std::optional<Config> config = config_.find(key);
-      const std::optional<Status> status = status_.find(key);
-      if (config == rows.config && status == rows.status) break;
-      if (!table_.config.damage.empty() || !table_.status.damage.empty()) break;
-      rows.config = config;
-      rows.status = status;
+      const bool configMoved = readAgain(config_, table_.config, key, rows.config);
+      const bool statusMoved = readAgain(status_, table_.status, key, rows.status);
+      if (!configMoved && !statusMoved) break;
       entry = entryOf(key, rows);
     }
     if (!entry.config && !entry.status && !entry.undecided) return;
     table_.config.rows += entry.config ? 1 : 0;
     table_.status.rows += entry.status ? 1 : 0;
     table_.entries.push_back(std::move(entry));
+  }
+
+  /// Whether the row is another one now. Of a side with damage the walk has found what there is.
+  template <class View, class Row>
+  static bool readAgain(View& view, Side& side, const Key& key, std::optional<Row>& row) {
+    if (!side.damage.empty()) return false;
+    try {
+      std::optional<Row> found = view.find(key);
+      std::swap(row, found);
+      return row != found;
+    } catch (const Cairn::CorruptionDetectedException& damage) {
+      side.damage.push_back(damage.message());
+    } catch (const Cairn::Exception&) {
+      // it keeps changing
+    }
+    return false;
   }
 
   static Entry entryOf(const Key& key, const Rows& rows) {
@@ -101,6 +115,7 @@ class Reader {
   static void describe(Side& side, const Vesta::SegmentView& segment) {
     side.file = segment.path().path() + "/" + segment.path().collection();
     side.missing = segment.missing();
+    side.isReadable = segment.hasRows();
     if (segment.fault()) side.damage.insert(side.damage.begin(), segment.fault().text);
     const Vesta::SegmentView::Writer writer = segment.writer();
     side.writer = writerOf(writer.process, writer.living);
@@ -155,6 +170,33 @@ std::string tableNames() {
   std::vector<std::string> names;
   forEachOutputTable([&]<std::size_t>(const auto& table) { names.emplace_back(table.name); });
   return Process::listed(names);
+}
+
+/// When the rows that do not match were written, as far as the agent's traces reach back.
+void addTimes(const Folder& folder, std::vector<Table>& tables) {
+  std::vector<Entry*> open;
+  for (Table& table : tables) {
+    for (Entry& entry : table.entries) {
+      if (!entry.matches()) open.push_back(&entry);
+    }
+  }
+  if (open.empty()) return;
+  Skein::TraceProgress progress;
+  std::vector<std::string> problems;         // the traces have commands of their own
+  using Row = std::pair<bool, std::string>;  // a removal and its handle, or a row's genId
+  std::map<Row, WallTime> times;
+  for (const auto& record : readTraces(folder, {}, progress, problems)) {
+    const bool isUndo = record.site->function == "undo";
+    const bool isWrite = record.site->source == kCore && (isUndo || record.site->function == "write");
+    if (!isWrite || record.values.empty()) continue;
+    const bool isRemoval = record.values.size() == (isUndo ? 1 : 2);
+    times[{isRemoval, record.values.back()}] = record.wall;
+  }
+  for (Entry* const entry : open) {
+    const std::uint64_t number = entry->config ? entry->config->genId : entry->status->handle;
+    const auto found = times.find({!entry->config, std::to_string(number)});
+    if (found != times.end()) entry->writtenAt = found->second;
+  }
 }
 
 [[noreturn]] void refuseField(const std::string& name) {
@@ -214,6 +256,7 @@ std::vector<Table> readTables(const Folder& folder, const Selection& selection) 
     found = found || !tables.back().config.missing || !tables.back().status.missing;
   });
   if (tables.empty()) refuseField(selection.fields.front().first);
+  addTimes(folder, tables);
   if (!found) {
     throw Cairn::Exception("runtime folder " + folder.path() + ": no table in it, expected " +
                            tables.front().config.file);

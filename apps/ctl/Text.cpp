@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -110,12 +111,13 @@ std::string durationText(std::uint64_t nanoseconds) {
   return fmt::format("{:.0f} d", seconds / 86400);
 }
 
-std::optional<std::uint64_t> longestAge(const Entry& entry, WallTime now) {
+std::optional<Age> ageOf(const Entry& entry, WallTime now) {
   if (entry.matches()) return std::nullopt;
+  if (entry.writtenAt) return Age{now - std::min(now, *entry.writtenAt), true};
   const std::uint64_t genId = entry.config ? entry.config->genId : entry.status->genId;
   constexpr std::uint64_t kYear = 365 * 86400 * kSecond;
   if (genId > now || now - genId > 20 * kYear) return std::nullopt;
-  return now - genId;
+  return Age{now - genId, false};
 }
 
 std::string textOf(const Fields& fields) {
@@ -147,7 +149,7 @@ std::string textOf(State state) {
 std::string textOf(Writer::State state) {
   switch (state) {
     case Writer::State::none:
-      return "not running";
+      return "not writing";
     case Writer::State::running:
       return "running";
     case Writer::State::stopped:
@@ -159,14 +161,16 @@ std::string textOf(Writer::State state) {
 }
 
 std::string textOf(const Writer& writer, std::string_view program) {
-  if (writer.state == Writer::State::none) return fmt::format("{} not running", program);
+  if (writer.state == Writer::State::none) return fmt::format("{} {}", program, textOf(writer.state));
   if (writer.process == 0) return fmt::format("{} {}", program, textOf(writer.state));
   return fmt::format("{} {} {}", program, writer.process, textOf(writer.state));
 }
 
 std::string stateText(const Entry& entry, WallTime time) {
   std::string text = textOf(entry.state());
-  if (const auto age = longestAge(entry, time)) text += " for at most " + durationText(*age);
+  if (const auto age = ageOf(entry, time)) {
+    text += (age->isExact ? " for " : " for at most ") + durationText(age->nanoseconds);
+  }
   if (entry.status && entry.status->errorCode != 0 && entry.state() != State::pending) {
     text += fmt::format(", code {}", entry.status->errorCode);
   }

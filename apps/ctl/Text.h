@@ -22,17 +22,20 @@ WallTime timeOf(const std::string& text, WallTime now);
 /// "12.5 us", "850 ms", "3.2 s", "5 min", "3 h", "2 d"
 std::string durationText(std::uint64_t nanoseconds);
 
-/// For at most how many nanoseconds config and status of the entry have not matched: generations count up
-/// from the time at which the agent started. Nothing if they match, and for a generation that is no such
-/// time.
-std::optional<std::uint64_t> longestAge(const Entry& entry, WallTime now);
+/// For how long config and status of the entry have not matched.
+struct Age {
+  std::uint64_t nanoseconds;
+  bool isExact;  ///< else an upper bound: generations count up from the time at which the agent started
+};
+/// Nothing if they match, and for a generation that is no time while no trace has its write.
+std::optional<Age> ageOf(const Entry& entry, WallTime now);
 
 std::string textOf(const Fields& fields);
 std::string textOf(State state);
 /// "running", "stopped by a signal", ...
 std::string textOf(Writer::State state);
 std::string textOf(const Writer& writer, std::string_view program);
-/// "pending for at most 2.4 s, undecided", "not programmed for at most 5 min, code 7"
+/// "pending for 2.4 s, undecided", "not programmed for at most 5 min, code 7"
 std::string stateText(const Entry& entry, WallTime now);
 /// Both rows without the key; data columns that are 0 are left out.
 std::string rowsText(const Entry& entry);

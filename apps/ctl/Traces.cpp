@@ -56,6 +56,10 @@ std::vector<Skein::TraceRecord> readTraces(const Folder& folder, const TraceSele
   for (const std::string& path : folder.traces()) {
     try {
       std::vector<Skein::TraceRecord> records = Skein::readTrace(path, progress);
+      const std::size_t unreadable = std::erase_if(records, isUnreadable);
+      if (unreadable != 0) {
+        problems.push_back(fmt::format("{}: damaged: {} messages cannot be read", path, unreadable));
+      }
       std::move(records.begin(), records.end(), std::back_inserter(merged));
     } catch (const Cairn::Exception& problem) {
       problems.push_back(problem.message());
@@ -70,6 +74,8 @@ std::vector<Skein::TraceRecord> readTraces(const Folder& folder, const TraceSele
   Skein::sortByTime(merged);
   return merged;
 }
+
+bool isUnreadable(const Skein::TraceRecord& record) { return record.site->source.empty(); }
 
 std::string textOf(const Skein::TraceRecord& record) {
   return fmt::format("{} {}[{}] {}:{} {}: {}", timeText(record.wall), record.process->name,

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "apps/ctl/Folder.h"
@@ -22,6 +23,11 @@ std::vector<Skein::TraceRecord> readTraces(const Folder& folder, const TraceSele
                                            Skein::TraceProgress& progress,
                                            std::vector<std::string>& problems);
 
+/// The source of the messages about what the agent writes.
+inline constexpr std::string_view kCore = "./apps/core/AgentCore";
+
+/// Whether what the message says has been damaged.
+bool isUnreadable(const Skein::TraceRecord& record);
 /// One line.
 std::string textOf(const Skein::TraceRecord& record);
 

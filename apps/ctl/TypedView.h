@@ -39,17 +39,13 @@ class TypedView {
     }
   }
 
-  /// Nothing, too, when the index is damaged.
+  /// Throws Cairn::CorruptionDetectedException where index or row are damaged, and UnsettledException.
   std::optional<EntryT> find(const Key& key) {
     Vesta::RowReads* const reads = patientReads();
     std::uint32_t slot = 0;
     Vesta::EncodedRow<Key, EntryT> sought;
     sought.encodeKey(key);
-    try {
-      if (reads == nullptr || !reads->lookup(row_.kSizes, sought.key(), row_.words(), slot)) return {};
-    } catch (const Cairn::Exception&) {
-      return {};
-    }
+    if (reads == nullptr || !reads->lookup(row_.kSizes, sought.key(), row_.words(), slot)) return {};
     EntryT entry{};
     row_.decodeEntry(entry);
     return entry;

@@ -95,7 +95,12 @@ class Watched final : public WatchedSide {
   }
 
   void print(const Key& key) {
-    const std::optional<EntryT> entry = view_.find(key);
+    std::optional<EntryT> entry;
+    try {
+      entry = view_.find(key);
+    } catch (const Cairn::Exception& problem) {
+      return problemIs(problem.message());
+    }
     const auto known = known_.find(key);
     const std::string keyText = Ctl::textOf(fieldsOf(key, Key::keyColumns));
     if (!entry) {

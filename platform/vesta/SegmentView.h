@@ -29,6 +29,7 @@ class SegmentView {
   /// Null while there is no segment whose rows can be read. Of a segment with a fault, intact rows can be
   /// read if its layout is provably this one.
   RowReads* reads() noexcept { return reads_ ? &*reads_ : nullptr; }
+  bool hasRows() const noexcept { return reads_.has_value(); }
   /// What is wrong with header or size of the file.
   const SegmentFault& fault() const noexcept { return fault_; }
   bool missing() const noexcept { return missing_; }

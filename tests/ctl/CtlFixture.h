@@ -101,7 +101,7 @@ class CtlTest : public testing::Test {
     const std::pair<const char*, const char*> masks[] = {
         {"17[0-9]{17}", "#"},
         {"agent [0-9]+", "agent PID"},
-        {"at most [0-9.]+ (ms|s|min|h|d)\\b", "at most AGE"},
+        {"(for|at most) [0-9.]+ (us|ms|s|min|h|d)\\b", "$1 AGE"},
         {"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:.]+Z", "TIME"},
         {" +\n", "\n"},
     };

@@ -50,7 +50,7 @@ batch 2 modify handle # genId #
   const auto waiting = client({"write", "modify", "l3IifTH3", "l3Iif=5", "vrf=11"});
   while (run({"diff"}).code == 0) {
   }
-  EXPECT_EQ(explained("l3Iif=5"), R"(l3IifTH3 l3Iif=5: pending for at most AGE, undecided
+  EXPECT_EQ(explained("l3Iif=5"), R"(l3IifTH3 l3Iif=5: pending for AGE, undecided
  handle=# config genId=# vrf=11; status genId=#; before genId=# vrf=10
 batch 3 modify handle # genId #
  request taken by the agent

@@ -59,7 +59,7 @@ TEST_F(ShowTest, Show_EveryStateOfAnEntry) {
   config_.reset();
   const auto before = files();
   EXPECT_EQ(run({"diff", "l3IifTH3"}).text,
-            kHead + "p4rt-agent not running, hw-agent PID killed\n" + kDifferent + "5 of 6 entries differ\n");
+            kHead + "p4rt-agent not writing, hw-agent PID killed\n" + kDifferent + "5 of 6 entries differ\n");
   EXPECT_EQ(run({"diff", "--key", "l3Iif=0x1"}), (Result{0, "0 of 1 entries differ\n"}));
   const auto json = nlohmann::json::parse(runIn(path(), {"show", "--json", "--key", "l3Iif=2"}).text);
   EXPECT_EQ(files(), before);
