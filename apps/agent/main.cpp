@@ -92,8 +92,9 @@ void runAgent(const Options& options, const std::string& commandLine) {
   Agent::AgentProcess agent(mainLoop.loop(), folder.path(), options.plugin, options.timeout,
                             options.device.maxMetadata, counters ? &counters->words() : nullptr);
   requireKnownHandles(options);  // those of the plugin exist now
-  // Not before the tables are this process's own: another agent's trace would be moved aside.
+  // Not before the start can fail no more: those of the agent before it would be moved aside.
   folder.trace("p4rt-agent");
+  Counters::publish(counters);
   if (options.cleanup) return cleanUp(agent, folder.path());
   serve(
       mainLoop, agent, options, folder.path(), [&agent] { agent.recover(); },

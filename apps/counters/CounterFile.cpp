@@ -24,39 +24,41 @@ std::string optionsText(int count, const char* const* arguments) {
 
 CounterMemory::CounterMemory(const std::string& path, ProgramId program, std::size_t fileBytes,
                              const std::string& options)
-    : bytes_(fileBytes) {
-  const std::string unfinished = path + ".new." + std::to_string(getpid());
-  file_ =
-      Cairn::Descriptor(open(unfinished.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file_) throw Cairn::SystemException("create counter file " + unfinished, errno);
+    : path_(path), unpublished_(path + ".new." + std::to_string(getpid())), bytes_(fileBytes) {
+  file_ = Cairn::Descriptor(
+      open(unpublished_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file_) throw Cairn::SystemException("create counter file " + unpublished_, errno);
   try {
-    map(path, program, options);
-    if (rename(unfinished.c_str(), path.c_str()) != 0) {
-      throw Cairn::SystemException("name counter file " + path, errno);
-    }
+    map(program, options);
   } catch (...) {
-    unlink(unfinished.c_str());
-    if (mapped_ != nullptr) munmap(mapped_, bytes_);
+    unlink(unpublished_.c_str());
     throw;
   }
   guard_ = std::make_unique<Vesta::GuardedMapping>(static_cast<const Vesta::Word*>(mapped_),
                                                    bytes_ / sizeof(Vesta::Word), false);
 }
 
-void CounterMemory::map(const std::string& path, ProgramId program, const std::string& options) {
+void CounterMemory::publish() {
+  if (rename(unpublished_.c_str(), path_.c_str()) != 0) {
+    throw Cairn::SystemException("name counter file " + path_, errno);
+  }
+  unpublished_.clear();
+}
+
+void CounterMemory::map(ProgramId program, const std::string& options) {
   struct flock lock {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;
   lock.l_len = 1;
   if (fcntl(file_.get(), F_OFD_SETLK, &lock) != 0) {
-    throw Cairn::SystemException("lock counter file " + path, errno);
+    throw Cairn::SystemException("lock counter file " + path_, errno);
   }
   // Without reserved blocks, a full file system would be a signal at the first access.
   if (const int error = posix_fallocate(file_.get(), 0, static_cast<off_t>(bytes_)); error != 0) {
-    throw Cairn::SystemException("reserve counter file " + path, error);
+    throw Cairn::SystemException("reserve counter file " + path_, error);
   }
   void* const mapped = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(), 0);
-  if (mapped == MAP_FAILED) throw Cairn::SystemException("map counter file " + path, errno);
+  if (mapped == MAP_FAILED) throw Cairn::SystemException("map counter file " + path_, errno);
   mapped_ = mapped;
   auto* const header = new (mapped_) Header{};
   std::memcpy(header->magic, kMagic, sizeof kMagic);
@@ -73,6 +75,7 @@ void CounterMemory::map(const std::string& path, ProgramId program, const std::s
 }
 
 CounterMemory::~CounterMemory() {
+  if (!unpublished_.empty()) unlink(unpublished_.c_str());
   guard_.reset();
   munmap(mapped_, bytes_);
 }

@@ -17,19 +17,23 @@ std::string optionsText(int count, const char* const* arguments);
 /// The memory of one counter file, locked while this lives.
 class CounterMemory {
  public:
-  /// Makes the file, under another name first, and replaces that of an earlier run. Throws
-  /// Cairn::SystemException, and leaves no file behind then.
+  /// Makes the file under another name, which it has until publish(). Throws Cairn::SystemException, and
+  /// leaves no file behind then.
   CounterMemory(const std::string& path, ProgramId program, std::size_t fileBytes,
                 const std::string& options);
   ~CounterMemory();
   CounterMemory(const CounterMemory&) = delete;
   CounterMemory& operator=(const CounterMemory&) = delete;
 
+  /// Replaces the file of an earlier run. Throws Cairn::SystemException.
+  void publish();
   void* words() noexcept { return static_cast<char*>(mapped_) + kPageBytes; }
 
  private:
-  void map(const std::string& path, ProgramId program, const std::string& options);
+  void map(ProgramId program, const std::string& options);
 
+  std::string path_;
+  std::string unpublished_;  // its name until publish(), empty afterwards
   Cairn::Descriptor file_;
   std::size_t bytes_;
   void* mapped_ = nullptr;
@@ -44,6 +48,7 @@ class CounterFile {
   CounterFile(const std::string& path, const std::string& options)
       : memory_(path, Words::kProgram, kFileBytes<Words>, options), words_(new (memory_.words()) Words) {}
 
+  void publish() { memory_.publish(); }
   Words& words() noexcept { return *words_; }
 
  private:
@@ -51,8 +56,8 @@ class CounterFile {
   Words* words_;  // not owned
 };
 
-/// The counter file at `path`. Counters are an aid: when it cannot be made, for want of space for example,
-/// that is logged, and null returned.
+/// The counter file for `path`, to be published. Counters are an aid: when it cannot be made, for want of
+/// space for example, that is logged, and null returned.
 template <class Words>
 std::unique_ptr<CounterFile<Words>> makeCounters(const std::string& path, const std::string& options) {
   try {
@@ -60,6 +65,16 @@ std::unique_ptr<CounterFile<Words>> makeCounters(const std::string& path, const 
   } catch (const Cairn::Exception& failure) {
     Process::log(Process::LogLevel::warning, "continuing without a counter file: " + failure.message());
     return nullptr;
+  }
+}
+
+/// Publishes `counters` unless they are null. That it cannot be done is logged, too.
+template <class Words>
+void publish(const std::unique_ptr<CounterFile<Words>>& counters) {
+  try {
+    if (counters) counters->publish();
+  } catch (const Cairn::Exception& failure) {
+    Process::log(Process::LogLevel::warning, "continuing without a counter file: " + failure.message());
   }
 }
 

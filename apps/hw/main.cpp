@@ -44,8 +44,9 @@ bool follow(const HwAgent::Options& options, const std::string& commandLine) {
       Quill::allocate<Orrery::EntityManager>(folder.path(), mainLoop.loop(), Process::tableLog()), settings,
       counters ? &counters->words() : nullptr);
   if (!options.faultsFile.empty()) mainLoop.hangUpIs([&] { readAgain(options, tables); });
-  // Not before the tables are this process's own: another one's trace would be moved aside.
+  // Not before the tables are this process's own: another one's trace and counters would be moved aside.
   folder.trace("hw-agent");
+  Counters::publish(counters);
   Process::log(LogLevel::info, "following the tables");
   mainLoop.run([&tables] { tables.recover(); });
   Process::log(LogLevel::info, "stopped after " + std::to_string(tables.answers()) + " answers");

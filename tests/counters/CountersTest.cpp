@@ -41,6 +41,7 @@ class CountersTest : public testing::Test {
 TEST_F(CountersTest, View_FollowsTheProgramThroughItsEndAndItsNextStart) {
   EXPECT_THAT(problem([&] { View{path_}; }), HasSubstr("No such file"));
   auto file = std::make_unique<File>(path_, "--listen [::1]:9559");
+  file->publish();
   View view(path_);
   const auto& table = view.words().tables[3];
   const auto read = [&] {
@@ -57,11 +58,13 @@ TEST_F(CountersTest, View_FollowsTheProgramThroughItsEndAndItsNextStart) {
   file.reset();
   EXPECT_EQ(read(), "dead 5 4");
   file = std::make_unique<File>(path_, "");
+  EXPECT_EQ(read(), "dead 5 4") << "not before the next program publishes its own";
+  file->publish();
   EXPECT_EQ(read(), "living 0 0");
 }
 
 TEST_F(CountersTest, View_RefusesADamagedFile) {
-  const File file(path_, "");
+  File(path_, "").publish();
   const struct {
     std::size_t offset;
     std::uint32_t value;
@@ -101,7 +104,9 @@ TEST_F(CountersTest, View_RefusesADamagedFile) {
 
 TEST_F(CountersTest, File_IsNotLeftUnfinishedAndOutlivesItsTruncation) {
   EXPECT_THAT(problem([&] { File(folder_.path() + "/none/counters", ""); }), HasSubstr("No such file"));
+  { const File unpublished(path_ + "2", ""); }
   File file(path_, std::string(10'000, 'x'));
+  file.publish();
   EXPECT_EQ(View(path_).program().options.size(), 3991u);
   ASSERT_EQ(truncate(path_.c_str(), 0), 0);
   file.words().tables[0].undos.add(2);

@@ -57,6 +57,7 @@ class CtlTest : public testing::Test {
   /// The counters of the agent, which the test plays.
   Counters::AgentCounters& playAgent() {
     agent_.emplace(path() + "/p4rt-agent.counters", "--timeout 5");
+    agent_->publish();
     agent_->words().heartbeat.set(Counters::monotonicNanoseconds());
     return agent_->words();
   }

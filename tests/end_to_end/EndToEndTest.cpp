@@ -284,7 +284,9 @@ TEST_F(EndToEnd, RemovedFiles_AreRefusedUntilARestartAndSecondProcessesAlways) {
     runtime_ += "1";
     const auto hw = hardware();
     auto served = agent();
+    const auto counters = contents(runtime_ + "/hw-agent.counters").substr(0, 4096);
     EXPECT_THAT(ended(start(HW_AGENT, {}), 1), HasSubstr("process " + std::to_string(hw->pid())));
+    EXPECT_EQ(contents(runtime_ + "/hw-agent.counters").substr(0, 4096), counters) << "still its pid";
     send(inserts(1, 3));
     std::filesystem::remove_all(runtime_ + removed);
     EXPECT_TRUE(hw->says(": the file " + runtime_)) << hw->output();
