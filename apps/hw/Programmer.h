@@ -121,38 +121,38 @@ class Programmer {
     if (config) {
       const bool answered = status && !status->deleted && status->entryHandle == config->entryHandle &&
                             status->genId == config->genId;
-      if (!answered) answerPresent(*config, seen);
+      if (answered) return;
+      if (status || !tables_.full()) return answerPresent(*config, seen);
+      blocked_.push_back({key, seen});
     } else if (status && !status->deleted) {
       answerDeleted(*status, seen);
     }
   }
 
+  /// The status table has room. The message comes before the write: once the row is there, the agent's own
+  /// message about it may be earlier than any that follows here.
   void answerPresent(const Config& config, std::uint64_t seen) {
     Status status{};
     static_cast<Key&>(status) = config.key();
     status.genId = config.genId;
     status.entryHandle = config.entryHandle;
     status.errorCode = config.valid ? faults_.codeFor(config) : std::uint16_t{0};
-    try {
-      tables_.statusIs(status);
-      static constinit const Skein::Site site{"./apps/hw/Programmer", 128, "answerPresent",
-                                              "handle %s genId %s error %s"};
-      Skein::message(site, status.entryHandle, status.genId, status.errorCode);
-      if (config.valid) faults_.answered();
-      counters_.answered(status.errorCode, seen);
-      ++answers_;
-      ++moves_;
-    } catch (const Cairn::ResourceExhaustedException&) {
-      blocked_.push_back({config.key(), seen});
-    }
+    static constinit const Skein::Site site{"./apps/hw/Programmer", 128, "answerPresent",
+                                            "handle %s genId %s error %s"};
+    Skein::message(site, status.entryHandle, status.genId, status.errorCode);
+    tables_.statusIs(status);
+    if (config.valid) faults_.answered();
+    counters_.answered(status.errorCode, seen);
+    ++answers_;
+    ++moves_;
   }
 
   void answerDeleted(Status status, std::uint64_t seen) {
     status.errorCode = 0;
     status.deleted = true;
-    tables_.statusIs(status);
     static constinit const Skein::Site site{"./apps/hw/Programmer", 143, "answerDeleted", "handle %s"};
     Skein::message(site, status.entryHandle);
+    tables_.statusIs(status);
     removals_.push_back({status.key(), status.entryHandle, tables_.statusSequence()});
     counters_.removed(seen);
     ++answers_;

@@ -47,6 +47,8 @@ class TablePair {
   std::optional<Status> status(const Key& key) const { return found<Status>(*status_, key); }
   void eachConfig(const std::function<void(const Config&)>& visit) const { each(*config_, visit); }
   void eachStatus(const std::function<void(const Status&)>& visit) const { each(*status_, visit); }
+  /// Whether the status table has no room for a new key.
+  bool full() const { return status_->table().members() == status_->table().capacity(); }
   /// Writes the status row of its key. Throws Cairn::ResourceExhaustedException, and stores nothing, when the
   /// key is new and the table full.
   void statusIs(const Status& status) {

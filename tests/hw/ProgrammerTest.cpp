@@ -1,11 +1,14 @@
 // Answers over real tables: the test writes the config table and reads the status table, as an agent does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "apps/hw/Programmer.h"
 #include "apps/hw/TablePair.h"
+#include "skein/Ring.h"
+#include "skein/TraceReader.h"
 #include "tests/RuntimeFolder.h"
 
 namespace {
@@ -37,12 +40,26 @@ class Notifications final : public L3IifTH3Status::NotifieeConst {
   }
 };
 
+/// Expects the message about each answer to be in the trace before the answer is in the table.
+struct TracedPair : Pair {
+  using Pair::Pair;
+  void statusIs(const Status& status) {
+    const auto last = Skein::readTrace(trace).back();
+    EXPECT_EQ(last.site->function, status.deleted ? "answerDeleted" : "answerPresent");
+    EXPECT_EQ(last.values[0], std::to_string(status.entryHandle));
+    Pair::statusIs(status);
+  }
+  std::string trace;
+};
+
 class ProgrammerTest : public testing::Test {
  protected:
   static constexpr unsigned kCapacity = 8;
   using Type = QuillVesta::QuillVestaType;
 
   ProgrammerTest() {
+    pair_.trace = folder_.path() + "/trace";
+    Skein::ringIs(pair_.trace, 16 * 1024);
     notifications_->notifierIs(mounted<L3IifTH3Status>("Status", "status", Type::reader));
     notifications_->isRegisteredNotifieeIs(true);
   }
@@ -73,9 +90,9 @@ class ProgrammerTest : public testing::Test {
   Quill::Ptr<Orrery::EntityManager> agent_ = Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_);
   Quill::Ptr<Orrery::EntityManager> hardware_ = Quill::allocate<Orrery::EntityManager>(folder_.path(), loop_);
   Quill::Ptr<L3IifTH3Config> config_ = mounted<L3IifTH3Config>("Config", "config", Type::writer);
-  Pair pair_{TablePlace{hardware_, "l3IifTH3", "pair/config", "pair/status", kCapacity}};
+  TracedPair pair_{TablePlace{hardware_, "l3IifTH3", "pair/config", "pair/status", kCapacity}};
   Quill::Ptr<Notifications> notifications_ = Quill::allocate<Notifications>();
-  std::optional<Programmer<Pair>> programmer_{std::in_place, pair_, L3IifFaults(), 0ms};
+  std::optional<Programmer<TracedPair>> programmer_{std::in_place, pair_, L3IifFaults(), 0ms};
 };
 
 TEST_F(ProgrammerTest, Removal_KeepsTheStatusRowUntilTheReadersHandledIt) {
@@ -102,6 +119,9 @@ TEST_F(ProgrammerTest, FullStatusTable_AnswersWaitForRoomAndRemovalsPassThemBy) 
   EXPECT_EQ(answers(), Strings{"1 deleted 101"});
   programmer_->advance(kNow);
   EXPECT_EQ(answers(), (Strings{"1 gone", "9 handle 109"}));
+  EXPECT_EQ(std::ranges::count(Skein::readTrace(pair_.trace), "handle 109 genId 1 error 0",
+                               &Skein::TraceRecord::text),
+            1);
 }
 
 TEST_F(ProgrammerTest, FullStatusTable_ReaderThatHasStoppedHoldsAnswersUpForASecondOnly) {
@@ -120,7 +140,7 @@ TEST_F(ProgrammerTest, Start_AnswersWhatDiffersAndLeavesEqualRowsAlone) {
   for (const std::uint64_t id : {1u, 2u, 3u, 4u, 7u}) config_->tableIs({{2, 100 + id, true}, {id}});
   const Pair::Status statuses[] = {{{2, 101}, {1}}, {{1, 102}, {2}},          {{2, 3}, {3}},
                                    {{1, 105}, {5}}, {{1, 106, 0, true}, {6}}, {{2, 107, 0, true}, {7}}};
-  for (const Pair::Status& status : statuses) pair_.statusIs(status);
+  for (const Pair::Status& status : statuses) pair_.Pair::statusIs(status);
   answers();
   programmer_->reconcile(kNow);
   Strings sorted = answers();
