@@ -67,6 +67,11 @@ class StatusServer {
     server_.new_task_queue = [] { return new httplib::ThreadPool(8); };
     server_.set_keep_alive_timeout(2);
     server_.set_payload_max_length(4096);
+    // The library's own options would share the port with another server.
+    server_.set_socket_options([](int socket) {
+      const int on = 1;
+      ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    });
   }
 
   void serve(const Address& address) {

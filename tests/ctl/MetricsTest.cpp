@@ -78,8 +78,11 @@ TEST_F(MetricsTest, Text_HasTheCountersOfBothPrograms) {
 TEST_F(MetricsTest, Page_ShowsTheCountersAndWhetherBothProgramsLive) {
   const auto server = started(TOLMARCTL, path(), {"metrics", "--listen", "127.0.0.1:0"});
   ASSERT_TRUE(server->says("/\n")) << server->output();
-  const std::string address = server->output().substr(server->output().find("http"));
-  httplib::Client client(address.substr(0, address.find("/\n")));
+  std::string address = server->output().substr(server->output().find("http"));
+  address.resize(address.find("/\n"));
+  httplib::Client client(address);
+  const auto second = run({"metrics", "--listen", address.substr(7)});
+  EXPECT_THAT(std::to_string(second.code) + second.text, HasSubstr("2tolmarctl: cannot listen at 127.0.0.1"));
   const auto get = [&client](const char* at) {
     const auto result = client.Get(at);
     return result ? std::to_string(result->status) + " " + result->body : std::string("no answer");
