@@ -4,9 +4,12 @@ _tolmarctl() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
   local commands="show diff explain check trace watch top metrics report clean"
   local tables="l3TunnelIpv4TH3 l3TunnelIpv6TH3 myStationTcamTH3 l3IifTH3"
-  local options="--help --runtime-folder" command="" each
+  local valued="-r --runtime-folder -o --output --since --key --handle --interval --listen"
+  local options="--help --runtime-folder" command="" option="" each
   for each in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-    [[ " $commands " == *" $each "* ]] && command=$each
+    [[ $each == "=" ]] && continue  # "--output=FILE" comes as three words
+    [[ " $valued " != *" $option "* && " $commands " == *" $each "* ]] && command=$each
+    option=$each
   done
   case $before in
     -r | --runtime-folder)

@@ -36,9 +36,13 @@ Folder::Folder(const std::string& path) : path_(fs::path(path).lexically_normal(
   const bool isEmpty = fs::directory_iterator(path_, error) == fs::directory_iterator();
   if (error) refuse(path_, error.message());
   const std::string tables(TolmarHwLib::kOutputTablePrefix);
-  if (isEmpty || (!fs::exists(file(tables), error) && traces().empty())) {
-    refuse(path_, "neither tables (" + tables + ") nor traces (" + std::string(kAgent) + ".trace, " +
-                      std::string(kHardwareAgent) + ".trace) in it; neither program has run with it");
+  const auto counts = [&](std::string_view program) {
+    return fs::exists(file(std::string(program) + ".counters"), error);
+  };
+  if (isEmpty ||
+      (!fs::exists(file(tables), error) && traces().empty() && !counts(kAgent) && !counts(kHardwareAgent))) {
+    refuse(path_, "neither tables (" + tables + ") nor a trace or counters of " + std::string(kAgent) +
+                      " or " + std::string(kHardwareAgent) + " in it; neither program has run with it");
   }
 }
 

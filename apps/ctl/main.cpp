@@ -3,12 +3,40 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "apps/ctl/Commands.h"
+#include "apps/process/CommandLine.h"
 #include "apps/process/RuntimeFolder.h"
 #include "vesta/segment/SegmentGuard.h"
 
 namespace {
+
+/// As the other programs refuse an empty value of any option.
+void refuseEmptyValues(CLI::App& app) {
+  const auto problem = [](const std::string& value) {
+    return value.empty() ? std::string("expected a value, got an empty one") : std::string();
+  };
+  for (CLI::Option* const option : app.get_options([](const CLI::Option*) { return true; })) {
+    if (option->get_expected_max() != 0) option->check(problem);
+  }
+}
+
+template <class App>
+auto commandsOf(App& app) {
+  return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+/// What is wrong with the command line. The library does not say which word it has taken for no command.
+std::string problemOf(const CLI::App& app, const CLI::ParseError& error) {
+  const bool noCommand = error.get_name() == "RequiredError" && app.get_subcommands().empty();
+  if (!noCommand) return error.what();
+  std::vector<std::string> names;
+  for (const CLI::App* const command : commandsOf(app)) names.push_back(command->get_name());
+  const std::vector<std::string> others = app.remaining();
+  return fmt::format("expected a command ({}), got {}", Process::listed(names),
+                     others.empty() ? "nothing" : '"' + others.front() + '"');
+}
 
 int run(const Ctl::CommandLine& line) {
   try {
@@ -46,11 +74,13 @@ int main(int count, char** arguments) {
   Ctl::addMetrics(app, line);
   Ctl::addReport(app, line);
   Ctl::addClean(app, line);
+  refuseEmptyValues(app);
+  for (CLI::App* const command : commandsOf(app)) refuseEmptyValues(*command);
   try {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    Ctl::warn(error.what());
+    Ctl::warn(problemOf(app, error));
     return Ctl::kFailed;
   } catch (const std::exception& error) {
     Ctl::warn(error.what());

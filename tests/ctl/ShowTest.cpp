@@ -122,8 +122,10 @@ TEST_F(ShowTest, Show_SaysWhatIsWrongWithTheFolder) {
   EXPECT_THAT(run({"show"}).text,
               StartsWith("tolmarctl: runtime folder FOLDER: no table in it, expected p4runtime/"));
   std::filesystem::remove_all(path() + "/p4runtime");
-  for (const char* const file : {"hw-agent.counters", "hw-agent.trace", "p4rt-agent.undo"})
+  for (const char* const file : {"hw-agent.trace", "p4rt-agent.undo"})
     std::filesystem::remove(path() + "/" + file);
+  EXPECT_THAT(run({"check"}).text, HasSubstr("hw-agent.counters: "));
+  std::filesystem::remove(path() + "/hw-agent.counters");
   EXPECT_THAT(run({"show"}).text, StartsWith("tolmarctl: runtime folder FOLDER: neither tables (p4runtime/"));
   EXPECT_EQ(run({"show"}).code, 2);
   EXPECT_EQ(runIn("/dev/shm/no-such", {"show"}).text,
@@ -138,7 +140,9 @@ TEST_F(ShowTest, Arguments_AreCheckedAndExplained) {
     Strings arguments;
     const char* text;
   } rows[] = {
-      {{}, "tolmarctl: A subcommand is required\n"},
+      {{}, "tolmarctl: expected a command (show, diff, explain, "},
+      {{"foo"}, ", clean), got \"foo\"\n"},
+      {{"metrics", "--listen", ""}, "tolmarctl: --listen: expected a value, got an empty one\n"},
       {{"show", "no"},
        "expected a table of l3TunnelIpv4TH3, l3TunnelIpv6TH3, myStationTcamTH3, l3IifTH3, got \"no\""},
       {{"show", "--key", "vrf=1"}, "expected a key field of the selected tables, got \"vrf\""},
