@@ -11,6 +11,7 @@ namespace HwAgent {
 
 /// How entries are answered.
 struct Settings {
+  std::string runtimeFolder;  ///< of the tables
   std::vector<Fault> faults;
   FailEvery failEvery;
   std::chrono::milliseconds delay{0};  ///< from a change to its answer

@@ -1,5 +1,7 @@
 #include "apps/hw/Tables.h"
 
+#include <sys/stat.h>
+
 #include <array>
 #include <string_view>
 #include <tuple>
@@ -41,6 +43,12 @@ std::string configPathOf(std::size_t index) {
 
 std::string statusPathOf(std::size_t index) {
   return TolmarHwLib::statusPath(TolmarHwLib::kOutputTablePrefix, kTables[index].name);
+}
+
+/// Identifies the file at `path`; 0 for none.
+ino_t fileAt(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 }  // namespace
@@ -106,7 +114,7 @@ bool Tables::intact(std::size_t index) {
   const std::string displaced = follower->attached() ? follower->displacedFile() : std::string();
   if (follower->attached() && displaced.empty()) return true;
   answersBefore_ += follower->answers();
-  if (!follower->attached()) countersOf(index).words().segments.damageReports.add();
+  if (!follower->attached()) countDamage(index);
   follower.reset();
   if (displaced.empty()) return false;
   Process::log(Process::LogLevel::error,
@@ -121,20 +129,32 @@ void Tables::follow(std::size_t index) {
   const Table& table = kTables[index];
   const TablePlace place{entityManager_,      nameOf(index),  configPathOf(index),
                          statusPathOf(index), table.capacity, countersOf(index)};
-  auto& [follower, waitedFor] = followed_[index];
+  auto& [follower, waitedFor, damaged] = followed_[index];
   try {
+    const std::string statusFile = settings_.runtimeFolder + "/" + place.statusPath + "/table";
+    const ino_t before = fileAt(statusFile);
     follower = table.follow(place, settings_);
+    // Attaching as writer replaces a damaged segment and says so in the log alone.
+    if (before != 0 && fileAt(statusFile) != before) countDamage(index);
+    damaged = false;
     if (std::exchange(waitedFor, false)) {
       Process::log(Process::LogLevel::info, nameOf(index) + ": followed again",
                    {{"table", kTables[index].name}});
     }
   } catch (const Cairn::CorruptionDetectedException& damage) {
     // The table's writer has been notified and replaces it at its next write.
+    countDamage(index);
     wait(index, damage.message());
   } catch (const Cairn::Exception& failure) {
     if (!started_) throw;
     wait(index, failure.message());
   }
+}
+
+/// Once for each time that the pair cannot be used, however often mounting it is tried.
+void Tables::countDamage(std::size_t index) {
+  if (std::exchange(followed_[index].damaged, true)) return;
+  countersOf(index).words().segments.damageReports.add();
 }
 
 void Tables::wait(std::size_t index, const std::string& reason) {

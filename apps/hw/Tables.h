@@ -52,6 +52,7 @@ class Tables {
   struct Followed {
     std::unique_ptr<TableFollower> follower;  // null while a table of the pair cannot be used
     bool waitedFor = false;
+    bool damaged = false;  // and counted
   };
 
   AnswerCounters countersOf(std::size_t index);
@@ -60,6 +61,7 @@ class Tables {
   void follow(std::size_t index);
   bool intact(std::size_t index);
   void wait(std::size_t index, const std::string& reason);
+  void countDamage(std::size_t index);
 
   Quill::Ptr<const Orrery::EntityManager> entityManager_;
   Settings settings_;

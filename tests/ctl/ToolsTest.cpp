@@ -207,6 +207,15 @@ TEST_F(ToolsTest, Clean_KeepsWhatMayBeNeeded) {
   EXPECT_THAT(run({"clean"}).text,
               AllOf(HasSubstr("kept 3 files of " + l3Iif("status") + ": the table is damaged: member"),
                     HasSubstr("removed 0 files")));
+  damage(status, 0);
+  for (const char* const side : {"status", "config"}) {
+    startHardware();
+    EXPECT_THAT(run({"metrics"}).text,
+                HasSubstr("\ntolmar_damage_reports_total{program=\"hw-agent\",table=\"l3IifTH3\"} 1\n"))
+        << side;
+    kill();
+    damage(segment("config"), Vesta::kMembersAt * 8);
+  }
 }
 
 TEST_F(ToolsTest, Report_HasEveryFile) {
@@ -240,6 +249,7 @@ TEST_F(ToolsTest, Help_FitsAScreenAndCompletionKnowsEveryCommand) {
         "source " COMPLETION "; COMP_WORDS=(tolmarctl " + words +
         " ''); COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _tolmarctl; printf '%s\\n' \"${COMPREPLY[@]}\"");
   };
+  EXPECT_EQ(completed("-r report -r = top"), completed(""));
   const std::string all = completed("");
   EXPECT_THAT(all, HasSubstr(commands));
   std::istringstream names(commands);
