@@ -54,22 +54,25 @@ void CommandLine::flag(const std::string& names, bool& place) { app_->add_flag(n
 
 void CommandLine::operands(std::vector<std::string>& place) { app_->add_option("OPERAND", place); }
 
-/// A flag takes no value. The library overlooks an empty one.
-void CommandLine::refuseValuesOfFlags(int count, char* const* arguments) const {
-  const auto isFlag = [](const CLI::Option* option) { return option->get_expected_max() == 0; };
-  for (const CLI::Option* const flag : app_->get_options(isFlag)) {
-    const std::string name = "--" + flag->get_lnames().at(0);
-    for (int i = 1; i < count; ++i) {
-      const std::string_view given = arguments[i];
-      if (!given.starts_with(name + "=")) continue;
-      throw Cairn::Exception(
-          fmt::format("{}: expected no value, got \"{}\"", name, given.substr(name.size() + 1)));
+/// To the library an empty value is none: a flag ignores it, an option takes the next argument instead.
+void CommandLine::refuseValues(int count, char* const* arguments) const {
+  for (int i = 1; i < count && arguments[i] != std::string_view("--"); ++i) {
+    const std::string_view given = arguments[i];
+    const std::size_t equals = given.find('=');
+    if (!given.starts_with('-') || equals == given.npos) continue;
+    const CLI::Option* const option = app_->get_option_no_throw(std::string(given.substr(0, equals)));
+    if (option == nullptr) continue;
+    const std::string& name = option->get_lnames().at(0);
+    const std::string_view value = given.substr(equals + 1);
+    if (option->get_expected_max() == 0) {
+      throw Cairn::Exception(fmt::format("--{}: expected no value, got \"{}\"", name, value));
     }
+    if (value.empty()) throw Cairn::Exception(fmt::format("--{}: expected a value, got an empty one", name));
   }
 }
 
 Action CommandLine::read(int count, char* const* arguments) {
-  refuseValuesOfFlags(count, arguments);
+  refuseValues(count, arguments);
   try {
     app_->parse(count, arguments);
     return Action::run;

@@ -74,7 +74,7 @@ class CommandLine {
   Action read(int count, char* const* arguments);
 
  private:
-  void refuseValuesOfFlags(int count, char* const* arguments) const;
+  void refuseValues(int count, char* const* arguments) const;
 
   std::unique_ptr<CLI::App> app_;
 };
