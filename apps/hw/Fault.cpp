@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <utility>
 
 #include "P4RuntimeTolmar/OutputTables.h"
 #include "apps/process/CommandLine.h"
@@ -51,6 +52,15 @@ std::pair<std::string, Lumen::ColumnValue> columnOf(const Lumen::LmClass& rowCla
   }
 }
 
+void add(std::pair<std::string, Lumen::ColumnValue> column, Fault& fault) {
+  for (const auto& [name, value] : fault.columns) {
+    if (name == column.first) {
+      throw Cairn::Exception("expected each field once, got \"" + name + "\" more than once");
+    }
+  }
+  fault.columns.push_back(std::move(column));
+}
+
 std::string_view withoutComment(std::string_view line) {
   line = line.substr(0, line.find('#'));
   const std::size_t first = line.find_first_not_of(" \t\r");
@@ -72,7 +82,7 @@ Fault readFault(std::string_view text) {
   if (fields.empty()) refuse("at least one FIELD=VALUE", text);
   for (bool more = true; more;) {
     const std::size_t comma = fields.find(',');
-    fault.columns.push_back(columnOf(rowClass, table, fields.substr(0, comma)));
+    add(columnOf(rowClass, table, fields.substr(0, comma)), fault);
     more = comma != std::string_view::npos;
     if (more) fields.remove_prefix(comma + 1);
   }

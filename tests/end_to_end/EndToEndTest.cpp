@@ -395,6 +395,8 @@ const Refusal kRefusals[] = {
     {2, HW_AGENT, "--busy-poll -1", "--busy-poll: expected microseconds from 0 to 1000000, got \"-1\""},
     {2, HW_AGENT, "--fail l3IifTH3:7", "--fail: expected TABLE:FIELD=VALUE[,FIELD=VALUE...]:CODE, got"},
     {2, HW_AGENT, "--fail l3IifTH3::7", "expected at least one FIELD=VALUE, got \"l3IifTH3::7\""},
+    {2, HW_AGENT, "--fail l3IifTH3:vrf=1,l3Iif=2,vrf=2:3",
+     "--fail: expected each field once, got \"vrf\" more than once"},
     {2, HW_AGENT, "--fail l3IifTH3:l3Iif=1,:7", "--fail: expected FIELD=VALUE, got \"\""},
     {2, HW_AGENT, "--fail l3IifTH3:l3Iif=1:65536", "expected a code from 1 to 65535, got \"65536\""}};
 
