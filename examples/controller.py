@@ -22,8 +22,7 @@ class Controller:
     def __init__(self, target):
         options = [("grpc.max_metadata_size", 1 << 20)]  # room for the errors of a large batch
         self.stub = p4runtime_pb2_grpc.P4RuntimeStub(grpc.insecure_channel(target, options))
-        get = p4.GetForwardingPipelineConfigRequest(device_id=DEVICE)
-        info = self.stub.GetForwardingPipelineConfig(get).config.p4info
+        info = self.stub.GetForwardingPipelineConfig(p4.GetForwardingPipelineConfigRequest(device_id=DEVICE)).config.p4info
         self.tables = {table.preamble.name: table for table in info.tables}
         self.actions = {action.preamble.id: action for action in info.actions}
 
@@ -35,7 +34,9 @@ class Controller:
     def become_primary(self):
         self.requests = queue.SimpleQueue()  # primary while the stream is open
         self.notices = self.stub.StreamChannel(iter(self.requests.get, None))
-        self.election_id = p4.Uint128(low=self.arbitrate().election_id.low + 1)  # above all that there have been
+        highest = self.arbitrate().election_id  # of all that there have been
+        high, low = divmod((highest.high << 64) + highest.low + 1, 1 << 64)
+        self.election_id = p4.Uint128(high=high, low=low)
         status = self.arbitrate(election_id=self.election_id).status
         assert status.code == 0, f"another controller is primary: {status.message}"
 
@@ -69,8 +70,7 @@ class Controller:
             if "grpc-status-details-bin" not in trailers:
                 raise
             status = status_pb2.Status.FromString(trailers["grpc-status-details-bin"])
-            for number, detail in enumerate(status.details):
-                error = p4.Error.FromString(detail.value)
+            for number, error in enumerate(p4.Error.FromString(detail.value) for detail in status.details):
                 if error.canonical_code != 0:
                     print(f"update {number}: error {error.canonical_code}: {error.message}")
 

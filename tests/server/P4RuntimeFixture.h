@@ -36,10 +36,11 @@ class Controller {
   ~Controller() { streamContext.TryCancel(); }
 
   /// Sends an election id and returns what is heard next.
-  std::string say(std::uint64_t id, std::uint64_t device = 1) {
+  std::string say(std::uint64_t id, std::uint64_t device = 1, std::uint64_t high = 0) {
     StreamMessageRequest request;
     request.mutable_arbitration()->set_device_id(device);
     request.mutable_arbitration()->mutable_election_id()->set_low(id);
+    request.mutable_arbitration()->mutable_election_id()->set_high(high);
     stream->Write(request);
     return hear();
   }

@@ -86,7 +86,9 @@ TEST_F(P4RuntimeTest, Refusal_IsUndoneAndFaultsChangeWhileTheHardwareAgentRuns) 
 TEST_F(P4RuntimeTest, Example_ControllerInPythonRunsAgainAndAgain) {
   startHardware();
   startAgent();
-  for (int i = 0; i < 2; ++i) {
+  for (const auto& [high, low] : {std::pair<std::uint64_t, std::uint64_t>{0, 0}, {7, ~std::uint64_t{0}}}) {
+    Controller other(address());
+    EXPECT_EQ(other.say(low, 1, high).substr(2), std::to_string(low));
     Program example({"/usr/bin/env", "PYTHONPATH=" PYTHON_STUBS, "/usr/bin/python3", CONTROLLER, address()});
     EXPECT_EQ(example.exitCode(), 0);
     EXPECT_THAT(example.output(), testing::MatchesRegex("update 4: error 11: .*vrf.*\n"
