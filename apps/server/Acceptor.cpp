@@ -1,5 +1,8 @@
 #include "apps/server/Acceptor.h"
 
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,8 +21,8 @@ Acceptor::Acceptor(Quill::EventLoop& loop, int listener, const Settings& setting
   resume();
 }
 
-Acceptor::~Acceptor() {
-  if (resume_ != 0) loop_.timerDel(resume_);
+void Acceptor::stop() {
+  if (resume_ != 0) loop_.timerDel(std::exchange(resume_, 0));
   loop_.descriptorDel(listener_);
 }
 
@@ -52,7 +55,7 @@ void Acceptor::take(int descriptor) {
     return;
   }
   ++counts_.accepted;
-  connections_.push_back({descriptor, status.st_dev, status.st_ino});
+  connections_.push_back({.descriptor = descriptor, .device = status.st_dev, .inode = status.st_ino});
   handOver_(descriptor);
 }
 
@@ -78,6 +81,26 @@ std::size_t Acceptor::open() {
            status.st_ino != connection.inode;
   });
   return connections_.size();
+}
+
+void Acceptor::endStalled(Clock::time_point now, Clock::duration timeout) {
+  open();
+  for (Connection& connection : connections_) {
+    pollfd room{connection.descriptor, POLLOUT, 0};
+    int unsent = 0;
+    if (::poll(&room, 1, 0) == 0) ::ioctl(connection.descriptor, SIOCOUTQ, &unsent);
+    if (unsent == 0 || unsent != connection.unsent) {
+      connection.unsent = unsent;
+      connection.since = now;
+    } else if (now - connection.since >= timeout) {
+      ::shutdown(connection.descriptor, SHUT_RDWR);
+    }
+  }
+}
+
+void Acceptor::endAll() {
+  open();
+  for (const Connection& connection : connections_) ::shutdown(connection.descriptor, SHUT_RDWR);
 }
 
 }  // namespace Server

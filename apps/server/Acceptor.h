@@ -17,9 +17,12 @@ namespace Server {
 /// when the process has no descriptor left, it pauses.
 ///
 /// A connection belongs to the callback that it was handed to. The acceptor detects its end by its
-/// descriptor, which is closed or names another socket by then, so nobody has to report it.
+/// descriptor, which is closed or names another socket by then, so nobody has to report it. To end a
+/// connection, it shuts the socket down and leaves the descriptor to its owner. No other thread makes
+/// sockets, so the descriptor cannot come to name another one in between.
 class Acceptor {
  public:
+  using Clock = std::chrono::steady_clock;
   using HandOver = std::function<void(int descriptor)>;  ///< takes ownership
 
   struct Settings {
@@ -37,20 +40,28 @@ class Acceptor {
 
   /// `loop` and `listener`, which is non-blocking, are not owned.
   Acceptor(Quill::EventLoop& loop, int listener, const Settings& settings, HandOver handOver);
-  /// Stops accepting; connections handed over live on.
-  ~Acceptor();
+  ~Acceptor() { stop(); }
   Acceptor(const Acceptor&) = delete;
   Acceptor& operator=(const Acceptor&) = delete;
 
+  /// Stops accepting; connections handed over live on.
+  void stop();
   const Counts& counts() const noexcept { return counts_; }
   /// Connections handed over that are still open.
   std::size_t open();
+  /// Ends each connection whose buffer has been full of bytes that the peer does not take, in every call
+  /// since `timeout` ago. To be called periodically.
+  void endStalled(Clock::time_point now, Clock::duration timeout);
+  /// Ends all connections that are open.
+  void endAll();
 
  private:
   struct Connection {
     int descriptor;  // not owned
     dev_t device;    // with the inode, the socket
     ino_t inode;
+    int unsent = 0;  // bytes that the peer had yet to take at the last check; 0: there was room for more
+    Clock::time_point since{};  // unsent has not changed
   };
 
   void resume();

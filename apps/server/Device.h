@@ -60,6 +60,7 @@ class Device final : private StreamSink {
   const Wire::Decoder& decoder() const noexcept { return decoder_; }
   const Wire::DetailsBudget& details() const noexcept { return settings_.details; }
   const PipelineConfig& config() const noexcept { return config_; }
+  std::chrono::milliseconds clientTimeout() const noexcept { return settings_.clientTimeout; }
   // Takes the calls' work, counts their requests and bytes; both from any thread.
   Bridge::Inbox& inbox() noexcept { return inbox_; }
   Bridge::Quota& quota() noexcept { return quota_; }

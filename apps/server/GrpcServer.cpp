@@ -5,10 +5,11 @@
 #include <grpcpp/health_check_service_interface.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <future>
 #include <sstream>
-#include <thread>
 
 #include "cairn/Exception.h"
 
@@ -78,6 +79,16 @@ GrpcServer::GrpcServer(Quill::EventLoop& loop, Device& device, const Listening& 
   if (!server_) throw Cairn::Exception("the gRPC server could not be started");
   server_->GetHealthCheckService()->SetServingStatus(kServiceName, true);
   for (const Endpoint& endpoint : endpoints_) accept(loop, endpoint, listening.maxConnections);
+  watchConnections();
+}
+
+/// gRPC keeps a call that has ended, and its memory, while it waits for room in the socket.
+void GrpcServer::watchConnections() {
+  const std::chrono::milliseconds timeout = device_.clientTimeout();
+  timer_ = loop_.periodicTimerIs(std::max(timeout / 20, 50ms), [this, timeout] {
+    const auto now = Acceptor::Clock::now();
+    for (const auto& acceptor : acceptors_) acceptor->endStalled(now, timeout);
+  });
 }
 
 void GrpcServer::add(grpc::ServerBuilder& builder, int listener, bool isUnix,
@@ -101,7 +112,7 @@ void GrpcServer::accept(Quill::EventLoop& loop, const Endpoint& endpoint, std::s
       }));
 }
 
-GrpcServer::~GrpcServer() = default;
+GrpcServer::~GrpcServer() { loop_.timerDel(timer_); }
 
 void GrpcServer::count(Counters::ServerWords<Counters::Counter>& counters) const {
   std::uint64_t accepted = 0;
@@ -115,12 +126,18 @@ void GrpcServer::count(Counters::ServerWords<Counters::Counter>& counters) const
 }
 
 void GrpcServer::stop(std::chrono::steady_clock::time_point deadline) {
-  acceptors_.clear();
+  for (const auto& acceptor : acceptors_) acceptor->stop();
   server_->GetHealthCheckService()->SetServingStatus(false);
   device_.stop();
   while (device_.requestsInFlight() != 0 && std::chrono::steady_clock::now() < deadline) loop_.step(20ms);
   device_.abandon();
-  server_->Shutdown(std::chrono::system_clock::now() + 500ms);
+  // gRPC closes no connection before a write that it has begun is done, and a client that is stopped itself
+  // never takes it.
+  const auto ended =
+      std::async(std::launch::async, [this] { server_->Shutdown(std::chrono::system_clock::now() + 500ms); });
+  if (ended.wait_for(600ms) == std::future_status::ready) return;
+  for (const auto& acceptor : acceptors_) acceptor->endAll();
+  ended.wait();
 }
 
 }  // namespace Server

@@ -59,6 +59,7 @@ class GrpcServer {
   void add(grpc::ServerBuilder& builder, int listener, bool isUnix,
            const std::shared_ptr<grpc::ServerCredentials>& credentials);
   void accept(Quill::EventLoop& loop, const Endpoint& endpoint, std::size_t maxConnections);
+  void watchConnections();
 
   Quill::EventLoop& loop_;
   Device& device_;
@@ -68,6 +69,7 @@ class GrpcServer {
   std::vector<Endpoint> endpoints_;
   std::unique_ptr<grpc::Server> server_;
   std::vector<std::unique_ptr<Acceptor>> acceptors_;
+  Quill::EventLoop::TimerId timer_ = 0;
 };
 
 }  // namespace Server

@@ -214,6 +214,27 @@ TEST_F(EndToEnd, AnswerThatNeverComes_IsGivenUpOnceTheHardwareHasRestarted) {
   send("insert l3IifTH3 l3Iif=1 vrf=1 expect ALREADY_EXISTS\n");  // the removal has been undone
 }
 
+// Nobody reads what the client prints, so that it takes nothing more, and what is sent to it fills its
+// socket.
+TEST_F(EndToEnd, StoppedClient_LosesItsConnectionInTimeAndHoldsUpNoEnd) {
+  const auto hw = hardware();
+  const auto reading = [this] {
+    Running program;
+    do program = client({"read"});
+    while (!program->says("insert"));
+    program->signal(SIGSTOP);
+    return program;
+  };
+  auto served = agent(kPatience, {"--client-timeout", "0.5", "--max-connections", "1"});
+  send(inserts(1, 8192));
+  const auto stalled = reading();
+  while (client({"read", "l3TunnelIpv4TH3"})->exitCode() != 0) continue;
+  stop(served);
+  served = agent("1");
+  const auto another = reading();
+  stop(served);
+}
+
 TEST_F(EndToEnd, DamagedTables_AreFollowedAgainWhenTheirWritersHaveReplacedThem) {
   auto served = agent();
   auto hw = hardware();

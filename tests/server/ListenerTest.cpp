@@ -171,6 +171,36 @@ TEST_F(Accepting, PausesWhenDescriptorsRunOut) {
   EXPECT_EQ(accepted_.size(), 1u) << "it stops with the acceptor";
 }
 
+TEST_F(Accepting, PeersThatTakeNothingInTimeAreDisconnected) {
+  start();
+  const Descriptor stalled = connectTo(path_);
+  const Descriptor idle = connectTo(path_);
+  step();
+  char bytes[16384]{};
+  const auto fill = [&] {
+    while (::send(accepted_[0].get(), bytes, sizeof bytes, MSG_DONTWAIT | MSG_NOSIGNAL) > 0) continue;
+    return errno;
+  };
+  EXPECT_EQ(fill(), EAGAIN);
+  const struct {
+    std::chrono::milliseconds time;
+    bool takes;
+    int error;
+  } rows[] = {{0ms, false, EAGAIN},
+              {999ms, true, EAGAIN},
+              {1000ms, false, EAGAIN},
+              {1999ms, false, EAGAIN},
+              {2000ms, false, EPIPE}};
+  for (const auto& [time, takes, error] : rows) {
+    EXPECT_EQ(takes && ::recv(stalled.get(), bytes, sizeof bytes, 0) > 0, takes);
+    acceptor_->endStalled(Acceptor::Clock::time_point(time), 1s);
+    EXPECT_EQ(fill(), error) << time.count();
+  }
+  EXPECT_FALSE(isClosed(idle));
+  acceptor_->endAll();
+  EXPECT_TRUE(isClosed(idle));
+}
+
 TEST_F(Accepting, OtherUsersAreNotWelcome) {
   const bool isRoot = ::geteuid() == 0;
   start(::geteuid() + (isRoot ? 0 : 1));
