@@ -149,7 +149,11 @@ TEST_F(P4RuntimeTest, Counters_FollowRequestsAndTheirUpdates) {
   EXPECT_EQ(write({"-1"}, 2), "7");
   EXPECT_EQ(read(), "1=9 0");
   AgentView view = counters();
-  while (view.words().server.requests < 3 || view.words().vrfs == 0) view.read();
+  const auto isComplete = [](const auto& words) {  // words are copied one after another, at two moments
+    const auto& server = words.server;
+    return server.requests >= 3 && server.requestsInFlight == 0 && server.connections != 0 && words.vrfs != 0;
+  };
+  while (!isComplete(view.words())) view.read();
   const auto& server = view.words().server;
   const auto& table = view.words().tables[3];
   EXPECT_EQ(server.requests, 3u);
