@@ -32,10 +32,7 @@ class SegmentWriter {
   bool write(const Sizes& sizes, Word* row, bool onlyIfPresent) {
     if (!despiteDamage([&] { return rows().write(sizes, row, onlyIfPresent); })) return false;
     ++counters_.writes;
-    while (const Word asleep = sleepers()) [[unlikely]] {
-        if (deferred(asleep) || !wakeSleepers()) break;
-        rows_->write(row, false);
-      }
+    wakeAfter([&] { rows_->write(row, false); });
     return true;
   }
   /// See VestaBase::remove.
@@ -43,10 +40,7 @@ class SegmentWriter {
   bool remove(const Sizes& sizes, const Word* key) {
     if (!despiteDamage([&] { return rows().remove(sizes, key); })) return false;
     ++counters_.removals;
-    while (const Word asleep = sleepers()) [[unlikely]] {
-        if (deferred(asleep) || !wakeSleepers()) break;
-        rows_->remove(sizes, key);
-      }
+    wakeAfter([&] { rows_->remove(sizes, key); });
     return true;
   }
   /// See RowReads. Nothing is found after detach.
@@ -125,6 +119,14 @@ class SegmentWriter {
   // Damage that a reader has reported is never deferred.
   bool deferred(Word asleep) noexcept {
     return (asleep & kDamageReported) == 0 && DeferredWakeups::defers(*this);
+  }
+  // Wakes the readers that sleep, unless that is deferred. `again` makes the change once more.
+  template <class Again>
+  void wakeAfter(const Again& again) {
+    while (const Word asleep = sleepers()) [[unlikely]] {
+        if (deferred(asleep) || !wakeSleepers()) break;
+        again();
+      }
   }
   // True when the segment had lost memory and was replaced: the change before this has to be made again,
   // since it may be in neither file.

@@ -90,7 +90,7 @@ bool RowReads::lookupInIndex(const Word* key, Word hash, Word* row, std::uint32_
     }
     Segment::unsealed(indexWord, kIndexAt, "index word");
     if (loadAcquire(words_[kIndexAt]) == indexWord) {
-      if (!found.isOpen) return false;
+      if (!found.isFull) return false;
       if (loadAcquire(words_[kSequenceAt]) == published) throwFullIndex(which);
     }
     retry(patience, "index");

@@ -31,7 +31,7 @@ class RowReads {
   struct Probe {
     std::uint32_t slot = kNone;  ///< the match
     std::uint32_t cell = kNone;  ///< its cell; without a match, the cell for a new one
-    bool isOpen = false;         ///< no match, and no cell was empty, which ends a chain
+    bool isFull = false;         ///< no match, and the walk met no empty cell, which ends a chain
   };
   /// The slot and the cell in which a key of this hash probably is; kNone when only the index can tell. A
   /// hint: the caller checks that the key is there.
@@ -114,7 +114,7 @@ RowReads::Probe RowReads::probe(unsigned which, Word hash, const Matches& matche
       if (cellState(value) == CellState::empty) return result;
     }
   }
-  result.isOpen = true;
+  result.isFull = true;
   return result;
 }
 

@@ -127,7 +127,7 @@ RowReads::Probe RowWrites::find(const Sizes& sizes, const Word* key, Word hash) 
     reads_.readSlot(slot, scratch_.data());
     return false;
   });
-  if (found.isOpen) [[unlikely]]
+  if (found.isFull) [[unlikely]]
     reads_.throwFullIndex(index_.which());
   return found;
 }
