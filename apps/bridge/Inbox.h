@@ -49,7 +49,7 @@ class Inbox {
   /// Runs at most `limit` pieces of work, each thread's in the order in which it has posted them, and returns
   /// how many it has run.
   std::size_t run(std::size_t limit);
-  /// Runs what is there and refuses further work.
+  /// Refuses further work and runs what is there.
   void close();
 
  private:

@@ -52,7 +52,7 @@ class Quota {
   /// the whole quota is never granted, so the quota has to be larger than the longest message.
   Agent::Status take(std::size_t bytes, Share& share);
   /// Adds to a part what its request holds meanwhile, or refuses as take() does. A request that is alone is
-  /// never refused: the tables bound what it can hold.
+  /// never refused: tables and pipeline config bound what it can hold.
   Agent::Status grow(Share& share, std::size_t bytes);
 
   /// Counts a request that is answered with an error as a whole.

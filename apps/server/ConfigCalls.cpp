@@ -44,8 +44,11 @@ GetConfigCall::GetConfigCall(Device& device, grpc_call* call,
 }
 
 void GetConfigCall::run() noexcept {
-  config_ = device_.config().inForce();
-  StartSendInitialMetadata();  // brings the call back to a gRPC thread
+  attempt([this] {
+    config_ = device_.config().inForce();
+    if (!reserveMore(config_->ByteSizeLong())) return;
+    StartSendInitialMetadata();  // brings the call back to a gRPC thread
+  });
 }
 
 void GetConfigCall::OnSendInitialMetadataDone(bool) {

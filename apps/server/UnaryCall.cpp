@@ -31,9 +31,7 @@ std::size_t bytesOf(const google::protobuf::MessageLite& request, int elements) 
 }
 
 bool UnaryCall::reserve(const google::protobuf::MessageLite& request, int updates) {
-  const Agent::Status status = device_.quota().take(bytesOf(request, updates), share_);
-  if (!status.ok()) finish(status);
-  return status.ok();
+  return granted(device_.quota().take(bytesOf(request, updates), share_));
 }
 
 void UnaryCall::post() {

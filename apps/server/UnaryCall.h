@@ -33,6 +33,8 @@ class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
   /// False when the request, of so many updates, finds no room among those in flight; the call is finished
   /// then.
   bool reserve(const google::protobuf::MessageLite& request, int updates = 0);
+  /// The same for more bytes that the call is about to hold.
+  bool reserveMore(std::size_t bytes) { return granted(device_.quota().grow(share_, bytes)); }
   /// Has run() called on the loop's thread, or finishes the call when the loop takes no more work.
   void post();
   /// Runs `step`, whose last action may be to finish the call; without memory for it, the call ends.
@@ -56,6 +58,10 @@ class UnaryCall : public grpc::ServerUnaryReactor, protected Bridge::Work {
   Device& device_;
 
  private:
+  bool granted(const Agent::Status& status) {
+    if (!status.ok()) finish(status);
+    return status.ok();
+  }
   void OnCancel() override { isCancelled_.store(true, std::memory_order_relaxed); }
   void OnDone() override { delete this; }
 
