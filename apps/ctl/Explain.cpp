@@ -172,7 +172,8 @@ const Entry& only(const std::vector<Table>& tables, const std::string& table) {
 
 int explain(const std::string& path, const Selection& selection) {
   const Folder folder(path);
-  const std::vector<Table> tables = readTables(folder, selection);
+  std::vector<Table> tables = readTables(folder, selection);
+  addTimes(folder, tables);
   const Entry& entry = only(tables, selection.tables[0]);
   fmt::print("{} {}: {}\n  {}\n", selection.tables[0], textOf(entry.key), stateText(entry, now()),
              rowsText(entry));

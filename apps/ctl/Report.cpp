@@ -83,6 +83,7 @@ int report(const std::string& path, const std::string& to) {
   std::vector<Table> tables;
   try {
     tables = readTables(folder);
+    addTimes(folder, tables);
   } catch (const Cairn::Exception& problem) {
     warn(problem.message());
   }

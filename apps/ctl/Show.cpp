@@ -80,19 +80,23 @@ void printText(const Table& table, WallTime time) {
 
 bool isDamaged(const Table& table) { return !table.config.damage.empty() || !table.status.damage.empty(); }
 
-int show(const std::string& folder, const Options& options) {
-  const std::vector<Table> tables = readTables(Folder(folder), options.selection);
+int show(const std::string& path, const Options& options) {
+  const Folder folder(path);
+  std::vector<Table> tables = readTables(folder, options.selection);
+  addTimes(folder, tables);
   const WallTime time = now();
   if (options.asJson) {
-    fmt::print("{}\n", jsonText(folder, tables, time));
+    fmt::print("{}\n", jsonText(path, tables, time));
   } else {
     for (const Table& table : tables) printText(table, time);
   }
   return std::any_of(tables.begin(), tables.end(), isDamaged) ? kFailed : kFine;
 }
 
-int diff(const std::string& folder, const Selection& selection) {
-  std::vector<Table> tables = readTables(Folder(folder), selection);
+int diff(const std::string& path, const Selection& selection) {
+  const Folder folder(path);
+  std::vector<Table> tables = readTables(folder, selection);
+  addTimes(folder, tables);
   const WallTime time = now();
   std::size_t all = 0;
   std::size_t different = 0;

@@ -172,33 +172,6 @@ std::string tableNames() {
   return Process::listed(names);
 }
 
-/// When the rows that do not match were written, as far as the agent's traces reach back.
-void addTimes(const Folder& folder, std::vector<Table>& tables) {
-  std::vector<Entry*> open;
-  for (Table& table : tables) {
-    for (Entry& entry : table.entries) {
-      if (!entry.matches()) open.push_back(&entry);
-    }
-  }
-  if (open.empty()) return;
-  Skein::TraceProgress progress;
-  std::vector<std::string> problems;         // the traces have commands of their own
-  using Row = std::pair<bool, std::string>;  // a removal and its handle, or a row's genId
-  std::map<Row, WallTime> times;
-  for (const auto& record : readTraces(folder, {}, progress, problems)) {
-    const bool isUndo = record.site->function == "undo";
-    const bool isWrite = record.site->source == kCore && (isUndo || record.site->function == "write");
-    if (!isWrite || record.values.empty()) continue;
-    const bool isRemoval = record.values.size() == (isUndo ? 1 : 2);
-    times[{isRemoval, record.values.back()}] = record.wall;
-  }
-  for (Entry* const entry : open) {
-    const std::uint64_t number = entry->config ? entry->config->genId : entry->status->handle;
-    const auto found = times.find({!entry->config, std::to_string(number)});
-    if (found != times.end()) entry->writtenAt = found->second;
-  }
-}
-
 [[noreturn]] void refuseField(const std::string& name) {
   throw Cairn::Exception("key: expected a key field of the selected tables, got \"" + name + "\"");
 }
@@ -256,12 +229,37 @@ std::vector<Table> readTables(const Folder& folder, const Selection& selection) 
     found = found || !tables.back().config.missing || !tables.back().status.missing;
   });
   if (tables.empty()) refuseField(selection.fields.front().first);
-  addTimes(folder, tables);
   if (!found) {
     throw Cairn::Exception("runtime folder " + folder.path() + ": no table in it, expected " +
                            tables.front().config.file);
   }
   return tables;
+}
+
+void addTimes(const Folder& folder, std::vector<Table>& tables) {
+  std::vector<Entry*> open;
+  for (Table& table : tables) {
+    for (Entry& entry : table.entries) {
+      if (!entry.matches()) open.push_back(&entry);
+    }
+  }
+  if (open.empty()) return;
+  Skein::TraceProgress progress;
+  std::vector<std::string> problems;         // the traces have commands of their own
+  using Row = std::pair<bool, std::string>;  // a removal and its handle, or a row's genId
+  std::map<Row, WallTime> times;
+  for (const auto& record : readTraces(folder, {}, progress, problems)) {
+    const bool isUndo = record.site->function == "undo";
+    const bool isWrite = record.site->source == kCore && (isUndo || record.site->function == "write");
+    if (!isWrite || record.values.empty()) continue;
+    const bool isRemoval = record.values.size() == (isUndo ? 1 : 2);
+    times[{isRemoval, record.values.back()}] = record.wall;
+  }
+  for (Entry* const entry : open) {
+    const std::uint64_t number = entry->config ? entry->config->genId : entry->status->handle;
+    const auto found = times.find({!entry->config, std::to_string(number)});
+    if (found != times.end()) entry->writtenAt = found->second;
+  }
 }
 
 }  // namespace Ctl

@@ -24,6 +24,9 @@ struct Selection {
 /// selected table has and a value that does not fit it, and when the folder has none of the tables.
 std::vector<Table> readTables(const Folder& folder, const Selection& selection = {});
 
+/// Notes of entries that do not match when they were written, as far as the agent's traces reach back.
+void addTimes(const Folder& folder, std::vector<Table>& tables);
+
 /// The tables as one JSON document.
 std::string jsonText(const std::string& folder, const std::vector<Table>& tables, WallTime time);
 

@@ -13,7 +13,8 @@
 namespace {
 
 /// As the other programs refuse an empty value of any option.
-void refuseEmptyValues(CLI::App& app) {
+void refuseEmptyValues(CLI::App& app, int count, char* const* arguments) {
+  Process::refuseValues(app, count, arguments);
   const auto problem = [](const std::string& value) {
     return value.empty() ? std::string("expected a value, got an empty one") : std::string();
   };
@@ -74,9 +75,9 @@ int main(int count, char** arguments) {
   Ctl::addMetrics(app, line);
   Ctl::addReport(app, line);
   Ctl::addClean(app, line);
-  refuseEmptyValues(app);
-  for (CLI::App* const command : commandsOf(app)) refuseEmptyValues(*command);
   try {
+    refuseEmptyValues(app, count, arguments);
+    for (CLI::App* const command : commandsOf(app)) refuseEmptyValues(*command, count, arguments);
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);

@@ -54,13 +54,12 @@ void CommandLine::flag(const std::string& names, bool& place) { app_->add_flag(n
 
 void CommandLine::operands(std::vector<std::string>& place) { app_->add_option("OPERAND", place); }
 
-/// To the library an empty value is none: a flag ignores it, an option takes the next argument instead.
-void CommandLine::refuseValues(int count, char* const* arguments) const {
+void refuseValues(const CLI::App& app, int count, char* const* arguments) {
   for (int i = 1; i < count && arguments[i] != std::string_view("--"); ++i) {
     const std::string_view given = arguments[i];
     const std::size_t equals = given.find('=');
     if (!given.starts_with('-') || equals == given.npos) continue;
-    const CLI::Option* const option = app_->get_option_no_throw(std::string(given.substr(0, equals)));
+    const CLI::Option* const option = app.get_option_no_throw(std::string(given.substr(0, equals)));
     if (option == nullptr) continue;
     const std::string& name = option->get_lnames().at(0);
     const std::string_view value = given.substr(equals + 1);
@@ -72,7 +71,7 @@ void CommandLine::refuseValues(int count, char* const* arguments) const {
 }
 
 Action CommandLine::read(int count, char* const* arguments) {
-  refuseValues(count, arguments);
+  refuseValues(*app_, count, arguments);
   try {
     app_->parse(count, arguments);
     return Action::run;

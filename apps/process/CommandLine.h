@@ -74,10 +74,13 @@ class CommandLine {
   Action read(int count, char* const* arguments);
 
  private:
-  void refuseValues(int count, char* const* arguments) const;
-
   std::unique_ptr<CLI::App> app_;
 };
+
+/// Throws Cairn::Exception for an argument "--name=VALUE" with an empty value, and for a flag's with any,
+/// among the options of `app`. To the library an empty value is none: a flag ignores it, an option takes the
+/// next argument instead.
+void refuseValues(const CLI::App& app, int count, char* const* arguments);
 
 /// "a, b, c"
 std::string listed(const std::vector<std::string>& names);

@@ -143,6 +143,7 @@ TEST_F(ShowTest, Arguments_AreCheckedAndExplained) {
       {{}, "tolmarctl: expected a command (show, diff, explain, "},
       {{"foo"}, ", clean), got \"foo\"\n"},
       {{"metrics", "--listen", ""}, "tolmarctl: --listen: expected a value, got an empty one\n"},
+      {{"trace", "--since=", "--follow"}, "tolmarctl: --since: expected a value, got an empty one\n"},
       {{"show", "no"},
        "expected a table of l3TunnelIpv4TH3, l3TunnelIpv6TH3, myStationTcamTH3, l3IifTH3, got \"no\""},
       {{"show", "--key", "vrf=1"}, "expected a key field of the selected tables, got \"vrf\""},
