@@ -149,7 +149,7 @@ void AgentCore::hold(Operation& operation, std::vector<bool>& repeated) {
 }
 
 void AgentCore::proceed() noexcept {
-  constexpr int kAttempts = 128;
+  constexpr int kAttempts = 256;
   const Vesta::DeferredWakeups wakeups;
   for (int i = 0; i < kAttempts && hasReady(); ++i) {
     Operation& operation = *ready_.take();

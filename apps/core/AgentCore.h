@@ -98,7 +98,7 @@ class AgentCore {
   /// Starts a batch, and attempts as many updates as proceed(). Results come from finish(), also those that
   /// are known at once. Throws std::bad_alloc; nothing has been attempted then.
   void submit(std::vector<Update> updates, Atomicity atomicity, Done done, Clock::time_point now);
-  /// Attempts the next updates that hold their entries, 128 at most: so a large batch neither keeps others
+  /// Attempts the next updates that hold their entries, 256 at most: so a large batch neither keeps others
   /// waiting nor leaves the cache before its answers come. To be called while hasReady() is true.
   void proceed() noexcept;
   bool hasReady() const noexcept { return !ready_.empty(); }

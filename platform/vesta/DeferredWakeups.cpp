@@ -8,7 +8,7 @@ namespace Vesta {
 
 namespace {
 
-constexpr unsigned kChanges = 64;
+constexpr unsigned kChanges = 256;
 
 thread_local DeferredWakeups* outermost = nullptr;
 

@@ -9,10 +9,10 @@ namespace Vesta {
 class SegmentWriter;
 
 /// While one exists, the table writers of its thread wake sleeping readers with the first change, with every
-/// 64th after that, and at its end when there were more; without one, with every change that finds a reader
+/// 256th after that, and at its end when there were more; without one, with every change that finds a reader
 /// asleep. A scope within another does nothing.
 ///
-/// A process that is killed in such a scope leaves up to 63 changes of which no reader has been woken. They
+/// A process that is killed in such a scope leaves up to 255 changes of which no reader has been woken. They
 /// are not lost: a reader checks its tables by itself at least once a second (Orrery::EntityManager), and
 /// the next writer wakes all readers when it attaches.
 /// Thread safety: to be destroyed on the thread that created it.

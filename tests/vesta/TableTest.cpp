@@ -217,7 +217,7 @@ TEST_F(TableTest, Wake_InAScopeOfChangesAtTheFirstEveryFewAndTheLast) {
   {
     const Vesta::DeferredWakeups scope;
     { const Vesta::DeferredWakeups inner; }
-    EXPECT_EQ(wakeupsOf(130), 3u) << "changes 0, 64 and 128";
+    EXPECT_EQ(wakeupsOf(514), 3u) << "changes 0, 256 and 512";
     EXPECT_FALSE(readable(follower->wakeDescriptor()));
     EXPECT_FALSE(follower->maySleep()) << "all that a process killed in a scope leaves to readers";
     EXPECT_TRUE(sleeps(*follower));
