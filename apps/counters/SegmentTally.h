@@ -5,33 +5,34 @@
 namespace Counters {
 
 /// Copies what the two segments of one table count in this process: as their entities are attached, one as
-/// writer and one as reader.
+/// writer and one as reader. Damage is counted when this process replaces a segment for it, or detaches from
+/// one that it cannot replace.
 class SegmentTally {
  public:
   template <class Written, class Read>
   void copy(const Written& written, const Read& read, SegmentWords<Counter>& words) {
-    bool lost = false;
     if (auto* const writer = written.table().writer()) {
-      wakeups_.to(words.wakeups, writer->writerCounters().wakeups);
-      // A segment that is not the one before was rebuilt for the damage in that.
-      lost = segment_ != 0 && writer->segmentId() != segment_;
-      segment_ = writer->segmentId();
+      const auto counts = writer->writerCounters();
+      wakeups_.to(words.wakeups, counts.wakeups);
+      written_.to(words.damageReports, counts.replacements);
     }
     if (auto* const reader = read.table().reader()) {
       const auto counts = reader->readerCounters();
       retries_.to(words.readerRetries, counts.retries);
       overruns_.to(words.logOverruns, counts.overruns);
+      read_.to(words.damageReports, counts.replacements);
     }
     const bool attached = written.attached() && read.attached();
-    if (lost || (attached_ && !attached)) words.damageReports.add();
+    if (attached_ && !attached) words.damageReports.add();
     attached_ = attached;
   }
 
  private:
   CopiedCount wakeups_;
+  CopiedCount written_;  // replacements
+  CopiedCount read_;
   CopiedCount retries_;
   CopiedCount overruns_;
-  std::uint64_t segment_ = 0;
   bool attached_ = true;
 };
 

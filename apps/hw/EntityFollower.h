@@ -27,11 +27,12 @@ class EntityFollower final : public TableFollower {
         counters_(place.counters),
         delayed_(settings.delay.count() != 0),
         reactor_(Quill::allocate<Reactor>(*this)),
-        generation_(pair_.statusGeneration()) {
+        replacements_(pair_.statusReplacements()) {
     reactor_->notifierIs(pair_.configEntity());
     reactor_->isRegisteredNotifieeIs(true);
     programmer_.reconcile(Clock::now());
     arm();
+    count();
   }
   ~EntityFollower() override {
     reactor_->isRegisteredNotifieeIs(false);
@@ -42,12 +43,13 @@ class EntityFollower final : public TableFollower {
   std::uint64_t answers() const override { return programmer_.answers(); }
   void faultsAre(const std::vector<Fault>& faults) override { programmer_.faultsAre(name_, faults); }
   bool attached() const override { return pair_.readable(); }
+  bool configLost() const override { return !pair_.configEntity()->attached(); }
   std::string displacedFile() const override { return pair_.displacedFile(); }
   void maintain(bool changesMissed) override {
     // Status rows that were lost with a damaged segment are answers that the agent may never have seen.
-    const std::uint64_t generation = pair_.statusGeneration();
-    if (generation != generation_ || changesMissed) programmer_.reconcile(Clock::now());
-    generation_ = generation;
+    const std::uint64_t replacements = pair_.statusReplacements();
+    if (replacements != replacements_ || changesMissed) programmer_.reconcile(Clock::now());
+    replacements_ = replacements;
     arm();
     count();
   }
@@ -105,7 +107,7 @@ class EntityFollower final : public TableFollower {
   Quill::Ptr<Reactor> reactor_;
   Clock::duration pause_ = kShortestPause;
   Quill::EventLoop::TimerId timer_ = 0;
-  std::uint64_t generation_;  // of the status table's segment at the last check
+  std::uint64_t replacements_;  // of the status table's segment until the last check
 };
 
 template <class ConfigEntity, class StatusEntity>

@@ -11,14 +11,13 @@ namespace HwAgent {
 
 /// How entries are answered.
 struct Settings {
-  std::string runtimeFolder;  ///< of the tables
   std::vector<Fault> faults;
   FailEvery failEvery;
   std::chrono::milliseconds delay{0};  ///< from a change to its answer
 };
 
 struct Options {
-  std::string runtimeFolder;
+  std::string runtimeFolder;  ///< of the tables
   std::chrono::microseconds busyPoll{0};
   std::string faultsFile;  ///< of more faults; empty: none
   Settings settings;

@@ -57,10 +57,10 @@ class TablePair {
   void statusDel(const Key& key) {
     guarded(*status_, [&] { status_->tableDel(key); });
   }
-  /// Identifies the segment of the status table; 0 when there is none.
-  std::uint64_t statusGeneration() const {
+  /// How often a damaged segment of the status table has been replaced.
+  std::uint64_t statusReplacements() const {
     auto* const attached = status_->table().writer();
-    return attached == nullptr ? 0 : attached->segmentId();
+    return attached == nullptr ? 0 : attached->writerCounters().replacements;
   }
   const Quill::Ptr<StatusEntity>& statusEntity() const { return status_; }
   /// The number of the status table's last change.

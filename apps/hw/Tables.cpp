@@ -1,7 +1,5 @@
 #include "apps/hw/Tables.h"
 
-#include <sys/stat.h>
-
 #include <array>
 #include <string_view>
 #include <tuple>
@@ -43,12 +41,6 @@ std::string configPathOf(std::size_t index) {
 
 std::string statusPathOf(std::size_t index) {
   return TolmarHwLib::statusPath(TolmarHwLib::kOutputTablePrefix, kTables[index].name);
-}
-
-/// Identifies the file at `path`; 0 for none.
-ino_t fileAt(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 }  // namespace
@@ -114,7 +106,7 @@ bool Tables::intact(std::size_t index) {
   const std::string displaced = follower->attached() ? follower->displacedFile() : std::string();
   if (follower->attached() && displaced.empty()) return true;
   answersBefore_ += follower->answers();
-  if (!follower->attached()) countDamage(index);
+  if (follower->configLost()) countDamage(index);
   follower.reset();
   if (displaced.empty()) return false;
   Process::log(Process::LogLevel::error,
@@ -131,11 +123,7 @@ void Tables::follow(std::size_t index) {
                          statusPathOf(index), table.capacity, countersOf(index)};
   auto& [follower, waitedFor, damaged] = followed_[index];
   try {
-    const std::string statusFile = settings_.runtimeFolder + "/" + place.statusPath + "/table";
-    const ino_t before = fileAt(statusFile);
     follower = table.follow(place, settings_);
-    // Attaching as writer replaces a damaged segment and says so in the log alone.
-    if (before != 0 && fileAt(statusFile) != before) countDamage(index);
     damaged = false;
     if (std::exchange(waitedFor, false)) {
       Process::log(Process::LogLevel::info, nameOf(index) + ": followed again",
@@ -151,7 +139,8 @@ void Tables::follow(std::size_t index) {
   }
 }
 
-/// Once for each time that the pair cannot be used, however often mounting it is tried.
+/// Once for each time that the config table is damaged, however often mounting it is tried. Damage of the
+/// status table is counted by its writer.
 void Tables::countDamage(std::size_t index) {
   if (std::exchange(followed_[index].damaged, true)) return;
   countersOf(index).words().segments.damageReports.add();

@@ -21,6 +21,8 @@ class TableFollower {
   virtual void faultsAre(const std::vector<Fault>& faults) = 0;
   /// False once corruption was detected in one of the two tables; nothing is followed any more then.
   virtual bool attached() const = 0;
+  /// Whether it was detected in the config table.
+  virtual bool configLost() const = 0;
   /// The path of a file of the two tables that somebody removed or replaced; empty when all are in place.
   virtual std::string displacedFile() const = 0;
   /// Does what no event asks for; to be called periodically. Answers what is open if the status table has a
@@ -52,7 +54,7 @@ class Tables {
   struct Followed {
     std::unique_ptr<TableFollower> follower;  // null while a table of the pair cannot be used
     bool waitedFor = false;
-    bool damaged = false;  // and counted
+    bool damaged = false;  // its config table is, and was counted
   };
 
   AnswerCounters countersOf(std::size_t index);

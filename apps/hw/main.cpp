@@ -37,7 +37,6 @@ bool follow(const HwAgent::Options& options, const std::string& commandLine) {
   const Process::RuntimeFolder folder(options.runtimeFolder);
   Process::logLibraries();
   HwAgent::Settings settings = options.settings;
-  settings.runtimeFolder = folder.path();
   settings.faults = faultsOf(options);
   const auto counters =
       Counters::makeCounters<Counters::HardwareCounters>(folder.path() + "/hw-agent.counters", commandLine);

@@ -29,11 +29,11 @@ std::unique_ptr<RowWrites> createSegment(TableFiles& files, const Layout& layout
 }
 
 // With the rows that pass their checks, if the options ask for them.
-std::unique_ptr<RowWrites> replaceAtAttach(TableFiles& files, const std::shared_ptr<Segment>& damaged,
-                                           const std::string& reason, const AttachOptions& options) {
+IntactSegment replaceAtAttach(TableFiles& files, const std::shared_ptr<Segment>& damaged,
+                              const std::string& reason, const AttachOptions& options) {
   std::vector<SlotRow> rows;
   if (options.onDamage == OnDamage::keepIntactRows) rows = intactRows(damaged);
-  return replaceDamaged(files, damaged->layout(), std::move(rows), reason, options);
+  return {replaceDamaged(files, damaged->layout(), std::move(rows), reason, options), true};
 }
 
 }  // namespace
@@ -95,10 +95,9 @@ std::unique_ptr<RowWrites> replaceDamaged(TableFiles& files, const Layout& layou
   return writes;
 }
 
-std::unique_ptr<RowWrites> intactSegment(TableFiles& files, const Layout& layout,
-                                         const AttachOptions& options) {
+IntactSegment intactSegment(TableFiles& files, const Layout& layout, const AttachOptions& options) {
   TableFiles::Found found = files.open(layout, Access::writer);
-  if (found.missing) return createSegment(files, layout, options, {}, Predecessor::none);
+  if (found.missing) return {createSegment(files, layout, options, {}, Predecessor::none)};
   if (found.segment && found.fault.rowsUsable()) {
     return replaceAtAttach(files, found.segment, found.fault.text, options);
   }
@@ -106,14 +105,14 @@ std::unique_ptr<RowWrites> intactSegment(TableFiles& files, const Layout& layout
     auto writes = createSegment(files, layout, options, {}, Predecessor::toRetire);
     logError(options, std::string(found.fault.damaged() ? "is damaged" : "is incompatible") +
                           " and retired: " + found.fault.text);
-    return writes;
+    return {std::move(writes), found.fault.damaged()};
   }
   if (found.segment->load(kStateAt) != kLive) {
     return replaceAtAttach(files, found.segment, "state: found " + hexText(found.segment->load(kStateAt)),
                            options);
   }
   try {
-    return std::make_unique<RowWrites>(found.segment, options.stepHook);
+    return {std::make_unique<RowWrites>(found.segment, options.stepHook)};
   } catch (const Cairn::CorruptionDetectedException& damage) {
     return replaceAtAttach(files, found.segment, damage.message(), options);
   }

@@ -10,11 +10,15 @@
 
 namespace Vesta {
 
+struct IntactSegment {
+  std::unique_ptr<RowWrites> rows;  ///< never null
+  bool wasDamaged = false;          ///< so it was replaced
+};
+
 /// The table's segment, intact and recovered. If it is missing, incompatible, retired or damaged, a new one
 /// is created, and the old one retired. The caller holds the creation lock and knows that no other process
 /// writes the table. It has to wake all readers, after this and after replaceDamaged.
-std::unique_ptr<RowWrites> intactSegment(TableFiles& files, const Layout& layout,
-                                         const AttachOptions& options);
+IntactSegment intactSegment(TableFiles& files, const Layout& layout, const AttachOptions& options);
 
 /// A row copied out of a segment: the version, the key and the entry.
 struct SlotRow {

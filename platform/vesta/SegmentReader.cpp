@@ -85,7 +85,9 @@ void SegmentReader::attachOnce() {
   const CreationLock creation(files_.lock(), files_.path().text());
   Attempt attempt = tryToUse(files_.open(layout_, Access::reader));
   if (!attempt.succeeded() && !files_.lock().heldElsewhere(LockFile::kWriter)) {
-    files_.wakeEveryone(intactSegment(files_, layout_, options_)->reads().segment());
+    const IntactSegment found = intactSegment(files_, layout_, options_);
+    counters_.replacements += found.wasDamaged ? 1 : 0;
+    files_.wakeEveryone(found.rows->reads().segment());
     attempt = tryToUse(files_.open(layout_, Access::reader));
   }
   if (attempt.succeeded()) return;

@@ -33,7 +33,9 @@ void SegmentWriter::takeTable() {
       throw Cairn::Exception(files_.path().text() + " has a writer already: process " +
                              std::to_string(files_.writerProcess()));
     }
-    rowsAre(intactSegment(files_, layout_, options_));
+    IntactSegment found = intactSegment(files_, layout_, options_);
+    counters_.replacements += found.wasDamaged ? 1 : 0;
+    rowsAre(std::move(found.rows));
   }
   files_.wakeEveryone(segment());
 }
@@ -146,6 +148,7 @@ void SegmentWriter::replaceSegment(const std::string& reason, std::chrono::milli
     std::sort(changed.begin(), changed.end());
     changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
     rowsAre(replaceDamaged(files_, layout_, std::move(intact), reason, with));
+    ++counters_.replacements;
     changedKeys_ = std::move(changed);
     loggedFailure_.clear();
     files_.wakeEveryone(segment());

@@ -94,8 +94,6 @@ class SegmentWriter {
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const WriterCounters& counters() noexcept;
   const DamagedPlaces& damagedPlaces() const noexcept { return damagedPlaces_; }
-  /// Identifies the segment among all of this table; 0 when there is none.
-  std::uint64_t segmentId() const noexcept { return rows_ ? rows_->reads().segment().id() : 0; }
   const std::shared_ptr<Segment>& sharedSegment() const { return rows_->reads().sharedSegment(); }
 
  private:

@@ -32,6 +32,7 @@ struct WriterCounters {
   std::uint64_t wakeups = 0;        ///< bytes written to wake-up files
   std::uint64_t systemCalls = 0;    ///< system calls made by writes and removals, wake-ups included
   std::uint64_t indexRebuilds = 0;  ///< rebuilds of the index, the one at attach left out
+  std::uint64_t replacements = 0;   ///< damaged segments that were replaced, at attach or later
 };
 
 struct ReaderCounters {
@@ -40,6 +41,7 @@ struct ReaderCounters {
   std::uint64_t notifications = 0;  ///< keys handed to the handler
   std::uint64_t overruns = 0;       ///< times the change log has overrun this reader
   std::uint64_t reattached = 0;     ///< times the segment was replaced under this reader
+  std::uint64_t replacements = 0;   ///< damaged segments that this reader has replaced for want of a writer
 };
 
 /// Names the state of one row at one time.

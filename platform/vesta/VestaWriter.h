@@ -61,8 +61,6 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   /// Like quiesced, but readers that have made no progress for a second do not count.
   bool movingReadersQuiesced(std::uint64_t sequence) { return writer_.movingReadersQuiesced(sequence); }
   std::vector<ConnectedReader> readers() { return writer_.readers(); }
-  /// Identifies the segment among all that this table has had; 0 when there is none.
-  std::uint64_t segmentId() const noexcept { return writer_.segmentId(); }
   /// Whether takeChangedKey would return one.
   bool hasChangedKeys() const noexcept { return writer_.hasChangedKeys(); }
   /// Takes out one of the keys whose rows a replacement of the segment has changed; nothing when there is

@@ -414,10 +414,13 @@ TEST_F(TableTest, Hostile_ReplacementsKeepRowsAndAFewOldSegments) {
   put(*table, 1, 1);
   for (int i = 0; i < 12; ++i) replaceSegment(*table);
   EXPECT_EQ(contents(*table), (Model{{1, 1}, {2, 1}}));
+  EXPECT_EQ(table->writerCounters().replacements, 12u);
   EXPECT_EQ(files().size(), 2u + 8) << "the segment, the lock, eight retired";
   segmentOf(*table).at(kStateAt) = kRetired;
   table.reset();
-  EXPECT_EQ(contents(*reader(kCapacity)).size(), 2u) << "without a writer, readers repair";
+  const auto repairing = reader(kCapacity);
+  EXPECT_EQ(contents(*repairing).size(), 2u) << "without a writer, readers repair";
+  EXPECT_EQ(repairing->readerCounters().replacements, 1u);
 }
 
 TEST_F(TableTest, Hostile_OtherShapeIsRetiredByWritersAndRefusedByReadersOfALivingWriter) {
