@@ -1,6 +1,7 @@
 #include "apps/server/GrpcServer.h"
 
 #include <fmt/format.h>
+#include <grpc/grpc.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/health_check_service_interface.h>
 #include <unistd.h>
@@ -58,6 +59,8 @@ void limit(grpc::ServerBuilder& builder, const Listening& listening) {
 
 GrpcServer::GrpcServer(Quill::EventLoop& loop, Device& device, const Listening& listening)
     : loop_(loop), device_(device), service_(device) {
+  // For good: its last user would wait up to 10 s for gRPC's threads when a socket has been full.
+  grpc_init();
   grpc::EnableDefaultHealthCheckService(true);
   grpc::reflection::InitProtoReflectionServerBuilderPlugin();
   grpc::ServerBuilder builder;
