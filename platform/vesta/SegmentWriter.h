@@ -93,6 +93,10 @@ class SegmentWriter {
   }
   const RootPath& rootPath() const noexcept { return files_.path(); }
   const WriterCounters& counters() noexcept;
+  /// Grows with every change of a row, whatever its reason.
+  std::uint64_t changes() const noexcept {
+    return counters_.writes + counters_.removals + counters_.replacements;
+  }
   const DamagedPlaces& damagedPlaces() const noexcept { return damagedPlaces_; }
   const std::shared_ptr<Segment>& sharedSegment() const { return rows_->reads().sharedSegment(); }
 

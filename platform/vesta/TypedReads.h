@@ -30,6 +30,7 @@ class TypedReads : public VestaBase<Key, Entry> {
   const Entry& directLookup(const Key& key, bool& found, IterHint* hint) override {
     found = find(key, hint);
     if (!found) return emptyValue_.entry;
+    current_.key = key;
     found_.decodeEntry(current_.entry);
     return current_.entry;
   }
@@ -67,6 +68,10 @@ class TypedReads : public VestaBase<Key, Entry> {
   /// The places in the segment that the last corruption detected by this object names.
   const DamagedPlaces& damagedPlaces() { return bytes().damagedPlaces(); }
   virtual Bytes& bytes() noexcept = 0;
+
+ protected:
+  /// The row that was found last, as it was then.
+  const Row& current() const noexcept { return current_; }
 
  private:
   using Encoded = EncodedRow<Key, Entry>;

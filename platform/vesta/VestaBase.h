@@ -63,7 +63,8 @@ class VestaDebug {
 
 /// A keyed table of rows. References returned by reads stay valid until the next read through the same
 /// object. Reads may throw Cairn::CorruptionDetectedException, and UnsettledException when a row kept
-/// changing. The operations that are not pure behave here as those of a table that can only be read.
+/// changing. The operations that are not pure behave here as those of a table that can only be read. Keys are
+/// equal (==) exactly when they are encoded alike.
 template <class Key, class Entry>
 class VestaBase {
  public:

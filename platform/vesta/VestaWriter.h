@@ -41,6 +41,19 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
     }
     return writer_.remove(row_.kSizes, row_.key());
   }
+  /// The row that was found last is not read again until this object, the only one that writes, changes the
+  /// table: the reactors to one change look the same row up one after another. Damage to that row is detected
+  /// by the next read that is not the same.
+  const Entry& directLookup(const Key& key, bool& found, IterHint* hint) override {
+    if (currentAt_ == writer_.changes() && writer_.attached() && hint == nullptr &&
+        this->current().key == key) {
+      found = true;
+      return this->current().entry;
+    }
+    const Entry& entry = TypedReads<Key, Entry, SegmentWriter>::directLookup(key, found, hint);
+    currentAt_ = found && hint == nullptr ? writer_.changes() : kNever;
+    return entry;
+  }
   VestaType type() override { return VestaType::writer; }
   Row& directWrite(const Key& key) override {
     staged_ = Row{};
@@ -82,6 +95,8 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
   SegmentWriter writer_;
   EncodedRow<Key, Entry> row_;
   Row staged_{};
+  static constexpr std::uint64_t kNever = ~std::uint64_t{0};
+  std::uint64_t currentAt_ = kNever;  // the changes when a row was found last
 };
 
 }  // namespace Vesta

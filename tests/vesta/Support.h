@@ -31,6 +31,7 @@ namespace VestaTest {
 struct TestKey {
   static constexpr std::string_view kText = "id:u64";
   std::uint64_t id = 0;
+  bool operator==(const TestKey&) const = default;
 };
 
 /// Five words; every `proof` word follows from id and stamp.

@@ -40,6 +40,26 @@ TEST_F(TableTest, Rows_WriteVariants) {
   EXPECT_EQ(stampOf(*table, 7), 0u);
 }
 
+// A writer does not read the row that it found last again, unless it may have changed.
+TEST_F(TableTest, Rows_OfAWriterFollowEveryChange) {
+  auto table = writer();
+  for (const std::uint64_t stamp : {5u, 6u, 0u, 7u}) {
+    put(*table, 1, stamp);
+    for (int twice = 0; twice < 2; ++twice) EXPECT_EQ(stampOf(*table, 1), stamp);
+  }
+  Word* const slot = slotOf(*table, TestKey{1});  // by a lookup with a hint
+  EXPECT_EQ(stampOf(*table, 1), 7u);
+  slot[4] ^= 1;
+  EXPECT_EQ(stampOf(*table, 1), 7u);
+  EXPECT_NE(failure([this] { contents(*reader()); }), "");
+  table->monitor();
+  EXPECT_EQ(stampOf(*table, 1), 0u) << "lost with the damaged segment";
+  put(*table, 1, 8);
+  EXPECT_EQ(stampOf(*table, 1), 8u);
+  table->detach();
+  EXPECT_EQ(stampOf(*table, 1), 0u);
+}
+
 // A writer process at full speed: every lookup yields a row that was written whole, and keys that were never
 // removed are never absent, whatever the index does meanwhile.
 TEST_F(TableTest, TornRows_EveryLookupIsWholeAndPresent) {
