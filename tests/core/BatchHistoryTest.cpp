@@ -103,19 +103,6 @@ TEST_P(BatchHistory, Holds) {
 }
 
 constexpr History kHistories[] = {
-    {"UndecidedBatch_IsShownWhollyOrNotAtAll", R"(
-        continue +1=1 +2=2 -> 1=1 2=2
-        ok 0
-        shows
-        gets 0 -
-        ok 1
-        gets 0 OK OK
-        shows 1=1 2=2
-        continue ~1=8 -2 +3=3 -> 1=8 -2 3=3
-        ok 2 3
-        shows 1=1 2=2
-        ok 4
-        shows 1=8 3=3)"},
     {"HeldEntry_LetsLaterUpdatesWaitInOrder", R"(
         continue +1=1 +2=2 -> 1=1 2=2
         continue ~1=3
@@ -129,20 +116,6 @@ constexpr History kHistories[] = {
         ok 4 5
         gets 3 OK OK
         shows 1=4 2=5)"},
-    {"RefusedUpdate_IsUndone", R"(
-        continue +1=1 +2=2 -> 1=1 2=2
-        ok 0 1
-        continue ~1=5 -2 +3=3 +4=4 -> 1=5 -2 3=3 4=4
-        no 2 -> 1=1
-        no 3 -> 2=2
-        no 4 -> -3
-        gets 1 -
-        shows 1=1 2=2
-        ok 5
-        gets 1 REFUSED REFUSED REFUSED OK
-        shows 1=1 2=2 4=4
-        continue ~1=9
-        ok 6 -> 1=9)"},
     {"RefusedUndo_IsRepeatedOnceAfterAHardwareRestart", R"(
         continue +1=1 -> 1=1
         ok 0
@@ -305,6 +278,7 @@ constexpr History kHistories[] = {
         ok 6
         shows 1=1:a 2=2:b 3=3:e
         ok 7 8 9
+        gets 1 REFUSED REFUSED REFUSED OK
         agent
         shows 1=1:a 2=2:b 3=3:e
         continue ~3=4 -> 3=4
