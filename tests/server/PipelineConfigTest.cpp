@@ -102,7 +102,6 @@ class Switch {
 };
 
 const History kHistories[] = {
-    {"BuiltInFromTheStart", "restart > ... 4"},
     {"BadRequests",
      "UNSPECIFIED full > INVALID_ARGUMENT 4; 9 full > INVALID_ARGUMENT 4; "
      "VERIFY none > INVALID_ARGUMENT 4; VERIFY empty > INVALID_ARGUMENT 4; "
@@ -116,9 +115,6 @@ const History kHistories[] = {
      "insert 3 > ... 4 entries; VERIFY_AND_COMMIT narrow+7 > ... 4 entries; removed > OK 3+7; "
      "restart > ... 3+7; VERIFY_AND_COMMIT full+0 > ... 3+7; removed > OK 4+0; restart > ... 4+0; "
      "VERIFY_AND_COMMIT full > ... 4+0; removed > OK 4"},
-    {"HardwareRefusesTheRemoval",
-     "insert 3 > ... 4 entries; VERIFY_AND_SAVE full+6 > OK 4 entries; "
-     "VERIFY_AND_COMMIT narrow+7 > ... 4 entries; refused > INTERNAL 4 entries; restart > ... 4 entries"},
     {"CommitOfTheSaved",
      "insert 3 > ... 4 entries; VERIFY_AND_SAVE narrow+7 > OK 4 entries; "
      "COMMIT full > INVALID_ARGUMENT 4 entries; COMMIT none > ... 4 entries; removed > OK 3+7; "
