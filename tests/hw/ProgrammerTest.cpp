@@ -96,16 +96,19 @@ class ProgrammerTest : public testing::Test {
 };
 
 TEST_F(ProgrammerTest, Removal_KeepsTheStatusRowUntilTheReadersHandledIt) {
-  write(1, 101);
-  write(2, 102);
+  for (const std::uint64_t id : {1u, 2u, 3u}) write(id, 100 + id);
   answers();
-  remove(1);
-  remove(2);
+  for (const std::uint64_t id : {1u, 2u, 3u}) remove(id);
   EXPECT_FALSE(programmer_->advance(kNow));
-  EXPECT_EQ(answers(), (Strings{"1 deleted 101", "2 deleted 102"}));
-  write(2, 200);  // comes back before its old row went
+  EXPECT_EQ(answers(), (Strings{"1 deleted 101", "2 deleted 102", "3 deleted 103"}));
+  write(2, 102);  // the removal is undone
+  write(3, 200);
+  answers();
+  remove(3);
   EXPECT_TRUE(programmer_->advance(kNow));
-  EXPECT_EQ(answers(), (Strings{"2 handle 200", "1 gone"}));
+  EXPECT_EQ(answers(), (Strings{"3 deleted 200", "1 gone"})) << "the rows of 2 and 3 are newer";
+  EXPECT_TRUE(programmer_->advance(kNow));
+  EXPECT_EQ(answers(), Strings{"3 gone"});
 }
 
 TEST_F(ProgrammerTest, FullStatusTable_AnswersWaitForRoomAndRemovalsPassThemBy) {
