@@ -190,11 +190,13 @@ TEST_F(AgentCoreTest, DamagedFile_IsReportedAndTheRowsTakenAsTheyAre) {
   }
 }
 
+constexpr BeforeImages::Capacity kSmall{.batches = 2, .records = 8, .rowBytes = 64};
+
 TEST(BeforeImagesTest, RecordsOfADamagedBatchNeverCountAgain) {
   const RuntimeFolder folder("/dev/shm");
   const std::string path = folder.path() + "/before-images";
   const auto keepUndecided = [&](int records) {
-    BeforeImages images(path, {2, 8, 64});
+    BeforeImages images(path, kSmall);
     const auto batch = images.begin();
     for (int i = 0; i < records; ++i) images.add(batch, 0, true, Lumen::BaseRow(16));
     return images.fault();
@@ -202,7 +204,46 @@ TEST(BeforeImagesTest, RecordsOfADamagedBatchNeverCountAgain) {
   EXPECT_EQ(keepUndecided(3), "");
   std::fstream(path).seekp(4096) << "damage";
   EXPECT_THAT(keepUndecided(1), HasSubstr("a batch word of before-images is damaged"));
-  EXPECT_EQ(BeforeImages(path, {2, 8, 64}).undecided().size(), 1u);
+  EXPECT_EQ(BeforeImages(path, kSmall).undecided().size(), 1u);
+}
+
+// A word that is used again too early would decide the records of two batches at once.
+TEST(BeforeImagesTest, BatchWord_IsFreeOnceNoRecordCountsBecauseOfIt) {
+  const RuntimeFolder folder("/dev/shm");
+  auto images = std::make_unique<BeforeImages>(folder.path() + "/before-images", kSmall);
+  const auto freeWords = [&images] {
+    std::vector<BeforeImages::Place> taken;
+    while ((taken.emplace_back(images->begin())) != BeforeImages::kNone) continue;
+    taken.pop_back();
+    for (const auto batch : taken) images->decide(batch);
+    return taken.size();
+  };
+  const auto add = [&images](BeforeImages::Place batch) {
+    return images->add(batch, 0, true, Lumen::BaseRow(16));
+  };
+  images->abandon(images->begin());
+  EXPECT_EQ(freeWords(), 2u) << "without a record";
+  const auto emptied = images->begin();
+  images->remove(add(emptied));
+  images->abandon(emptied);
+  EXPECT_EQ(freeWords(), 2u);
+  for (const bool restarts : {false, true}) {
+    const auto batch = images->begin();
+    std::vector<BeforeImages::Place> records;
+    for (int i = 0; i < 3; ++i) records.push_back(add(batch));
+    images->lateIs(records[0]);
+    images->abandon(batch);
+    if (restarts) images = std::make_unique<BeforeImages>(folder.path() + "/before-images", kSmall);
+    images->remove(records[0]);
+    images->remove(records[1]);
+    EXPECT_EQ(freeWords(), 1u);
+    images->lateIs(records[2]);
+    EXPECT_EQ(freeWords(), 2u);
+    EXPECT_EQ(images->undecided().size(), 1u) << "it counts whatever its word is used for";
+    images->remove(records[2]);
+    EXPECT_EQ(freeWords(), 2u);
+    EXPECT_EQ(images->undecided().size(), 0u);
+  }
 }
 
 TEST(MetadataTest, Records_SurviveAnotherLimit) {
