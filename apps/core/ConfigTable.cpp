@@ -2,22 +2,12 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 #include "cairn/Exception.h"
 
 namespace Agent {
 
 namespace {
-
-std::string listed(const std::vector<Lumen::LmColumn>& columns,
-                   const std::function<bool(const Lumen::LmColumn&)>& which) {
-  std::string names;
-  for (const Lumen::LmColumn& column : columns) {
-    if (which(column)) names += (names.empty() ? "" : ", ") + column.name;
-  }
-  return names;
-}
 
 const Lumen::LmClass& classOf(const Lumen::LmTable& table) {
   const std::string& rowTypeName = table.registration().rowTypeName;
@@ -47,29 +37,6 @@ const Lumen::LmColumn& ConfigTable::bookkeepingColumn(std::string_view columnNam
   if (column != nullptr && column->type == type) return *column;
   throw Cairn::Exception("table " + name_ + ": expected a column " + std::string(columnName) + " in " +
                          class_->descriptor());
-}
-
-bool ConfigTable::isBookkeeping(const Lumen::LmColumn& column) const {
-  return column.offset == genIdOffset_ || column.offset == handleOffset_ || column.offset == validOffset_;
-}
-
-Lumen::BaseRow ConfigTable::row(std::span<const Lumen::ColumnText> fields) const {
-  for (const Lumen::ColumnText& field : fields) {
-    const Lumen::LmColumn* const column = class_->column(field.name);
-    if (column != nullptr && !isBookkeeping(*column)) continue;
-    const auto settable = [this](const Lumen::LmColumn& candidate) { return !isBookkeeping(candidate); };
-    throw Cairn::Exception("expected a field of " + name_ + " (" + listed(class_->columns(), settable) +
-                           "), got \"" + std::string(field.name) + "\"");
-  }
-  const auto missing = [fields](const Lumen::LmColumn& column) {
-    const auto named = [&column](const Lumen::ColumnText& field) { return field.name == column.name; };
-    return column.isKey && std::none_of(fields.begin(), fields.end(), named);
-  };
-  const std::string missingNames = listed(class_->columns(), missing);
-  if (!missingNames.empty()) {
-    throw Cairn::Exception("expected every key field of " + name_ + ", got none for " + missingNames);
-  }
-  return Lumen::rowFromText(*class_, fields);
 }
 
 // By way of row(), which makes no iterator: a row that the agent wrote has a handle, the empty row has none.

@@ -4,14 +4,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 
 #include "apps/counters/Layout.h"
 #include "lumen/LumenDB.h"
 #include "lumen/RowOps.h"
-#include "lumen/RowText.h"
 
 namespace Agent {
 
@@ -28,10 +26,6 @@ class ConfigTable {
   std::size_t capacity() const noexcept { return capacity_; }
   const Lumen::LmClass& rowClass() const noexcept { return *class_; }
 
-  /// A row of the table with these columns set and the others zero; every key column must be among them.
-  /// Throws Cairn::Exception, saying what was expected and what came, for a column that is unknown, missing,
-  /// given twice or the agent's own, and for a value that does not fit.
-  Lumen::BaseRow row(std::span<const Lumen::ColumnText> fields) const;
   std::uint32_t keyHash(const Lumen::BaseRow& row) const { return operations_->keyHash(row); }
   bool keyEquals(const Lumen::BaseRow& a, const Lumen::BaseRow& b) const {
     return operations_->keyEquals(a, b);
@@ -73,7 +67,6 @@ class ConfigTable {
     return value;
   }
   const Lumen::LmColumn& bookkeepingColumn(std::string_view columnName, Lumen::ColumnType type) const;
-  bool isBookkeeping(const Lumen::LmColumn& column) const;
 
   std::string name_;
   std::shared_ptr<Lumen::LmTable> table_;

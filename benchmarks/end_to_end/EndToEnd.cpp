@@ -8,6 +8,7 @@
 #include "P4RuntimeTolmar/kinds/L3IifTH3.h"
 #include "Yardstick.h"
 #include "cairn/Exception.h"
+#include "lumen/RowText.h"
 
 static_assert(Vesta::Codec<TolmarHwLib::L3IifTH3ConfigEntry>::size == Yardstick::kConfigBytes);
 static_assert(Vesta::Codec<TolmarHwLib::L3IifTH3StatusEntry>::size == Yardstick::kStatusBytes);
@@ -27,7 +28,7 @@ Agent::Update update(Agent::ConfigTable& table, Agent::UpdateType type, std::siz
                                                   {"intEnable", "true"},
                                                   {"ipmcL3Iif", interface},
                                                   {"l3IifProfileIndex", "3"}}};
-  return {type, &table, table.row(columns), {}, {}};
+  return {type, &table, Lumen::rowFromText(table.rowClass(), columns), {}, {}};
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "apps/core/AgentCore.h"
+#include "lumen/RowText.h"
 
 /// "+5" or "+5=9" inserts entry 5 of l3IifTH3, with VRF 9, "~5=9" modifies and "-5" removes it; "+5=9:text"
 /// has that text for metadata.
@@ -20,7 +21,7 @@ inline Agent::Update updateFrom(Agent::AgentCore& core, const std::string& text)
                                            : UpdateType::remove;
   Agent::ConfigTable* const table = core.table("l3IifTH3");
   const std::vector<Lumen::ColumnText> fields = {{"l3Iif", number}, {"vrf", vrf}};
-  Agent::Update made{type, table, table->row(fields), {}, {}};
+  Agent::Update made{type, table, Lumen::rowFromText(table->rowClass(), fields), {}, {}};
   if (colon != text.size()) made.metadata = std::make_unique<const std::string>(text.substr(colon + 1));
   return made;
 }
