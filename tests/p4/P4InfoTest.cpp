@@ -105,6 +105,8 @@ const Case kCases[] = {
      "action 0x01000001 (set_l3TunnelIpv4TH3): deleted: params[12]"},
     {"OtherVersion", [](P4Info& t) { t.mutable_pkg_info()->set_version("2"); }, "",
      "modified: pkg_info.version"},
+    {"LongVersion", [](P4Info& t) { t.mutable_pkg_info()->set_version(std::string(9999, '2')); }, "",
+     "22..."},
     {"UnknownFieldInside",
      [](P4Info& t) {
        auto& table = *t.mutable_tables(1);

@@ -10,6 +10,21 @@
 namespace VestaTest {
 namespace {
 
+TEST(RootPathTest, NamesAPlaceBelowItsRootAlone) {
+  using Vesta::RootPath;
+  const std::string longest(200, 'x');
+  EXPECT_EQ(RootPath("/r", longest + "/b..", "c.d").text(), "/r/" + longest + "/b../c.d");
+  EXPECT_THAT(failure([] { RootPath("", "a", "b"); }), HasSubstr("expected a root folder, got none"));
+  for (const std::string& part : {std::string(), std::string("."), std::string(".."), longest + "x"}) {
+    const std::string expected = "got part \"" + part + "\"";
+    EXPECT_THAT(failure([&] { RootPath("/r", "a/" + part, "b"); }), HasSubstr(expected));
+    EXPECT_THAT(failure([&] { RootPath("/r", part + "/a", "b"); }), HasSubstr(expected));
+    EXPECT_THAT(failure([&] { RootPath("/r", "a", part); }), HasSubstr(expected));
+  }
+  EXPECT_NE(failure([] { RootPath("/r", std::string("a\0b", 3), "b"); }), "");
+  EXPECT_THAT(failure([] { RootPath("/r", "a", "b/c"); }), HasSubstr("expected a name without"));
+}
+
 TEST_F(TableTest, Files_ArePrivateAndEitherSideStartsFirstAndRestarts) {
   umask(0);
   auto follower = reader();
