@@ -152,9 +152,15 @@ TEST_F(AgentCoreTest, LostCompletions_AreRecoveredFromTheStatusRows) {
 }
 
 TEST_F(AgentCoreTest, UnusableTable_IsOneTextForEveryUpdate) {
+  const std::size_t elsewhere = submit({"+1"}, Atomicity::rollbackOnError);
+  core_->outOfService(*core_->table("myStationTcamTH3"), "file gone");
+  completeAll();
+  EXPECT_EQ(results_[elsewhere], Strings{"OK"});
+  submit({"-1"});
+  completeAll();
   const std::size_t begun = submit({"+1", "+2"});
   const std::size_t waiting = submit({"~2"});
-  complete(handle(0));
+  complete(handle(2));
   core_->outOfService(*core_->table("l3IifTH3"), "file gone");
   core_->finish();
   EXPECT_EQ(results_[begun], Strings(2, "INTERNAL: file gone"));
