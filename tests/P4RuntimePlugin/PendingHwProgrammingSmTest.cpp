@@ -1,6 +1,7 @@
 // The pending-programming trackers.
 #include "P4RuntimePlugin/PendingHwProgrammingSms.h"
 
+#include <gmock/gmock.h>
 #include <sys/eventfd.h>
 
 #include <new>
@@ -67,12 +68,27 @@ TEST_F(Tracker, Completion_OneForEachNotificationOfARowThatIsThere) {
   other_.entity->tableDel({1});
   EXPECT_EQ(taken(), Log{});
   EXPECT_FALSE(batch_->notificationTake());
-  // A full counter is no hindrance.
+  // Each is merged into the last, and a full counter is no hindrance.
   ASSERT_EQ(::eventfd_write(batch_->notificationDescriptor(), 0xfffffffffffffffeu), 0);
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(write(other_, 7), Log{"completed 7 0"});
+  EXPECT_EQ(write(other_, 7, 2), Log{"completed 7 2"});
+  EXPECT_EQ(write(other_, 7, 0), Log{"completed 7 2"});
+  EXPECT_EQ(write(other_, 7, 9), Log{"completed 7 9"});
+  EXPECT_EQ(batch_->completedTransactionStatusDelAll(),
+            (std::vector<BatchStatusEntry>{{7, 9, "hardware error 9 hardware error 2"}}));
 }
 
-TEST_F(Tracker, Damage_OfATableThatAnotherReaderHasDetachedPassesOut) {
+TEST_F(Tracker, Damage_DetachesTheTableAndCompletesNothing) {
+  for (const std::size_t read : {1u, 2u}) {
+    Table damaged(folder_.path(), "damaged");
+    const auto tracker = l3IifTH3PendingHwProgrammingSmFactory(batch_, damaged.entity);
+    damaged.table->damageIs(read);
+    EXPECT_EQ(write(damaged, 7), Log{});
+    tracker->onStatusRow({1});  // reads as empty from now on
+    EXPECT_EQ(taken(), Log{});
+    EXPECT_FALSE(batch_->notificationTake());
+    EXPECT_FALSE(damaged.entity->attached());
+    EXPECT_THAT(damaged.logged, testing::HasSubstr("/damaged row 3: bad checksum"));
+  }
   status_.table->onReadIs(1, [this] {
     status_.entity->corruptionDetected("detected by another reader");
     throw Cairn::CorruptionDetectedException("detected here");
