@@ -28,11 +28,7 @@ class TypedReads : public VestaBase<Key, Entry> {
     return current_;
   }
   const Entry& directLookup(const Key& key, bool& found, IterHint* hint) override {
-    found = find(key, hint);
-    if (!found) return emptyValue_.entry;
-    current_.key = key;
-    found_.decodeEntry(current_.entry);
-    return current_.entry;
+    return TypedReads::lookup(key, found, hint).entry;
   }
   bool first(Row& value, IterHint& hint) override { return rowFrom(0, value, hint); }
   bool next(const Key& key, Row& value, IterHint& hint) override {
