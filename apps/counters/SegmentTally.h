@@ -14,13 +14,13 @@ class SegmentTally {
     if (auto* const writer = written.table().writer()) {
       const auto counts = writer->writerCounters();
       wakeups_.to(words.wakeups, counts.wakeups);
-      written_.to(words.damageReports, counts.replacements);
+      writerReplacements_.to(words.damageReports, counts.replacements);
     }
     if (auto* const reader = read.table().reader()) {
       const auto counts = reader->readerCounters();
       retries_.to(words.readerRetries, counts.retries);
       overruns_.to(words.logOverruns, counts.overruns);
-      read_.to(words.damageReports, counts.replacements);
+      readerReplacements_.to(words.damageReports, counts.replacements);
     }
     const bool attached = written.attached() && read.attached();
     if (attached_ && !attached) words.damageReports.add();
@@ -29,8 +29,8 @@ class SegmentTally {
 
  private:
   CopiedCount wakeups_;
-  CopiedCount written_;  // replacements
-  CopiedCount read_;
+  CopiedCount writerReplacements_;
+  CopiedCount readerReplacements_;
   CopiedCount retries_;
   CopiedCount overruns_;
   bool attached_ = true;

@@ -70,7 +70,9 @@ class EntityFollower final : public TableFollower {
     arm();
   }
 
+  /// Not after a table was lost: Tables counts that, or the next writer of the status table.
   void count() {
+    if (!pair_.readable()) return;
     AnswerCounters::Words& words = counters_.words();
     words.used.set(pair_.statusEntity()->table().members());
     words.blocked.set(programmer_.blocked());
