@@ -59,7 +59,7 @@ void limit(grpc::ServerBuilder& builder, const Listening& listening) {
 
 GrpcServer::GrpcServer(Quill::EventLoop& loop, Device& device, const Listening& listening)
     : loop_(loop), device_(device), service_(device) {
-  // For good: its last user would wait up to 10 s for gRPC's threads when a socket has been full.
+  // Never undone: the last grpc_shutdown() waits up to 10 s for gRPC's own threads if a socket has been full.
   grpc_init();
   grpc::EnableDefaultHealthCheckService(true);
   grpc::reflection::InitProtoReflectionServerBuilderPlugin();
