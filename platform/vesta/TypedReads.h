@@ -28,7 +28,10 @@ class TypedReads : public VestaBase<Key, Entry> {
     return current_;
   }
   const Entry& directLookup(const Key& key, bool& found, IterHint* hint) override {
-    return TypedReads::lookup(key, found, hint).entry;
+    found = find(key, hint);
+    if (!found) return emptyValue_.entry;
+    found_.decodeEntry(current_.entry);
+    return current_.entry;
   }
   bool first(Row& value, IterHint& hint) override { return rowFrom(0, value, hint); }
   bool next(const Key& key, Row& value, IterHint& hint) override {

@@ -50,7 +50,7 @@ class VestaWriter final : public VestaDebug, public TypedReads<Key, Entry, Segme
       found = true;
       return this->current().entry;
     }
-    const Entry& entry = TypedReads<Key, Entry, SegmentWriter>::directLookup(key, found, hint);
+    const Entry& entry = this->lookup(key, found, hint).entry;  // which keeps the key, too
     currentAt_ = found && hint == nullptr ? writer_.changes() : kNever;
     return entry;
   }
